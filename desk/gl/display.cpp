@@ -1,0 +1,143 @@
+#include "desk/gl/display.h"
+
+#include <array>
+#include <cstring>
+#include <map>
+#include <mutex>
+
+#include "desk/gl/context_state.h"
+#include "desk/gl/counters.h"
+#include "desk/gl/egl_call.h"
+#include "desk/gl/export.h"
+#include "desk/gl/image.h"
+
+namespace desk {
+namespace {
+
+/// How often each display was initialised and not yet terminated. On a device all users of the display share
+/// it, and only the last one to terminate it really does.
+struct Initialisations {
+    std::mutex mutex;
+    std::map<EGLDisplay, int> counts;
+};
+
+Initialisations& AllInitialisations() {
+    static auto* all = new Initialisations;  // threads may outlive the static objects
+    return *all;
+}
+
+bool HasClientExtension(const char* name) {
+    const char* extensions = Egl().QueryString(EGL_NO_DISPLAY, EGL_EXTENSIONS);
+    return extensions != nullptr && std::strstr(extensions, name) != nullptr;
+}
+
+bool CanInitialise(EGLDisplay display) {
+    if (display == EGL_NO_DISPLAY || Egl().Initialize(display, nullptr, nullptr) == EGL_FALSE) {
+        return false;
+    }
+    Egl().Terminate(display);
+    return true;
+}
+
+EGLDisplay FirstDeviceDisplay() {
+    std::array<EGLDeviceEXT, 16> devices{};
+    EGLint count = 0;
+    if (Egl().QueryDevicesEXT == nullptr ||
+        Egl().QueryDevicesEXT(static_cast<EGLint>(devices.size()), devices.data(), &count) == EGL_FALSE) {
+        return EGL_NO_DISPLAY;
+    }
+    for (size_t i = 0; i < static_cast<size_t>(count); ++i) {
+        const EGLDisplay display = Egl().GetPlatformDisplay(EGL_PLATFORM_DEVICE_EXT, devices[i], nullptr);
+        if (CanInitialise(display)) {
+            return display;
+        }
+    }
+    return EGL_NO_DISPLAY;
+}
+
+/// A display that needs no window system: a device's default display has one, a workstation's may not.
+EGLDisplay OpenHeadlessDisplay() {
+    if (HasClientExtension("EGL_MESA_platform_surfaceless")) {
+        const EGLDisplay display =
+            Egl().GetPlatformDisplay(EGL_PLATFORM_SURFACELESS_MESA, EGL_DEFAULT_DISPLAY, nullptr);
+        if (CanInitialise(display)) {
+            return display;
+        }
+    }
+    if (HasClientExtension("EGL_EXT_platform_device")) {
+        const EGLDisplay display = FirstDeviceDisplay();
+        if (display != EGL_NO_DISPLAY) {
+            return display;
+        }
+    }
+    return Egl().GetDisplay(EGL_DEFAULT_DISPLAY);
+}
+
+EGLBoolean Initialise(EGLDisplay display, EGLint* major, EGLint* minor) {
+    Initialisations& all = AllInitialisations();
+    const std::lock_guard<std::mutex> lock(all.mutex);
+    const EGLBoolean done = Egl().Initialize(display, major, minor);
+    if (done == EGL_TRUE) {
+        ++all.counts[display];
+        GlobalCounters().initialisedDisplays = all.counts.size();
+    }
+    return done;
+}
+
+EGLBoolean Terminate(EGLDisplay display) {
+    {
+        Initialisations& all = AllInitialisations();
+        const std::lock_guard<std::mutex> lock(all.mutex);
+        const auto found = all.counts.find(display);
+        if (found == all.counts.end()) {
+            return Egl().Terminate(display);
+        }
+        if (--found->second > 0) {
+            SetEglResult(EGL_SUCCESS);
+            return EGL_TRUE;
+        }
+        all.counts.erase(found);
+        GlobalCounters().initialisedDisplays = all.counts.size();
+        if (Egl().Terminate(display) == EGL_FALSE) {
+            return EGL_FALSE;
+        }
+    }
+    // Outside the lock, because dropping an image calls its buffer's owner.
+    RemoveContexts(display);
+    RemoveImages(display);
+    return EGL_TRUE;
+}
+
+}  // namespace
+
+void RequireInitialised(EGLDisplay display) {
+    Initialisations& all = AllInitialisations();
+    const std::lock_guard<std::mutex> lock(all.mutex);
+    if (all.counts.count(display) == 0) {
+        throw display == EGL_NO_DISPLAY
+            ? EglError(EGL_BAD_DISPLAY, "expected a display, got EGL_NO_DISPLAY")
+            : EglError(EGL_NOT_INITIALIZED, "expected an initialised display, got one that is not");
+    }
+}
+
+}  // namespace desk
+
+DESK_GL_EXPORT EGLDisplay EGLAPIENTRY eglGetDisplay(EGLNativeDisplayType native) {
+    return desk::EglCall("eglGetDisplay", EGLDisplay{EGL_NO_DISPLAY}, [&] {
+        if (native != EGL_DEFAULT_DISPLAY) {
+            return desk::Egl().GetDisplay(native);
+        }
+        static const EGLDisplay headless = desk::OpenHeadlessDisplay();
+        desk::SetEglResult(EGL_SUCCESS);
+        return headless;
+    });
+}
+
+DESK_GL_EXPORT EGLBoolean EGLAPIENTRY eglInitialize(EGLDisplay display, EGLint* major, EGLint* minor) {
+    return desk::EglCall("eglInitialize", EGLBoolean{EGL_FALSE},
+                         [&] { return desk::Initialise(display, major, minor); });
+}
+
+DESK_GL_EXPORT EGLBoolean EGLAPIENTRY eglTerminate(EGLDisplay display) {
+    return desk::EglCall("eglTerminate", EGLBoolean{EGL_FALSE}, [&] { return desk::Terminate(display); });
+}

@@ -1,0 +1,90 @@
+#include "desk/gl/shader_translate.h"
+
+#include <regex>
+
+namespace desk {
+namespace {
+
+const char* const ChromaPrefix = "desk_chroma_";
+
+std::regex ExtensionLine() {
+    return std::regex(R"(#[ \t]*extension[ \t]+GL_EXT_YUV_target[ \t]*:[^\n]*)");
+}
+
+/// Groups: precision, name.
+std::regex SamplerDeclaration() {
+    return std::regex(R"(\buniform\s+((?:(?:highp|mediump|lowp)\s+)?)__samplerExternal2DY2YEXT\s+(\w+)\s*;)");
+}
+
+/// Groups: precision, name.
+std::regex YuvOutput() {
+    return std::regex(R"(\blayout\s*\(\s*yuv\s*\)\s*out\s+((?:(?:highp|mediump|lowp)\s+)?)vec4\s+(\w+)\s*;)");
+}
+
+/// The statement that tells a luma from a chroma text. Group: the YUV value's name.
+std::regex LumaStatement() {
+    return std::regex(R"(\bdesk_plane = (\w+)\.xxxw;)");
+}
+
+/// A call becomes one of a function that stands beside the declaration, so that its coordinates may be any
+/// expression.
+std::string TranslateSamplers(std::string text) {
+    const std::string declared = text;
+    for (std::sregex_iterator match(declared.begin(), declared.end(), SamplerDeclaration()), end;
+         match != end; ++match) {
+        const std::string name = (*match)[2];
+        text = std::regex_replace(text, std::regex(R"(\btexture\s*\(\s*)" + name + R"(\s*,)"),
+                                  "desk_texture_" + name + "(");
+    }
+    return std::regex_replace(text, SamplerDeclaration(),
+                              "uniform $1sampler2D $2; uniform $1sampler2D desk_chroma_$2; "
+                              "highp vec4 desk_texture_$2(highp vec2 at) { "
+                              "return vec4(texture($2, at).r, texture(desk_chroma_$2, at).rg, 1.0); }");
+}
+
+/// The YUV output becomes a variable, of which a main function around the shader's own writes one plane.
+std::string TranslateOutput(const std::string& text) {
+    std::smatch output;
+    if (!std::regex_search(text, output, YuvOutput())) {
+        return text;
+    }
+    const std::string name = output[2];
+    std::string translated =
+        std::regex_replace(text, YuvOutput(), "$1vec4 $2; layout(location = 0) out $1vec4 desk_plane;");
+    translated = std::regex_replace(translated, std::regex(R"(\bvoid\s+main\s*\(\s*(?:void)?\s*\))"),
+                                    "void desk_main()");
+    return translated + "\nvoid main() { desk_main(); desk_plane = " + name + ".xxxw; }\n";
+}
+
+}  // namespace
+
+std::string TranslateYuvShader(const std::string& source) {
+    if (!std::regex_search(source, ExtensionLine())) {
+        return source;
+    }
+    return TranslateOutput(TranslateSamplers(std::regex_replace(source, ExtensionLine(), "")));
+}
+
+bool WritesPlanes(const std::string& translated) {
+    return std::regex_search(translated, LumaStatement());
+}
+
+std::string ChromaVariant(const std::string& translated) {
+    return std::regex_replace(translated, LumaStatement(), "desk_plane = $1.yzzw;");
+}
+
+std::vector<std::string> ExternalSamplers(const std::string& translated) {
+    std::vector<std::string> names;
+    const std::regex declaration(std::string(R"(\bsampler2D )") + ChromaPrefix + R"((\w+);)");
+    for (std::sregex_iterator match(translated.begin(), translated.end(), declaration), end; match != end;
+         ++match) {
+        names.push_back((*match)[1]);
+    }
+    return names;
+}
+
+std::string ChromaSampler(const std::string& externalSampler) {
+    return ChromaPrefix + externalSampler;
+}
+
+}  // namespace desk

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+/// GL_EXT_YUV_target in terms of plain GLSL ES 3.00. A shader that samples an external image reads its planes
+/// from two samplers; one that writes YUV exists twice, once for each plane of the output, and the compiler
+/// drops from each copy the sampling that its plane does not need. All functions work on the text alone.
+namespace desk {
+
+/// The text with luma as its output, or unchanged when it does not enable the extension. Line numbers stay.
+std::string TranslateYuvShader(const std::string& source);
+
+/// True when the text is TranslateYuvShader's and writes YUV.
+bool WritesPlanes(const std::string& translated);
+
+/// A translated text that WritesPlanes(), with chroma as its output.
+std::string ChromaVariant(const std::string& translated);
+
+/// Names of the samplers of external images in a translated text; each reads the luma plane.
+std::vector<std::string> ExternalSamplers(const std::string& translated);
+
+/// Name of the sampler that reads the chroma plane of the same image.
+std::string ChromaSampler(const std::string& externalSampler);
+
+}  // namespace desk

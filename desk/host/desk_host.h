@@ -1,0 +1,93 @@
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <iostream>
+#include <memory>
+#include <optional>
+
+#include "desk/host/host_services.h"
+#include "desk/host/node_gate.h"
+#include "desk/host/host_types.h"
+
+namespace desk {
+
+class DeskNode;
+
+struct HostOptions {
+    std::filesystem::path nodeLibrary;       ///< com.oxa.node.dewarp.so
+    std::filesystem::path systemLibraryDir;  ///< what /system/lib64 maps to
+    std::filesystem::path dumpDir;           ///< what /data/vendor/camera maps to; must exist while dumps are on
+    std::ostream* log = &std::cerr;          ///< log lines and findings; null for none; outlives the host
+    uint32_t luxBits = 1 | 2;                ///< levels logged from the start: errors and warnings
+    bool systemLog = false;                  ///< whether lines also go to the platform's log
+};
+
+/// What exists right now because of the library.
+struct HostCounters {
+    uint64_t liveNodes = 0;
+    uint64_t liveAllocations = 0;   ///< blocks that the library allocated and has not freed
+    uint64_t totalAllocations = 0;  ///< since the library was loaded
+    uint64_t openFiles = 0;
+    uint64_t mappedLibraries = 0;  ///< mappings made and not undone
+    uint64_t liveBuffers = 0;      ///< gralloc buffers of the process, made by the desk
+    std::optional<DeskGlCounters> gl;  ///< what the desk's GL libraries count; empty with any others
+};
+
+/// The camera framework of a workstation: loads the node library, hands it the host's services and
+/// watches over the rules between the two. At most one exists in a process at a time.
+/// Set up on one thread. Nodes may then run on several threads at once, one thread per node at a time;
+/// the Set... functions and tag ids are for times when no callback runs.
+class DeskHost {
+public:
+    /// Loads the library, fetches its callbacks, hands over the services and asks for its capabilities.
+    /// Throws std::logic_error when another host exists; std::runtime_error, naming the file and the
+    /// reason, when the library cannot be used.
+    explicit DeskHost(HostOptions options);
+    /// Runs CheckTornDown, releases what the library left behind and unloads it. Nodes must be gone.
+    ~DeskHost();
+    DeskHost(const DeskHost&) = delete;
+    DeskHost& operator=(const DeskHost&) = delete;
+
+    /// The library's callbacks, each entered through the host so that its rules are watched.
+    LumNodeCallbacks& Callbacks();
+    /// Calls LumNodeEntry of the library once more.
+    void Enter(LumNodeCallbacks* callbacks);
+    /// Throws NodeError when the library refuses.
+    std::unique_ptr<DeskNode> CreateNode(Variant variant);
+
+    TagRegistry& Tags();
+    MetadataStore& Metadata();
+    Properties& Props();
+    Contract& Findings();
+    NodeTable& Nodes();
+    HostCounters Counters() const;
+
+    /// g_enableLuxLogs and g_enableSystemLog.
+    void SetLogLevels(uint32_t luxBits, bool systemLog);
+    /// The property that switches the dump files of nodes created from now on. Throws std::runtime_error
+    /// when the dump folder does not exist.
+    void SetDumps(bool on);
+    /// A fixed GetDateTime; the local time when empty.
+    void SetClock(std::optional<LUMDateTime> clock);
+    /// Other libraries than those of systemLibraryDir; null for these. Must outlive its use.
+    void SetLibraries(LibraryProvider* provider);
+    /// Sees every line that the library logs, whatever thread it comes from, one at a time.
+    void SetLogObserver(std::function<void(const LogRecord&)> observer);
+    /// Makes services fail; null for no fault.
+    void SetFault(Fault fault);
+
+    /// Reports as findings what is left of the library's doing although no node lives: allocations,
+    /// mapped libraries, open files, GL images and contexts, descriptors of the desk's memory.
+    void CheckTornDown();
+
+private:
+    void ReleaseLeftovers();
+
+    HostOptions options_;
+    std::unique_ptr<HostServices> services_;
+    std::unique_ptr<NodeGate> gate_;
+    void* library_ = nullptr;
+};
+
+}  // namespace desk

@@ -1,0 +1,85 @@
+#pragma once
+
+#include <array>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "desk/host/gralloc_buffer.h"
+#include "desk/host/host_types.h"
+#include "host/lumnoderequest.h"
+
+namespace desk {
+
+class DeskHost;
+
+/// A callback of the library that did not succeed.
+class NodeError : public std::runtime_error {
+public:
+    NodeError(const std::string& what, uint32_t result);
+    uint32_t Result() const;
+
+private:
+    uint32_t result_;
+};
+
+/// A result code in words, with its number.
+std::string ResultText(uint32_t result);
+
+/// What a negotiation settled on.
+struct Negotiated {
+    Size input;
+    Size output;
+    std::array<Alignment, 2> inputAlignment;   ///< planes 0 and 1
+    std::array<Alignment, 2> outputAlignment;  ///< planes 0 and 1
+    Size published;                            ///< "StabilizedOutputDims"; zero when the node published none
+};
+
+/// One node instance and the host's side of its pipeline: negotiation, buffers, requests. One thread at a
+/// time. Made by DeskHost::CreateNode; the host must outlive it.
+class DeskNode {
+public:
+    /// Throws NodeError when the library refuses; a node it nevertheless returned is destroyed first.
+    DeskNode(DeskHost& host, Variant variant);
+    /// Destroys the node if it still lives.
+    ~DeskNode();
+    DeskNode(const DeskNode&) = delete;
+    DeskNode& operator=(const DeskNode&) = delete;
+
+    /// Publishes the margin, asks the node for its buffers and tells it the output's size. Throws
+    /// NodeError when a callback fails.
+    Negotiated Negotiate(Size output, Margin margin);
+
+    /// A buffer of the negotiated size. It lives as long as the node, which caches buffers by descriptor.
+    /// Throws std::logic_error before Negotiate.
+    std::shared_ptr<GrallocBuffer> AllocateInput();
+    std::shared_ptr<GrallocBuffer> AllocateOutput();
+
+    /// Takes one request through both passes. The grid becomes the request's metadata between the two;
+    /// null leaves it out. Both buffers must live as long as the node. Returns the failing pass's result,
+    /// or the second's.
+    uint32_t Process(uint64_t requestId, const IPEICAGridTransform* grid, GrallocBuffer& input,
+                     GrallocBuffer& output);
+
+    /// What QueryRequestWindow answers; empty for the request that the node finished last.
+    void SetReferenceRequest(std::optional<uint64_t> requestId);
+
+    /// Throws NodeError when the callback fails. Once only.
+    void Destroy();
+
+    Variant Kind() const;
+    void* Handle() const;   ///< the node's own handle; null once destroyed
+    void* Session() const;  ///< the host session it was created with
+
+private:
+    std::shared_ptr<GrallocBuffer> Allocate(Size size, const Alignment& alignment);
+
+    DeskHost& host_;
+    Variant variant_;
+    void* handle_ = nullptr;
+    Negotiated negotiated_ = {};
+    std::vector<std::shared_ptr<GrallocBuffer>> buffers_;
+};
+
+}  // namespace desk

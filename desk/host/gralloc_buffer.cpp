@@ -1,0 +1,174 @@
+#include "desk/host/gralloc_buffer.h"
+
+#include <fmt/core.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <new>
+#include <stdexcept>
+#include <system_error>
+
+#include "desk/host/gralloc_layout.h"
+
+namespace desk {
+namespace {
+
+std::atomic<uint64_t> liveBuffers = 0;
+
+[[noreturn]] void Fail(const char* what) {
+    throw std::system_error(errno, std::generic_category(), what);
+}
+
+/// The descriptor goes to `fd` at once, so that its owner closes it whatever happens next.
+void MakeFile(const char* name, size_t size, int& fd) {
+    fd = ::memfd_create(name, MFD_CLOEXEC);
+    if (fd < 0 || ::ftruncate(fd, static_cast<off_t>(size)) != 0) {
+        Fail("no memory for a gralloc buffer");
+    }
+}
+
+uint32_t RoundUp(uint32_t value, int32_t alignment) {
+    const auto step = static_cast<uint32_t>(alignment);
+    return (value + step - 1) / step * step;
+}
+
+}  // namespace
+
+std::shared_ptr<GrallocBuffer> GrallocBuffer::Create(Size size, Alignment alignment) {
+    // Larger sizes than any GPU renders would only overflow the arithmetic below.
+    constexpr uint32_t MaxSide = 16384;
+    if (size.width < 2 || size.height < 2 || size.width > MaxSide || size.height > MaxSide) {
+        throw std::invalid_argument(fmt::format("a buffer of {} x {} pixels cannot be made; expected 2 x 2 to {} x {}",
+                                                size.width, size.height, MaxSide, MaxSide));
+    }
+    if (alignment.strideAlignment < 1 || alignment.scanlineAlignment < 1 ||
+        alignment.strideAlignment > static_cast<int32_t>(MaxSide) ||
+        alignment.scanlineAlignment > static_cast<int32_t>(MaxSide)) {
+        throw std::invalid_argument(fmt::format(
+            "a buffer cannot be aligned to {} bytes and {} lines; expected 1 to {} of each",
+            alignment.strideAlignment, alignment.scanlineAlignment, MaxSide));
+    }
+    // Both sides are rounded up to even numbers first: the chroma plane has half of each.
+    const uint32_t stride = RoundUp(RoundUp(size.width, 2), alignment.strideAlignment);
+    const uint32_t scanline = RoundUp(RoundUp(size.height, 2), alignment.scanlineAlignment);
+    std::shared_ptr<GrallocBuffer> buffer(new GrallocBuffer(size, stride, scanline));
+    buffer->MakeMemory();
+    buffer->Remap();
+    return buffer;
+}
+
+uint64_t GrallocBuffer::LiveCount() {
+    return liveBuffers;
+}
+
+GrallocBuffer::GrallocBuffer(Size size, uint32_t stride, uint32_t scanline)
+    : size_(size),
+      stride_(stride),
+      scanline_(scanline),
+      handle_(::native_handle_create(GrallocFdCount, GrallocIntCount)) {
+    if (handle_ == nullptr) {
+        throw std::bad_alloc();
+    }
+    handle_->data[GrallocPixelFd] = -1;
+    handle_->data[GrallocMetadataFd] = -1;
+    int* ints = handle_->data + GrallocFdCount;
+    ints[GrallocIntMagic] = GrallocHandleMagic;
+    ints[GrallocIntWidth] = static_cast<int>(size_.width);
+    ints[GrallocIntHeight] = static_cast<int>(size_.height);
+    ints[GrallocIntFormat] = GrallocFormatNv12;
+    ints[GrallocIntSize] = static_cast<int>(ByteSize());
+    ++liveBuffers;
+}
+
+void GrallocBuffer::MakeMemory() {
+    MakeFile("desk-gralloc-pixels", ByteSize(), handle_->data[GrallocPixelFd]);
+    MakeFile("desk-gralloc-metadata", sizeof(GrallocMetadata), handle_->data[GrallocMetadataFd]);
+    GrallocMetadata metadata = {};
+    metadata.magic = GrallocMetadataMagic;
+    const ssize_t written =
+        ::pwrite(handle_->data[GrallocMetadataFd], &metadata, sizeof(metadata), 0);
+    if (written != static_cast<ssize_t>(sizeof(metadata))) {
+        Fail("the metadata of a gralloc buffer cannot be written");
+    }
+}
+
+GrallocBuffer::~GrallocBuffer() {
+    if (pixels_ != nullptr) {
+        ::munmap(pixels_, ByteSize());
+    }
+    for (const int fd : {handle_->data[GrallocPixelFd], handle_->data[GrallocMetadataFd]}) {
+        if (fd >= 0) {
+            ::close(fd);
+        }
+    }
+    ::native_handle_delete(handle_);
+    --liveBuffers;
+}
+
+void GrallocBuffer::Remap() {
+    void* mapping = ::mmap(nullptr, ByteSize(), PROT_READ | PROT_WRITE, MAP_SHARED, PixelFd(), 0);
+    if (mapping == MAP_FAILED) {
+        Fail("the memory of a gralloc buffer cannot be mapped");
+    }
+    if (pixels_ != nullptr) {
+        ::munmap(pixels_, ByteSize());
+    }
+    pixels_ = static_cast<uint8_t*>(mapping);
+}
+
+int GrallocBuffer::PixelFd() const {
+    return handle_->data[GrallocPixelFd];
+}
+
+uint32_t GrallocBuffer::Width() const {
+    return size_.width;
+}
+
+uint32_t GrallocBuffer::Height() const {
+    return size_.height;
+}
+
+uint32_t GrallocBuffer::Stride() const {
+    return stride_;
+}
+
+uint32_t GrallocBuffer::Scanline() const {
+    return scanline_;
+}
+
+size_t GrallocBuffer::ByteSize() const {
+    return size_t{stride_} * scanline_ * 3 / 2;
+}
+
+uint8_t* GrallocBuffer::Luma() {
+    return pixels_;
+}
+
+uint8_t* GrallocBuffer::Chroma() {
+    return pixels_ + size_t{stride_} * scanline_;
+}
+
+native_handle* GrallocBuffer::Handle() {
+    return handle_;
+}
+
+LumImageList GrallocBuffer::ImageList() {
+    LumImageList list;
+    std::memset(&list, HostPattern, sizeof(list));
+    list.format = LumFormatNv12;
+    list.width = size_.width;
+    list.height = size_.height;
+    list.stride = stride_;
+    list.scanline = scanline_;
+    list.firstImage.fd = static_cast<uint32_t>(PixelFd());
+    list.firstImage.pAddr = pixels_;
+    list.firstImage.pNativeHandle = handle_;
+    list.pFenceHandle = &fence_;
+    list.pFenceSignaled = &fenceSignaled_;
+    return list;
+}
+
+}  // namespace desk
