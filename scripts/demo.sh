@@ -1,12 +1,11 @@
 #!/usr/bin/env bash
-# Builds everything and runs the demo; arguments go to dewarp-demo (see --help).
+# Installs what is missing, builds, and leaves the demo's clips and reports in out/demo. Arguments go to
+# dewarp-demo: see scripts/demo.sh --help.
 set -euo pipefail
 
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
-out="$root/out/demo"
 
 "$root/scripts/setup.sh"
-cd "$root"
-cmake --preset desk
-cmake --build --preset desk -j2
-"$(find "$root/build/desk" -name dewarp-demo -type f -perm -u+x | head -n 1)" --out "$out" "$@"
+(cd "$root" && cmake --preset desk && cmake --build --preset desk -j2)
+# The caller's folder stays the current one, so that the caller's file names hold.
+exec "$root/build/desk/desk/demo/dewarp-demo" --out "$root/out/demo" "$@"

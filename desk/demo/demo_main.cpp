@@ -1,10 +1,10 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
 #include <opencv2/imgcodecs.hpp>
+#include <optional>
 #include <stdexcept>
 
 #include "desk/demo/demo_options.h"
@@ -40,12 +40,12 @@ void ShowProgress(Variant variant, int done, int all) {
     }
 }
 
-void PrintSummary(Variant variant, const VariantResult& result, const std::filesystem::path& folder) {
+void PrintSummary(Variant variant, const VariantResult& result) {
     fmt::print(
         "{}: motion {:.2f} -> {:.3f} px RMS, PSNR luma {:.2f} dB, chroma {:.2f} dB, node call {:.1f} ms "
-        "(p95 {:.1f}), {} findings: {}\n",
+        "(p95 {:.1f}), {} findings\n",
         NameOf(variant), result.motionBefore, result.motionAfter, result.lumaPsnr, result.chromaPsnr,
-        result.nodeCall.p50, result.nodeCall.p95, result.findings.size(), folder.string());
+        result.nodeCall.p50, result.nodeCall.p95, result.findings.size());
 }
 
 /// Returns whether every variant kept its limits.
@@ -59,12 +59,15 @@ bool RunDemo(const DemoOptions& options) {
         VariantResult result = RunVariant(options, variant, photo, folder, progress);
         result.renderer = renderer;
         WriteReport(folder / "report.json", options, variant, result);
-        PrintSummary(variant, result, folder);
+        PrintSummary(variant, result);
         for (const std::string& missed : MissedLimits(result)) {
             fmt::print(stderr, "dewarp-demo: {}: {}\n", NameOf(variant), missed);
             kept = false;
         }
     }
+    fmt::print("Look at before_after.jpg, shaky.mp4, stabilised.mp4 and report.json in {} and {}\n",
+               (options.out / FolderOf(Variant::RealTime)).string(),
+               (options.out / FolderOf(Variant::LookAhead)).string());
     return kept;
 }
 
@@ -73,9 +76,12 @@ bool RunDemo(const DemoOptions& options) {
 
 int main(int argc, char** argv) {
     try {
-        return desk::RunDemo(desk::ReadDemoOptions(argc, argv)) ? 0 : 1;
-    } catch (const CLI::ParseError& error) {
-        return CLI::App().exit(error);
+        int exitStatus = 0;
+        const std::optional<desk::DemoOptions> options = desk::ReadDemoOptions(argc, argv, exitStatus);
+        if (options) {
+            exitStatus = desk::RunDemo(*options) ? 0 : 1;
+        }
+        return exitStatus;
     } catch (const std::exception& error) {
         fmt::print(stderr, "dewarp-demo: {}\n", error.what());
         return 1;

@@ -58,41 +58,58 @@ PhotoSource ReadPhoto(const std::string& file, const std::string& credit) {
     return {file, credit.substr(0, comma), credit.substr(comma + 2)};
 }
 
-}  // namespace
-
-DemoOptions ReadDemoOptions(int argc, char** argv) {
-    DemoOptions options;
+/// The command line's texts, as given.
+struct Arguments {
     std::string photo;
     std::string credit;
     std::string out = "out/demo";
     std::string size = "1920x1080";
     std::string margin = "0.2";
-    options.frames = 96;
-    options.seed = 1;
-    options.framesPerSecond = 30;
+    int frames = 96;
+    uint32_t seed = 1;
+    double framesPerSecond = 30;
+};
 
-    CLI::App app(
-        "Shakes a photograph as a hand would, lets the dewarp node steady the clip, and measures both.");
-    app.add_option("--photo", photo, "photograph to film (default: " + DefaultPhoto.file.string() + ")");
-    app.add_option("--credit", credit, "\"AUTHOR, LICENCE\" of the photograph given by --photo");
-    app.add_option("--out", out, "folder for clips, pictures, dumps and reports")->capture_default_str();
-    app.add_option("--size", size, "output size WxH in pixels")->capture_default_str();
-    app.add_option("--margin", margin, "H[,V]: fractions of the output by which the input is larger")
+void Declare(CLI::App& app, Arguments& arguments) {
+    app.add_option("--photo", arguments.photo,
+                   "photograph to film (default: " + DefaultPhoto.file.string() + ")");
+    app.add_option("--credit", arguments.credit, "\"AUTHOR, LICENCE\" of the photograph given by --photo");
+    app.add_option("--out", arguments.out, "folder for clips, pictures, dumps and reports")
+        ->capture_default_str()
+        ->take_last();  // scripts/demo.sh names its own, and lets its caller name another
+    app.add_option("--size", arguments.size, "output size WxH in pixels")->capture_default_str();
+    app.add_option("--margin", arguments.margin,
+                   "H[,V]: fractions of the output by which the input is larger")
         ->capture_default_str();
-    app.add_option("--frames", options.frames, "pictures of each clip")
+    app.add_option("--frames", arguments.frames, "pictures of each clip")
         ->check(CLI::Range(2, 100000))
         ->capture_default_str();
-    app.add_option("--seed", options.seed, "number that picks the hand shake")->capture_default_str();
-    app.add_option("--fps", options.framesPerSecond, "pictures per second")
-        ->check(CLI::Range(1.0, 240.0))
+    app.add_option("--seed", arguments.seed, "number that picks the hand shake")->capture_default_str();
+    app.add_option("--fps", arguments.framesPerSecond, "pictures per second")
+        ->check(CLI::Range(10.0, 240.0))
         ->capture_default_str();
-    app.parse(argc, argv);
+}
 
-    options.photo = ReadPhoto(photo, credit);
-    options.out = out;
-    options.output = ReadSize(size);
-    options.margin = ReadMargin(margin);
-    return options;
+}  // namespace
+
+std::optional<DemoOptions> ReadDemoOptions(int argc, char** argv, int& exitStatus) {
+    CLI::App app(
+        "Shakes a photograph as a hand would, lets the dewarp node steady the clip, and measures both.");
+    Arguments arguments;
+    Declare(app, arguments);
+    try {
+        app.parse(argc, argv);
+        return DemoOptions{ReadPhoto(arguments.photo, arguments.credit),
+                           arguments.out,
+                           ReadSize(arguments.size),
+                           ReadMargin(arguments.margin),
+                           arguments.frames,
+                           arguments.seed,
+                           arguments.framesPerSecond};
+    } catch (const CLI::ParseError& error) {
+        exitStatus = app.exit(error);
+        return std::nullopt;
+    }
 }
 
 }  // namespace desk

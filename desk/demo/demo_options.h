@@ -3,9 +3,10 @@
 #include <cstdint>
 #include <filesystem>
 #include <opencv2/core.hpp>
+#include <optional>
 #include <string>
 
-#include "desk/host/variant.h"
+#include "desk/host/host_types.h"
 
 namespace desk {
 
@@ -27,7 +28,8 @@ struct DemoOptions {
     double framesPerSecond = 0;
 };
 
-/// Reads the command line. Throws CLI::ParseError, which CLI::App::exit turns into help or an error text.
-DemoOptions ReadDemoOptions(int argc, char** argv);
+/// Reads the command line. When there is nothing to run, prints the help or a sentence about what is wrong,
+/// sets the exit status and returns nothing.
+std::optional<DemoOptions> ReadDemoOptions(int argc, char** argv, int& exitStatus);
 
 }  // namespace desk

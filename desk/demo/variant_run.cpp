@@ -1,10 +1,15 @@
 #include "desk/demo/variant_run.h"
 
 #include <fmt/format.h>
+#include <fnmatch.h>
 
+#include <algorithm>
+#include <array>
 #include <chrono>
-#include <regex>
+#include <memory>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 #include "desk/demo/comparison.h"
 #include "desk/demo/scene.h"
@@ -18,11 +23,14 @@ namespace {
 constexpr size_t BuffersInRotation = 4;
 
 void RemoveEarlierRun(const std::filesystem::path& folder) {
-    const std::regex ours(R"((shaky|stabilised)\.mp4|before_after\.jpg|report\.json|)"
-                          R"(Warp\d_(Grid|Vert|Tex)_\d+_\d+\.txt)");
+    const std::array<const char*, 7> ours = {"shaky.mp4",      "stabilised.mp4",   "before_after.jpg",
+                                             "report.json",    "Warp?_Grid_*.txt", "Warp?_Vert_*.txt",
+                                             "Warp?_Tex_*.txt"};
     std::vector<std::filesystem::path> found;
     for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-        if (std::regex_match(entry.path().filename().string(), ours)) {
+        const std::string name = entry.path().filename().string();
+        if (std::any_of(ours.begin(), ours.end(),
+                        [&name](const char* pattern) { return fnmatch(pattern, name.c_str(), 0) == 0; })) {
             found.push_back(entry.path());
         }
     }

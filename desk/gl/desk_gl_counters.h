@@ -16,8 +16,12 @@ struct DeskGlCounters {
 };
 
 #ifdef __cplusplus
-extern "C"
+extern "C" {
 #endif
-    /// Fills all fields; each is exact by itself, but other threads may move on between two of them.
-    void
-    desk_gl_counters(struct DeskGlCounters* counters);
+
+/// Fills all fields; each is exact by itself, but other threads may move on between two of them.
+void desk_gl_counters(struct DeskGlCounters* counters);
+
+#ifdef __cplusplus
+}
+#endif

@@ -3,7 +3,9 @@
 #include <array>
 #include <cstring>
 #include <map>
+#include <memory>
 #include <mutex>
+#include <vector>
 
 #include "desk/gl/context_state.h"
 #include "desk/gl/counters.h"
@@ -85,27 +87,28 @@ EGLBoolean Initialise(EGLDisplay display, EGLint* major, EGLint* minor) {
 }
 
 EGLBoolean Terminate(EGLDisplay display) {
-    {
-        Initialisations& all = AllInitialisations();
-        const std::lock_guard<std::mutex> lock(all.mutex);
-        const auto found = all.counts.find(display);
-        if (found == all.counts.end()) {
-            return Egl().Terminate(display);
-        }
-        if (--found->second > 0) {
-            SetEglResult(EGL_SUCCESS);
-            return EGL_TRUE;
-        }
+    // Dropped after the lock, because the last owner of an image calls its buffer's owner.
+    std::vector<std::shared_ptr<ContextState>> contexts;
+    std::vector<std::shared_ptr<Image>> images;
+    Initialisations& all = AllInitialisations();
+    const std::lock_guard<std::mutex> lock(all.mutex);
+    const auto found = all.counts.find(display);
+    if (found == all.counts.end()) {
+        return Egl().Terminate(display);
+    }
+    if (found->second > 1) {
+        --found->second;
+        SetEglResult(EGL_SUCCESS);
+        return EGL_TRUE;
+    }
+    const EGLBoolean isDone = Egl().Terminate(display);
+    if (isDone == EGL_TRUE) {
         all.counts.erase(found);
         GlobalCounters().initialisedDisplays = all.counts.size();
-        if (Egl().Terminate(display) == EGL_FALSE) {
-            return EGL_FALSE;
-        }
+        contexts = TakeContexts(display);
+        images = TakeImages(display);
     }
-    // Outside the lock, because dropping an image calls its buffer's owner.
-    RemoveContexts(display);
-    RemoveImages(display);
-    return EGL_TRUE;
+    return isDone;
 }
 
 }  // namespace

@@ -91,17 +91,19 @@ bool RemoveImage(EGLDisplay display, EGLImageKHR handle) {
     return true;
 }
 
-void RemoveImages(EGLDisplay display) {
-    std::map<EGLImageKHR, DisplayImage> dropped;
+std::vector<std::shared_ptr<Image>> TakeImages(EGLDisplay display) {
+    std::vector<std::shared_ptr<Image>> taken;
     ImageTable& table = Table();
     const std::lock_guard<std::mutex> lock(table.mutex);
-    for (auto image = table.images.begin(); image != table.images.end();) {
-        const auto next = std::next(image);
-        if (image->second.display == display) {
-            dropped.insert(table.images.extract(image));
+    for (auto entry = table.images.begin(); entry != table.images.end();) {
+        if (entry->second.display == display) {
+            taken.push_back(std::move(entry->second.image));
+            entry = table.images.erase(entry);
+        } else {
+            ++entry;
         }
-        image = next;
     }
+    return taken;
 }
 
 }  // namespace desk
@@ -109,9 +111,8 @@ void RemoveImages(EGLDisplay display) {
 DESK_GL_EXPORT EGLImageKHR EGLAPIENTRY eglCreateImageKHR(EGLDisplay display, EGLContext context,
                                                          EGLenum target, EGLClientBuffer buffer,
                                                          const EGLint* attributes) {
-    return desk::EglCall("eglCreateImageKHR", EGLImageKHR{EGL_NO_IMAGE_KHR}, [&] {
-        return desk::CreateImage(display, context, target, buffer, attributes);
-    });
+    return desk::EglCall("eglCreateImageKHR", EGLImageKHR{EGL_NO_IMAGE_KHR},
+                         [&] { return desk::CreateImage(display, context, target, buffer, attributes); });
 }
 
 DESK_GL_EXPORT EGLBoolean EGLAPIENTRY eglDestroyImageKHR(EGLDisplay display, EGLImageKHR image) {

@@ -68,13 +68,8 @@ void SetExternalParameter(ContextState& context, GLenum name, GLint value) {
 }
 
 void SetTextureImage(ContextState& context, GLenum target, GLeglImageOES handle) {
-    auto image = FindImage(handle);
+    auto image = context.ImageFor(target, handle, Gl().EGLImageTargetTexture2DOES);
     if (!image) {
-        if (Gl().EGLImageTargetTexture2DOES != nullptr && handle != nullptr) {
-            Gl().EGLImageTargetTexture2DOES(target, handle);
-        } else {
-            context.SetError(GL_INVALID_VALUE);
-        }
         return;
     }
     ExternalTexture* texture = context.BoundExternalTexture(ActiveUnit());

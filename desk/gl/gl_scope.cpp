@@ -23,7 +23,7 @@ const PixelTransferScope::State PixelTransferScope::States[2] = {
 PixelTransferScope::PixelTransferScope(Direction direction)
     : state_(States[direction]), buffer_(GlInteger(state_.bufferBinding)) {
     Gl().BindBuffer(state_.bufferTarget, 0);
-    for (size_t i = 0; i < ParameterCount; ++i) {
+    for (std::size_t i = 0; i < ParameterCount; ++i) {
         const GLenum parameter = state_.parameters[i];
         values_[i] = GlInteger(parameter);
         const bool isAlignment = parameter == GL_UNPACK_ALIGNMENT || parameter == GL_PACK_ALIGNMENT;
@@ -32,7 +32,7 @@ PixelTransferScope::PixelTransferScope(Direction direction)
 }
 
 PixelTransferScope::~PixelTransferScope() {
-    for (size_t i = 0; i < ParameterCount; ++i) {
+    for (std::size_t i = 0; i < ParameterCount; ++i) {
         Gl().PixelStorei(state_.parameters[i], values_[i]);
     }
     Gl().BindBuffer(state_.bufferTarget, static_cast<GLuint>(buffer_));
@@ -58,10 +58,10 @@ void SetBoxes(const std::array<GLint, 4>& viewport, const std::array<GLint, 4>& 
 
 }  // namespace
 
-HalfSizeScope::HalfSizeScope(GLuint framebuffer) : framebuffer_(GL_DRAW_FRAMEBUFFER) {
+HalfSizeScope::HalfSizeScope(GLuint framebuffer) {
     Gl().GetIntegerv(GL_VIEWPORT, viewport_.data());
     Gl().GetIntegerv(GL_SCISSOR_BOX, scissor_.data());
-    Gl().BindFramebuffer(GL_DRAW_FRAMEBUFFER, framebuffer);
+    BindDrawFramebuffer(framebuffer);
     SetBoxes(HalfBox(viewport_), HalfBox(scissor_));
 }
 

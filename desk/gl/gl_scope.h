@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 
 #include "desk/gl/real_gl.h"
 
@@ -8,65 +9,42 @@
 /// scopes, which put it back. All need a current context from construction to destruction.
 namespace desk {
 
-/// The texture unit that is active.
-class ActiveTextureScope {
+/// One value of the state, which `State` is the name of and `PutBack` sets.
+template <GLenum State, void (*PutBack)(GLuint)>
+class StateScope {
 public:
-    ActiveTextureScope() : unit_(GlInteger(GL_ACTIVE_TEXTURE)) {}
-    ~ActiveTextureScope() {
-        Gl().ActiveTexture(static_cast<GLenum>(unit_));
+    StateScope() : value_(static_cast<GLuint>(GlInteger(State))) {}
+    ~StateScope() {
+        PutBack(value_);
     }
-    ActiveTextureScope(const ActiveTextureScope&) = delete;
-    ActiveTextureScope& operator=(const ActiveTextureScope&) = delete;
+    StateScope(const StateScope&) = delete;
+    StateScope& operator=(const StateScope&) = delete;
 
 private:
-    GLint unit_;
+    GLuint value_;
 };
 
-/// The GL_TEXTURE_2D binding of the active unit.
-class TextureScope {
-public:
-    TextureScope() : texture_(GlInteger(GL_TEXTURE_BINDING_2D)) {}
-    ~TextureScope() {
-        Gl().BindTexture(GL_TEXTURE_2D, static_cast<GLuint>(texture_));
-    }
-    TextureScope(const TextureScope&) = delete;
-    TextureScope& operator=(const TextureScope&) = delete;
+inline void ActivateUnit(GLuint unit) {
+    Gl().ActiveTexture(unit);
+}
+inline void BindTexture2D(GLuint texture) {
+    Gl().BindTexture(GL_TEXTURE_2D, texture);
+}
+inline void BindDrawFramebuffer(GLuint framebuffer) {
+    Gl().BindFramebuffer(GL_DRAW_FRAMEBUFFER, framebuffer);
+}
+inline void BindReadFramebuffer(GLuint framebuffer) {
+    Gl().BindFramebuffer(GL_READ_FRAMEBUFFER, framebuffer);
+}
+inline void UseProgram(GLuint program) {
+    Gl().UseProgram(program);
+}
 
-private:
-    GLint texture_;
-};
-
-/// GL_DRAW_FRAMEBUFFER or GL_READ_FRAMEBUFFER.
-class FramebufferScope {
-public:
-    explicit FramebufferScope(GLenum target)
-        : target_(target),
-          framebuffer_(GlInteger(target == GL_READ_FRAMEBUFFER ? GL_READ_FRAMEBUFFER_BINDING
-                                                               : GL_DRAW_FRAMEBUFFER_BINDING)) {}
-    ~FramebufferScope() {
-        Gl().BindFramebuffer(target_, static_cast<GLuint>(framebuffer_));
-    }
-    FramebufferScope(const FramebufferScope&) = delete;
-    FramebufferScope& operator=(const FramebufferScope&) = delete;
-
-private:
-    GLenum target_;
-    GLint framebuffer_;
-};
-
-/// The program in use.
-class ProgramScope {
-public:
-    ProgramScope() : program_(GlInteger(GL_CURRENT_PROGRAM)) {}
-    ~ProgramScope() {
-        Gl().UseProgram(static_cast<GLuint>(program_));
-    }
-    ProgramScope(const ProgramScope&) = delete;
-    ProgramScope& operator=(const ProgramScope&) = delete;
-
-private:
-    GLint program_;
-};
+using ActiveTextureScope = StateScope<GL_ACTIVE_TEXTURE, ActivateUnit>;
+using TextureScope = StateScope<GL_TEXTURE_BINDING_2D, BindTexture2D>;  ///< of the unit that is active
+using DrawFramebufferScope = StateScope<GL_DRAW_FRAMEBUFFER_BINDING, BindDrawFramebuffer>;
+using ReadFramebufferScope = StateScope<GL_READ_FRAMEBUFFER_BINDING, BindReadFramebuffer>;
+using ProgramScope = StateScope<GL_CURRENT_PROGRAM, UseProgram>;
 
 /// Lets pixel transfers run between the GL and rows of client memory of any length.
 class PixelTransferScope {
@@ -81,7 +59,7 @@ public:
     void SetRowLength(GLint pixels);
 
 private:
-    static constexpr size_t ParameterCount = 4;
+    static constexpr std::size_t ParameterCount = 4;
     struct State;
     static const State States[2];
 
@@ -90,8 +68,7 @@ private:
     std::array<GLint, ParameterCount> values_{};
 };
 
-/// The driver's own target of colour output while one other framebuffer of half the size stands in for it:
-/// draw framebuffer, viewport and scissor box.
+/// Another draw framebuffer of half the size, with viewport and scissor box halved to match.
 class HalfSizeScope {
 public:
     explicit HalfSizeScope(GLuint framebuffer);
@@ -100,7 +77,7 @@ public:
     HalfSizeScope& operator=(const HalfSizeScope&) = delete;
 
 private:
-    FramebufferScope framebuffer_;
+    DrawFramebufferScope framebuffer_;
     std::array<GLint, 4> viewport_{};
     std::array<GLint, 4> scissor_{};
 };

@@ -67,8 +67,8 @@ Orba::Gralloc::BufferGeometry ReadGeometry(int metadataFd) {
     GrallocMetadata metadata;
     const ssize_t count = pread(metadataFd, &metadata, sizeof(metadata), 0);
     if (count != static_cast<ssize_t>(sizeof(metadata)) || metadata.magic != GrallocMetadataMagic) {
-        throw EglError(EGL_BAD_PARAMETER, fmt::format("expected {} bytes of buffer metadata, got {}",
-                                                      sizeof(metadata), count));
+        throw EglError(EGL_BAD_PARAMETER,
+                       fmt::format("expected {} bytes of buffer metadata, got {}", sizeof(metadata), count));
     }
     Require(EGL_BAD_PARAMETER, "geometry in the buffer's metadata, flag", 1U, metadata.hasGeometry);
     Require(EGL_BAD_PARAMETER, "colour in the buffer's metadata, flag", 1U, metadata.hasColor);
@@ -79,16 +79,18 @@ Orba::Gralloc::BufferGeometry ReadGeometry(int metadataFd) {
 /// two-byte samples need an even stride.
 void CheckGeometry(const ANativeWindowBuffer& buffer, Orba::Gralloc::BufferGeometry geometry, int64_t bytes) {
     if (geometry.stride < buffer.width || geometry.stride % 2 != 0 || geometry.scanline < buffer.height) {
-        throw EglError(EGL_BAD_PARAMETER,
-                       fmt::format("expected an even stride of {} or more and a scanline of {} or more, got {} "
-                                   "and {}",
-                                   buffer.width, buffer.height, geometry.stride, geometry.scanline));
+        throw EglError(
+            EGL_BAD_PARAMETER,
+            fmt::format("expected an even stride of {} or more and a scanline of {} or more, got {} "
+                        "and {}",
+                        buffer.width, buffer.height, geometry.stride, geometry.scanline));
     }
     const int64_t rows = int64_t{geometry.scanline} + (int64_t{geometry.scanline} + 1) / 2;
     if (rows * geometry.stride > bytes) {
-        throw EglError(EGL_BAD_PARAMETER,
-                       fmt::format("expected {} bytes of pixels or more for stride {} and scanline {}, got {}",
-                                   rows * geometry.stride, geometry.stride, geometry.scanline, bytes));
+        throw EglError(
+            EGL_BAD_PARAMETER,
+            fmt::format("expected {} bytes of pixels or more for stride {} and scanline {}, got {}",
+                        rows * geometry.stride, geometry.stride, geometry.scanline, bytes));
     }
 }
 
@@ -107,8 +109,8 @@ std::shared_ptr<Image> Image::Import(ANativeWindowBuffer* buffer, const EGLint* 
 
     struct stat file {};
     if (fstat(pixelFd, &file) != 0 || file.st_size < bytes) {
-        throw EglError(EGL_BAD_PARAMETER, fmt::format("expected a pixel file of {} bytes or more, got {}",
-                                                      bytes, file.st_size));
+        throw EglError(EGL_BAD_PARAMETER,
+                       fmt::format("expected a pixel file of {} bytes or more, got {}", bytes, file.st_size));
     }
     const auto size = static_cast<size_t>(bytes);
     void* pixels = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, pixelFd, 0);

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <vector>
 
 #include "desk/gl/counters.h"
 #include "desk/gl/real_gl.h"
@@ -15,7 +16,8 @@ enum Plane : size_t { Luma, Chroma, PlaneCount };
 constexpr Plane Planes[PlaneCount] = {Luma, Chroma};
 
 /// An NV12 window buffer imported into EGL: its pixels mapped, and a reference held on the window buffer for
-/// as long as anyone owns the image. Owners are the EGL handle and every texture or renderbuffer made from it.
+/// as long as anyone owns the image. Owners are the EGL handle and every texture or renderbuffer made from
+/// it.
 class Image {
 public:
     /// Throws EglError when the buffer is not one of the desk's, or `attributes` (null or an EGL_NONE
@@ -53,8 +55,10 @@ EGLImageKHR AddImage(EGLDisplay display, std::shared_ptr<Image> image);
 /// Null when the handle is none of AddImage's.
 std::shared_ptr<Image> FindImage(EGLImageKHR handle);
 
-/// Ends the display's ownership of one image; false when it has none of that handle. Or of all of them.
+/// Ends the display's ownership of one image; false when it has none of that handle.
 bool RemoveImage(EGLDisplay display, EGLImageKHR handle);
-void RemoveImages(EGLDisplay display);
+
+/// Hands over the display's ownership of all its images, and their handles end.
+std::vector<std::shared_ptr<Image>> TakeImages(EGLDisplay display);
 
 }  // namespace desk

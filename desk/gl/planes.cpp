@@ -10,7 +10,7 @@ PlaneTextures::PlaneTextures(std::shared_ptr<Image> image) : image_(std::move(im
     Gl().GenTextures(PlaneCount, textures_.data());
     const TextureScope binding;
     for (const Plane plane : Planes) {
-        Gl().BindTexture(GL_TEXTURE_2D, textures_[plane]);
+        BindTexture2D(textures_[plane]);
         Gl().TexStorage2D(GL_TEXTURE_2D, 1, PlaneFormats[plane].internalFormat, image_->Width(plane),
                           image_->Height(plane));
         Gl().TexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
@@ -26,7 +26,7 @@ void PlaneTextures::Upload() const {
     const TextureScope binding;
     PixelTransferScope transfer(PixelTransferScope::Unpack);
     for (const Plane plane : Planes) {
-        Gl().BindTexture(GL_TEXTURE_2D, textures_[plane]);
+        BindTexture2D(textures_[plane]);
         transfer.SetRowLength(image_->RowLength(plane));
         Gl().TexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, image_->Width(plane), image_->Height(plane),
                            PlaneFormats[plane].format, GL_UNSIGNED_BYTE, image_->Data(plane));
@@ -37,7 +37,7 @@ void PlaneTextures::Upload() const {
 void PlaneTextures::SetParameter(GLenum name, GLint value) const {
     const TextureScope binding;
     for (const Plane plane : Planes) {
-        Gl().BindTexture(GL_TEXTURE_2D, textures_[plane]);
+        BindTexture2D(textures_[plane]);
         Gl().TexParameteri(GL_TEXTURE_2D, name, value);
     }
 }

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <string>
+#include <utility>
 
 #include "desk/gl/context_state.h"
 #include "desk/gl/egl_call.h"
@@ -36,8 +37,12 @@ AttachedShaders ShadersOf(GLuint program) {
     Gl().GetAttachedShaders(program, static_cast<GLsizei>(shaders.size()), &count, shaders.data());
     AttachedShaders attached;
     for (size_t i = 0; i < static_cast<size_t>(count); ++i) {
-        const bool isVertex = ShaderInteger(shaders[i], GL_SHADER_TYPE) == GL_VERTEX_SHADER;
-        (isVertex ? attached.vertex : attached.fragment) = shaders[i];
+        const GLint type = ShaderInteger(shaders[i], GL_SHADER_TYPE);
+        if (type == GL_VERTEX_SHADER) {
+            attached.vertex = shaders[i];
+        } else if (type == GL_FRAGMENT_SHADER) {
+            attached.fragment = shaders[i];
+        }
     }
     return attached;
 }
@@ -102,14 +107,14 @@ std::vector<ExternalSampler> PlaceSamplers(GLuint program, GLuint chromaProgram,
         --unit;
         for (const GLuint target : {program, chromaProgram}) {
             if (target != 0) {
-                Gl().UseProgram(target);
+                UseProgram(target);
                 Gl().Uniform1i(Gl().GetUniformLocation(target, ChromaSampler(name).c_str()),
                                static_cast<GLint>(unit));
             }
         }
-        samplers.push_back(
-            {Gl().GetUniformLocation(program, name.c_str()),
-             chromaProgram == 0 ? -1 : Gl().GetUniformLocation(chromaProgram, name.c_str()), unit});
+        samplers.push_back({Gl().GetUniformLocation(program, name.c_str()),
+                            chromaProgram == 0 ? -1 : Gl().GetUniformLocation(chromaProgram, name.c_str()),
+                            unit});
     }
     return samplers;
 }
@@ -127,11 +132,12 @@ void LinkProgram(ContextState& context, GLuint program) {
         return;
     }
     PlaneProgram planes;
+    planes.lumaProgram = program;
     if (WritesPlanes(source)) {
         planes.chromaProgram = LinkChromaProgram(program, shaders.vertex, source);
     }
     planes.samplers = PlaceSamplers(program, planes.chromaProgram, names);
-    context.SetProgram(program, std::move(planes));
+    context.AddProgram(std::move(planes));
 }
 
 std::string JoinSource(GLsizei count, const GLchar* const* strings, const GLint* lengths) {

@@ -8,53 +8,40 @@
 namespace desk {
 namespace {
 
-template <typename Function>
-void FindCore(const char* libraryName, const char* name, Function& function) {
-    // The library is one of ours to load from the start, so this only finds it again.
+void* Find(const char* libraryName, const char* name) {
+    // This library links the other one, so the call only finds it again.
     void* library = dlopen(libraryName, RTLD_NOW | RTLD_LOCAL);
-    function = library == nullptr ? nullptr : reinterpret_cast<Function>(dlsym(library, name));
+    void* function = library == nullptr ? nullptr : dlsym(library, name);
     if (function == nullptr) {
         std::fprintf(stderr, "desk-gl: expected %s in %s, got none\n", name, libraryName);
         std::abort();
     }
-}
-
-template <typename Function>
-void FindExtension(const RealEgl& egl, const char* name, Function& function) {
-    function = reinterpret_cast<Function>(egl.GetProcAddress(name));
-}
-
-RealEgl LoadEgl() {
-    RealEgl egl;
-#define DESK_FIND(name) FindCore("libEGL.so.1", "egl" #name, egl.name);
-    DESK_REAL_EGL_FUNCTIONS(DESK_FIND)
-#undef DESK_FIND
-#define DESK_FIND(name) FindExtension(egl, "egl" #name, egl.name);
-    DESK_REAL_EGL_EXTENSIONS(DESK_FIND)
-#undef DESK_FIND
-    return egl;
-}
-
-RealGl LoadGl() {
-    RealGl gl;
-#define DESK_FIND(name) FindCore("libGLESv2.so.2", "gl" #name, gl.name);
-    DESK_REAL_GL_FUNCTIONS(DESK_FIND)
-#undef DESK_FIND
-#define DESK_FIND(name) FindExtension(Egl(), "gl" #name, gl.name);
-    DESK_REAL_GL_EXTENSIONS(DESK_FIND)
-#undef DESK_FIND
-    return gl;
+    return function;
 }
 
 }  // namespace
 
+void* FindEgl(const char* name) {
+    return Find("libEGL.so.1", name);
+}
+
+void* FindGl(const char* name) {
+    return Find("libGLESv2.so.2", name);
+}
+
+void* FindExtension(const char* name) {
+    // Not by Egl(), which asks for extensions while it is being filled.
+    static const auto find = reinterpret_cast<decltype(&::eglGetProcAddress)>(FindEgl("eglGetProcAddress"));
+    return reinterpret_cast<void*>(find(name));
+}
+
 const RealEgl& Egl() {
-    static const RealEgl egl = LoadEgl();
+    static const RealEgl egl;
     return egl;
 }
 
 const RealGl& Gl() {
-    static const RealGl gl = LoadGl();
+    static const RealGl gl;
     return gl;
 }
 

@@ -12,9 +12,9 @@ namespace desk {
 RenderTarget::RenderTarget(std::shared_ptr<Image> image)
     : planes_(std::move(image)), live_(GlobalCounters().liveRenderTargets) {
     Gl().GenFramebuffers(PlaneCount, framebuffers_.data());
-    const FramebufferScope binding(GL_DRAW_FRAMEBUFFER);
+    const DrawFramebufferScope binding;
     for (const Plane plane : Planes) {
-        Gl().BindFramebuffer(GL_DRAW_FRAMEBUFFER, framebuffers_[plane]);
+        BindDrawFramebuffer(framebuffers_[plane]);
         Gl().FramebufferTexture2D(GL_DRAW_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D,
                                   planes_.Name(plane), 0);
     }
@@ -36,9 +36,9 @@ void RenderTarget::Finish() {
     if (!isAheadOfMemory_) {
         return;
     }
-    const FramebufferScope binding(GL_READ_FRAMEBUFFER);
+    const ReadFramebufferScope binding;
     for (const Plane plane : Planes) {
-        Gl().BindFramebuffer(GL_READ_FRAMEBUFFER, framebuffers_[plane]);
+        BindReadFramebuffer(framebuffers_[plane]);
         ReadBack(plane);
     }
     isAheadOfMemory_ = false;
@@ -60,8 +60,7 @@ void RenderTarget::ReadBack(Plane plane) {
         Gl().ReadPixels(0, 0, width, height, format.format, GL_UNSIGNED_BYTE, image.Data(plane));
         return;
     }
-    rgba_.resize(size_t{4} * static_cast<size_t>(planes_.Source().Width(Luma)) *
-                 static_cast<size_t>(planes_.Source().Height(Luma)));
+    rgba_.resize(size_t{4} * static_cast<size_t>(width) * static_cast<size_t>(height));
     Gl().ReadPixels(0, 0, width, height, GL_RGBA, GL_UNSIGNED_BYTE, rgba_.data());
     const uint8_t* from = rgba_.data();
     for (int row = 0; row < height; ++row) {
@@ -75,13 +74,8 @@ void RenderTarget::ReadBack(Plane plane) {
 namespace {
 
 void SetRenderbufferImage(ContextState& context, GLenum target, GLeglImageOES handle) {
-    auto image = FindImage(handle);
+    auto image = context.ImageFor(target, handle, Gl().EGLImageTargetRenderbufferStorageOES);
     if (!image) {
-        if (Gl().EGLImageTargetRenderbufferStorageOES != nullptr && handle != nullptr) {
-            Gl().EGLImageTargetRenderbufferStorageOES(target, handle);
-        } else {
-            context.SetError(GL_INVALID_VALUE);
-        }
         return;
     }
     const auto renderbuffer = static_cast<GLuint>(GlInteger(GL_RENDERBUFFER_BINDING));

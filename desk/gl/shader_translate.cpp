@@ -5,8 +5,6 @@
 namespace desk {
 namespace {
 
-const char* const ChromaPrefix = "desk_chroma_";
-
 std::regex ExtensionLine() {
     return std::regex(R"(#[ \t]*extension[ \t]+GL_EXT_YUV_target[ \t]*:[^\n]*)");
 }
@@ -26,17 +24,21 @@ std::regex LumaStatement() {
     return std::regex(R"(\bdesk_plane = (\w+)\.xxxw;)");
 }
 
+/// What one group of the pattern matches, wherever the text has it.
+std::vector<std::string> FindAll(const std::string& text, const std::regex& pattern, int group) {
+    return {std::sregex_token_iterator(text.begin(), text.end(), pattern, group),
+            std::sregex_token_iterator()};
+}
+
 /// A call becomes one of a function that stands beside the declaration, so that its coordinates may be any
 /// expression.
 std::string TranslateSamplers(std::string text) {
-    const std::string declared = text;
-    for (std::sregex_iterator match(declared.begin(), declared.end(), SamplerDeclaration()), end;
-         match != end; ++match) {
-        const std::string name = (*match)[2];
+    const std::regex declaration = SamplerDeclaration();
+    for (const std::string& name : FindAll(text, declaration, 2)) {
         text = std::regex_replace(text, std::regex(R"(\btexture\s*\(\s*)" + name + R"(\s*,)"),
                                   "desk_texture_" + name + "(");
     }
-    return std::regex_replace(text, SamplerDeclaration(),
+    return std::regex_replace(text, declaration,
                               "uniform $1sampler2D $2; uniform $1sampler2D desk_chroma_$2; "
                               "highp vec4 desk_texture_$2(highp vec2 at) { "
                               "return vec4(texture($2, at).r, texture(desk_chroma_$2, at).rg, 1.0); }");
@@ -74,17 +76,11 @@ std::string ChromaVariant(const std::string& translated) {
 }
 
 std::vector<std::string> ExternalSamplers(const std::string& translated) {
-    std::vector<std::string> names;
-    const std::regex declaration(std::string(R"(\bsampler2D )") + ChromaPrefix + R"((\w+);)");
-    for (std::sregex_iterator match(translated.begin(), translated.end(), declaration), end; match != end;
-         ++match) {
-        names.push_back((*match)[1]);
-    }
-    return names;
+    return FindAll(translated, std::regex(R"(\bsampler2D desk_chroma_(\w+);)"), 1);
 }
 
 std::string ChromaSampler(const std::string& externalSampler) {
-    return ChromaPrefix + externalSampler;
+    return "desk_chroma_" + externalSampler;
 }
 
 }  // namespace desk

@@ -4,8 +4,7 @@
 
 namespace desk {
 
-Contract::Contract(LogSink& log) : log_(log) {
-}
+Contract::Contract(LogSink& log) : log_(log) {}
 
 void Contract::Report(const std::string& sentence) {
     {

@@ -7,8 +7,8 @@
 #include <optional>
 
 #include "desk/host/host_services.h"
-#include "desk/host/node_gate.h"
 #include "desk/host/host_types.h"
+#include "desk/host/node_gate.h"
 
 namespace desk {
 
@@ -17,10 +17,10 @@ class DeskNode;
 struct HostOptions {
     std::filesystem::path nodeLibrary;       ///< com.oxa.node.dewarp.so
     std::filesystem::path systemLibraryDir;  ///< what /system/lib64 maps to
-    std::filesystem::path dumpDir;           ///< what /data/vendor/camera maps to; must exist while dumps are on
-    std::ostream* log = &std::cerr;          ///< log lines and findings; null for none; outlives the host
-    uint32_t luxBits = 1 | 2;                ///< levels logged from the start: errors and warnings
-    bool systemLog = false;                  ///< whether lines also go to the platform's log
+    std::filesystem::path dumpDir;   ///< what /data/vendor/camera maps to; must exist while dumps are on
+    std::ostream* log = &std::cerr;  ///< log lines and findings; null for none; outlives the host
+    uint32_t luxBits = 1 | 2;        ///< levels logged from the start: errors and warnings
+    bool systemLog = false;          ///< whether lines also go to the platform's log
 };
 
 /// What exists right now because of the library.
@@ -29,8 +29,8 @@ struct HostCounters {
     uint64_t liveAllocations = 0;   ///< blocks that the library allocated and has not freed
     uint64_t totalAllocations = 0;  ///< since the library was loaded
     uint64_t openFiles = 0;
-    uint64_t mappedLibraries = 0;  ///< mappings made and not undone
-    uint64_t liveBuffers = 0;      ///< gralloc buffers of the process, made by the desk
+    uint64_t mappedLibraries = 0;      ///< mappings made and not undone
+    uint64_t liveBuffers = 0;          ///< gralloc buffers of the process, made by the desk
     std::optional<DeskGlCounters> gl;  ///< what the desk's GL libraries count; empty with any others
 };
 
@@ -82,12 +82,11 @@ public:
     void CheckTornDown();
 
 private:
-    void ReleaseLeftovers();
-
     HostOptions options_;
+    // Torn down from the last to the first: the library is unloaded while its services still exist.
     std::unique_ptr<HostServices> services_;
+    std::unique_ptr<void, int (*)(void*)> library_;
     std::unique_ptr<NodeGate> gate_;
-    void* library_ = nullptr;
 };
 
 }  // namespace desk

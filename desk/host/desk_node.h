@@ -2,6 +2,7 @@
 
 #include <array>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -62,7 +63,8 @@ public:
     uint32_t Process(uint64_t requestId, const IPEICAGridTransform* grid, GrallocBuffer& input,
                      GrallocBuffer& output);
 
-    /// What QueryRequestWindow answers; empty for the request that the node finished last.
+    /// What QueryRequestWindow answers; empty for the request that the node finished last. Throws
+    /// std::logic_error once the node is destroyed.
     void SetReferenceRequest(std::optional<uint64_t> requestId);
 
     /// Throws NodeError when the callback fails. Once only.

@@ -4,8 +4,7 @@
 
 namespace desk {
 
-FileStore::FileStore(std::filesystem::path dumpDir) : dumpDir_(std::move(dumpDir)) {
-}
+FileStore::FileStore(std::filesystem::path dumpDir) : dumpDir_(std::move(dumpDir)) {}
 
 const std::filesystem::path& FileStore::DumpDir() const {
     return dumpDir_;

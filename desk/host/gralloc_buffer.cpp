@@ -4,6 +4,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstring>
@@ -31,7 +32,7 @@ void MakeFile(const char* name, size_t size, int& fd) {
 }
 
 uint32_t RoundUp(uint32_t value, int32_t alignment) {
-    const auto step = static_cast<uint32_t>(alignment);
+    const uint32_t step = std::max(static_cast<uint32_t>(alignment), 1U);
     return (value + step - 1) / step * step;
 }
 
@@ -41,15 +42,16 @@ std::shared_ptr<GrallocBuffer> GrallocBuffer::Create(Size size, Alignment alignm
     // Larger sizes than any GPU renders would only overflow the arithmetic below.
     constexpr uint32_t MaxSide = 16384;
     if (size.width < 2 || size.height < 2 || size.width > MaxSide || size.height > MaxSide) {
-        throw std::invalid_argument(fmt::format("a buffer of {} x {} pixels cannot be made; expected 2 x 2 to {} x {}",
-                                                size.width, size.height, MaxSide, MaxSide));
+        throw std::invalid_argument(
+            fmt::format("a buffer of {} x {} pixels cannot be made; expected 2 x 2 to {} x {}", size.width,
+                        size.height, MaxSide, MaxSide));
     }
-    if (alignment.strideAlignment < 1 || alignment.scanlineAlignment < 1 ||
+    if (alignment.strideAlignment < 0 || alignment.scanlineAlignment < 0 ||
         alignment.strideAlignment > static_cast<int32_t>(MaxSide) ||
         alignment.scanlineAlignment > static_cast<int32_t>(MaxSide)) {
-        throw std::invalid_argument(fmt::format(
-            "a buffer cannot be aligned to {} bytes and {} lines; expected 1 to {} of each",
-            alignment.strideAlignment, alignment.scanlineAlignment, MaxSide));
+        throw std::invalid_argument(
+            fmt::format("a buffer cannot be aligned to {} bytes and {} lines; expected 0 to {} of each",
+                        alignment.strideAlignment, alignment.scanlineAlignment, MaxSide));
     }
     // Both sides are rounded up to even numbers first: the chroma plane has half of each.
     const uint32_t stride = RoundUp(RoundUp(size.width, 2), alignment.strideAlignment);
@@ -88,8 +90,7 @@ void GrallocBuffer::MakeMemory() {
     MakeFile("desk-gralloc-metadata", sizeof(GrallocMetadata), handle_->data[GrallocMetadataFd]);
     GrallocMetadata metadata = {};
     metadata.magic = GrallocMetadataMagic;
-    const ssize_t written =
-        ::pwrite(handle_->data[GrallocMetadataFd], &metadata, sizeof(metadata), 0);
+    const ssize_t written = ::pwrite(handle_->data[GrallocMetadataFd], &metadata, sizeof(metadata), 0);
     if (written != static_cast<ssize_t>(sizeof(metadata))) {
         Fail("the metadata of a gralloc buffer cannot be written");
     }

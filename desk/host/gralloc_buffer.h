@@ -51,7 +51,7 @@ private:
     uint32_t scanline_;
     native_handle_t* handle_ = nullptr;
     uint8_t* pixels_ = nullptr;
-    char fence_ = 0;           // stands for the fence; only its address is used
+    char fence_ = 0;  // stands for the fence; only its address is used
     char fenceSignaled_ = 0;
 };
 

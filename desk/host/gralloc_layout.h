@@ -18,7 +18,8 @@ constexpr uint32_t GrallocMetadataMagic = 0x444d'4b44;
 /// The one pixel format the desk renders: 8-bit luma plane, then interleaved CbCr at half size each way.
 constexpr int GrallocFormatNv12 = 265;
 
-enum GrallocHandleFd : int { GrallocPixelFd = 0, GrallocMetadataFd = 1, GrallocFdCount = 2 };
+enum GrallocHandleFd : int { GrallocPixelFd = 0, GrallocMetadataFd = 1 };
+constexpr int GrallocFdCount = 2;
 
 /// Positions in native_handle::data after the two fds.
 enum GrallocHandleInt : int {

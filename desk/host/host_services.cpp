@@ -28,14 +28,21 @@ constexpr LogLevel LogLevels[] = {
 // The desk's alignments per plane of NV12: cache lines of the stride, and tiles of 32 lines.
 constexpr Alignment PlaneAlignments[] = {{128, 32}, {128, 16}};
 
+bool WriteAt(int fd, size_t offset, const void* data, size_t size) {
+    return ::pwrite(fd, data, size, static_cast<off_t>(offset)) == static_cast<ssize_t>(size);
+}
+
 }  // namespace
 
-bool HostServices::Fails(const Service& service, std::string_view subject, uint32_t& result) {
-    const NodeCall& caller = CurrentCall();
-    contract.Require((service.phases & caller.phase) != 0, "calls {}({}), which has no place there",
+void HostServices::RequirePhase(const Service& service, std::string_view subject) {
+    contract.Require((service.phases & CurrentCall().phase) != 0, "calls {}({}), which has no place there",
                      service.name, subject);
+}
+
+bool HostServices::Fails(const Service& service, std::string_view subject, uint32_t& result) {
+    RequirePhase(service, subject);
     result = service.failure;
-    return fault && fault({service.name, subject, caller}, result);
+    return fault && fault({service.name, subject, CurrentCall()}, result);
 }
 
 void HostServices::GetAlignment(uint32_t width, uint32_t height, uint32_t plane, LumFormat format,
@@ -74,7 +81,8 @@ void HostServices::GetDateTime(LUMDateTime* dateTime) {
 FILE* HostServices::FOpen(const char* path, const char* mode) {
     uint32_t result = 0;
     const bool fails = Fails(service::FOpen, path, result);
-    contract.Require(std::string_view(mode) == "a", "opens {} with the mode \"{}\"; expected \"a\"", path, mode);
+    contract.Require(std::string_view(mode) == "a", "opens {} with the mode \"{}\"; expected \"a\"", path,
+                     mode);
     contract.Require(std::filesystem::path(path).parent_path() == FileStore::DeviceDir,
                      "opens {}, which does not lie in {}", path, FileStore::DeviceDir);
     return fails ? nullptr : files.Open(path, mode);
@@ -100,10 +108,7 @@ size_t HostServices::FWrite(const void* buffer, size_t size, size_t count, FILE*
 }
 
 int32_t HostServices::VSNPrintF(char* buffer, size_t size, const char* format, va_list arguments) {
-    uint32_t result = 0;
-    if (Fails(service::VSNPrintF, {}, result)) {
-        return static_cast<int32_t>(result);
-    }
+    RequirePhase(service::VSNPrintF, {});
     return std::vsnprintf(buffer, size, format, arguments);
 }
 
@@ -140,7 +145,8 @@ int32_t HostServices::SetGrallocMetaData(const native_handle* handle, uint32_t i
     const bool isGeometry = item == MetadataBufferGeometry;
     const size_t expected = isGeometry ? sizeof(BufferGeometry) : sizeof(ColorMetadata);
     if (!contract.Require(IsGrallocHandle(handle), "sets metadata of a handle that is no gralloc buffer") ||
-        !contract.Require(isGeometry || item == MetadataColor, "sets the unknown gralloc metadata {}", item) ||
+        !contract.Require(isGeometry || item == MetadataColor, "sets the unknown gralloc metadata {}",
+                          item) ||
         !contract.Require(data != nullptr && size == expected,
                           "sets the gralloc metadata {} with {} bytes; expected {}", item, size, expected)) {
         return LumResultInvalidArgument;
@@ -152,14 +158,13 @@ int32_t HostServices::SetGrallocMetaData(const native_handle* handle, uint32_t i
                          "gives a buffer of {} bytes a stride of {} and {} lines",
                          GrallocInt(handle, GrallocIntSize), geometry->stride, geometry->scanline);
     }
-    const size_t flagAt =
-        isGeometry ? offsetof(GrallocMetadata, hasGeometry) : offsetof(GrallocMetadata, hasColor);
-    const size_t itemAt = isGeometry ? offsetof(GrallocMetadata, geometry) : offsetof(GrallocMetadata, color);
-    const uint32_t present = 1;
     const int fd = handle->data[GrallocMetadataFd];
-    const bool written = ::pwrite(fd, data, size, static_cast<off_t>(itemAt)) == static_cast<ssize_t>(size) &&
-                         ::pwrite(fd, &present, sizeof(present), static_cast<off_t>(flagAt)) ==
-                             static_cast<ssize_t>(sizeof(present));
+    const uint32_t present = 1;
+    const bool written =
+        isGeometry ? WriteAt(fd, offsetof(GrallocMetadata, geometry), data, size) &&
+                         WriteAt(fd, offsetof(GrallocMetadata, hasGeometry), &present, sizeof(present))
+                   : WriteAt(fd, offsetof(GrallocMetadata, color), data, size) &&
+                         WriteAt(fd, offsetof(GrallocMetadata, hasColor), &present, sizeof(present));
     return written ? LumResultSuccess : LumResultFailure;
 }
 
@@ -167,7 +172,8 @@ int HostServices::PropertyGet(const char* key, char* value, const char* fallback
     uint32_t result = 0;
     const std::optional<std::string> set =
         Fails(service::PropertyGet, key, result) ? std::nullopt : properties.Get(key);
-    const std::string text = set.value_or(fallback != nullptr ? fallback : "").substr(0, PropertyValueSize - 1);
+    const std::string text =
+        set.value_or(fallback != nullptr ? fallback : "").substr(0, PropertyValueSize - 1);
     std::memcpy(value, text.c_str(), text.size() + 1);
     return static_cast<int>(text.size());
 }
@@ -182,10 +188,11 @@ void HostServices::Log(LogRecord record, const char* format, va_list arguments) 
     std::vsnprintf(record.text.data(), record.text.size(), format, arguments);
     record.text.pop_back();
 
-    contract.Require((service::LogSystem.phases & CurrentCall().phase) != 0, "logs \"{}\"", record.text);
+    RequirePhase(service::LogSystem, record.text);
     const auto* level = std::find_if(std::begin(LogLevels), std::end(LogLevels),
                                      [&](const LogLevel& known) { return known.word == record.levelWord; });
-    if (contract.Require(level != std::end(LogLevels), "logs at the unknown level \"{}\"", record.levelWord)) {
+    if (contract.Require(level != std::end(LogLevels), "logs at the unknown level \"{}\"",
+                         record.levelWord)) {
         contract.Require(level->letter == record.levelLetter, "logs at the level {} with the letter {}",
                          record.levelWord, record.levelLetter);
         contract.Require((g_enableLuxLogs & level->bit) != 0, "logs at the level {}, which is switched off",

@@ -79,11 +79,15 @@ public:
     void* Malloc(size_t size);
     void Free(void* block);
 
-    /// Whether the fault makes this call fail, and with what. Reports a call out of its phase.
-    bool Fails(const Service& service, std::string_view subject, uint32_t& result);
-
 private:
-    bool CheckPublication(const LumMetadataInfo& info, const Tag*& tag);
+    /// Reports a call out of its phase.
+    void RequirePhase(const Service& service, std::string_view subject);
+    /// The same, and whether the fault makes the call fail, and with what.
+    bool Fails(const Service& service, std::string_view subject, uint32_t& result);
+    /// Whether the record can be served; `tag` is the published one, null when it cannot be told.
+    bool CheckPublication(const LumMetadataInfo& info, const Tag* tag);
+    /// Reports a tag used in a phase or by a variant that it is not for; `does` is the verb.
+    void RequireUse(const Service& service, const Tag& tag, unsigned tagPhases, const char* does);
     bool RequireSession(const char* service, const void* session);
 
     LumNodeInterface interface_ = {};

@@ -31,7 +31,7 @@ struct Size {
 /// Fractions of the output's width and height by which the input is larger.
 using Margin = LumStabilizationMargin;
 
-/// What a plane's stride (bytes) and scanline count (lines) are multiples of.
+/// What a plane's stride (bytes) and scanline count (lines) are multiples of; 0 where anything will do.
 using Alignment = LumAlignmentInfo;
 
 }  // namespace desk

@@ -6,8 +6,7 @@
 
 namespace desk {
 
-SystemLibraries::SystemLibraries(std::filesystem::path directory) : directory_(std::move(directory)) {
-}
+SystemLibraries::SystemLibraries(std::filesystem::path directory) : directory_(std::move(directory)) {}
 
 void* SystemLibraries::Map(const std::string& devicePath) {
     const std::filesystem::path path(devicePath);
@@ -25,13 +24,13 @@ bool SystemLibraries::Unmap(void* library) {
     return ::dlclose(library) == 0;
 }
 
-LibraryStore::LibraryStore(const std::filesystem::path& systemLibraryDir) : system_(systemLibraryDir) {
-}
+LibraryStore::LibraryStore(const std::filesystem::path& systemLibraryDir) : system_(systemLibraryDir) {}
 
 void LibraryStore::SetProvider(LibraryProvider* provider) {
     const std::lock_guard<std::mutex> lock(mutex_);
     provider_ = provider != nullptr ? provider : &system_;
     glCounters_ = nullptr;
+    glBaseline_ = {};
 }
 
 void* LibraryStore::Map(const std::string& devicePath) {
@@ -41,6 +40,9 @@ void* LibraryStore::Map(const std::string& devicePath) {
         ++mappings_[library];
         if (glCounters_ == nullptr) {
             glCounters_ = reinterpret_cast<CounterFunction>(provider_->Symbol(library, "desk_gl_counters"));
+            if (glCounters_ != nullptr) {
+                glCounters_(&glBaseline_);
+            }
         }
     }
     return library;
@@ -85,6 +87,11 @@ void LibraryStore::UnmapAll() {
         }
     }
     mappings_.clear();
+}
+
+DeskGlCounters LibraryStore::GlBaseline() const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return glBaseline_;
 }
 
 std::optional<DeskGlCounters> LibraryStore::GlCounters() const {

@@ -57,6 +57,8 @@ public:
     /// What the mapped GL libraries count, of the process and of the calling thread; empty when they are
     /// not the desk's or none was ever mapped.
     std::optional<DeskGlCounters> GlCounters() const;
+    /// What they had counted when they were first mapped; zero before that.
+    DeskGlCounters GlBaseline() const;
 
 private:
     using CounterFunction = void (*)(DeskGlCounters*);
@@ -65,6 +67,7 @@ private:
     LibraryProvider* provider_ = &system_;
     mutable std::mutex mutex_;
     std::map<void*, unsigned> mappings_;
+    DeskGlCounters glBaseline_ = {};
     CounterFunction glCounters_ = nullptr;  // stays valid: the desk's EGL never leaves the process
 };
 

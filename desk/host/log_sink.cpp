@@ -10,8 +10,7 @@
 
 namespace desk {
 
-LogSink::LogSink(std::ostream* stream) : stream_(stream) {
-}
+LogSink::LogSink(std::ostream* stream) : stream_(stream) {}
 
 void LogSink::SetObserver(std::function<void(const LogRecord&)> observer) {
     const std::lock_guard<std::mutex> lock(mutex_);

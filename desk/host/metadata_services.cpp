@@ -15,7 +15,8 @@ constexpr uint32_t VendorTagBase = 0x80000000;
 constexpr const char* NodeName = "com.oxa.node.dewarp";
 
 uint32_t UnknownSlot() {
-    HostServices::Current()->contract.Require(false, "calls a slot of the services table that it does not know");
+    HostServices::Current()->contract.Require(false,
+                                              "calls a slot of the services table that it does not know");
     return LumResultFailure;
 }
 
@@ -43,8 +44,12 @@ HostServices::HostServices(std::ostream* logStream, const std::filesystem::path&
     std::fill(std::begin(interface_.reservedSlots17), std::end(interface_.reservedSlots17), unknown);
     interface_.GetMetadata = GetMetadataSlot;
     interface_.SetMetadata = [](LumMetadataInfo* info) { return Current()->SetMetadata(info); };
-    interface_.GetVendorTagBase = [](LumVendorTagBaseInfo* info) { return Current()->GetVendorTagBase(info); };
-    interface_.NotifyRequestDone = [](LumRequestDoneInfo* info) { return Current()->NotifyRequestDone(info); };
+    interface_.GetVendorTagBase = [](LumVendorTagBaseInfo* info) {
+        return Current()->GetVendorTagBase(info);
+    };
+    interface_.NotifyRequestDone = [](LumRequestDoneInfo* info) {
+        return Current()->NotifyRequestDone(info);
+    };
     interface_.QueryRequestWindow = [](void* session, LumRequestWindowInfo* window) {
         return Current()->QueryRequestWindow(session, window);
     };
@@ -61,6 +66,15 @@ HostServices* HostServices::Current() {
 
 LumNodeInterface& HostServices::Interface() {
     return interface_;
+}
+
+void HostServices::RequireUse(const Service& service, const Tag& tag, unsigned tagPhases, const char* does) {
+    const NodeCall& caller = CurrentCall();
+    // Where the service itself has no place, that has been reported.
+    const bool isPlaced = (tagPhases & caller.phase) != 0 || (service.phases & caller.phase) == 0;
+    contract.Require(isPlaced, "{} {}, which has no place there", does, tag.FullName());
+    const bool isOwn = !tag.variant || caller.node == nullptr || tag.variant == caller.node->variant;
+    contract.Require(isOwn, "{} {}, which belongs to the other variant", does, tag.FullName());
 }
 
 bool HostServices::RequireSession(const char* service, const void* session) {
@@ -95,8 +109,8 @@ uint32_t HostServices::GetVendorTagBase(LumVendorTagBaseInfo* info) {
     if (!contract.Require(named, "looks up a vendor tag without saying which")) {
         return LumResultInvalidArgument;
     }
-    contract.Require(info->size == sizeof(*info), "looks up {} with a record of size {}; expected {}", subject,
-                     info->size, sizeof(*info));
+    contract.Require(info->size == sizeof(*info), "looks up {} with a record of size {}; expected {}",
+                     subject, info->size, sizeof(*info));
     contract.Require(info->vendorTagBase == 0, "looks up {} with a record that is not zeroed", subject);
     if (fails) {
         return result;
@@ -105,10 +119,7 @@ uint32_t HostServices::GetVendorTagBase(LumVendorTagBaseInfo* info) {
     if (!contract.Require(tag != nullptr, "looks up the tag {}, which the host does not have", subject)) {
         return LumResultFailure;
     }
-    const NodeCall& caller = CurrentCall();
-    contract.Require((tag->lookup & caller.phase) != 0, "looks up {}, which has no place there", subject);
-    contract.Require(!tag->variant || (caller.node != nullptr && tag->variant == caller.node->variant),
-                     "looks up {}, which belongs to the other variant", subject);
+    RequireUse(service::GetVendorTagBase, *tag, tag->lookup, "looks up");
     info->vendorTagBase = tags.Id(*tag);
     return LumResultSuccess;
 }
@@ -119,59 +130,54 @@ void* HostServices::GetMetaData(uint64_t requestId, uint32_t tagId, LumMetadataT
     const std::string subject = tag != nullptr ? tag->FullName() : fmt::format("tag {:#x}", tagId);
     uint32_t result = 0;
     const bool fails = Fails(service::GetMetaData, subject, result);
-    contract.Require(nodeInterface != nullptr && std::memcmp(nodeInterface, &interface_, sizeof(interface_)) == 0,
-                     "reads {} through a services table that is not the host's", subject);
+    contract.Require(
+        nodeInterface != nullptr && std::memcmp(nodeInterface, &interface_, sizeof(interface_)) == 0,
+        "reads {} through a services table that is not the host's", subject);
     contract.Require(reserved == 0, "reads {} with the reserved argument {}; expected 0", subject, reserved);
     if (!contract.Require(tag != nullptr, "reads the {}, which the host does not have", subject) ||
         !RequireSession("GetMetaData", session)) {
         return nullptr;
     }
     const NodeCall& caller = CurrentCall();
-    const uint64_t expectedRequest = caller.phase == PhaseSecondPass ? caller.requestId : 0;
-    contract.Require((tag->read & caller.phase) != 0, "reads {}, which has no place there", subject);
-    contract.Require(!tag->variant || tag->variant == caller.node->variant,
-                     "reads {}, which belongs to the other variant", subject);
-    contract.Require(tagId == tags.FlaggedId(*tag), "reads {} under the id {:#x}; expected {:#x}", subject, tagId,
-                     tags.FlaggedId(*tag));
+    RequireUse(service::GetMetaData, *tag, tag->read, "reads");
+    contract.Require(tagId == tags.FlaggedId(*tag), "reads {} under the id {:#x}; expected {:#x}", subject,
+                     tagId, tags.FlaggedId(*tag));
     contract.Require(type == tag->pool, "reads {} from the pool {}; expected {}", subject, unsigned{type},
                      unsigned{tag->pool});
-    contract.Require(requestId == expectedRequest, "reads {} of request {}; expected {}", subject, requestId,
-                     expectedRequest);
+    contract.Require(requestId == caller.requestId, "reads {} of request {}; expected {}", subject, requestId,
+                     caller.requestId);
     return fails ? nullptr : metadata.Find(session, requestId, *tag);
 }
 
-bool HostServices::CheckPublication(const LumMetadataInfo& info, const Tag*& tag) {
-    bool sound = contract.Require(info.size == sizeof(info), "publishes with a LumMetadataInfo of size {}; expected {}",
-                                  info.size, sizeof(info));
-    sound = contract.Require(info.tagCount == 1 && info.pTagIds != nullptr && info.pTagData != nullptr,
-                             "publishes {} tags; expected one, with its payload", info.tagCount) &&
-            sound && RequireSession("SetMetadata", info.hSession);
-    if (!sound) {
+bool HostServices::CheckPublication(const LumMetadataInfo& info, const Tag* tag) {
+    if (!contract.Require(info.size == sizeof(info),
+                          "publishes with a LumMetadataInfo of size {}; expected {}", info.size,
+                          sizeof(info)) ||
+        !contract.Require(info.tagCount == 1 && info.pTagIds != nullptr && info.pTagData != nullptr,
+                          "publishes {} tags; expected one, with its payload", info.tagCount) ||
+        !RequireSession("SetMetadata", info.hSession) ||
+        !contract.Require(tag != nullptr, "publishes the tag {:#x}, which the host does not have",
+                          info.pTagIds[0])) {
         return false;
     }
     const uint32_t tagId = info.pTagIds[0];
     const LumTagData& data = info.pTagData[0];
-    tag = tags.Resolve(tagId);
-    if (!contract.Require(tag != nullptr, "publishes the tag {:#x}, which the host does not have", tagId)) {
-        return false;
-    }
     const std::string subject = tag->FullName();
-    const NodeCall& caller = CurrentCall();
-    contract.Require((tag->write & caller.phase) != 0, "publishes {}, which has no place there", subject);
-    contract.Require(!tag->variant || tag->variant == caller.node->variant,
-                     "publishes {}, which belongs to the other variant", subject);
-    contract.Require(tagId == tags.FlaggedId(*tag), "publishes {} under the id {:#x}; expected {:#x}", subject,
-                     tagId, tags.FlaggedId(*tag));
+    RequireUse(service::SetMetadata, *tag, tag->write, "publishes");
+    contract.Require(tagId == tags.FlaggedId(*tag), "publishes {} under the id {:#x}; expected {:#x}",
+                     subject, tagId, tags.FlaggedId(*tag));
     contract.Require(info.metadataType == tag->pool, "publishes {} to the pool {}; expected {}", subject,
                      unsigned{info.metadataType}, unsigned{tag->pool});
     contract.Require(data.requestId == 0, "publishes {} for request {}; expected 0", subject, data.requestId);
     contract.Require(info.reserved4 == 0 && info.reserved20 == 0 && IsZero(info.reserved44) &&
                          data.reserved4 == 0 && IsZero(data.reserved32),
                      "publishes {} with reserved bytes that are not zero", subject);
-    return contract.Require(data.size == sizeof(data), "publishes {} with a LumTagData of size {}; expected {}",
-                            subject, data.size, sizeof(data)) &&
+    return contract.Require(data.size == sizeof(data),
+                            "publishes {} with a LumTagData of size {}; expected {}", subject, data.size,
+                            sizeof(data)) &&
            contract.Require(data.pData != nullptr && data.dataSize == tag->payloadSize,
-                            "publishes {} with {} bytes; expected {}", subject, data.dataSize, tag->payloadSize);
+                            "publishes {} with {} bytes; expected {}", subject, data.dataSize,
+                            tag->payloadSize);
 }
 
 uint32_t HostServices::SetMetadata(const LumMetadataInfo* info) {
@@ -185,7 +191,8 @@ uint32_t HostServices::SetMetadata(const LumMetadataInfo* info) {
     if (fails) {
         return result;
     }
-    metadata.Set(info->hSession, info->pTagData[0].requestId, *tag, info->pTagData[0].pData, tag->payloadSize);
+    metadata.Set(info->hSession, info->pTagData[0].requestId, *tag, info->pTagData[0].pData,
+                 tag->payloadSize);
     return LumResultSuccess;
 }
 

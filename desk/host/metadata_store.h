@@ -30,7 +30,7 @@ public:
     std::optional<Payload> Get(const void* session, uint64_t requestId, const Tag& tag) const {
         Payload payload;
         return Copy(session, requestId, tag, &payload, sizeof(payload)) ? std::optional<Payload>(payload)
-                                                                       : std::nullopt;
+                                                                        : std::nullopt;
     }
 
     void Remove(const void* session, uint64_t requestId, const Tag& tag);

@@ -52,7 +52,8 @@ NodeCallScope::~NodeCallScope() {
 std::string Describe(const NodeCall& call) {
     std::string text = "the library";
     if (call.node != nullptr) {
-        text = call.node->variant ? fmt::format("the {} node", desk::NameOf(*call.node->variant)) : "the node";
+        text =
+            call.node->variant ? fmt::format("the {} node", desk::NameOf(*call.node->variant)) : "the node";
     }
     text += fmt::format(" {}", NameOf(call.phase));
     if ((call.phase & (PhaseFirstPass | PhaseSecondPass)) != 0) {

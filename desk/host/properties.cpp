@@ -10,8 +10,8 @@ namespace desk {
 
 void Properties::Set(const std::string& key, const std::string& value) {
     if (value.size() >= PropertyValueSize) {
-        throw std::invalid_argument(fmt::format("the value of the property {} has {} bytes; at most {} fit", key,
-                                                value.size(), PropertyValueSize - 1));
+        throw std::invalid_argument(fmt::format("the value of the property {} has {} bytes; at most {} fit",
+                                                key, value.size(), PropertyValueSize - 1));
     }
     const std::lock_guard<std::mutex> lock(mutex_);
     values_[key] = value;

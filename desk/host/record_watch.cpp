@@ -8,13 +8,14 @@ namespace desk {
 namespace {
 
 // Spares every table below from writing each name three times.
-#define DESK_FIELD(record, field) {#field, offsetof(record, field), sizeof(record::field)}
+#define DESK_FIELD(record, field) \
+    { #field, offsetof(record, field), sizeof(record::field) }
 
 const std::vector<RecordField>& CreateFields() {
     static const std::vector<RecordField> fields = {
-        DESK_FIELD(LumNodeCreateInfo, hSession),   DESK_FIELD(LumNodeCreateInfo, phNodeSession),
-        DESK_FIELD(LumNodeCreateInfo, nodeId),     DESK_FIELD(LumNodeCreateInfo, nodeCaps),
-        DESK_FIELD(LumNodeCreateInfo, nodeFlags),  DESK_FIELD(LumNodeCreateInfo, instanceId),
+        DESK_FIELD(LumNodeCreateInfo, hSession),  DESK_FIELD(LumNodeCreateInfo, phNodeSession),
+        DESK_FIELD(LumNodeCreateInfo, nodeId),    DESK_FIELD(LumNodeCreateInfo, nodeCaps),
+        DESK_FIELD(LumNodeCreateInfo, nodeFlags), DESK_FIELD(LumNodeCreateInfo, instanceId),
     };
     return fields;
 }
@@ -34,16 +35,11 @@ const std::vector<RecordField>& RequestFields() {
 
 const std::vector<RecordField>& DependencyFields() {
     static const std::vector<RecordField> fields = {
-        DESK_FIELD(LumDependencyInfo, hNodeSession),
-        DESK_FIELD(LumDependencyInfo, propertyCount),
-        DESK_FIELD(LumDependencyInfo, propertyIds),
-        DESK_FIELD(LumDependencyInfo, propertyOffsets),
-        DESK_FIELD(LumDependencyInfo, processSequenceId),
-        DESK_FIELD(LumDependencyInfo, pFenceHandles),
-        DESK_FIELD(LumDependencyInfo, pFenceSignaled),
-        DESK_FIELD(LumDependencyInfo, fenceCount),
-        DESK_FIELD(LumDependencyInfo, sequentialExecution),
-        DESK_FIELD(LumDependencyInfo, processingDone),
+        DESK_FIELD(LumDependencyInfo, hNodeSession),          DESK_FIELD(LumDependencyInfo, propertyCount),
+        DESK_FIELD(LumDependencyInfo, propertyIds),           DESK_FIELD(LumDependencyInfo, propertyOffsets),
+        DESK_FIELD(LumDependencyInfo, processSequenceId),     DESK_FIELD(LumDependencyInfo, pFenceHandles),
+        DESK_FIELD(LumDependencyInfo, pFenceSignaled),        DESK_FIELD(LumDependencyInfo, fenceCount),
+        DESK_FIELD(LumDependencyInfo, sequentialExecution),   DESK_FIELD(LumDependencyInfo, processingDone),
         DESK_FIELD(LumDependencyInfo, inputBufferDependency),
     };
     return fields;
@@ -84,9 +80,8 @@ void RequireRecord(Contract& contract, const char* record, const std::vector<Rec
         return;
     }
     const auto* wanted = static_cast<const unsigned char*>(expected);
-    const auto offset =
-        static_cast<size_t>(std::mismatch(wanted, wanted + size, static_cast<const unsigned char*>(actual)).first -
-                            wanted);
+    const auto offset = static_cast<size_t>(
+        std::mismatch(wanted, wanted + size, static_cast<const unsigned char*>(actual)).first - wanted);
     for (const RecordField& field : fields) {
         if (offset >= field.offset && offset < field.offset + field.size) {
             const size_t width = field.size % sizeof(uint64_t) == 0 ? sizeof(uint64_t) : sizeof(uint32_t);
@@ -100,8 +95,7 @@ void RequireRecord(Contract& contract, const char* record, const std::vector<Rec
     contract.Require(false, "changed byte {} of {}, which belongs to the host", offset, record);
 }
 
-CreateWatch::CreateWatch(const LumNodeCreateInfo& info) : info_(info), expected_(info) {
-}
+CreateWatch::CreateWatch(const LumNodeCreateInfo& info) : info_(info), expected_(info) {}
 
 void CreateWatch::Check(Contract& contract, uint32_t result) const {
     constexpr uint32_t NodeFlags = 0x20 | 0x40;
@@ -127,7 +121,8 @@ void QueryWatch::Check(Contract& contract) {
         expected = actual;
         expected.format = format;
         // Only planes 0 and 1 are the node's to fill.
-        std::copy(before.planeAlignment + 2, before.planeAlignment + LumMaxPlanes, expected.planeAlignment + 2);
+        std::copy(before.planeAlignment + 2, before.planeAlignment + LumMaxPlanes,
+                  expected.planeAlignment + 2);
     };
     RequireRecord(contract, "LumNodeQueryBufferInfo", {}, &expected_, &info_, sizeof(info_));
     for (size_t i = 0; i < outputs_.size(); ++i) {

@@ -57,9 +57,9 @@ struct HostCall {
 /// Decides whether a call fails. `result` comes in as the service's usual failure and may be changed.
 /// - Services with a result code return `result`; FWrite returns it as its count, posix_memalign as its
 ///   errno value. FClose and LibUnmap do their work first, so a fault leaves nothing behind.
-/// - Services that return a pointer return null; property_get gives the fallback; GetAlignment,
-///   GetDateTime and VSNPrintF leave what they were given (VSNPrintF returns `result`).
-/// - LogSystem cannot fail.
+/// - Services that return a pointer return null; property_get gives the fallback; GetAlignment and
+///   GetDateTime leave what they were given.
+/// - LogSystem and VSNPrintF cannot fail.
 /// Called on the node's thread, from several at once when nodes run on several.
 using Fault = std::function<bool(const HostCall& call, uint32_t& result)>;
 

@@ -125,8 +125,9 @@ uint32_t TagRegistry::FlaggedId(const Tag& tag) const {
 
 void TagRegistry::Pin(const Tag& tag, uint32_t id) {
     if ((id & FlagBits) != 0) {
-        throw std::invalid_argument(fmt::format(
-            "the id {:#x} for the tag {} has a bit of the host's flags {:#x} set", id, tag.FullName(), FlagBits));
+        throw std::invalid_argument(
+            fmt::format("the id {:#x} for the tag {} has a bit of the host's flags {:#x} set", id,
+                        tag.FullName(), FlagBits));
     }
     const Tag* holder = Resolve(id);
     if (holder != nullptr && holder != &tag) {

@@ -10,7 +10,7 @@ enum LumMetadataType : uint32_t {
 };
 
 /// Flag bits of the host, ORed into resolved tag ids.
-constexpr uint32_t LumTagFlagStabilizer = 0x04000000;      ///< tags of the two stabiliser sections
+constexpr uint32_t LumTagFlagStabilizer = 0x04000000;    ///< tags of the two stabiliser sections
 constexpr uint32_t LumTagFlagExtraBuffers = 0x20000000;  ///< the published "ExtraFrameworkBuffers"
 
 /// Resolves one vendor tag. The caller zeroes the record and sets size to 24 and both names.

@@ -31,13 +31,13 @@ static_assert(sizeof(LumNodeCapsInfo) == 8, "host layout");
 struct LumNodeCreateInfo {
     uint32_t size;
     uint32_t reserved4;
-    void* hSession;        ///< the host's session, passed back in every host operation that takes one
-    void* phNodeSession;   ///< out: the new node's handle, on success
-    uint32_t nodeId;       ///< kept by the node, not interpreted
+    void* hSession;       ///< the host's session, passed back in every host operation that takes one
+    void* phNodeSession;  ///< out: the new node's handle, on success
+    uint32_t nodeId;      ///< kept by the node, not interpreted
     uint32_t reserved28;
-    uint32_t nodeCaps;     ///< one LumNodeCaps value: the variant of this instance
-    uint32_t nodeFlags;    ///< in and out: the node ORs bits for the host into it
-    uint32_t instanceId;   ///< kept by the node, not interpreted
+    uint32_t nodeCaps;    ///< one LumNodeCaps value: the variant of this instance
+    uint32_t nodeFlags;   ///< in and out: the node ORs bits for the host into it
+    uint32_t instanceId;  ///< kept by the node, not interpreted
     uint8_t reserved44[28];
 };
 static_assert(offsetof(LumNodeCreateInfo, hSession) == 8, "host layout");
@@ -132,5 +132,5 @@ static_assert(sizeof(LumNodeCallbacks) == 216, "host layout");
 
 extern "C" {
 /// The library's one export: checks the host's table and fills it. A refused table is left as it was.
-void LumNodeEntry(LumNodeCallbacks* callbacks);
+__attribute__((visibility("default"))) void LumNodeEntry(LumNodeCallbacks* callbacks);
 }

@@ -34,12 +34,12 @@ uint32_t SetNodeInterface(LumNodeInterface* host, const char* nodeName, LumNodeI
                           uint32_t* vendorTagBase);
 
 /// The payload of a tag, owned by the host, or null.
-void* GetMetaData(uint64_t requestId, uint32_t tagId, LumMetadataType type,
-                  LumNodeInterface* nodeInterface, void* session, uint32_t reserved);
+void* GetMetaData(uint64_t requestId, uint32_t tagId, LumMetadataType type, LumNodeInterface* nodeInterface,
+                  void* session, uint32_t reserved);
 
 /// The alignments of one plane. A plane that has none leaves both values as they were.
-void GetAlignment(uint32_t width, uint32_t height, uint32_t plane, LumFormat format,
-                  int32_t* strideAlignment, int32_t* scanlineAlignment);
+void GetAlignment(uint32_t width, uint32_t height, uint32_t plane, LumFormat format, int32_t* strideAlignment,
+                  int32_t* scanlineAlignment);
 
 void GetDateTime(LUMDateTime* dateTime);
 
@@ -60,8 +60,8 @@ void* LibGetAddr(void* library, const char* symbol);
 uint32_t LibUnmap(void* library);
 
 /// As snprintf, formatted by the host.
-__attribute__((format(printf, 3, 4))) inline int32_t SNPrintF(char* buffer, size_t size,
-                                                              const char* format, ...) {
+__attribute__((format(printf, 3, 4))) inline int32_t SNPrintF(char* buffer, size_t size, const char* format,
+                                                              ...) {
     va_list arguments;
     va_start(arguments, format);
     const int32_t length = VSNPrintF(buffer, size, format, arguments);
@@ -71,8 +71,8 @@ __attribute__((format(printf, 3, 4))) inline int32_t SNPrintF(char* buffer, size
 
 /// Resolves (section, tag name) through the given services table. `info` must be zeroed; on result 0
 /// its vendorTagBase is the tag id. Any other result is the host's own.
-inline uint32_t GetVendorTagBase(const char* section, const char* tagName,
-                                 LumNodeInterface* nodeInterface, LumVendorTagBaseInfo* info) {
+inline uint32_t GetVendorTagBase(const char* section, const char* tagName, LumNodeInterface* nodeInterface,
+                                 LumVendorTagBaseInfo* info) {
     info->size = sizeof(LumVendorTagBaseInfo);
     info->pComponentName = section;
     info->pTagName = tagName;

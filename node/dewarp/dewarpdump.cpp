@@ -43,7 +43,8 @@ void DewarpDumpLine::Append(const char* format, ...) {
     const int32_t length = LumNodeUtils::VSNPrintF(m_text + m_length, TextSize, format, arguments);
     va_end(arguments);
     if (length > 0) {
-        m_length = Orba::CheckedIndex(static_cast<uint32_t>(m_length) + static_cast<uint32_t>(length), Capacity);
+        m_length =
+            Orba::CheckedIndex(static_cast<uint32_t>(m_length) + static_cast<uint32_t>(length), Capacity);
     }
 }
 

@@ -32,32 +32,32 @@ struct DewarpLogText {
 #define DEWARP_WORD_INFO "[INFO   ]"
 #define DEWARP_WORD_VERBOSE "[VERBOSE]"
 
-#define DEWARP_LOG(level, word, letter, priority, function, message, systemLine, ...)                     \
-    do {                                                                                                  \
-        if ((g_enableLuxLogs & (level)) != 0U) {                                                          \
-            static constexpr const char* dewarpLogFile = LumLog::GetFileName(__FILE__);                   \
-            if (g_enableSystemLog == 1U) {                                                                \
-                __android_log_print(priority, "DEWARP", systemLine, dewarpLogFile, __LINE__, function,    \
-                                    ##__VA_ARGS__);                                                       \
-            }                                                                                             \
-            LumLog::LogSystem(word, letter, dewarpLogFile, function, __LINE__, message, ##__VA_ARGS__);   \
-        }                                                                                                 \
+#define DEWARP_LOG(level, word, letter, priority, function, message, systemLine, ...)                   \
+    do {                                                                                                \
+        if ((g_enableLuxLogs & (level)) != 0U) {                                                        \
+            static constexpr const char* dewarpLogFile = LumLog::GetFileName(__FILE__);                 \
+            if (g_enableSystemLog == 1U) {                                                              \
+                __android_log_print(priority, "DEWARP", systemLine, dewarpLogFile, __LINE__, function,  \
+                                    ##__VA_ARGS__);                                                     \
+            }                                                                                           \
+            LumLog::LogSystem(word, letter, dewarpLogFile, function, __LINE__, message, ##__VA_ARGS__); \
+        }                                                                                               \
     } while (false)
 
 #define DEWARP_SYSTEM_LINE(word, message) word DEWARP_LOG_PLACE message "\n"
 
-#define DEWARP_ERROR_IN(function, message, ...)                                                           \
-    DEWARP_LOG(DewarpLogError, DEWARP_WORD_ERROR, "E", ANDROID_LOG_ERROR, function, message,              \
+#define DEWARP_ERROR_IN(function, message, ...)                                              \
+    DEWARP_LOG(DewarpLogError, DEWARP_WORD_ERROR, "E", ANDROID_LOG_ERROR, function, message, \
                DEWARP_SYSTEM_LINE(DEWARP_WORD_ERROR, message), ##__VA_ARGS__)
-#define DEWARP_WARN_IN(function, message, ...)                                                            \
-    DEWARP_LOG(DewarpLogWarn, DEWARP_WORD_WARN, "W", ANDROID_LOG_WARN, function, message,                 \
+#define DEWARP_WARN_IN(function, message, ...)                                            \
+    DEWARP_LOG(DewarpLogWarn, DEWARP_WORD_WARN, "W", ANDROID_LOG_WARN, function, message, \
                DEWARP_SYSTEM_LINE(DEWARP_WORD_WARN, message), ##__VA_ARGS__)
-#define DEWARP_INFO_IN(function, message, ...)                                                            \
-    DEWARP_LOG(DewarpLogInfo, DEWARP_WORD_INFO, "I", ANDROID_LOG_INFO, function, message,                 \
+#define DEWARP_INFO_IN(function, message, ...)                                            \
+    DEWARP_LOG(DewarpLogInfo, DEWARP_WORD_INFO, "I", ANDROID_LOG_INFO, function, message, \
                DEWARP_SYSTEM_LINE(DEWARP_WORD_INFO, message), ##__VA_ARGS__)
 // Verbose lines go out at the info priority: the system log of a device drops verbose ones.
-#define DEWARP_VERBOSE_IN(function, message, ...)                                                         \
-    DEWARP_LOG(DewarpLogVerbose, DEWARP_WORD_VERBOSE, "V", ANDROID_LOG_INFO, function, message,           \
+#define DEWARP_VERBOSE_IN(function, message, ...)                                               \
+    DEWARP_LOG(DewarpLogVerbose, DEWARP_WORD_VERBOSE, "V", ANDROID_LOG_INFO, function, message, \
                DEWARP_SYSTEM_LINE(DEWARP_WORD_VERBOSE, message), ##__VA_ARGS__)
 
 #define DEWARP_ERROR(message, ...) DEWARP_ERROR_IN(__func__, message, ##__VA_ARGS__)
@@ -65,20 +65,25 @@ struct DewarpLogText {
 #define DEWARP_INFO(message, ...) DEWARP_INFO_IN(__func__, message, ##__VA_ARGS__)
 #define DEWARP_VERBOSE(message, ...) DEWARP_VERBOSE_IN(__func__, message, ##__VA_ARGS__)
 
-#define DEWARP_ERROR_TEXT(message) DewarpLogText{message, DEWARP_SYSTEM_LINE(DEWARP_WORD_ERROR, message)}
-#define DEWARP_INFO_TEXT(message) DewarpLogText{message, DEWARP_SYSTEM_LINE(DEWARP_WORD_INFO, message)}
+#define DEWARP_ERROR_TEXT(message)                              \
+    DewarpLogText {                                             \
+        message, DEWARP_SYSTEM_LINE(DEWARP_WORD_ERROR, message) \
+    }
+#define DEWARP_INFO_TEXT(message)                              \
+    DewarpLogText {                                            \
+        message, DEWARP_SYSTEM_LINE(DEWARP_WORD_INFO, message) \
+    }
 
 // A text that is chosen at run time escapes the compiler's format check; the tests compare every one.
-#define DEWARP_LOG_CHOSEN(level, word, letter, priority, function, text, ...)                             \
-    do {                                                                                                  \
-        _Pragma("GCC diagnostic push")                                                                    \
-        _Pragma("GCC diagnostic ignored \"-Wformat-nonliteral\"")                                         \
-        DEWARP_LOG(level, word, letter, priority, function, (text).message, (text).systemLine,            \
-                   ##__VA_ARGS__);                                                                        \
-        _Pragma("GCC diagnostic pop")                                                                     \
+#define DEWARP_LOG_CHOSEN(level, word, letter, priority, function, text, ...)                                \
+    do {                                                                                                     \
+        _Pragma("GCC diagnostic push") _Pragma("GCC diagnostic ignored \"-Wformat-nonliteral\"") DEWARP_LOG( \
+            level, word, letter, priority, function, (text).message, (text).systemLine, ##__VA_ARGS__);      \
+        _Pragma("GCC diagnostic pop")                                                                        \
     } while (false)
 
-#define DEWARP_ERROR_CHOSEN(function, text, ...)                                                          \
-    DEWARP_LOG_CHOSEN(DewarpLogError, DEWARP_WORD_ERROR, "E", ANDROID_LOG_ERROR, function, text, ##__VA_ARGS__)
-#define DEWARP_INFO_CHOSEN(function, text, ...)                                                           \
+#define DEWARP_ERROR_CHOSEN(function, text, ...)                                                 \
+    DEWARP_LOG_CHOSEN(DewarpLogError, DEWARP_WORD_ERROR, "E", ANDROID_LOG_ERROR, function, text, \
+                      ##__VA_ARGS__)
+#define DEWARP_INFO_CHOSEN(function, text, ...) \
     DEWARP_LOG_CHOSEN(DewarpLogInfo, DEWARP_WORD_INFO, "I", ANDROID_LOG_INFO, function, text, ##__VA_ARGS__)

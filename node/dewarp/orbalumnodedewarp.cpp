@@ -213,8 +213,7 @@ LumDewarpNode::LumDewarpNode()
       m_gridTagResolved(0),
       m_perspectiveTransformTagId(0),
       m_gridTransformTagId(0),
-      m_pGridDumpFile(nullptr) {
-}
+      m_pGridDumpFile(nullptr) {}
 
 LumDewarpNode::~LumDewarpNode() {
     if (m_pGpuOpenGL != nullptr) {
@@ -334,7 +333,8 @@ void LumDewarpNode::OpenGridDump() {
     LUMDateTime now = {};
     LumNodeUtils::GetDateTime(&now);
     char path[DewarpPathSize];
-    m_pGridDumpFile = OpenDewarpDump("%s%sWarp%d_Grid_%04d%02d%02d_%02d%02d%02d.txt", m_stabilizationType, now, path);
+    m_pGridDumpFile =
+        OpenDewarpDump("%s%sWarp%d_Grid_%04d%02d%02d_%02d%02d%02d.txt", m_stabilizationType, now, path);
     if (m_pGridDumpFile == nullptr) {
         DEWARP_ERROR_IN("Initialize", "[DEWARP_%d] Can't open %s for Warp output dump !", m_stabilizationType,
                         path);
@@ -347,9 +347,9 @@ uint32_t LumDewarpNode::QueryBufferInfo(LumNodeQueryBufferInfo* pQueryInfo) {
     for (uint32_t i = 0; i < pQueryInfo->numOutputPorts; ++i) {
         LumInputPortQueryInfo& input = pQueryInfo->pInputOptions[i];
         LumOutputPortQueryInfo& output = pQueryInfo->pOutputPortQueryInfo[i];
-        DEWARP_INFO("[DEWARP_%d] Input port id=%d, format=%d Output port id=%d, format=%d", m_stabilizationType,
-                    input.inputPortId, input.inputBufferOption.format, output.outputPortId,
-                    output.outputBufferOption.format);
+        DEWARP_INFO("[DEWARP_%d] Input port id=%d, format=%d Output port id=%d, format=%d",
+                    m_stabilizationType, input.inputPortId, input.inputBufferOption.format,
+                    output.outputPortId, output.outputBufferOption.format);
         QueryPort(*output.pDownstreamRequirement, input, output);
     }
     return LumResultSuccess;
@@ -361,7 +361,8 @@ namespace {
 /// plane to plane and from side to side: a plane that has none takes its predecessor's.
 void AlignPlanes(LumNodeBufferRequirement& option, int32_t& stride, int32_t& scanline) {
     for (uint32_t plane = 0; plane < 2; ++plane) {
-        LumNodeUtils::GetAlignment(option.optimalWidth, option.optimalHeight, plane, option.format, &stride, &scanline);
+        LumNodeUtils::GetAlignment(option.optimalWidth, option.optimalHeight, plane, option.format, &stride,
+                                   &scanline);
         option.planeAlignment[Orba::CheckedIndex(plane, LumMaxPlanes)] = {stride, scanline};
     }
 }
@@ -405,18 +406,18 @@ void LumDewarpNode::QueryPort(const LumNodeBufferRequirement& downstream, LumInp
     out.optimalHeight = downstream.optimalHeight;
     AlignPlanes(out, stride, scanline);
 
-    DEWARP_INFO_IN("QueryBufferInfo",
-                   "[DEWARP_%d] Input stride and scanline Alignments: Plane0[%d][%d] Plane1[%d][%d]",
-                   m_stabilizationType, in.planeAlignment[0].strideAlignment, in.planeAlignment[0].scanlineAlignment,
-                   in.planeAlignment[1].strideAlignment, in.planeAlignment[1].scanlineAlignment);
-    DEWARP_INFO_IN("QueryBufferInfo",
-                   "[DEWARP_%d] Output stride and scanline Alignments: Plane0[%d][%d] Plane1[%d][%d]",
-                   m_stabilizationType, out.planeAlignment[0].strideAlignment, out.planeAlignment[0].scanlineAlignment,
-                   out.planeAlignment[1].strideAlignment, out.planeAlignment[1].scanlineAlignment);
+    DEWARP_INFO_IN(
+        "QueryBufferInfo", "[DEWARP_%d] Input stride and scanline Alignments: Plane0[%d][%d] Plane1[%d][%d]",
+        m_stabilizationType, in.planeAlignment[0].strideAlignment, in.planeAlignment[0].scanlineAlignment,
+        in.planeAlignment[1].strideAlignment, in.planeAlignment[1].scanlineAlignment);
+    DEWARP_INFO_IN(
+        "QueryBufferInfo", "[DEWARP_%d] Output stride and scanline Alignments: Plane0[%d][%d] Plane1[%d][%d]",
+        m_stabilizationType, out.planeAlignment[0].strideAlignment, out.planeAlignment[0].scanlineAlignment,
+        out.planeAlignment[1].strideAlignment, out.planeAlignment[1].scanlineAlignment);
     DEWARP_INFO_IN("QueryBufferInfo",
                    "[DEWARP_%d] Input Optimal[%d][%d] Min[%d][%d] Max[%d][%d] Output optimal[%d][%d]",
-                   m_stabilizationType, in.optimalWidth, in.optimalHeight, in.minWidth, in.minHeight, in.maxWidth,
-                   in.maxHeight, out.optimalWidth, out.optimalHeight);
+                   m_stabilizationType, in.optimalWidth, in.optimalHeight, in.minWidth, in.minHeight,
+                   in.maxWidth, in.maxHeight, out.optimalWidth, out.optimalHeight);
 }
 
 uint32_t LumDewarpNode::SetStabilizedOutputDimsRealTime(uint32_t height, uint32_t width) {
@@ -427,8 +428,8 @@ uint32_t LumDewarpNode::SetStabilizedOutputDimsLookAhead(uint32_t height, uint32
     return SetStabilizedOutputDims(__func__, g_lookAheadVariant, height, width);
 }
 
-uint32_t LumDewarpNode::SetStabilizedOutputDims(const char* operation, const DewarpVariant& variant, uint32_t height,
-                                                uint32_t width) {
+uint32_t LumDewarpNode::SetStabilizedOutputDims(const char* operation, const DewarpVariant& variant,
+                                                uint32_t height, uint32_t width) {
     uint32_t tagId = 0;
     uint32_t result = ResolveTag(variant.stabilizerSection, "StabilizedOutputDims", &tagId);
     if (result != LumResultSuccess) {
@@ -436,7 +437,8 @@ uint32_t LumDewarpNode::SetStabilizedOutputDims(const char* operation, const Dew
         return result;
     }
     const LumStabilizedOutputDims dims = {width, height};
-    result = PublishMetadata(m_hSession, tagId | LumTagFlagStabilizer, LumMetadataTypeVendorTag, &dims, sizeof(dims));
+    result = PublishMetadata(m_hSession, tagId | LumTagFlagStabilizer, LumMetadataTypeVendorTag, &dims,
+                             sizeof(dims));
     if (result != LumResultSuccess) {
         DEWARP_ERROR_CHOSEN(operation, variant.dimsWriteFailed, m_stabilizationType);
     } else {
@@ -460,8 +462,8 @@ uint32_t LumDewarpNode::GetEisMargin(const char* operation, const DewarpVariant&
         DEWARP_ERROR_CHOSEN(operation, variant.marginTagMissing, m_stabilizationType);
         return result;
     }
-    const void* pPayload = LumNodeUtils::GetMetaData(0, tagId | LumTagFlagStabilizer, LumMetadataTypeVendorTag,
-                                                     &g_nodeInterface, m_hSession, 0);
+    const void* pPayload = LumNodeUtils::GetMetaData(
+        0, tagId | LumTagFlagStabilizer, LumMetadataTypeVendorTag, &g_nodeInterface, m_hSession, 0);
     if (pPayload == nullptr) {
         DEWARP_ERROR_CHOSEN(operation, variant.marginMissing, m_stabilizationType);
         return LumResultFailure;
@@ -502,7 +504,8 @@ void LumDewarpNode::DeclareDependencies(LumNodeProcessRequestInfo* pInfo) {
     LumDependencyInfo& dependency = *pInfo->pDependency;
     dependency.fenceCount = 0;
     for (uint32_t i = 0; i < pInfo->inputCount; ++i) {
-        const LumImageList* pInput = (pInfo->inputImageLists != nullptr) ? pInfo->inputImageLists[i] : nullptr;
+        const LumImageList* pInput =
+            (pInfo->inputImageLists != nullptr) ? pInfo->inputImageLists[i] : nullptr;
         if (pInput != nullptr && pInput->pFenceHandle != nullptr && pInput->pFenceSignaled != nullptr) {
             const uint32_t fence = Orba::CheckedIndex(dependency.fenceCount, LumMaxFences);
             dependency.pFenceHandles[fence] = pInput->pFenceHandle;
@@ -533,9 +536,10 @@ uint32_t LumDewarpNode::RenderRequest(LumNodeProcessRequestInfo* pInfo) {
             LumNodeUtils::GetMetaData(pInfo->requestId, m_gridTransformTagId, LumMetadataTypeVendorTag,
                                       &g_nodeInterface, m_hSession, 0));
         if (pGrid == nullptr) {
-            DEWARP_ERROR_IN("ProcessRequest",
-                            "[DEWARP_%d] Unable to read m_vendorTagId.ICAInGridTransformTagId vendor tag locations",
-                            m_stabilizationType);
+            DEWARP_ERROR_IN(
+                "ProcessRequest",
+                "[DEWARP_%d] Unable to read m_vendorTagId.ICAInGridTransformTagId vendor tag locations",
+                m_stabilizationType);
             result = LumResultFailure;
         } else {
             if (m_pGridDumpFile != nullptr && pGrid->gridTransformEnable == 1) {
@@ -576,11 +580,11 @@ int32_t LumDewarpNode::IsPreviewStreamPresent(uint64_t requestId) {
         requestId, m_previewTagId, LumMetadataTypeVendorTag, &g_nodeInterface, m_hSession, 0));
     if (pFlag != nullptr) {
         isPresent = *pFlag;
-        DEWARP_VERBOSE("[DEWARP_%d] Preview Stream Present[%d] for request %ld", m_stabilizationType, isPresent,
-                       requestId);
+        DEWARP_VERBOSE("[DEWARP_%d] Preview Stream Present[%d] for request %ld", m_stabilizationType,
+                       isPresent, requestId);
     } else {
-        DEWARP_VERBOSE("[DEWARP_%d] Unable to read VendorTag bPreviewStreamPresent request %ld", m_stabilizationType,
-                       requestId);
+        DEWARP_VERBOSE("[DEWARP_%d] Unable to read VendorTag bPreviewStreamPresent request %ld",
+                       m_stabilizationType, requestId);
     }
     if (isPresent == 0) {
         DEWARP_VERBOSE("[DEWARP_%d] This is time to return request %ld", m_stabilizationType, requestId);
@@ -592,9 +596,9 @@ uint32_t LumDewarpNode::DewarpImage(uint64_t requestId, LumImageList* pOutput, L
                                     const IPEICAGridTransform* pGridTransform) {
     float grid[GridPointsUsed * 2] = {};
     static_assert(sizeof(grid) == GridPointsUsed * sizeof(GridPoint), "the points are copied as they stand");
-    const bool isEnabled = pGridTransform->gridTransformEnable == 1 &&
-                           (m_stabilizationType == DewarpStabilizationRealTime ||
-                            m_stabilizationType == DewarpStabilizationLookAhead);
+    const bool isEnabled =
+        pGridTransform->gridTransformEnable == 1 && (m_stabilizationType == DewarpStabilizationRealTime ||
+                                                     m_stabilizationType == DewarpStabilizationLookAhead);
     if (isEnabled) {
         std::memcpy(grid, pGridTransform->gridTransformArray, sizeof(grid));
     } else {

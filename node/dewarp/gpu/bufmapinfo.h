@@ -33,11 +33,9 @@ class BufferMapAllocator {
 public:
     using value_type = T;
 
-    explicit BufferMapAllocator(BufferMapSpare* pSpare) : m_pSpare(pSpare) {
-    }
+    explicit BufferMapAllocator(BufferMapSpare* pSpare) : m_pSpare(pSpare) {}
     template <typename U>
-    BufferMapAllocator(const BufferMapAllocator<U>& other) : m_pSpare(other.m_pSpare) {
-    }
+    BufferMapAllocator(const BufferMapAllocator<U>& other) : m_pSpare(other.m_pSpare) {}
 
     T* allocate(size_t /*count: the map asks for one node at a time*/) {
         static_assert(sizeof(T) <= BufferMapSpare::Size, "the spare holds a node of the map");
@@ -73,8 +71,7 @@ public:
                          BufferMapAllocator<std::pair<const uint32_t, bufMapInfo>>>;
     using iterator = Map::iterator;
 
-    BufferMap() : m_map(Map::allocator_type(&m_spare)) {
-    }
+    BufferMap() : m_map(Map::allocator_type(&m_spare)) {}
 
     iterator find(uint32_t key) {
         return m_map.find(key);

@@ -14,7 +14,8 @@ namespace {
 
 constexpr BufferImport g_inputImport = {
     "GetSourceTexture",
-    DEWARP_ERROR_TEXT("[DEWARP_%d] GraphicBuffer Creation Failed, pNativeHandle %p (Check if buf is EGL or not)"),
+    DEWARP_ERROR_TEXT(
+        "[DEWARP_%d] GraphicBuffer Creation Failed, pNativeHandle %p (Check if buf is EGL or not)"),
     DEWARP_ERROR_TEXT("[DEWARP_%d] Invalid Gralloc Handle %p is used (Check if buf is EGL or not)"),
 };
 
@@ -51,8 +52,8 @@ uint32_t GPUOpenGL::ConvertLumFormat(LumFormat format) {
 uint32_t GPUOpenGL::GetSourceTexture(LumImage* pImage, int width, int height, int stride, int scanline) {
     bufMapInfo info;
     if (FindCached(m_inputBufferMap, __func__, pImage, &info)) {
-        DEWARP_VERBOSE("[DEWARP_%d] m_RequestId %ld Inserted fd %d hColorTexture %d", m_stabilizationType, m_RequestId,
-                       pImage->fd, info.hColorTexture);
+        DEWARP_VERBOSE("[DEWARP_%d] m_RequestId %ld Inserted fd %d hColorTexture %d", m_stabilizationType,
+                       m_RequestId, pImage->fd, info.hColorTexture);
         return info.hColorTexture;
     }
     info.isInput = 1;
@@ -63,7 +64,8 @@ uint32_t GPUOpenGL::GetSourceTexture(LumImage* pImage, int width, int height, in
     }
     if (status == LumResultSuccess && StoreImported(m_inputBufferMap, __func__, pImage, &info)) {
         DEWARP_INFO(
-            "[DEWARP_%d] Req %ld width[%d] height[%d] stride[%d] scanline[%d] fd(%d) pAddr(%p) native handle(%p) "
+            "[DEWARP_%d] Req %ld width[%d] height[%d] stride[%d] scanline[%d] fd(%d) pAddr(%p) native "
+            "handle(%p) "
             "tex(%d)",
             m_stabilizationType, m_RequestId, width, height, stride, scanline, pImage->fd, pImage->pAddr,
             static_cast<void*>(pImage->pNativeHandle), info.hColorTexture);
@@ -74,8 +76,8 @@ uint32_t GPUOpenGL::GetSourceTexture(LumImage* pImage, int width, int height, in
 uint32_t GPUOpenGL::GetOutputFrameBuffer(LumImage* pImage, int width, int height, int stride, int scanline) {
     bufMapInfo info;
     if (FindCached(m_outputBufferMap, __func__, pImage, &info)) {
-        DEWARP_VERBOSE("[DEWARP_%d] RequestId %ld Inserted fd %d fbo %d mapInfo.hEGLImage %p", m_stabilizationType,
-                       m_RequestId, pImage->fd, info.fbo, info.hEGLImage);
+        DEWARP_VERBOSE("[DEWARP_%d] RequestId %ld Inserted fd %d fbo %d mapInfo.hEGLImage %p",
+                       m_stabilizationType, m_RequestId, pImage->fd, info.fbo, info.hEGLImage);
         return info.fbo;
     }
     uint32_t status =
@@ -86,7 +88,8 @@ uint32_t GPUOpenGL::GetOutputFrameBuffer(LumImage* pImage, int width, int height
     info.fd = pImage->fd;
     if (status == LumResultSuccess && StoreImported(m_outputBufferMap, __func__, pImage, &info)) {
         DEWARP_INFO(
-            "[DEWARP_%d] Req %ld width[%d] height[%d] stride[%d] scanline[%d] fd(%d) pAddr(%p) native(%p) fbo(%d) "
+            "[DEWARP_%d] Req %ld width[%d] height[%d] stride[%d] scanline[%d] fd(%d) pAddr(%p) native(%p) "
+            "fbo(%d) "
             "hEGLImage(%p)",
             m_stabilizationType, m_RequestId, width, height, stride, scanline, pImage->fd, pImage->pAddr,
             static_cast<void*>(pImage->pNativeHandle), info.fbo, info.hEGLImage);
@@ -108,32 +111,36 @@ bool GPUOpenGL::FindCached(BufferMap& map, const char* operation, const LumImage
     return false;
 }
 
-uint32_t GPUOpenGL::ImportBuffer(const BufferImport& import, LumImage* pImage, int width, int height, int stride,
-                                 int scanline, uint32_t format, bufMapInfo* pInfo) {
+uint32_t GPUOpenGL::ImportBuffer(const BufferImport& import, LumImage* pImage, int width, int height,
+                                 int stride, int scanline, uint32_t format, bufMapInfo* pInfo) {
     native_handle* pHandle = pImage->pNativeHandle;
     uint32_t status = WriteGrallocMetadata(import.operation, pHandle, stride, scanline);
     // Made whatever the metadata's result; after a failure EGL never sees it, and it stays unreleased.
-    pInfo->pNativeBuffer = new (0, 0, nullptr, 0)
-        NativeBuffer(width, height, stride, static_cast<int>(format), static_cast<int>(m_bufferUsage), pHandle);
+    pInfo->pNativeBuffer = new (0, 0, nullptr, 0) NativeBuffer(
+        width, height, stride, static_cast<int>(format), static_cast<int>(m_bufferUsage), pHandle);
     if (pInfo->pNativeBuffer == nullptr) {
-        DEWARP_ERROR_CHOSEN(import.operation, import.bufferFailed, m_stabilizationType, static_cast<void*>(pHandle));
+        DEWARP_ERROR_CHOSEN(import.operation, import.bufferFailed, m_stabilizationType,
+                            static_cast<void*>(pHandle));
         status = LumResultNoMemory;
     }
     if (status != LumResultSuccess) {
         return status;
     }
     const EGLint attributes[] = {EGL_WIDTH, width, EGL_HEIGHT, height, EGL_NONE};
-    pInfo->hEGLImage = m_pfneglcreateimagekhr(m_pfneglgetcurrentdisplay(), EGL_NO_CONTEXT, EGL_NATIVE_BUFFER_ANDROID,
-                                              static_cast<ANativeWindowBuffer*>(pInfo->pNativeBuffer), attributes);
+    pInfo->hEGLImage =
+        m_pfneglcreateimagekhr(m_pfneglgetcurrentdisplay(), EGL_NO_CONTEXT, EGL_NATIVE_BUFFER_ANDROID,
+                               static_cast<ANativeWindowBuffer*>(pInfo->pNativeBuffer), attributes);
     if (pInfo->hEGLImage == nullptr) {
         CheckEglError("EGLImage creation");
-        DEWARP_ERROR_CHOSEN(import.operation, import.imageFailed, m_stabilizationType, static_cast<void*>(pHandle));
+        DEWARP_ERROR_CHOSEN(import.operation, import.imageFailed, m_stabilizationType,
+                            static_cast<void*>(pHandle));
         return LumResultFailure;
     }
     return LumResultSuccess;
 }
 
-uint32_t GPUOpenGL::WriteGrallocMetadata(const char* operation, native_handle* pHandle, int stride, int scanline) {
+uint32_t GPUOpenGL::WriteGrallocMetadata(const char* operation, native_handle* pHandle, int stride,
+                                         int scanline) {
     const Orba::Gralloc::BufferGeometry geometry = {stride, scanline};
     int32_t result = Orba::Gralloc::SetGrallocMetaData(pHandle, Orba::Gralloc::MetadataBufferGeometry,
                                                        sizeof(geometry), &geometry);
@@ -147,7 +154,8 @@ uint32_t GPUOpenGL::WriteGrallocMetadata(const char* operation, native_handle* p
     result = Orba::Gralloc::SetGrallocMetaData(pHandle, Orba::Gralloc::MetadataColor, sizeof(color), &color);
     if (result != 0) {
         DEWARP_ERROR_IN(operation,
-                        "[DEWARP_%d] SetGrallocMetaData(COLOR_METADATA) failed %d, handle %p (Check if buf is EGL or not)",
+                        "[DEWARP_%d] SetGrallocMetaData(COLOR_METADATA) failed %d, handle %p (Check if buf "
+                        "is EGL or not)",
                         m_stabilizationType, result, static_cast<void*>(pHandle));
     }
     return static_cast<uint32_t>(result);
@@ -172,7 +180,8 @@ uint32_t GPUOpenGL::BindSourceTexture(bufMapInfo* pInfo) {
 uint32_t GPUOpenGL::BindOutputFrameBuffer(bufMapInfo* pInfo) {
     m_pfnglgenframebuffers(1, &pInfo->fbo);
     if (CheckglError("glGenFramebuffers") != LumResultSuccess) {
-        DEWARP_ERROR_IN(g_outputImport.operation, "[DEWARP_%d] m_pfnglgenframebuffers failed", m_stabilizationType);
+        DEWARP_ERROR_IN(g_outputImport.operation, "[DEWARP_%d] m_pfnglgenframebuffers failed",
+                        m_stabilizationType);
         return LumResultFailure;
     }
     m_pfnglbindframebuffer(GL_FRAMEBUFFER, pInfo->fbo);
@@ -187,7 +196,8 @@ uint32_t GPUOpenGL::BindOutputFrameBuffer(bufMapInfo* pInfo) {
     }
     CheckglError("glEGLImageTargetRenderbufferStorageOES");
     CheckEglError("glEGLImageTargetRenderbufferStorageOES");
-    m_pfnglframebufferrenderbuffer(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_RENDERBUFFER, pInfo->hRenderBuffer);
+    m_pfnglframebufferrenderbuffer(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_RENDERBUFFER,
+                                   pInfo->hRenderBuffer);
     CheckglError("glFramebufferRenderbuffer");
     m_pfnglbindframebuffer(GL_FRAMEBUFFER, 0);
     CheckglError("glBindFramebuffer");

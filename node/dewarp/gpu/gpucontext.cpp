@@ -6,15 +6,24 @@
 
 namespace {
 
-constexpr EGLint g_eglConfigAttribs[] = {EGL_RED_SIZE,     8,
-                                         EGL_GREEN_SIZE,   8,
-                                         EGL_BLUE_SIZE,    8,
-                                         EGL_ALPHA_SIZE,   8,
-                                         EGL_DEPTH_SIZE,   24,
-                                         EGL_STENCIL_SIZE, 8,
-                                         EGL_SURFACE_TYPE, EGL_PBUFFER_BIT,
-                                         EGL_SAMPLE_BUFFERS, 0,
-                                         EGL_SAMPLES,      0,
+constexpr EGLint g_eglConfigAttribs[] = {EGL_RED_SIZE,
+                                         8,
+                                         EGL_GREEN_SIZE,
+                                         8,
+                                         EGL_BLUE_SIZE,
+                                         8,
+                                         EGL_ALPHA_SIZE,
+                                         8,
+                                         EGL_DEPTH_SIZE,
+                                         24,
+                                         EGL_STENCIL_SIZE,
+                                         8,
+                                         EGL_SURFACE_TYPE,
+                                         EGL_PBUFFER_BIT,
+                                         EGL_SAMPLE_BUFFERS,
+                                         0,
+                                         EGL_SAMPLES,
+                                         0,
                                          EGL_NONE};
 
 // The shaders are written for version 3; the platform's EGL gives its newest context for this request.
@@ -35,8 +44,8 @@ uint32_t GPUOpenGL::CreateContext(void* pDisplay, void* pShareContext, void** pp
     StorePbufferAttrib(3, m_eglConfigAttrib.height);
     m_pfneglbindapi(EGL_OPENGL_ES_API);
     const char* pVendor = m_pfneglquerystring(pDisplay, EGL_VENDOR);
-    DEWARP_INFO("[DEWARP_%d] EGL Vendor: %s EGL Version:%d.%d", m_stabilizationType, pVendor, m_eglMajorVersion,
-                m_eglMinorVersion);
+    DEWARP_INFO("[DEWARP_%d] EGL Vendor: %s EGL Version:%d.%d", m_stabilizationType, pVendor,
+                m_eglMajorVersion, m_eglMinorVersion);
     m_eglConfig = GetEglConfig(pDisplay, g_eglConfigAttribs, &m_eglConfigAttrib);
     *ppContext = m_pfneglcreatecontext(pDisplay, m_eglConfig, pShareContext, g_eglContextAttribs);
     if (*ppContext == nullptr) {
@@ -48,8 +57,8 @@ uint32_t GPUOpenGL::CreateContext(void* pDisplay, void* pShareContext, void** pp
         DEWARP_ERROR("[DEWARP_%d] Unable to create EGL pSurface", m_stabilizationType);
         return LumResultFailure;
     }
-    DEWARP_INFO("[DEWARP_%d] EglDisplay %p, EglSurface %p, EglContext %p", m_stabilizationType, pDisplay, *ppSurface,
-                *ppContext);
+    DEWARP_INFO("[DEWARP_%d] EglDisplay %p, EglSurface %p, EglContext %p", m_stabilizationType, pDisplay,
+                *ppSurface, *ppContext);
     return LumResultSuccess;
 }
 
@@ -80,10 +89,14 @@ bool GPUOpenGL::IsConfigWanted(void* pDisplay, void* pConfig, const EGLconfigAtt
         EGLint wanted;
         bool isAnyWhenZero;
     } rows[] = {
-        {EGL_RED_SIZE, wanted.redSize, false},           {EGL_GREEN_SIZE, wanted.greenSize, false},
-        {EGL_BLUE_SIZE, wanted.blueSize, false},         {EGL_ALPHA_SIZE, wanted.alphaSize, true},
-        {EGL_DEPTH_SIZE, wanted.depthSize, false},       {EGL_STENCIL_SIZE, wanted.stencilSize, true},
-        {EGL_SAMPLE_BUFFERS, wanted.sampleBuffers, false}, {EGL_SAMPLES, wanted.samples, false},
+        {EGL_RED_SIZE, wanted.redSize, false},
+        {EGL_GREEN_SIZE, wanted.greenSize, false},
+        {EGL_BLUE_SIZE, wanted.blueSize, false},
+        {EGL_ALPHA_SIZE, wanted.alphaSize, true},
+        {EGL_DEPTH_SIZE, wanted.depthSize, false},
+        {EGL_STENCIL_SIZE, wanted.stencilSize, true},
+        {EGL_SAMPLE_BUFFERS, wanted.sampleBuffers, false},
+        {EGL_SAMPLES, wanted.samples, false},
     };
     bool isWanted = true;
     for (const auto& row : rows) {
@@ -108,6 +121,7 @@ uint32_t GPUOpenGL::CheckEglError(char const* pLabel) {
     if (error == EGL_SUCCESS) {
         return LumResultSuccess;
     }
-    DEWARP_ERROR("[DEWARP_%d] after %s() eglError (0x%x)", m_stabilizationType, pLabel, static_cast<uint32_t>(error));
+    DEWARP_ERROR("[DEWARP_%d] after %s() eglError (0x%x)", m_stabilizationType, pLabel,
+                 static_cast<uint32_t>(error));
     return LumResultFailure;
 }

@@ -21,11 +21,11 @@ int GPUOpenGL::DewarpImage(unsigned long requestId, LumImageList* pOutput, LumIm
     if (m_inputFormat == 0 || m_outputFormat == 0) {
         m_inputFormat = ConvertLumFormat(pInput->format);
         m_outputFormat = ConvertLumFormat(pOutput->format);
-        DEWARP_INFO("[DEWARP_%d] Input buffer format %d Output buffer format %d", m_stabilizationType, m_inputFormat,
-                    m_outputFormat);
+        DEWARP_INFO("[DEWARP_%d] Input buffer format %d Output buffer format %d", m_stabilizationType,
+                    m_inputFormat, m_outputFormat);
     }
-    DEWARP_VERBOSE("[DEWARP_%d] EglDisplay %p, EglSurface %p, EglContext %p", m_stabilizationType, m_eglDisplay,
-                   m_eglSurface, m_eglContext);
+    DEWARP_VERBOSE("[DEWARP_%d] EglDisplay %p, EglSurface %p, EglContext %p", m_stabilizationType,
+                   m_eglDisplay, m_eglSurface, m_eglContext);
     m_pfneglmakecurrent(m_eglDisplay, m_eglSurface, m_eglSurface, m_eglContext);
     CheckEglError("eglMakeCurrent");
     m_pfngluseprogram(m_program);
@@ -35,10 +35,11 @@ int GPUOpenGL::DewarpImage(unsigned long requestId, LumImageList* pOutput, LumIm
     if (!PrepareMesh()) {
         return FrameFailed;
     }
-    DEWARP_VERBOSE("[DEWARP_%d] m_nNumVerticesX %d m_nNumVerticesY %d tex %dx%d out %dx%d", m_stabilizationType,
-                   m_nNumVerticesX, m_nNumVerticesY, inWidth, inHeight, outWidth, outHeight);
-    UpdateVertexAndTextureCoordinates(m_pVertices, m_pTexCoordinates, pGrid, m_nNumVerticesX, m_nNumVerticesY, inWidth,
-                                      inHeight, outWidth, outHeight, gridMode);
+    DEWARP_VERBOSE("[DEWARP_%d] m_nNumVerticesX %d m_nNumVerticesY %d tex %dx%d out %dx%d",
+                   m_stabilizationType, m_nNumVerticesX, m_nNumVerticesY, inWidth, inHeight, outWidth,
+                   outHeight);
+    UpdateVertexAndTextureCoordinates(m_pVertices, m_pTexCoordinates, pGrid, m_nNumVerticesX, m_nNumVerticesY,
+                                      inWidth, inHeight, outWidth, outHeight, gridMode);
     WriteMeshDumps();
     ConfigureVertexAndTextureCoordinates(m_pVertices, m_pTexCoordinates, m_posId, m_texId);
     ConfigureIndices(&m_hIndexBuffer);
@@ -68,21 +69,24 @@ bool GPUOpenGL::PrepareMesh() {
             *ppArray = static_cast<float*>(std::malloc(bytes));
         }
         if (m_pVertices == nullptr || m_pTexCoordinates == nullptr) {
-            DEWARP_ERROR_IN(operation, "[DEWARP_%d] m_pVertices or m_pTexCoordinates is null!", m_stabilizationType);
+            DEWARP_ERROR_IN(operation, "[DEWARP_%d] m_pVertices or m_pTexCoordinates is null!",
+                            m_stabilizationType);
             return false;
         }
     }
     if (m_pIndices == nullptr) {
         const int triangles = Orba::CheckedMul(Orba::CheckedMul(m_nNumCellsX, m_nNumCellsY), 2);
         const auto indices = static_cast<size_t>(Orba::CheckedMul(triangles, 3));
-        m_pIndices = static_cast<unsigned short*>(std::malloc(Orba::CheckedMul(indices, sizeof(unsigned short))));
+        m_pIndices =
+            static_cast<unsigned short*>(std::malloc(Orba::CheckedMul(indices, sizeof(unsigned short))));
         if (m_pIndices == nullptr) {
             DEWARP_ERROR_IN(operation, "[DEWARP_%d] m_pIndices is null!", m_stabilizationType);
             return false;
         }
         GenerateIndices(m_pIndices, m_nNumCellsX, m_nNumCellsY);
-        DEWARP_VERBOSE_IN(operation, "[DEWARP_%d] index %d %d %d %d %d %d", m_stabilizationType, m_pIndices[0],
-                          m_pIndices[1], m_pIndices[2], m_pIndices[3], m_pIndices[4], m_pIndices[5]);
+        DEWARP_VERBOSE_IN(operation, "[DEWARP_%d] index %d %d %d %d %d %d", m_stabilizationType,
+                          m_pIndices[0], m_pIndices[1], m_pIndices[2], m_pIndices[3], m_pIndices[4],
+                          m_pIndices[5]);
         AllocIndices(&m_hIndexBuffer, triangles, m_pIndices);
     }
     return true;
@@ -100,8 +104,8 @@ void GPUOpenGL::WriteMeshDumps() {
 
 void GPUOpenGL::Draw(GLuint sourceTexture, GLuint frameBuffer, int outWidth, int outHeight) {
     constexpr const char* operation = "DewarpImage";
-    DEWARP_VERBOSE_IN(operation, "[DEWARP_%d] sourceTexture %d frameBuffer %d", m_stabilizationType, sourceTexture,
-                      frameBuffer);
+    DEWARP_VERBOSE_IN(operation, "[DEWARP_%d] sourceTexture %d frameBuffer %d", m_stabilizationType,
+                      sourceTexture, frameBuffer);
     m_pfnglbindtexture(GL_TEXTURE_EXTERNAL_OES, sourceTexture);
     CheckglError("glBindTexture");
     m_pfnglbindframebuffer(GL_DRAW_FRAMEBUFFER, frameBuffer);
@@ -115,12 +119,14 @@ void GPUOpenGL::Draw(GLuint sourceTexture, GLuint frameBuffer, int outWidth, int
         CheckglError("glClearColor");
         m_pfnglClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
         CheckglError("glClear");
-        const int indices = Orba::CheckedMul(Orba::CheckedMul(Orba::CheckedMul(m_nNumCellsX, m_nNumCellsY), 2), 3);
+        const int indices =
+            Orba::CheckedMul(Orba::CheckedMul(Orba::CheckedMul(m_nNumCellsX, m_nNumCellsY), 2), 3);
         m_pfngldrawelements(GL_TRIANGLES, indices, GL_UNSIGNED_SHORT, nullptr);
         CheckglError("glDrawElements");
     } else {
         // The frame still ends normally: the host is told of an incomplete target by the log alone.
-        DEWARP_ERROR_IN(operation, "[DEWARP_%d] GL output FrameBuffer Error : (0x%x)", m_stabilizationType, status);
+        DEWARP_ERROR_IN(operation, "[DEWARP_%d] GL output FrameBuffer Error : (0x%x)", m_stabilizationType,
+                        status);
     }
     if (m_pfnglflush != nullptr) {
         m_pfnglflush();

@@ -65,8 +65,8 @@ uint32_t GPUOpenGL::BringUp() {
     }
     if (m_pfneglmakecurrent(m_eglDisplay, m_eglSurface, m_eglSurface, m_eglContext) == EGL_FALSE) {
         // The code is fetched per sink: with both on, the second sink reads what the first read left.
-        DEWARP_ERROR_IN(operation, "[DEWARP_%d] eglMakeCurrent failed with error code: %x", m_stabilizationType,
-                        static_cast<uint32_t>(m_pfneglgeterror()));
+        DEWARP_ERROR_IN(operation, "[DEWARP_%d] eglMakeCurrent failed with error code: %x",
+                        m_stabilizationType, static_cast<uint32_t>(m_pfneglgeterror()));
         return LumResultFailure;
     }
     status = LoadProgram(m_program);
@@ -97,13 +97,17 @@ void GPUOpenGL::OpenMeshDumps() {
     LUMDateTime now = {};
     LumNodeUtils::GetDateTime(&now);
     char path[DewarpPathSize];
-    m_pTexDumpFile = OpenDewarpDump("%s%sWarp%d_Tex_%04d%02d%02d_%02d%02d%02d.txt", m_stabilizationType, now, path);
+    m_pTexDumpFile =
+        OpenDewarpDump("%s%sWarp%d_Tex_%04d%02d%02d_%02d%02d%02d.txt", m_stabilizationType, now, path);
     if (m_pTexDumpFile == nullptr) {
-        DEWARP_ERROR_IN(operation, "[DEWARP_%d] Can't open %s for Tex output dump !", m_stabilizationType, path);
+        DEWARP_ERROR_IN(operation, "[DEWARP_%d] Can't open %s for Tex output dump !", m_stabilizationType,
+                        path);
     }
-    m_pVertDumpFile = OpenDewarpDump("%s%sWarp%d_Vert_%04d%02d%02d_%02d%02d%02d.txt", m_stabilizationType, now, path);
+    m_pVertDumpFile =
+        OpenDewarpDump("%s%sWarp%d_Vert_%04d%02d%02d_%02d%02d%02d.txt", m_stabilizationType, now, path);
     if (m_pVertDumpFile == nullptr) {
-        DEWARP_ERROR_IN(operation, "[DEWARP_%d] Can't open %s for Vertices output dump !", m_stabilizationType, path);
+        DEWARP_ERROR_IN(operation, "[DEWARP_%d] Can't open %s for Vertices output dump !",
+                        m_stabilizationType, path);
     }
 }
 

@@ -14,7 +14,8 @@ constexpr size_t LibraryPathSize = 4096;
 void* MapLibrary(const char* operation, const char* libraryName, const DewarpLogText& failure,
                  DewarpStabilizationType type, char (&path)[LibraryPathSize]) {
     std::memset(path, 0, sizeof(path));
-    LumNodeUtils::SNPrintF(path, sizeof(path), "%s%s%s.%s", "/system/lib64", "/", libraryName, LibraryExtension);
+    LumNodeUtils::SNPrintF(path, sizeof(path), "%s%s%s.%s", "/system/lib64", "/", libraryName,
+                           LibraryExtension);
     void* hLibrary = LumNodeUtils::LibMapFullName(path);
     if (hLibrary == nullptr) {
         DEWARP_ERROR_CHOSEN(operation, failure, type, path);
@@ -59,15 +60,16 @@ uint32_t GPUOpenGL::LoadGLESv2Lib() {
     }
     // The path is followed by name and extension once more: log readers know the line by that.
     DEWARP_ERROR(
-        "[DEWARP_%d] Error Initializing one or more function pointers in Library: %s%s.%s" DEWARP_GLES_PRINTED(
-            DEWARP_BLANK_NAME),
+        "[DEWARP_%d] Error Initializing one or more function pointers in Library: "
+        "%s%s.%s" DEWARP_GLES_PRINTED(DEWARP_BLANK_NAME),
         m_stabilizationType, path, g_pGLESv2LibName, LibraryExtension DEWARP_GLES_PRINTED(DEWARP_POINTER));
     return LumResultLibraryFailure;
 }
 
 uint32_t GPUOpenGL::LoadEGLLib() {
     char path[LibraryPathSize];
-    m_hEGLLib = MapLibrary(__func__, g_pEGLLibName, DEWARP_ERROR_TEXT("[DEWARP_%d] Unable to load EGL library Path[%s]"),
+    m_hEGLLib = MapLibrary(__func__, g_pEGLLibName,
+                           DEWARP_ERROR_TEXT("[DEWARP_%d] Unable to load EGL library Path[%s]"),
                            m_stabilizationType, path);
     bool isComplete = m_hEGLLib != nullptr;
     if (isComplete) {

@@ -48,8 +48,10 @@ public:
     /// Renders the first image of `pInput` into that of `pOutput`.
     /// @param pGrid     35 x 27 points {x, y} in input pixels about the input's centre, read in every mode
     /// @param gridMode  1 warps by the grid; any other value draws the identity
-    /// @return 0 when the frame is complete in the output buffer (or its framebuffer was incomplete), 1 on failure
-    int DewarpImage(unsigned long requestId, LumImageList* pOutput, LumImageList* pInput, float* pGrid, int gridMode);
+    /// @return 0 when the frame is complete in the output buffer (or its framebuffer was incomplete), 1 on
+    /// failure
+    int DewarpImage(unsigned long requestId, LumImageList* pOutput, LumImageList* pInput, float* pGrid,
+                    int gridMode);
 
 private:
     GPUOpenGL(const GPUOpenGL&) = delete;
@@ -82,12 +84,13 @@ private:
     template <typename T>
     void ReleaseArrays(T release);
 
-    // gpumesh.cpp
+    // gpumeshupload.cpp
     void GenerateIndices(unsigned short* pIndices, int cellsX, int cellsY);
     void AllocIndices(unsigned int* pBufferName, int triangles, unsigned short* pIndices);
     void UpdateVertexAndTextureCoordinates(float* pVertices, float* pTexCoordinates, const float* pGrid,
-                                           int numVerticesX, int numVerticesY, int inImageWidth, int inImageHeight,
-                                           int outImageWidth, int outImageHeight, int gridMode);
+                                           int numVerticesX, int numVerticesY, int inImageWidth,
+                                           int inImageHeight, int outImageWidth, int outImageHeight,
+                                           int gridMode);
     void ConfigureVertexAndTextureCoordinates(float* pVertices, float* pTexCoordinates, int positionLocation,
                                               int texCoordLocation);
     void ConfigureIndices(unsigned int* pBufferName);

@@ -43,7 +43,8 @@ uint32_t GPUOpenGL::CreateShader(unsigned int& shader, unsigned int shaderType, 
     return LumResultFailure;
 }
 
-uint32_t GPUOpenGL::CreateProgram(unsigned int& program, unsigned int vertexShader, unsigned int fragmentShader) {
+uint32_t GPUOpenGL::CreateProgram(unsigned int& program, unsigned int vertexShader,
+                                  unsigned int fragmentShader) {
     constexpr const char* operation = "CreateProgram";
     program = m_pfnglcreateprogram();
     m_pfnglattachshader(program, vertexShader);

@@ -10,8 +10,8 @@ NativeBuffer* BufferOf(android_native_base_t* pBase) {
 
 }  // namespace
 
-NativeBuffer::NativeBuffer(int bufferWidth, int bufferHeight, int bufferStride, int bufferFormat, int bufferUsage,
-                           native_handle* pHandle) {
+NativeBuffer::NativeBuffer(int bufferWidth, int bufferHeight, int bufferStride, int bufferFormat,
+                           int bufferUsage, native_handle* pHandle) {
     width = bufferWidth;
     height = bufferHeight;
     stride = bufferStride;

@@ -1,0 +1,81 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "desk/host/library_store.h"
+
+/// One call of a faked EGL or OpenGL ES entry point.
+struct GlCall {
+    std::string name;
+    std::vector<uint64_t> words;  ///< the arguments, pointers and integers as they are
+    std::string text;             ///< "glViewport(0, 0, 1920, 1080)"; pointers other than handles as "ptr"
+};
+
+/// EGL and OpenGL ES that draw nothing: every entry point of the engine's lists, recorded and answered as a
+/// well-behaved driver would, unless a test says otherwise. One at a time in a process; thread safe.
+class FakeGl : public desk::LibraryProvider {
+public:
+    FakeGl();
+    ~FakeGl() override;
+
+    void* Map(const std::string& devicePath) override;
+    void* Symbol(void* library, const char* symbol) override;
+    bool Unmap(void* library) override;
+
+    /// The calls since the last time, as texts.
+    std::vector<std::string> Take();
+
+    /// From now on, calls of `name` return `result` instead; the `nth` (1-based) of them only, 0 for all.
+    void Answer(const std::string& name, uint64_t result, unsigned nth = 0);
+    /// The next call of `name` sets the error that glGetError (or eglGetError for EGL names) then returns.
+    void RaiseAfter(const std::string& name, uint32_t error);
+    /// Forgets Answer, RaiseAfter and missing symbols.
+    void Behave();
+
+    std::set<std::string> missingSymbols;
+    std::set<std::string> missingLibraries;  ///< device paths
+    std::string infoLog;                     ///< of shaders and programs
+    /// Configs that eglChooseConfig offers: red, green, blue, alpha, depth, stencil, sample buffers, samples.
+    std::vector<std::vector<int>> configs = {{8, 8, 8, 8, 24, 8, 0, 0}};
+
+    /// Handles that the fake gives out.
+    static constexpr uint64_t Display = 0xd1;
+    static constexpr uint64_t Context = 0xc0;
+    static constexpr uint64_t Surface = 0x5f;
+    static constexpr uint64_t FirstConfig = 0xcf00;
+    static constexpr uint64_t FirstImage = 0x1a00;
+
+    static FakeGl* Current();
+    uint64_t Perform(GlCall call);
+
+    size_t liveImages = 0;
+    size_t liveNames = 0;  ///< textures, buffers, framebuffers, renderbuffers
+
+private:
+    struct Override {
+        uint64_t result;
+        unsigned nth;
+        unsigned seen;
+    };
+
+    uint64_t Respond(const GlCall& call);
+    uint64_t RespondEgl(const GlCall& call);
+    void Generate(const GlCall& call);
+    uint64_t TakeError(uint32_t& pending, uint32_t none);
+
+    std::recursive_mutex mutex_;
+    std::vector<std::string> calls_;
+    std::map<std::string, Override> overrides_;
+    std::map<std::string, uint32_t> errors_;
+    uint32_t pendingGl_ = 0;
+    uint32_t pendingEgl_ = 0x3000;
+    uint32_t nextName_ = 100;
+    uint64_t nextImage_ = FirstImage;
+    std::map<uint64_t, uint64_t> buffers_;  // image to its native window buffer
+};

@@ -1,0 +1,125 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+#include <set>
+#include <vector>
+
+#include "node/dewarp/gpu/gpumesh.h"
+
+namespace {
+
+constexpr int VerticesX = 33;
+constexpr int VerticesY = 25;
+constexpr int GridX = VerticesX + 2;
+constexpr int GridY = VerticesY + 2;
+
+struct Mesh {
+    std::vector<float> vertices = std::vector<float>(VerticesX * VerticesY * 2);
+    std::vector<float> tex = std::vector<float>(VerticesX * VerticesY * 2);
+};
+
+Mesh MakeMesh(const std::vector<float>& grid, int inW, int inH, int outW, int outH, bool isGridUsed) {
+    Mesh mesh;
+    UpdateMesh(mesh.vertices.data(), mesh.tex.data(), grid.data(),
+               {VerticesX, VerticesY, inW, inH, outW, outH}, isGridUsed);
+    return mesh;
+}
+
+/// Forces one rounding to single precision, whatever the compiler would like to keep.
+float Round(double value) {
+    volatile float rounded = static_cast<float>(value);
+    return rounded;
+}
+
+bool SameBits(float a, float b) {
+    return std::memcmp(&a, &b, sizeof(a)) == 0;
+}
+
+std::vector<float> RandomGrid(unsigned seed) {
+    std::mt19937 random(seed);
+    std::uniform_real_distribution<float> value(-1500.0F, 1500.0F);
+    std::vector<float> grid(GridX * GridY * 2);
+    for (float& g : grid) {
+        g = value(random);
+    }
+    return grid;
+}
+
+}  // namespace
+
+// Every single-precision operation done in double and rounded once gives the single-precision result: the
+// double holds sums, products and quotients of two floats closely enough. So this is the definition, step by
+// step, independent of how the compiler arranges the mesh's own arithmetic.
+TEST(MeshArithmetic, IsBitForBitTheDefinition) {
+    const int sizes[][4] = {
+        {2304, 1296, 1920, 1080}, {1920, 1080, 1920, 1080}, {640, 480, 1280, 960}, {1161, 1243, 7, 4001}};
+    for (const auto& s : sizes) {
+        const std::vector<float> grid = RandomGrid(static_cast<unsigned>(s[0]));
+        const Mesh mesh = MakeMesh(grid, s[0], s[1], s[2], s[3], true);
+        for (int k = 0; k < VerticesX * VerticesY; ++k) {
+            const int position[] = {k % VerticesX, k / VerticesX};
+            const int last[] = {VerticesX - 1, VerticesY - 1};
+            for (int axis = 0; axis < 2; ++axis) {
+                const float half = Round(-0.5 / s[axis]);
+                const float scale = Round(static_cast<double>(Round(s[axis])) / Round(s[2 + axis]));
+                const float centre = Round(Round(static_cast<double>(Round(s[axis])) - 1.0) / 2.0);
+                const float fraction = Round(static_cast<double>(Round(position[axis])) / Round(last[axis]));
+                const float doubled = Round(2.0 * Round(static_cast<double>(half) + fraction));
+                const float expected = Round(static_cast<double>(scale) * Round(-1.0 + doubled));
+                const size_t at = static_cast<size_t>(2 * k + axis);
+                ASSERT_TRUE(SameBits(mesh.vertices[at], expected))
+                    << s[0] << " vertex " << k << " axis " << axis;
+                const int point = (position[1] + 1) * GridX + position[0] + 1;
+                const float value = grid[static_cast<size_t>(2 * point + axis)];
+                const float sampled =
+                    Round(Round(static_cast<double>(value) + centre) / static_cast<double>(Round(s[axis])));
+                ASSERT_TRUE(SameBits(mesh.tex[at], sampled))
+                    << s[0] << " texture coordinate " << k << " axis " << axis;
+            }
+        }
+    }
+}
+
+TEST(MeshArithmetic, LiesWhereTheGeometrySays) {
+    const std::vector<float> zero(GridX * GridY * 2, 0.0F);
+    const Mesh mesh = MakeMesh(zero, 1920, 1080, 1920, 1080, true);
+    EXPECT_FLOAT_EQ(mesh.vertices[0], -1.0F - 1.0F / 1920.0F);
+    EXPECT_FLOAT_EQ(mesh.vertices[1], -1.0F - 1.0F / 1080.0F);
+    EXPECT_FLOAT_EQ(mesh.vertices[2 * 824], 1.0F - 1.0F / 1920.0F);
+    EXPECT_FLOAT_EQ(mesh.vertices[2 * 824 + 1], 1.0F - 1.0F / 1080.0F);
+    for (size_t k = 0; k < 825; ++k) {
+        ASSERT_FLOAT_EQ(mesh.tex[2 * k], 1919.0F / 2.0F / 1920.0F);
+        ASSERT_FLOAT_EQ(mesh.tex[2 * k + 1], 1079.0F / 2.0F / 1080.0F);
+    }
+    const Mesh wide = MakeMesh(zero, 960, 540, 1920, 1080, true);
+    EXPECT_NEAR(wide.vertices[0], -0.5F, 1e-3) << "an output twice as wide is covered in its middle half";
+}
+
+TEST(MeshArithmetic, IdentityIgnoresTheGrid) {
+    const Mesh one = MakeMesh(RandomGrid(1), 2304, 1296, 1920, 1080, false);
+    const Mesh other = MakeMesh(RandomGrid(2), 2304, 1296, 1920, 1080, false);
+    EXPECT_EQ(one.tex, other.tex);
+    for (size_t r = 0; r < VerticesY; ++r) {
+        for (size_t c = 0; c < VerticesX; ++c) {
+            const size_t k = r * VerticesX + c;
+            ASSERT_EQ(one.tex[2 * k], static_cast<float>(c) / 32.0F);
+            ASSERT_EQ(one.tex[2 * k + 1], static_cast<float>(r) / 24.0F);
+        }
+    }
+}
+
+TEST(MeshIndices, CoverEveryCellWithTwoTriangles) {
+    std::vector<unsigned short> indices(4608);
+    GenerateMeshIndices(indices.data(), 32, 24);
+    const std::vector<unsigned short> first(indices.begin(), indices.begin() + 6);
+    const std::vector<unsigned short> last(indices.end() - 6, indices.end());
+    EXPECT_EQ(first, (std::vector<unsigned short>{0, 33, 1, 33, 1, 34}));
+    EXPECT_EQ(last, (std::vector<unsigned short>{790, 823, 791, 823, 791, 824}));
+    std::set<std::vector<unsigned short>> triangles;
+    for (size_t i = 0; i < indices.size(); i += 3) {
+        std::vector<unsigned short> triangle(&indices[i], &indices[i] + 3);
+        std::sort(triangle.begin(), triangle.end());
+        EXPECT_TRUE(triangles.insert(triangle).second) << "triangle " << i / 3 << " stands twice";
+    }
+}

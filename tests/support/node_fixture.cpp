@@ -1,0 +1,86 @@
+#include "tests/support/node_fixture.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <utility>
+
+namespace {
+
+std::filesystem::path MakeFolder() {
+    std::string name = (std::filesystem::temp_directory_path() / "dewarp-test-XXXXXX").string();
+    if (mkdtemp(name.data()) == nullptr) {
+        throw std::runtime_error("cannot make the folder " + name);
+    }
+    return name;
+}
+
+desk::HostOptions OptionsFor(const std::filesystem::path& dumpDir) {
+    desk::HostOptions options;
+    options.nodeLibrary = TEST_NODE_LIBRARY;
+    options.systemLibraryDir = TEST_SYSTEM_LIBRARIES;
+    options.dumpDir = dumpDir;
+    options.log = nullptr;
+    return options;
+}
+
+}  // namespace
+
+NodeFixture::NodeFixture(desk::LibraryProvider* libraries)
+    : dumpDir_(MakeFolder()), host_(OptionsFor(dumpDir_)) {
+    host_.SetLibraries(libraries);
+    host_.SetLogLevels(AllLevels, false);
+    host_.SetLogObserver([this](const desk::LogRecord& record) {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        log_.push_back(fmt::format("{} {}() {}", record.levelLetter, record.function, record.text));
+    });
+}
+
+void NodeFixture::TearDown() {
+    host_.SetFault(nullptr);
+    if (!expectFindings_) {
+        host_.CheckTornDown();
+        EXPECT_THAT(host_.Findings().List(), ::testing::IsEmpty());
+    }
+    host_.SetLogObserver(nullptr);
+    std::filesystem::remove_all(dumpDir_);
+}
+
+std::vector<std::string> NodeFixture::TakeLog() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return std::exchange(log_, {});
+}
+
+std::vector<std::string> NodeFixture::TakeLog(char level) {
+    std::vector<std::string> lines = TakeLog();
+    lines.erase(
+        std::remove_if(lines.begin(), lines.end(), [level](const auto& line) { return line[0] != level; }),
+        lines.end());
+    return lines;
+}
+
+std::vector<std::string> NodeFixture::DumpLines(const std::string& kind) const {
+    std::vector<std::string> lines;
+    for (const auto& entry : std::filesystem::directory_iterator(dumpDir_)) {
+        if (entry.path().filename().string().find("_" + kind + "_") != std::string::npos) {
+            std::ifstream file(entry.path());
+            for (std::string line; std::getline(file, line);) {
+                lines.push_back(line);
+            }
+        }
+    }
+    return lines;
+}
+
+void NodeFixture::FailService(std::string service, std::string subject, uint32_t result, unsigned nth) {
+    host_.SetFault([=, seen = 0U](const desk::HostCall& call, uint32_t& failure) mutable {
+        if (call.service != service || (!subject.empty() && call.subject != subject)) {
+            return false;
+        }
+        failure = result;
+        ++seen;
+        return nth == 0 || seen == nth;
+    });
+}

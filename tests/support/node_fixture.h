@@ -1,0 +1,53 @@
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "desk/host/desk_host.h"
+#include "desk/host/desk_node.h"
+
+/// A host with the built library, as every test that drives the library through its one export needs it:
+/// log lines collected, dumps in a folder of the test's own, no broken rule at the end.
+class NodeFixture : public ::testing::Test {
+protected:
+    /// Null for the desk's own GL libraries.
+    explicit NodeFixture(desk::LibraryProvider* libraries);
+    void TearDown() override;
+
+    /// The lines logged since the last time, as "E Initialize() text".
+    std::vector<std::string> TakeLog();
+    /// Those of one level.
+    std::vector<std::string> TakeLog(char level);
+    /// The lines of one dump file of the last folder, which the kind ("Grid", "Tex", "Vert") selects.
+    std::vector<std::string> DumpLines(const std::string& kind) const;
+    /// Makes the first call of a service fail that has the given subject ("" for any), from then on.
+    void FailService(std::string service, std::string subject, uint32_t result, unsigned nth = 0);
+    /// A grid of `value(column, row)` in every point of the 35 x 27.
+    template <typename Function>
+    static IPEICAGridTransform Grid(Function value) {
+        IPEICAGridTransform grid = {};
+        grid.gridTransformEnable = 1;
+        for (int row = 0; row < 27; ++row) {
+            for (int column = 0; column < 35; ++column) {
+                grid.gridTransformArray[row * 35 + column] = value(column, row);
+            }
+        }
+        return grid;
+    }
+
+    static constexpr uint32_t AllLevels = 1 | 2 | 8 | 32;
+
+    std::filesystem::path dumpDir_;
+    desk::DeskHost host_;
+    /// Set by tests that provoke losses or breaches on purpose.
+    bool expectFindings_ = false;
+
+private:
+    std::mutex mutex_;
+    std::vector<std::string> log_;
+};
