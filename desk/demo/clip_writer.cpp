@@ -4,27 +4,19 @@
 
 #include <cmath>
 #include <stdexcept>
-#include <system_error>
 #include <utility>
 
 namespace desk {
 
 ClipWriter::ClipWriter(std::filesystem::path file, cv::Size size, double framesPerSecond)
-    : file_(std::move(file)), unfinished_(file_), size_(size) {
-    unfinished_.replace_extension(".unfinished.mp4");
+    : file_(std::move(file)), size_(size) {
     const int h264 = cv::VideoWriter::fourcc('a', 'v', 'c', '1');
-    if (!writer_.open(unfinished_.string(), cv::CAP_FFMPEG, h264, framesPerSecond, size)) {
+    if (!writer_.open(file_.string(), cv::CAP_FFMPEG, h264, framesPerSecond, size)) {
         throw std::runtime_error(
             fmt::format("no H.264 clip can be written to {}: OpenCV's FFmpeg back end found no H.264 encoder "
                         "(Debian has one in libavcodec59, libx264-164) or the folder takes no file",
-                        unfinished_.string()));
+                        file_.string()));
     }
-}
-
-ClipWriter::~ClipWriter() {
-    writer_.release();
-    std::error_code nothingLeft;
-    std::filesystem::remove(unfinished_, nothingLeft);
 }
 
 void ClipWriter::Add(const cv::Mat& bgr) {
@@ -35,7 +27,7 @@ void ClipWriter::Add(const cv::Mat& bgr) {
 
 void ClipWriter::Finish() {
     writer_.release();
-    cv::VideoCapture clip(unfinished_.string(), cv::CAP_FFMPEG);
+    cv::VideoCapture clip(file_.string(), cv::CAP_FFMPEG);
     const auto number = [&clip](int property) { return static_cast<int>(std::lround(clip.get(property))); };
     const int codec = number(cv::CAP_PROP_FOURCC);
     const bool isH264 = codec == cv::VideoWriter::fourcc('a', 'v', 'c', '1') ||
@@ -48,8 +40,6 @@ void ClipWriter::Finish() {
             file_.string(), pictures_, size_.width, size_.height, pictures, size.width, size.height,
             isH264 ? "" : " in another format"));
     }
-    clip.release();
-    std::filesystem::rename(unfinished_, file_);
 }
 
 }  // namespace desk

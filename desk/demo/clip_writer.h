@@ -5,15 +5,11 @@
 
 namespace desk {
 
-/// Writes an H.264 clip in an MP4 file. The file gets its name once it is complete.
+/// Writes an H.264 clip in an MP4 file.
 class ClipWriter {
 public:
     /// Pictures of an even width and height. Throws std::runtime_error when there is no encoder or no place.
     ClipWriter(std::filesystem::path file, cv::Size size, double framesPerSecond);
-    /// Removes what was written unless Finish was reached.
-    ~ClipWriter();
-    ClipWriter(const ClipWriter&) = delete;
-    ClipWriter& operator=(const ClipWriter&) = delete;
 
     /// The next picture, 8-bit BGR of the clip's size.
     void Add(const cv::Mat& bgr);
@@ -24,7 +20,6 @@ public:
 
 private:
     std::filesystem::path file_;
-    std::filesystem::path unfinished_;
     cv::Size size_;
     int pictures_ = 0;
     cv::VideoWriter writer_;

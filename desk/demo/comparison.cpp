@@ -5,9 +5,6 @@
 #include <opencv2/imgcodecs.hpp>
 #include <stdexcept>
 #include <string>
-#include <vector>
-
-#include "desk/demo/whole_file.h"
 
 namespace desk {
 
@@ -56,11 +53,10 @@ void Comparison::WriteBeforeAfter(const VariantResult& result) const {
     const cv::Mat picture =
         BeforeAfter({shakyExposure_.Mean(), caption("before", result.motionBefore)},
                     {steadyExposure_.Mean(), caption("after", result.motionAfter)}, credit);
-    std::vector<uchar> jpeg;
-    if (!cv::imencode(".jpg", picture, jpeg, {cv::IMWRITE_JPEG_QUALITY, 90})) {
-        throw std::runtime_error("the before/after picture cannot be encoded as JPEG");
+    const std::filesystem::path file = folder_ / "before_after.jpg";
+    if (!cv::imwrite(file.string(), picture, {cv::IMWRITE_JPEG_QUALITY, 90})) {
+        throw std::runtime_error(fmt::format("{} cannot be written", file.string()));
     }
-    WriteWholeFile(folder_ / "before_after.jpg", std::string(jpeg.begin(), jpeg.end()));
 }
 
 }  // namespace desk

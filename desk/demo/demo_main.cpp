@@ -10,6 +10,7 @@
 #include "desk/demo/demo_options.h"
 #include "desk/demo/gl_renderer.h"
 #include "desk/demo/report.h"
+#include "desk/demo/result_folder.h"
 #include "desk/demo/variant_run.h"
 
 namespace desk {
@@ -54,11 +55,12 @@ bool RunDemo(const DemoOptions& options) {
     const std::string renderer = GlRenderer(DEMO_SYSTEM_LIBRARY_DIR);
     bool kept = true;
     for (const Variant variant : {Variant::RealTime, Variant::LookAhead}) {
-        const std::filesystem::path folder = options.out / FolderOf(variant);
+        ResultFolder folder(options.out / FolderOf(variant));
         const auto progress = [&](int done) { ShowProgress(variant, done, options.frames); };
-        VariantResult result = RunVariant(options, variant, photo, folder, progress);
+        VariantResult result = RunVariant(options, variant, photo, folder.Work(), progress);
         result.renderer = renderer;
-        WriteReport(folder / "report.json", options, variant, result);
+        WriteReport(folder.Work() / "report.json", options, variant, result);
+        folder.Publish();
         PrintSummary(variant, result);
         for (const std::string& missed : MissedLimits(result)) {
             fmt::print(stderr, "dewarp-demo: {}: {}\n", NameOf(variant), missed);

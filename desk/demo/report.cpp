@@ -4,9 +4,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <fstream>
 #include <nlohmann/json.hpp>
-
-#include "desk/demo/whole_file.h"
+#include <stdexcept>
 
 namespace desk {
 namespace {
@@ -101,7 +101,12 @@ void WriteReport(const std::filesystem::path& file, const DemoOptions& options, 
     Json json = {{"schema", SchemaVersion}, {"variant", NameOf(variant)}};
     json.update(OptionsJson(options));
     json.update(ResultJson(result));
-    WriteWholeFile(file, json.dump(2, ' ', false, Json::error_handler_t::replace) + '\n');
+    std::ofstream out(file);
+    out << json.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
+    out.close();
+    if (!out) {
+        throw std::runtime_error(fmt::format("{} cannot be written", file.string()));
+    }
 }
 
 }  // namespace desk

@@ -38,7 +38,7 @@ struct VariantResult {
 /// One sentence for each limit that the result misses.
 std::vector<std::string> MissedLimits(const VariantResult& result);
 
-/// Writes the result as JSON; the file appears complete or not at all. Throws std::runtime_error.
+/// Writes the result as JSON. Throws std::runtime_error.
 void WriteReport(const std::filesystem::path& file, const DemoOptions& options, Variant variant,
                  const VariantResult& result);
 

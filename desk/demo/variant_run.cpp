@@ -1,14 +1,10 @@
 #include "desk/demo/variant_run.h"
 
 #include <fmt/format.h>
-#include <fnmatch.h>
 
-#include <algorithm>
-#include <array>
 #include <chrono>
 #include <memory>
 #include <stdexcept>
-#include <string>
 #include <vector>
 
 #include "desk/demo/comparison.h"
@@ -21,23 +17,6 @@ namespace desk {
 namespace {
 
 constexpr size_t BuffersInRotation = 4;
-
-void RemoveEarlierRun(const std::filesystem::path& folder) {
-    const std::array<const char*, 7> ours = {"shaky.mp4",      "stabilised.mp4",   "before_after.jpg",
-                                             "report.json",    "Warp?_Grid_*.txt", "Warp?_Vert_*.txt",
-                                             "Warp?_Tex_*.txt"};
-    std::vector<std::filesystem::path> found;
-    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-        const std::string name = entry.path().filename().string();
-        if (std::any_of(ours.begin(), ours.end(),
-                        [&name](const char* pattern) { return fnmatch(pattern, name.c_str(), 0) == 0; })) {
-            found.push_back(entry.path());
-        }
-    }
-    for (const auto& file : found) {
-        std::filesystem::remove(file);
-    }
-}
 
 cv::Size ToCv(Size size) {
     return {static_cast<int>(size.width), static_cast<int>(size.height)};
@@ -123,8 +102,6 @@ void RunFrames(const DemoOptions& options, DeskNode& node, const cv::Mat& photo,
 
 VariantResult RunVariant(const DemoOptions& options, Variant variant, const cv::Mat& photo,
                          const std::filesystem::path& folder, const std::function<void(int)>& progress) {
-    std::filesystem::create_directories(folder);
-    RemoveEarlierRun(folder);
     Comparison comparison(options, folder);
 
     DeskHost host({DEMO_NODE_LIBRARY, DEMO_SYSTEM_LIBRARY_DIR, folder});

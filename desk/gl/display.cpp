@@ -1,5 +1,8 @@
 #include "desk/gl/display.h"
 
+#include <dlfcn.h>
+#include <link.h>
+
 #include <array>
 #include <cstring>
 #include <map>
@@ -75,11 +78,27 @@ EGLDisplay OpenHeadlessDisplay() {
     return Egl().GetDisplay(EGL_DEFAULT_DISPLAY);
 }
 
+/// Keeps the driver that EGL has loaded in the process for good, as a device does: Mesa would unload it with
+/// the last display and load it again with the next.
+void KeepDriver() {
+    dl_iterate_phdr(
+        [](dl_phdr_info* object, size_t /*size*/, void* /*unused*/) {
+            if (std::strstr(object->dlpi_name, "_dri.so") != nullptr) {
+                dlopen(object->dlpi_name, RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE);
+            }
+            return 0;
+        },
+        nullptr);
+}
+
 EGLBoolean Initialise(EGLDisplay display, EGLint* major, EGLint* minor) {
     Initialisations& all = AllInitialisations();
     const std::lock_guard<std::mutex> lock(all.mutex);
     const EGLBoolean done = Egl().Initialize(display, major, minor);
     if (done == EGL_TRUE) {
+        if (all.counts.empty()) {
+            KeepDriver();
+        }
         ++all.counts[display];
         GlobalCounters().initialisedDisplays = all.counts.size();
     }

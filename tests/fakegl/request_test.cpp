@@ -73,6 +73,7 @@ TEST_F(Request, FirstPassDeclaresWhatItWaitsFor) {
         EXPECT_EQ(raw.dependency.processingDone, 0U);
         EXPECT_EQ(notices, variant == desk::Variant::LookAhead ? 1U : 0U);
         EXPECT_THAT(gl_->Take(), IsEmpty()) << "the first pass renders nothing";
+        host_.SetFault(nullptr);
         node_.reset();
     }
 }
