@@ -1,9 +1,16 @@
 #include "desk/gl/shader_translate.h"
 
+#include <mutex>
 #include <regex>
 
 namespace desk {
 namespace {
+
+/// Regular expressions fill a cache of the process's locale as they go, and do not lock it.
+std::unique_lock<std::mutex> LockLocale() {
+    static std::mutex mutex;
+    return std::unique_lock<std::mutex>(mutex);
+}
 
 std::regex ExtensionLine() {
     return std::regex(R"(#[ \t]*extension[ \t]+GL_EXT_YUV_target[ \t]*:[^\n]*)");
@@ -61,6 +68,7 @@ std::string TranslateOutput(const std::string& text) {
 }  // namespace
 
 std::string TranslateYuvShader(const std::string& source) {
+    const auto lock = LockLocale();
     if (!std::regex_search(source, ExtensionLine())) {
         return source;
     }
@@ -68,14 +76,17 @@ std::string TranslateYuvShader(const std::string& source) {
 }
 
 bool WritesPlanes(const std::string& translated) {
+    const auto lock = LockLocale();
     return std::regex_search(translated, LumaStatement());
 }
 
 std::string ChromaVariant(const std::string& translated) {
+    const auto lock = LockLocale();
     return std::regex_replace(translated, LumaStatement(), "desk_plane = $1.yzzw;");
 }
 
 std::vector<std::string> ExternalSamplers(const std::string& translated) {
+    const auto lock = LockLocale();
     return FindAll(translated, std::regex(R"(\bsampler2D desk_chroma_(\w+);)"), 1);
 }
 

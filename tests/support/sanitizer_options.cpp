@@ -1,0 +1,24 @@
+// What the sanitizers ask a program for when they start; without one nobody asks. Nothing of this project is
+// left out of their view.
+
+extern "C" {
+
+/// A failed allocation is a null result here, as it is without a sanitizer.
+const char* __asan_default_options() {
+    return "allocator_may_return_null=1";
+}
+
+const char* __tsan_default_options() {
+    return "ignore_noninstrumented_modules=1:allocator_may_return_null=1";
+}
+
+/// The machine's GL driver keeps what it allocates for the life of the process.
+const char* __lsan_default_suppressions() {
+    return "leak:swrast_dri.so\nleak:libEGL_mesa.so\nleak:libLLVM\n";
+}
+
+/// The driver is not built with sanitizers, which then miss how its threads wait for one another.
+const char* __tsan_default_suppressions() {
+    return "race:swrast_dri.so\nrace:libEGL_mesa.so\nrace:libLLVM\n";
+}
+}
