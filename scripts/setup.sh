@@ -8,9 +8,7 @@ packages=(
   g++ cmake make binutils
   libegl-dev libgles-dev libegl1 libgles2 libgl1-mesa-dri
   android-liblog-dev android-libcutils-dev android-libutils-dev
-  libopencv-core-dev libopencv-imgproc-dev libopencv-imgcodecs-dev libopencv-video-dev libopencv-videoio-dev
-  libopencv-calib3d-dev libopencv-features2d-dev
-  libcli11-dev nlohmann-json3-dev libfmt-dev libgtest-dev libgmock-dev
+  libopencv-dev libcli11-dev nlohmann-json3-dev libfmt-dev libgtest-dev libgmock-dev
   lomiri-wallpapers-16.04
 )
 if [ "${1:-}" = "--ci" ]; then
