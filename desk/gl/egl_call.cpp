@@ -22,7 +22,7 @@ void LeaveEglResultToDriver() {
 }
 
 void ReportRefusal(const char* function, const char* sentence) {
-    std::fprintf(stderr, "desk-gl: %s: %s\n", function, sentence);
+    static_cast<void>(std::fprintf(stderr, "desk-gl: %s: %s\n", function, sentence));
 }
 
 }  // namespace desk

@@ -13,7 +13,7 @@ void* Find(const char* libraryName, const char* name) {
     void* library = dlopen(libraryName, RTLD_NOW | RTLD_LOCAL);
     void* function = library == nullptr ? nullptr : dlsym(library, name);
     if (function == nullptr) {
-        std::fprintf(stderr, "desk-gl: expected %s in %s, got none\n", name, libraryName);
+        static_cast<void>(std::fprintf(stderr, "desk-gl: expected %s in %s, got none\n", name, libraryName));
         std::abort();
     }
     return function;

@@ -46,7 +46,7 @@ size_t FileStore::OpenCount() const {
 void FileStore::CloseAll() {
     const std::lock_guard<std::mutex> lock(mutex_);
     for (FILE* file : files_) {
-        std::fclose(file);
+        static_cast<void>(std::fclose(file));
     }
     files_.clear();
 }

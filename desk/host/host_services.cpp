@@ -185,7 +185,7 @@ void HostServices::Log(LogRecord record, const char* format, va_list arguments) 
     va_end(measured);
     record.format = format;
     record.text.resize(static_cast<size_t>(std::max(length, 0)) + 1);
-    std::vsnprintf(record.text.data(), record.text.size(), format, arguments);
+    static_cast<void>(std::vsnprintf(record.text.data(), record.text.size(), format, arguments));
     record.text.pop_back();
 
     RequirePhase(service::LogSystem, record.text);

@@ -123,8 +123,9 @@ int RedirectImports(void* library, const std::map<std::string, void*>& replaceme
         throw std::runtime_error("the loader does not tell where the node library lies in memory");
     }
     const ImportTables tables = ReadTables(*map);
-    if (tables.symbols == nullptr || tables.names == nullptr) {
-        throw std::runtime_error("the node library has no symbol table to find its imports in");
+    if (tables.symbols == nullptr || tables.names == nullptr || tables.calls == nullptr ||
+        tables.others == nullptr) {
+        throw std::runtime_error("the node library has no symbol or relocation table to find its imports in");
     }
     ReadOnlyRange readOnly = {map->l_addr};
     ::dl_iterate_phdr(FindReadOnlyRange, &readOnly);

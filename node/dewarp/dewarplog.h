@@ -10,7 +10,7 @@
 ///
 /// DEWARP_ERROR, DEWARP_WARN, DEWARP_INFO and DEWARP_VERBOSE name the enclosing function. The _IN forms
 /// name the operation given: a helper reports under the operation that the host's engineers know.
-/// The _TEXT forms take a DewarpLogText, for texts that stand in a table.
+/// The _CHOSEN forms take a DewarpLogText, which the _TEXT forms make, for texts that stand in a table.
 
 /// Level bits of g_enableLuxLogs.
 enum DewarpLogLevel : uint32_t {

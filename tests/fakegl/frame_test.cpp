@@ -1,3 +1,5 @@
+#include <fmt/format.h>
+
 #include "tests/fakegl/fake_gl_fixture.h"
 
 #ifdef __SANITIZE_ADDRESS__
@@ -130,17 +132,16 @@ TEST_F(FrameCalls, AreLoggedInTheEstablishedWords) {
     const LumImageList in = input_->ImageList();
     const LumImageList out = output_->ImageList();
     EXPECT_EQ(Frame(7), 0U);
-    char expected[2][256];
-    std::snprintf(expected[0], sizeof(expected[0]),
-                  "I GetSourceTexture() [DEWARP_2] Req 7 width[80] height[60] stride[128] scanline[64] "
-                  "fd(%d) pAddr(%p) "
-                  "native handle(%p) tex(101)",
-                  in.firstImage.fd, in.firstImage.pAddr, static_cast<void*>(in.firstImage.pNativeHandle));
-    std::snprintf(
-        expected[1], sizeof(expected[1]),
-        "I GetOutputFrameBuffer() [DEWARP_2] Req 7 width[64] height[48] stride[128] scanline[64] fd(%d) "
-        "pAddr(%p) native(%p) fbo(102) hEGLImage(0x1a01)",
-        out.firstImage.fd, out.firstImage.pAddr, static_cast<void*>(out.firstImage.pNativeHandle));
+    const auto imported = [](const char* place, const LumImage& image, const char* handle, const char* name) {
+        return fmt::format("I {} fd({}) pAddr({}) {}({}) {}", place, image.fd, image.pAddr, handle,
+                           static_cast<void*>(image.pNativeHandle), name);
+    };
+    const std::string source =
+        imported("GetSourceTexture() [DEWARP_2] Req 7 width[80] height[60] stride[128] scanline[64]",
+                 in.firstImage, "native handle", "tex(101)");
+    const std::string target =
+        imported("GetOutputFrameBuffer() [DEWARP_2] Req 7 width[64] height[48] stride[128] scanline[64]",
+                 out.firstImage, "native", "fbo(102) hEGLImage(0x1a01)");
     EXPECT_THAT(
         TakeLog(),
         ElementsAre(
@@ -153,7 +154,7 @@ TEST_F(FrameCalls, AreLoggedInTheEstablishedWords) {
             "V DewarpImage() [DEWARP_2] m_nNumVerticesX 33 m_nNumVerticesY 25 tex 80x60 out 64x48",
             "V UpdateVertexAndTextureCoordinates() [DEWARP_2] parameters: numVerticesX[33] numVerticesY[25] "
             "inImageWidth[80] inImageHeight[60] outImageWidth[64] outImageHeight[48]",
-            expected[0], expected[1], "V DewarpImage() [DEWARP_2] sourceTexture 101 frameBuffer 102",
+            source, target, "V DewarpImage() [DEWARP_2] sourceTexture 101 frameBuffer 102",
             "V DewarpImage() [DEWARP_2] : X ret"));
     EXPECT_EQ(Frame(8), 0U);
     const std::vector<std::string> cached = TakeLog('V');

@@ -19,7 +19,7 @@ extern "C" int __android_log_print(int priority, const char* tag, const char* fo
         char text[512];
         va_list arguments;
         va_start(arguments, format);
-        std::vsnprintf(text, sizeof(text), format, arguments);
+        static_cast<void>(std::vsnprintf(text, sizeof(text), format, arguments));
         va_end(arguments);
         g_lines.push_back(std::to_string(priority) + "/" + tag + ": " + text);
     }

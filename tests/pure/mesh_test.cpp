@@ -33,7 +33,10 @@ float Round(double value) {
 }
 
 bool SameBits(float a, float b) {
-    return std::memcmp(&a, &b, sizeof(a)) == 0;
+    uint32_t bits[2] = {};
+    std::memcpy(&bits[0], &a, sizeof(a));
+    std::memcpy(&bits[1], &b, sizeof(b));
+    return bits[0] == bits[1];
 }
 
 std::vector<float> RandomGrid(unsigned seed) {
@@ -57,21 +60,21 @@ TEST(MeshArithmetic, IsBitForBitTheDefinition) {
     for (const auto& s : sizes) {
         const std::vector<float> grid = RandomGrid(static_cast<unsigned>(s[0]));
         const Mesh mesh = MakeMesh(grid, s[0], s[1], s[2], s[3], true);
-        for (int k = 0; k < VerticesX * VerticesY; ++k) {
-            const int position[] = {k % VerticesX, k / VerticesX};
+        for (size_t k = 0; k < VerticesX * VerticesY; ++k) {
+            const size_t position[] = {k % VerticesX, k / VerticesX};
             const int last[] = {VerticesX - 1, VerticesY - 1};
-            for (int axis = 0; axis < 2; ++axis) {
+            for (size_t axis = 0; axis < 2; ++axis) {
                 const float half = Round(-0.5 / s[axis]);
                 const float scale = Round(static_cast<double>(Round(s[axis])) / Round(s[2 + axis]));
                 const float centre = Round(Round(static_cast<double>(Round(s[axis])) - 1.0) / 2.0);
-                const float fraction = Round(static_cast<double>(Round(position[axis])) / Round(last[axis]));
+                const float fraction = Round(static_cast<double>(position[axis]) / Round(last[axis]));
                 const float doubled = Round(2.0 * Round(static_cast<double>(half) + fraction));
                 const float expected = Round(static_cast<double>(scale) * Round(-1.0 + doubled));
-                const size_t at = static_cast<size_t>(2 * k + axis);
+                const size_t at = 2 * k + axis;
                 ASSERT_TRUE(SameBits(mesh.vertices[at], expected))
                     << s[0] << " vertex " << k << " axis " << axis;
-                const int point = (position[1] + 1) * GridX + position[0] + 1;
-                const float value = grid[static_cast<size_t>(2 * point + axis)];
+                const size_t point = (position[1] + 1) * GridX + position[0] + 1;
+                const float value = grid[2 * point + axis];
                 const float sampled =
                     Round(Round(static_cast<double>(value) + centre) / static_cast<double>(Round(s[axis])));
                 ASSERT_TRUE(SameBits(mesh.tex[at], sampled))

@@ -18,8 +18,7 @@ std::vector<std::string> g_trace;
 uint64_t g_enabledTags = 0;
 
 bool IsZero(const void* p, size_t size) {
-    const auto* bytes = static_cast<const unsigned char*>(p);
-    return std::all_of(bytes, bytes + size, [](unsigned char byte) { return byte == 0; });
+    return std::memcmp(p, std::vector<char>(size).data(), size) == 0;
 }
 
 }  // namespace

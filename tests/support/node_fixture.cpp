@@ -74,7 +74,8 @@ std::vector<std::string> NodeFixture::DumpLines(const std::string& kind) const {
     return lines;
 }
 
-void NodeFixture::FailService(std::string service, std::string subject, uint32_t result, unsigned nth) {
+void NodeFixture::FailService(const std::string& service, const std::string& subject, uint32_t result,
+                              unsigned nth) {
     host_.SetFault([=, seen = 0U](const desk::HostCall& call, uint32_t& failure) mutable {
         if (call.service != service || (!subject.empty() && call.subject != subject)) {
             return false;

@@ -25,8 +25,10 @@ protected:
     std::vector<std::string> TakeLog(char level);
     /// The lines of one dump file of the last folder, which the kind ("Grid", "Tex", "Vert") selects.
     std::vector<std::string> DumpLines(const std::string& kind) const;
-    /// Makes the first call of a service fail that has the given subject ("" for any), from then on.
-    void FailService(std::string service, std::string subject, uint32_t result, unsigned nth = 0);
+    /// Makes a service fail with `result`: its calls on the given subject ("" for any), or the nth of them
+    /// only.
+    void FailService(const std::string& service, const std::string& subject, uint32_t result,
+                     unsigned nth = 0);
     /// A grid of `value(column, row)` in every point of the 35 x 27.
     template <typename Function>
     static IPEICAGridTransform Grid(Function value) {

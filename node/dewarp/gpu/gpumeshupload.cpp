@@ -7,7 +7,8 @@ void GPUOpenGL::GenerateIndices(unsigned short* pIndices, int cellsX, int cellsY
 }
 
 void GPUOpenGL::AllocIndices(unsigned int* pBufferName, int triangles, unsigned short* pIndices) {
-    const int bytes = Orba::CheckedMul(Orba::CheckedMul(triangles, 3), static_cast<int>(sizeof(unsigned short)));
+    const int bytes =
+        Orba::CheckedMul(Orba::CheckedMul(triangles, 3), static_cast<int>(sizeof(unsigned short)));
     m_pfnglgenbuffers(1, pBufferName);
     m_pfnglbindbuffer(GL_ELEMENT_ARRAY_BUFFER, *pBufferName);
     CheckglError("glBindBuffer pIndices");
@@ -15,21 +16,22 @@ void GPUOpenGL::AllocIndices(unsigned int* pBufferName, int triangles, unsigned 
     CheckglError("glBufferData pIndices");
 }
 
-void GPUOpenGL::UpdateVertexAndTextureCoordinates(float* pVertices, float* pTexCoordinates, const float* pGrid,
-                                                  int numVerticesX, int numVerticesY, int inImageWidth,
-                                                  int inImageHeight, int outImageWidth, int outImageHeight,
-                                                  int gridMode) {
+void GPUOpenGL::UpdateVertexAndTextureCoordinates(float* pVertices, float* pTexCoordinates,
+                                                  const float* pGrid, int numVerticesX, int numVerticesY,
+                                                  int inImageWidth, int inImageHeight, int outImageWidth,
+                                                  int outImageHeight, int gridMode) {
     DEWARP_VERBOSE(
         "[DEWARP_%d] parameters: numVerticesX[%d] numVerticesY[%d] inImageWidth[%d] inImageHeight[%d] "
         "outImageWidth[%d] outImageHeight[%d]",
-        m_stabilizationType, numVerticesX, numVerticesY, inImageWidth, inImageHeight, outImageWidth, outImageHeight);
+        m_stabilizationType, numVerticesX, numVerticesY, inImageWidth, inImageHeight, outImageWidth,
+        outImageHeight);
     const DewarpMeshSizes sizes = {numVerticesX,  numVerticesY,  inImageWidth,
                                    inImageHeight, outImageWidth, outImageHeight};
     UpdateMesh(pVertices, pTexCoordinates, pGrid, sizes, gridMode == 1);
 }
 
-void GPUOpenGL::ConfigureVertexAndTextureCoordinates(float* pVertices, float* pTexCoordinates, int positionLocation,
-                                                     int texCoordLocation) {
+void GPUOpenGL::ConfigureVertexAndTextureCoordinates(float* pVertices, float* pTexCoordinates,
+                                                     int positionLocation, int texCoordLocation) {
     const struct {
         GLuint location;
         const float* pArray;
