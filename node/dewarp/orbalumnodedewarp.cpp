@@ -58,17 +58,49 @@ void WriteGridToFile(FILE* pFile, const IPEICAGridTransform* pGrid, uint64_t req
 
 // ---- Callbacks: each checks its record and forwards to the node that the record names. ----
 
-uint32_t DewarpNodeGetCaps(LumNodeCapsInfo* pCapsInfo) {
-    if (pCapsInfo == nullptr) {
-        DEWARP_ERROR("Invalid argument: pCapsInfo is NULL");
+template <typename Record>
+bool IsMissing(const Record* pRecord) {
+    return pRecord == nullptr || pRecord->hNodeSession == nullptr;
+}
+bool IsMissing(const LumNodeCapsInfo* pRecord) {
+    return pRecord == nullptr;
+}
+bool IsMissing(const LumNodeCreateInfo* pRecord) {
+    return pRecord == nullptr;
+}
+
+/// Refuses a record that is missing or names no node, then one smaller than this library knows.
+template <typename Record>
+uint32_t CheckRecord(const char* callback, const Record* pRecord, const DewarpLogText& missing,
+                     const DewarpLogText& tooSmall) {
+    if (IsMissing(pRecord)) {
+        DEWARP_ERROR_CHOSEN(callback, missing);
         return LumResultInvalidArgument;
     }
-    if (pCapsInfo->size < sizeof(LumNodeCapsInfo)) {
-        DEWARP_ERROR("LUMNODECAPSINFO is smaller than expected");
+    if (pRecord->size < sizeof(Record)) {
+        DEWARP_ERROR_CHOSEN(callback, tooSmall);
         return LumResultFailure;
     }
-    pCapsInfo->nodeCapsMask = LumNodeCapsDewarpLookAhead | LumNodeCapsDewarpRealTime;
     return LumResultSuccess;
+}
+
+/// Checks a record and has the node that it names answer it.
+template <typename Record, typename Answer>
+uint32_t Forward(const char* callback, Record* pRecord, Answer answer, const DewarpLogText& tooSmall) {
+    const uint32_t result = CheckRecord(callback, pRecord, DEWARP_ERROR_TEXT("Invalid argument"), tooSmall);
+    return (result == LumResultSuccess)
+               ? (static_cast<LumDewarpNode*>(pRecord->hNodeSession)->*answer)(pRecord)
+               : result;
+}
+
+uint32_t DewarpNodeGetCaps(LumNodeCapsInfo* pCapsInfo) {
+    const uint32_t result =
+        CheckRecord(__func__, pCapsInfo, DEWARP_ERROR_TEXT("Invalid argument: pCapsInfo is NULL"),
+                    DEWARP_ERROR_TEXT("LUMNODECAPSINFO is smaller than expected"));
+    if (result == LumResultSuccess) {
+        pCapsInfo->nodeCapsMask = LumNodeCapsDewarpLookAhead | LumNodeCapsDewarpRealTime;
+    }
+    return result;
 }
 
 /// Makes and initialises a node; nothing is left of it unless the result is 0.
@@ -87,16 +119,13 @@ uint32_t CreateNode(LumNodeCreateInfo* pCreateInfo) {
 }
 
 uint32_t DewarpNodeCreate(LumNodeCreateInfo* pCreateInfo) {
-    if (pCreateInfo == nullptr) {
-        // The parameter's name in this text is not ours; hosts match the line as it stands.
-        DEWARP_ERROR("Invalid argument: pTagTypeInfo is NULL");
-        return LumResultInvalidArgument;
+    // The parameter's name in the first text is not ours; hosts match the line as it stands.
+    uint32_t result =
+        CheckRecord(__func__, pCreateInfo, DEWARP_ERROR_TEXT("Invalid argument: pTagTypeInfo is NULL"),
+                    DEWARP_ERROR_TEXT("LUMNODECREATEINFO is smaller than expected"));
+    if (result == LumResultSuccess) {
+        result = CreateNode(pCreateInfo);
     }
-    if (pCreateInfo->size < sizeof(LumNodeCreateInfo)) {
-        DEWARP_ERROR("LUMNODECREATEINFO is smaller than expected");
-        return LumResultFailure;
-    }
-    const uint32_t result = CreateNode(pCreateInfo);
     if (result != LumResultSuccess) {
         return result;
     }
@@ -114,53 +143,29 @@ uint32_t DewarpNodeCreate(LumNodeCreateInfo* pCreateInfo) {
 }
 
 uint32_t DewarpNodeDestroy(LumNodedestroyInfo* pDestroyInfo) {
-    if (pDestroyInfo == nullptr || pDestroyInfo->hNodeSession == nullptr) {
-        DEWARP_ERROR("Invalid argument: pDestroyInfo is NULL");
-        return LumResultInvalidArgument;
+    const uint32_t result =
+        CheckRecord(__func__, pDestroyInfo, DEWARP_ERROR_TEXT("Invalid argument: pDestroyInfo is NULL"),
+                    DEWARP_ERROR_TEXT("LUMNODEDESTROYINFO is smaller than expected"));
+    if (result == LumResultSuccess) {
+        delete static_cast<LumDewarpNode*>(pDestroyInfo->hNodeSession);
+        pDestroyInfo->hNodeSession = nullptr;
     }
-    if (pDestroyInfo->size < sizeof(LumNodedestroyInfo)) {
-        DEWARP_ERROR("LUMNODEDESTROYINFO is smaller than expected");
-        return LumResultFailure;
-    }
-    delete static_cast<LumDewarpNode*>(pDestroyInfo->hNodeSession);
-    pDestroyInfo->hNodeSession = nullptr;
-    return LumResultSuccess;
+    return result;
 }
 
 uint32_t DewarpNodeQueryBufferInfo(LumNodeQueryBufferInfo* pQueryInfo) {
-    if (pQueryInfo == nullptr || pQueryInfo->hNodeSession == nullptr) {
-        DEWARP_ERROR("Invalid argument");
-        return LumResultInvalidArgument;
-    }
-    if (pQueryInfo->size < sizeof(LumNodeQueryBufferInfo)) {
-        DEWARP_ERROR("LUMNODEQUERYBUFFERINFO is smaller than expected");
-        return LumResultFailure;
-    }
-    return static_cast<LumDewarpNode*>(pQueryInfo->hNodeSession)->QueryBufferInfo(pQueryInfo);
+    return Forward(__func__, pQueryInfo, &LumDewarpNode::QueryBufferInfo,
+                   DEWARP_ERROR_TEXT("LUMNODEQUERYBUFFERINFO is smaller than expected"));
 }
 
 uint32_t DewarpNodeSetBufferInfo(LumNodeSetBufferPropertiesInfo* pInfo) {
-    if (pInfo == nullptr || pInfo->hNodeSession == nullptr) {
-        DEWARP_ERROR("Invalid argument");
-        return LumResultInvalidArgument;
-    }
-    if (pInfo->size < sizeof(LumNodeSetBufferPropertiesInfo)) {
-        DEWARP_ERROR("LUMNODESETBUFFERPROPERTIESINFO is smaller than expected");
-        return LumResultFailure;
-    }
-    return static_cast<LumDewarpNode*>(pInfo->hNodeSession)->SetBufferInfo(pInfo);
+    return Forward(__func__, pInfo, &LumDewarpNode::SetBufferInfo,
+                   DEWARP_ERROR_TEXT("LUMNODESETBUFFERPROPERTIESINFO is smaller than expected"));
 }
 
 uint32_t DewarpNodeProcRequest(LumNodeProcessRequestInfo* pInfo) {
-    if (pInfo == nullptr || pInfo->hNodeSession == nullptr) {
-        DEWARP_ERROR("Invalid argument");
-        return LumResultInvalidArgument;
-    }
-    if (pInfo->size < sizeof(LumNodeProcessRequestInfo)) {
-        DEWARP_ERROR("LUMNODEPROCESSREQUESTINFO is smaller than expected");
-        return LumResultFailure;
-    }
-    return static_cast<LumDewarpNode*>(pInfo->hNodeSession)->ProcessRequest(pInfo);
+    return Forward(__func__, pInfo, &LumDewarpNode::ProcessRequest,
+                   DEWARP_ERROR_TEXT("LUMNODEPROCESSREQUESTINFO is smaller than expected"));
 }
 
 uint32_t DewarpNodeSetNodeInterface(LumNodeInterface* pNodeInterface) {

@@ -10,22 +10,34 @@ const char* const g_pEGLLibName = "libEGL";
 constexpr const char* LibraryExtension = "so";
 constexpr size_t LibraryPathSize = 4096;
 
-/// Formats the library's full path into `path` and maps it; null when that fails.
-void* MapLibrary(const char* operation, const char* libraryName, const DewarpLogText& failure,
-                 DewarpStabilizationType type, char (&path)[LibraryPathSize]) {
+/// One entry point: what to look up, and the member that takes its address.
+struct EntryPoint {
+    const char* symbol;
+    void* pMember;
+    bool isRequired;
+};
+
+/// Formats the library's full path into `path`, maps the library and fills every member, a missing symbol
+/// with null. True when the library is there and has every required symbol.
+template <size_t Count>
+bool LoadLibrary(const char* operation, const char* libraryName, const DewarpLogText& failure,
+                 DewarpStabilizationType type, char (&path)[LibraryPathSize], void** phLibrary,
+                 const EntryPoint (&entryPoints)[Count]) {
     std::memset(path, 0, sizeof(path));
     LumNodeUtils::SNPrintF(path, sizeof(path), "%s%s%s.%s", "/system/lib64", "/", libraryName,
                            LibraryExtension);
-    void* hLibrary = LumNodeUtils::LibMapFullName(path);
-    if (hLibrary == nullptr) {
+    *phLibrary = LumNodeUtils::LibMapFullName(path);
+    if (*phLibrary == nullptr) {
         DEWARP_ERROR_CHOSEN(operation, failure, type, path);
+        return false;
     }
-    return hLibrary;
-}
-
-template <typename T>
-void Lookup(void* hLibrary, const char* symbol, T& member) {
-    member = reinterpret_cast<T>(LumNodeUtils::LibGetAddr(hLibrary, symbol));
+    bool isComplete = true;
+    for (const EntryPoint& entryPoint : entryPoints) {
+        void* pAddress = LumNodeUtils::LibGetAddr(*phLibrary, entryPoint.symbol);
+        std::memcpy(entryPoint.pMember, &pAddress, sizeof(pAddress));
+        isComplete = isComplete && (!entryPoint.isRequired || pAddress != nullptr);
+    }
+    return isComplete;
 }
 
 }  // namespace
@@ -43,19 +55,13 @@ uint32_t GPUOpenGL::InitializeFuncPtrs() {
 }
 
 uint32_t GPUOpenGL::LoadGLESv2Lib() {
+#define DEWARP_ENTRY_POINT(member, symbol, isRequired, isReset) {#symbol, &(member), isRequired},
+    const EntryPoint entryPoints[] = {DEWARP_GLES_ENTRIES(DEWARP_ENTRY_POINT)};
+#undef DEWARP_ENTRY_POINT
     char path[LibraryPathSize];
-    m_hGLESv2Lib = MapLibrary(__func__, g_pGLESv2LibName,
-                              DEWARP_ERROR_TEXT("[DEWARP_%d] Unable to load OpenGL library Path[%s]"),
-                              m_stabilizationType, path);
-    bool isComplete = m_hGLESv2Lib != nullptr;
-    if (isComplete) {
-#define DEWARP_LOOKUP(member, symbol, isRequired, isReset) \
-    Lookup(m_hGLESv2Lib, #symbol, member);                 \
-    isComplete = isComplete && (!(isRequired) || member != nullptr);
-        DEWARP_GLES_ENTRIES(DEWARP_LOOKUP)
-#undef DEWARP_LOOKUP
-    }
-    if (isComplete) {
+    if (LoadLibrary(__func__, g_pGLESv2LibName,
+                    DEWARP_ERROR_TEXT("[DEWARP_%d] Unable to load OpenGL library Path[%s]"),
+                    m_stabilizationType, path, &m_hGLESv2Lib, entryPoints)) {
         return LumResultSuccess;
     }
     // The path is followed by name and extension once more: log readers know the line by that.
@@ -67,19 +73,13 @@ uint32_t GPUOpenGL::LoadGLESv2Lib() {
 }
 
 uint32_t GPUOpenGL::LoadEGLLib() {
+#define DEWARP_ENTRY_POINT(member, symbol) {#symbol, &(member), true},
+    const EntryPoint entryPoints[] = {DEWARP_EGL_ENTRIES(DEWARP_ENTRY_POINT)};
+#undef DEWARP_ENTRY_POINT
     char path[LibraryPathSize];
-    m_hEGLLib = MapLibrary(__func__, g_pEGLLibName,
-                           DEWARP_ERROR_TEXT("[DEWARP_%d] Unable to load EGL library Path[%s]"),
-                           m_stabilizationType, path);
-    bool isComplete = m_hEGLLib != nullptr;
-    if (isComplete) {
-#define DEWARP_LOOKUP(member, symbol)   \
-    Lookup(m_hEGLLib, #symbol, member); \
-    isComplete = isComplete && member != nullptr;
-        DEWARP_EGL_ENTRIES(DEWARP_LOOKUP)
-#undef DEWARP_LOOKUP
-    }
-    if (isComplete) {
+    if (LoadLibrary(__func__, g_pEGLLibName,
+                    DEWARP_ERROR_TEXT("[DEWARP_%d] Unable to load EGL library Path[%s]"), m_stabilizationType,
+                    path, &m_hEGLLib, entryPoints)) {
         return LumResultSuccess;
     }
     DEWARP_ERROR(
