@@ -14,7 +14,8 @@ bool g_isWatched = false;
 }  // namespace
 
 // The platform's log, as the library reaches it in this process.
-extern "C" int __android_log_print(int priority, const char* tag, const char* format, ...) {
+extern "C" __attribute__((format(printf, 3, 4))) int __android_log_print(int priority, const char* tag,
+                                                                         const char* format, ...) {
     if (g_isWatched) {
         char text[512];
         va_list arguments;
