@@ -17,6 +17,14 @@ namespace {
 std::vector<std::string> g_trace;
 uint64_t g_enabledTags = 0;
 
+void* volatile g_memory = nullptr;
+
+/// The same pointer, of which the compiler no longer knows that it is fresh memory of indeterminate contents.
+void* Launder(void* p) {
+    g_memory = p;
+    return g_memory;
+}
+
 bool IsZero(const void* p, size_t size) {
     return std::memcmp(p, std::vector<char>(size).data(), size) == 0;
 }
@@ -59,10 +67,10 @@ TEST(Memory, EveryOperatorZeroFills) {
     constexpr size_t size = 4096;
     const auto fromDirty = [](auto allocate, auto release) {
         // The heap hands freed memory out again: dirty a block of the size first.
-        void* dirty = allocate(size);
+        void* dirty = Launder(allocate(size));
         std::memset(dirty, 0xEE, size);
         release(dirty);
-        void* p = allocate(size);
+        void* p = Launder(allocate(size));
         EXPECT_TRUE(IsZero(p, size));
         release(p);
     };
