@@ -19,7 +19,7 @@ uint64_t g_enabledTags = 0;
 
 void* volatile g_memory = nullptr;
 
-/// The same pointer, of which the compiler no longer knows that it is fresh memory of indeterminate contents.
+/// The same pointer, of which the compiler no longer thinks that it is not null and its memory indeterminate.
 void* Launder(void* p) {
     g_memory = p;
     return g_memory;
@@ -81,7 +81,7 @@ TEST(Memory, EveryOperatorZeroFills) {
     fromDirty([](size_t n) { return ::operator new(n, std::nothrow); }, release);
     fromDirty([](size_t n) { return ::operator new(n, std::align_val_t(64)); },
               [](void* p) { ::operator delete(p, std::align_val_t(64)); });
-    EXPECT_EQ(::operator new(0), nullptr) << "no smallest size is applied";
+    EXPECT_EQ(Launder(::operator new(0)), nullptr) << "no smallest size is applied";
 }
 
 TEST(Text, CopiesBoundedAndTerminated) {
