@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs what building, testing and the demo need on Debian 12. Does nothing when all of it is there.
-#   scripts/setup.sh        for the build, the tests and the demo
-#   scripts/setup.sh --ci   also the second compiler and the checkers
+#   scripts/setup.sh           for the build, the tests and the demo
+#   scripts/setup.sh --ci      also the second compiler and the checkers
+#   scripts/setup.sh --bench   also the measurements and what the node is measured against
 set -euo pipefail
 
 packages=(
@@ -13,8 +14,10 @@ packages=(
 )
 if [ "${1:-}" = "--ci" ]; then
   packages+=(clang clang-format clang-tidy)
+elif [ "${1:-}" = "--bench" ]; then
+  packages+=(valgrind libbenchmark-dev libvidstab-dev ffmpeg python3)
 elif [ $# -gt 0 ]; then
-  echo "setup.sh: expected no argument or --ci, got \"$1\"" >&2
+  echo "setup.sh: expected no argument, --ci or --bench, got \"$1\"" >&2
   exit 2
 fi
 

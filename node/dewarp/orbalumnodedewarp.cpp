@@ -599,7 +599,7 @@ int32_t LumDewarpNode::IsPreviewStreamPresent(uint64_t requestId) {
 
 uint32_t LumDewarpNode::DewarpImage(uint64_t requestId, LumImageList* pOutput, LumImageList* pInput,
                                     const IPEICAGridTransform* pGridTransform) {
-    float grid[GridPointsUsed * 2] = {};
+    float grid[GridPointsUsed * 2];
     static_assert(sizeof(grid) == GridPointsUsed * sizeof(GridPoint), "the points are copied as they stand");
     const bool isEnabled =
         pGridTransform->gridTransformEnable == 1 && (m_stabilizationType == DewarpStabilizationRealTime ||
@@ -607,6 +607,7 @@ uint32_t LumDewarpNode::DewarpImage(uint64_t requestId, LumImageList* pOutput, L
     if (isEnabled) {
         std::memcpy(grid, pGridTransform->gridTransformArray, sizeof(grid));
     } else {
+        std::memset(grid, 0, sizeof(grid));
         DEWARP_WARN("[DEWARP_%d] Applying unity transform for %ld", m_stabilizationType, requestId);
     }
     return static_cast<uint32_t>(

@@ -70,8 +70,8 @@ void* GPUOpenGL::GetEglConfig(void* pDisplay, int const* pAttributes, EGLconfigA
     if (pConfigs == nullptr) {
         return nullptr;
     }
-    EGLint count = available;
-    m_pfneglchooseconfig(pDisplay, pAttributes, pConfigs, count, &count);
+    EGLint count = 0;
+    m_pfneglchooseconfig(pDisplay, pAttributes, pConfigs, available, &count);
     EGLConfig chosen = nullptr;
     // A driver may report more the second time than there is room for.
     for (EGLint i = 0; i < count && i < available && chosen == nullptr; ++i) {

@@ -38,6 +38,10 @@ struct MeshAxis {
     float Position(float fraction) const {
         return scale * (-1.0F + 2.0F * (halfTexel + fraction));
     }
+    /// Texture coordinate of a fraction: the identity.
+    static float FromFraction(float fraction) {
+        return 0.0F + 1.0F * fraction;
+    }
     /// Texture coordinate of a grid value.
     float FromGrid(float grid) const {
         return 0.0F + 1.0F * ((grid + centre) / size);
@@ -50,30 +54,72 @@ struct MeshAxis {
     float cells;
 };
 
+/// Vertices across that there is room for; the engine's mesh has 33.
+constexpr uint32_t MaxVerticesX = 64;
+
+// The rows below are what a frame costs. They are plain loops over arrays that do not overlap, so that the
+// compiler makes vector code of them; every lane does the operations of one float in the order written.
+
+/// Rows of pairs {across(column), down(row)}.
+template <typename Across, typename Down>
+inline void FillRows(float* __restrict pRow, int columns, int rows, const Across& across, const Down& down) {
+    float x[MaxVerticesX];
+    for (int c = 0; c < columns; ++c) {
+        x[c] = across(c);
+    }
+    for (int r = 0; r < rows; ++r, pRow += 2 * columns) {
+        const float y = down(r);
+        for (int c = 0; c < columns; ++c) {
+            pRow[2 * c] = x[c];
+            pRow[2 * c + 1] = y;
+        }
+    }
+}
+
+/// Rows of texture coordinates from the grid's inner points.
+inline void WarpRows(float* __restrict pRow, const float* __restrict pGrid, int columns, int rows,
+                     const MeshAxis& x, const MeshAxis& y) {
+    const int gridRow = 2 * (columns + 2);
+    const float* pPoint = pGrid + gridRow + 2;
+    for (int r = 0; r < rows; ++r, pRow += 2 * columns, pPoint += gridRow) {
+        for (int c = 0; c < columns; ++c) {
+            pRow[2 * c] = x.FromGrid(pPoint[2 * c]);
+            pRow[2 * c + 1] = y.FromGrid(pPoint[2 * c + 1]);
+        }
+    }
+}
+
+/// UpdateMesh for a mesh of `columns` vertices across.
+inline void UpdateRows(float* pVertices, float* pTexCoordinates, const float* pGrid,
+                       const DewarpMeshSizes& sizes, bool isGridUsed, int columns) {
+    const int rows = sizes.numVerticesY;
+    const MeshAxis x(sizes.inImageWidth, sizes.outImageWidth, columns);
+    const MeshAxis y(sizes.inImageHeight, sizes.outImageHeight, rows);
+    FillRows(
+        pVertices, columns, rows, [&x](int c) { return x.Position(x.Fraction(c)); },
+        [&y](int r) { return y.Position(y.Fraction(r)); });
+    if (isGridUsed) {
+        WarpRows(pTexCoordinates, pGrid, columns, rows, x, y);
+    } else {
+        FillRows(
+            pTexCoordinates, columns, rows, [&x](int c) { return MeshAxis::FromFraction(x.Fraction(c)); },
+            [&y](int r) { return MeshAxis::FromFraction(y.Fraction(r)); });
+    }
+}
+
 }  // namespace
 
 void UpdateMesh(float* pVertices, float* pTexCoordinates, const float* pGrid, const DewarpMeshSizes& sizes,
                 bool isGridUsed) {
-    const MeshAxis x(sizes.inImageWidth, sizes.outImageWidth, sizes.numVerticesX);
-    const MeshAxis y(sizes.inImageHeight, sizes.outImageHeight, sizes.numVerticesY);
-    const int gridRowLength = Orba::CheckedAdd(sizes.numVerticesX, 2);
-    for (int r = 0; r < sizes.numVerticesY; ++r) {
-        const float v = y.Fraction(r);
-        const float positionY = y.Position(v);
-        const int firstVertex = Orba::CheckedMul(2, Orba::CheckedMul(r, sizes.numVerticesX));
-        const int firstGrid =
-            Orba::CheckedMul(2, Orba::CheckedAdd(Orba::CheckedMul(Orba::CheckedAdd(r, 1), gridRowLength), 1));
-        float* pPosition = pVertices + firstVertex;
-        float* pTexCoordinate = pTexCoordinates + firstVertex;
-        const float* pPoint = pGrid + firstGrid;
-        for (int c = 0; c < sizes.numVerticesX; ++c) {
-            const float u = x.Fraction(c);
-            const float gridX = pPoint[2 * c];
-            const float gridY = pPoint[2 * c + 1];
-            pPosition[2 * c] = x.Position(u);
-            pPosition[2 * c + 1] = positionY;
-            pTexCoordinate[2 * c] = isGridUsed ? x.FromGrid(gridX) : 0.0F + 1.0F * u;
-            pTexCoordinate[2 * c + 1] = isGridUsed ? y.FromGrid(gridY) : 0.0F + 1.0F * v;
-        }
+    // The grid is the largest of the three arrays: where its last float has a place, all have.
+    Orba::CheckedMul(2, Orba::CheckedMul(Orba::CheckedAdd(sizes.numVerticesX, 2),
+                                         Orba::CheckedAdd(sizes.numVerticesY, 2)));
+    Orba::CheckedIndex(static_cast<uint32_t>(sizes.numVerticesX), MaxVerticesX + 1);
+    constexpr int engineColumns = 33;
+    if (sizes.numVerticesX == engineColumns) {
+        // The same with a known count: the compiler then needs no remainder loops, half the instructions.
+        UpdateRows(pVertices, pTexCoordinates, pGrid, sizes, isGridUsed, engineColumns);
+    } else {
+        UpdateRows(pVertices, pTexCoordinates, pGrid, sizes, isGridUsed, sizes.numVerticesX);
     }
 }

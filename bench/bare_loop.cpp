@@ -1,0 +1,174 @@
+#include "bench/bare_loop.h"
+
+#include <EGL/egl.h>
+#include <EGL/eglext.h>
+#include <GLES3/gl3.h>
+
+#include <stdexcept>
+#include <vector>
+
+#include "node/dewarp/gpu/gpumesh.h"
+
+namespace bench {
+namespace {
+
+constexpr int Indices = (MeshColumns - 1) * (MeshRows - 1) * 6;
+
+constexpr const char* VertexShader =
+    "#version 300 es\n"
+    "layout(location = 0) in vec2 position;\n"
+    "layout(location = 1) in vec2 texCoord;\n"
+    "out vec2 at;\n"
+    "void main() { at = texCoord; gl_Position = vec4(position, 0.0, 1.0); }\n";
+constexpr const char* FragmentShader =
+    "#version 300 es\n"
+    "precision highp float;\n"
+    "uniform sampler2D plane;\n"
+    "in vec2 at;\n"
+    "out vec4 colour;\n"
+    "void main() { colour = texture(plane, at); }\n";
+
+GLuint MakeShader(GLenum type, const char* text) {
+    const GLuint shader = glCreateShader(type);
+    glShaderSource(shader, 1, &text, nullptr);
+    glCompileShader(shader);
+    return shader;
+}
+
+/// One plane of the picture: where it is sampled from and drawn to.
+struct Plane {
+    Plane(int w, int h, GLenum internalFormat, GLenum f) : width(w), height(h), format(f) {
+        for (GLuint* texture : {&source, &target}) {
+            glGenTextures(1, texture);
+            glBindTexture(GL_TEXTURE_2D, *texture);
+            glTexStorage2D(GL_TEXTURE_2D, 1, internalFormat, width, height);
+            for (const GLenum filter : {GLenum{GL_TEXTURE_MIN_FILTER}, GLenum{GL_TEXTURE_MAG_FILTER}}) {
+                glTexParameteri(GL_TEXTURE_2D, filter, GL_LINEAR);
+            }
+            for (const GLenum wrap : {GLenum{GL_TEXTURE_WRAP_S}, GLenum{GL_TEXTURE_WRAP_T}}) {
+                glTexParameteri(GL_TEXTURE_2D, wrap, GL_CLAMP_TO_EDGE);
+            }
+        }
+        glGenFramebuffers(1, &framebuffer);
+        glBindFramebuffer(GL_FRAMEBUFFER, framebuffer);
+        glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, target, 0);
+    }
+    void Upload(const uint8_t* pixels) const {
+        glBindTexture(GL_TEXTURE_2D, source);
+        glTexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, width, height, format, GL_UNSIGNED_BYTE, pixels);
+    }
+    void Draw() const {
+        glBindTexture(GL_TEXTURE_2D, source);
+        glBindFramebuffer(GL_FRAMEBUFFER, framebuffer);
+        glViewport(0, 0, width, height);
+        glClear(GL_COLOR_BUFFER_BIT);
+        glDrawElements(GL_TRIANGLES, Indices, GL_UNSIGNED_SHORT, nullptr);
+    }
+    void Read(uint8_t* pixels) const {
+        glBindFramebuffer(GL_FRAMEBUFFER, framebuffer);
+        glReadPixels(0, 0, width, height, format, GL_UNSIGNED_BYTE, pixels);
+    }
+
+    int width;
+    int height;
+    GLenum format;
+    GLuint source = 0;
+    GLuint target = 0;
+    GLuint framebuffer = 0;
+};
+
+/// A context without a surface, current as long as this lives.
+class Current {
+public:
+    Current(EGLDisplay display, EGLContext context) : display_(display) {
+        if (eglMakeCurrent(display, EGL_NO_SURFACE, EGL_NO_SURFACE, context) != EGL_TRUE) {
+            throw std::runtime_error("expected the machine's GL to make its context current, got a refusal");
+        }
+    }
+    ~Current() {
+        eglMakeCurrent(display_, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
+    }
+
+private:
+    EGLDisplay display_;
+};
+
+EGLContext MakeContext(EGLDisplay display) {
+    const EGLint wanted[] = {EGL_SURFACE_TYPE, EGL_PBUFFER_BIT, EGL_RENDERABLE_TYPE, EGL_OPENGL_ES3_BIT,
+                             EGL_NONE};
+    const EGLint version[] = {EGL_CONTEXT_CLIENT_VERSION, 3, EGL_NONE};
+    EGLConfig config = nullptr;
+    EGLint configs = 0;
+    eglInitialize(display, nullptr, nullptr);
+    eglBindAPI(EGL_OPENGL_ES_API);
+    eglChooseConfig(display, wanted, &config, 1, &configs);
+    EGLContext context = eglCreateContext(display, config, EGL_NO_CONTEXT, version);
+    if (context == EGL_NO_CONTEXT) {
+        throw std::runtime_error("expected the machine's GL to give a context of version 3, got none");
+    }
+    return context;
+}
+
+}  // namespace
+
+struct BareLoop::State {
+    State(int width, int height)
+        : current(display, context),
+          sizes{MeshColumns, MeshRows, width, height, width, height},
+          planes{{width, height, GL_R8, GL_RED}, {width / 2, height / 2, GL_RG8, GL_RG}} {
+        const GLuint program = glCreateProgram();
+        glAttachShader(program, MakeShader(GL_VERTEX_SHADER, VertexShader));
+        glAttachShader(program, MakeShader(GL_FRAGMENT_SHADER, FragmentShader));
+        glLinkProgram(program);
+        glUseProgram(program);
+        std::vector<unsigned short> indices(Indices);
+        GenerateMeshIndices(indices.data(), MeshColumns - 1, MeshRows - 1);
+        GLuint buffer = 0;
+        glGenBuffers(1, &buffer);
+        glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, buffer);
+        glBufferData(GL_ELEMENT_ARRAY_BUFFER, Indices * 2, indices.data(), GL_STATIC_DRAW);
+        glEnableVertexAttribArray(0);
+        glEnableVertexAttribArray(1);
+        glPixelStorei(GL_UNPACK_ALIGNMENT, 1);
+        glPixelStorei(GL_PACK_ALIGNMENT, 1);
+    }
+
+    EGLDisplay display = eglGetPlatformDisplay(EGL_PLATFORM_SURFACELESS_MESA, EGL_DEFAULT_DISPLAY, nullptr);
+    EGLContext context = MakeContext(display);
+    Current current;
+    DewarpMeshSizes sizes;
+    Plane planes[2];
+    std::vector<float> vertices = std::vector<float>(MeshColumns * MeshRows * 2);
+    std::vector<float> texCoordinates = vertices;
+};
+
+BareLoop::BareLoop(int width, int height) : state_(new State(width, height)) {
+    eglMakeCurrent(state_->display, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
+}
+
+BareLoop::~BareLoop() {
+    eglDestroyContext(state_->display, state_->context);
+}
+
+std::string BareLoop::Renderer() const {
+    const Current current(state_->display, state_->context);
+    return reinterpret_cast<const char*>(glGetString(GL_RENDERER));
+}
+
+void BareLoop::Frame(const Picture& input, const IPEICAGridTransform& grid, Picture& output) {
+    State& s = *state_;
+    const Current current(s.display, s.context);
+    UpdateMesh(s.vertices.data(), s.texCoordinates.data(), &grid.gridTransformArray[0].x, s.sizes, true);
+    glVertexAttribPointer(0, 2, GL_FLOAT, GL_FALSE, 0, s.vertices.data());
+    glVertexAttribPointer(1, 2, GL_FLOAT, GL_FALSE, 0, s.texCoordinates.data());
+    s.planes[0].Upload(input.luma.data());
+    s.planes[1].Upload(input.chroma.data());
+    for (const Plane& plane : s.planes) {
+        plane.Draw();
+    }
+    s.planes[0].Read(output.luma.data());
+    s.planes[1].Read(output.chroma.data());
+    glFinish();
+}
+
+}  // namespace bench

@@ -1,0 +1,189 @@
+#include "bench/floor.h"
+
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "bench/null_host.h"
+#include "host/lumnodeutils.h"
+#include "node/dewarp/gpu/gpuapi.h"
+#include "node/dewarp/gpu/gpuentrypoints.h"
+
+namespace bench {
+namespace {
+
+constexpr int Columns = 33;
+constexpr int Rows = 25;
+constexpr int Vertices = Rows * Columns;
+constexpr int GridColumns = Columns + 2;
+constexpr int GridPoints = GridColumns * (Rows + 2);
+
+struct NullGl {
+#define FLOOR_ENTRY(member, symbol, ...) \
+    decltype(&::symbol) member = reinterpret_cast<decltype(&::symbol)>(NullGlSymbol(#symbol));
+    DEWARP_GLES_ENTRIES(FLOOR_ENTRY)
+    DEWARP_EGL_ENTRIES(FLOOR_ENTRY)
+#undef FLOOR_ENTRY
+};
+
+}  // namespace
+
+struct Floor::State {
+    void Probe() const {
+        if (gl.m_pfnglgeterror() != GL_NO_ERROR) {
+            std::abort();
+        }
+    }
+    void ProbeEgl() const {
+        if (gl.m_pfneglgeterror() != EGL_SUCCESS) {
+            std::abort();
+        }
+    }
+    void FillMesh(const float* grid);
+    void Begin() const;
+    void Draw() const;
+
+    NullGl gl;
+    int width;
+    int height;
+    float vertices[Vertices * 2] = {};
+    float texCoordinates[Vertices * 2] = {};
+};
+
+Floor::Floor(uint32_t width, uint32_t height) : state_(new State) {
+    state_->width = static_cast<int>(width);
+    state_->height = static_cast<int>(height);
+}
+
+Floor::~Floor() = default;
+
+void Floor::State::FillMesh(const float* grid) {
+    const float w = static_cast<float>(width);
+    const float h = static_cast<float>(height);
+    const float scaleX = w / static_cast<float>(width);  // input and output are of one size
+    const float scaleY = h / static_cast<float>(height);
+    const float halfX = static_cast<float>(-0.5 / width);
+    const float halfY = static_cast<float>(-0.5 / height);
+    const float centreX = (w - 1.0F) / 2.0F;
+    const float centreY = (h - 1.0F) / 2.0F;
+    float positionX[Columns];
+    for (int c = 0; c < Columns; ++c) {
+        positionX[c] = scaleX * (-1.0F + 2.0F * (halfX + static_cast<float>(c) / (Columns - 1)));
+    }
+    for (int r = 0; r < Rows; ++r) {
+        float* position = vertices + 2 * r * Columns;
+        float* texCoordinate = texCoordinates + 2 * r * Columns;
+        const float* point = grid + 2 * ((r + 1) * GridColumns + 1);
+        const float positionY = scaleY * (-1.0F + 2.0F * (halfY + static_cast<float>(r) / (Rows - 1)));
+        for (int c = 0; c < Columns; ++c) {
+            position[2 * c] = positionX[c];
+            position[2 * c + 1] = positionY;
+        }
+        for (int c = 0; c < Columns; ++c) {
+            texCoordinate[2 * c] = 0.0F + (point[2 * c] + centreX) / w;
+            texCoordinate[2 * c + 1] = 0.0F + (point[2 * c + 1] + centreY) / h;
+        }
+    }
+}
+
+void Floor::State::Begin() const {
+    gl.m_pfneglmakecurrent(nullptr, nullptr, nullptr, nullptr);
+    ProbeEgl();
+    gl.m_pfngluseprogram(1);
+    Probe();
+    const GLint location = gl.m_pfnglgetuniformlocation(1, "tex");
+    gl.m_pfnglactivetexture(GL_TEXTURE0);
+    gl.m_pfngluniform1i(location, 0);
+    gl.m_pfnglviewport(0, 0, width, height);
+}
+
+void Floor::State::Draw() const {
+    gl.m_pfnglenablevertexattribarray(0);
+    gl.m_pfnglenablevertexattribarray(1);
+    gl.m_pfnglvertexattribpointer(0, 2, GL_FLOAT, GL_FALSE, 0, vertices);
+    Probe();
+    gl.m_pfnglvertexattribpointer(1, 2, GL_FLOAT, GL_FALSE, 0, texCoordinates);
+    Probe();
+    gl.m_pfnglbindbuffer(GL_ELEMENT_ARRAY_BUFFER, 1);
+    Probe();
+    gl.m_pfnglbindtexture(GL_TEXTURE_EXTERNAL_OES, 1);
+    Probe();
+    gl.m_pfnglbindframebuffer(GL_DRAW_FRAMEBUFFER, 1);
+    Probe();
+    gl.m_pfnglscissor(0, 0, width, height);
+    Probe();
+    if (gl.m_pfnglcheckframebufferstatus(GL_DRAW_FRAMEBUFFER) != GL_FRAMEBUFFER_COMPLETE) {
+        std::abort();
+    }
+    gl.m_pfnglClearColor(0.0F, 0.0F, 0.0F, 0.0F);
+    Probe();
+    gl.m_pfnglClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+    Probe();
+    gl.m_pfngldrawelements(GL_TRIANGLES, (Columns - 1) * (Rows - 1) * 6, GL_UNSIGNED_SHORT, nullptr);
+    Probe();
+    gl.m_pfnglflush();
+    gl.m_pfnglfinish();
+    gl.m_pfnglbindtexture(GL_TEXTURE_EXTERNAL_OES, 0);
+    Probe();
+    gl.m_pfnglbindframebuffer(GL_DRAW_FRAMEBUFFER, 0);
+    Probe();
+    gl.m_pfneglmakecurrent(nullptr, nullptr, nullptr, nullptr);
+    ProbeEgl();
+}
+
+void Floor::Frame(const IPEICAGridTransform& grid) {
+    float copy[GridPoints * 2];
+    std::memcpy(copy, grid.gridTransformArray, sizeof(copy));
+    state_->Begin();
+    state_->FillMesh(copy);
+    state_->Draw();
+}
+
+const float* Floor::Mesh() const {
+    static_assert(offsetof(State, texCoordinates) == offsetof(State, vertices) + sizeof(State::vertices),
+                  "no gap");
+    return state_->vertices;
+}
+
+struct DumpCalls::State {
+    FILE* files[3] = {std::fopen("/dev/null", "a"), std::fopen("/dev/null", "a"),
+                      std::fopen("/dev/null", "a")};
+    char line[98304];
+};
+
+DumpCalls::DumpCalls() : state_(new State) {}
+
+DumpCalls::~DumpCalls() {
+    for (FILE* file : state_->files) {
+        std::fclose(file);
+    }
+}
+
+void DumpCalls::Frame(const IPEICAGridTransform& grid, const float* mesh) {
+    constexpr size_t Limit = 65536;
+    char* const line = state_->line;
+    const auto wide = [](float value) { return static_cast<double>(value); };
+    const auto write = [line](const char* end, FILE* file) {
+        LumNodeUtils::FWrite(line, static_cast<size_t>(end - line), 1, file);
+    };
+    char* end = line + LumNodeUtils::SNPrintF(line, Limit, "Frame %lu, %u, %u, ", 1UL, 0U, 0U);
+    const GridPoint* point = grid.gridTransformArray;
+    for (; point < grid.gridTransformArray + GridPoints - 1; ++point) {
+        end += LumNodeUtils::SNPrintF(end, Limit, "%4.4lf, %4.4lf, ", wide(point->x), wide(point->y));
+    }
+    end += LumNodeUtils::SNPrintF(end, Limit, "%4.4lf, %4.4lf \n", wide(point->x), wide(point->y));
+    write(end, state_->files[0]);
+    for (int array = 1; array >= 0; --array) {
+        const float* data = mesh + array * Vertices * 2;
+        const float* const last = data + Vertices - 1;
+        end = line + LumNodeUtils::SNPrintF(line, Limit, "Frame %lu", 1UL);
+        for (; data < last; ++data) {
+            end += LumNodeUtils::SNPrintF(end, Limit, ", %4.4lf, %4.4lf", wide(data[0]), wide(data[1]));
+        }
+        end += LumNodeUtils::SNPrintF(end, Limit, ", %4.4lf, %4.4lf \n", wide(data[0]), wide(data[1]));
+        write(end, state_->files[2 - array]);
+    }
+}
+
+}  // namespace bench

@@ -1,0 +1,122 @@
+#if __has_include(<valgrind/callgrind.h>)
+#include <valgrind/callgrind.h>
+#else
+// Other machines' programs run under an emulator, which counts from without.
+#define CALLGRIND_ZERO_STATS
+#define CALLGRIND_DUMP_STATS_AT(name) static_cast<void>(name)
+#endif
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "bench/floor.h"
+#include "bench/null_host.h"
+#include "node/dewarp/gpu/gpumesh.h"
+
+/// Runs steady frames for callgrind to count: one dump per scenario, named after it, of a hundred frames.
+/// Collection is switched by the measured functions themselves (--toggle-collect), so that what is counted is
+/// what runs inside of them. Without callgrind this is a smoke test.
+///   bench-instructions                all scenarios
+///   bench-instructions --grid-only    the first
+///   bench-instructions --frames N     nothing but N steady frames
+
+namespace {
+
+constexpr int WarmUpFrames = 3;
+constexpr int Frames = 100;
+
+template <typename Frame>
+void Measure(const std::string& scenario, int warmUpFrames, const Frame& frame) {
+    for (int i = 0; i < warmUpFrames; ++i) {
+        frame();
+    }
+    CALLGRIND_ZERO_STATS;
+    for (int i = 0; i < Frames; ++i) {
+        frame();
+    }
+    CALLGRIND_DUMP_STATS_AT(scenario.c_str());
+}
+
+void MeasureNode(const std::string& scenario, const bench::NodeSetup& setup, unsigned nodes = 1) {
+    std::vector<std::unique_ptr<bench::NullNode>> all;
+    for (unsigned i = 0; i < nodes; ++i) {
+        all.push_back(std::make_unique<bench::NullNode>(BENCH_NODE_LIBRARY, setup));
+    }
+    size_t next = 0;
+    const int warmUpFrames = WarmUpFrames * static_cast<int>(setup.buffers * nodes);
+    Measure(scenario, warmUpFrames, [&] { all[next++ % nodes]->Frame(); });
+}
+
+void MeasureGrowth() {
+    const bench::NodeSetup sizes[] = {{640, 480}, {1280, 720}, {1920, 1080}, {3840, 2160}};
+    for (const bench::NodeSetup& setup : sizes) {
+        MeasureNode("size " + std::to_string(setup.width) + "x" + std::to_string(setup.height), setup);
+    }
+    for (const unsigned nodes : {1U, 2U, 4U, 8U}) {
+        MeasureNode("nodes " + std::to_string(nodes), {}, nodes);
+    }
+    for (const unsigned buffers : {1U, 2U, 4U, 8U, 16U, 32U, 64U}) {
+        bench::NodeSetup setup;
+        setup.buffers = buffers;
+        MeasureNode("buffers " + std::to_string(buffers), setup);
+    }
+}
+
+void MeasurePasses() {
+    bench::NullNode node(BENCH_NODE_LIBRARY, {});
+    node.Frame();
+    Measure("first pass", WarmUpFrames, [&] { node.FirstPass(); });
+}
+
+/// A floor that computed something else would be none.
+void RequireSameMesh(bench::Floor& floor) {
+    constexpr size_t Floats = 33 * 25 * 2;
+    std::vector<float> mesh(2 * Floats);
+    UpdateMesh(mesh.data(), mesh.data() + Floats, &bench::Grid().gridTransformArray[0].x,
+               {33, 25, 1920, 1080, 1920, 1080}, true);
+    floor.Frame(bench::Grid());
+    if (std::memcmp(mesh.data(), floor.Mesh(), mesh.size() * sizeof(float)) != 0) {
+        throw std::runtime_error("expected the floor to give the node's mesh bit for bit, got another");
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        if (argc > 2 && std::strcmp(argv[1], "--frames") == 0) {
+            bench::NullNode node(BENCH_NODE_LIBRARY, {});
+            for (int i = std::atoi(argv[2]); i > 0; --i) {
+                node.Frame();
+            }
+            return 0;
+        }
+        MeasureNode("grid", {});
+        if (argc > 1 && std::strcmp(argv[1], "--grid-only") == 0) {
+            return 0;
+        }
+        bench::NodeSetup unity;
+        unity.isGridUsed = false;
+        MeasureNode("unity", unity);
+        bench::NodeSetup dumped;
+        dumped.isDumped = true;
+        MeasureNode("dumps", dumped);
+        MeasurePasses();
+        bench::Floor floor(1920, 1080);
+        RequireSameMesh(floor);
+        Measure("floor", WarmUpFrames, [&] { floor.Frame(bench::Grid()); });
+        bench::DumpCalls dumpCalls;
+        Measure("dump calls", WarmUpFrames, [&] { dumpCalls.Frame(bench::Grid(), floor.Mesh()); });
+        MeasureGrowth();
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "bench-instructions: %s\n", error.what());
+        return 1;
+    }
+    return 0;
+}
