@@ -132,20 +132,66 @@ void FakeGl::Behave() {
     missingLibraries.clear();
 }
 
+uint32_t FakeGl::DropError() {
+    return std::exchange(pendingGl_, 0U);
+}
+
+namespace {
+
+bool IsEgl(const GlCall& call) {
+    return call.name.rfind("egl", 0) == 0;
+}
+
+bool Begins(const GlCall& call, const char* head) {
+    return call.name.rfind(head, 0) == 0;
+}
+
+}  // namespace
+
 uint64_t FakeGl::Perform(GlCall call) {
     const std::lock_guard<std::recursive_mutex> lock(mutex_);
     calls_.push_back(call.text);
+    GlFault failure = fault ? fault(call) : GlFault{};
     if (const auto error = errors_.find(call.name); error != errors_.end()) {
-        (call.name.rfind("egl", 0) == 0 ? pendingEgl_ : pendingGl_) = error->second;
+        failure.error = error->second;
         errors_.erase(error);
     }
+    if (IsEgl(call) && call.name != "eglGetError") {
+        pendingEgl_ = EGL_SUCCESS;  // the flag tells of the last call only
+    }
+    if (failure.error != 0) {
+        (IsEgl(call) ? pendingEgl_ : pendingGl_) = failure.error;
+    }
+    const uint64_t answer = AnswerTo(call, failure.isRefused);
+    CountObjects(call, answer);
+    if (watch) {
+        watch(call, failure, answer);
+    }
+    return answer;
+}
+
+uint64_t FakeGl::AnswerTo(const GlCall& call, bool isRefused) {
     if (const auto found = overrides_.find(call.name); found != overrides_.end()) {
         ++found->second.seen;
         if (found->second.nth == 0 || found->second.nth == found->second.seen) {
             return found->second.result;
         }
     }
-    return (call.name.rfind("egl", 0) == 0) ? RespondEgl(call) : Respond(call);
+    const bool isDone = !isRefused || Begins(call, "glDelete") || Begins(call, "eglDestroy");
+    if (!isDone && (call.name == "glGetShaderiv" || call.name == "glGetProgramiv")) {
+        *PointerOf<int>(call.words[2]) = 0;
+    }
+    const uint64_t answer = !isDone ? 0 : IsEgl(call) ? RespondEgl(call) : Respond(call);
+    return isRefused ? 0 : answer;
+}
+
+void FakeGl::CountObjects(const GlCall& call, uint64_t answer) {
+    const bool isMade =
+        Begins(call, "eglCreateContext") || Begins(call, "eglCreatePbuffer") || Begins(call, "glCreate");
+    const bool isGone = Begins(call, "eglDestroyContext") || Begins(call, "eglDestroySurface") ||
+                        Begins(call, "glDeleteShader") || Begins(call, "glDeleteProgram");
+    liveObjects += (isMade && answer != 0) ? 1U : 0U;
+    liveObjects -= (isGone && call.words.back() != 0) ? 1U : 0U;
 }
 
 uint64_t FakeGl::TakeError(uint32_t& pending, uint32_t none) {

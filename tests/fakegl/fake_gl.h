@@ -17,6 +17,12 @@ struct GlCall {
     std::string text;             ///< "glViewport(0, 0, 1920, 1080)"; pointers other than handles as "ptr"
 };
 
+/// What a fault does to one call.
+struct GlFault {
+    uint32_t error = 0;      ///< raised as the call's error flag; 0 for none
+    bool isRefused = false;  ///< nothing is made, the status is false, the result 0; what deletes still does
+};
+
 /// EGL and OpenGL ES that draw nothing: every entry point of the engine's lists, recorded and answered as a
 /// well-behaved driver would, unless a test says otherwise. One at a time in a process; thread safe.
 class FakeGl : public desk::LibraryProvider {
@@ -37,6 +43,12 @@ public:
     void RaiseAfter(const std::string& name, uint32_t error);
     /// Forgets Answer, RaiseAfter and missing symbols.
     void Behave();
+    /// Asked before every call is answered; may be empty.
+    std::function<GlFault(const GlCall&)> fault;
+    /// Told of every call and its answer; may be empty.
+    std::function<void(const GlCall&, const GlFault&, uint64_t answer)> watch;
+    /// Forgets the GL error flag, as when another context becomes current. Returns what it was.
+    uint32_t DropError();
 
     std::set<std::string> missingSymbols;
     std::set<std::string> missingLibraries;  ///< device paths
@@ -55,7 +67,8 @@ public:
     uint64_t Perform(GlCall call);
 
     size_t liveImages = 0;
-    size_t liveNames = 0;  ///< textures, buffers, framebuffers, renderbuffers
+    size_t liveNames = 0;    ///< textures, buffers, framebuffers, renderbuffers
+    size_t liveObjects = 0;  ///< contexts, surfaces, shaders, programs
 
 private:
     struct Override {
@@ -64,6 +77,8 @@ private:
         unsigned seen;
     };
 
+    uint64_t AnswerTo(const GlCall& call, bool isRefused);
+    void CountObjects(const GlCall& call, uint64_t answer);
     uint64_t Respond(const GlCall& call);
     uint64_t RespondEgl(const GlCall& call);
     void Generate(const GlCall& call);
