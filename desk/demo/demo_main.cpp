@@ -8,7 +8,7 @@
 #include <stdexcept>
 
 #include "desk/demo/demo_options.h"
-#include "desk/demo/gl_renderer.h"
+#include "desk/demo/gl_info.h"
 #include "desk/demo/report.h"
 #include "desk/demo/result_folder.h"
 #include "desk/demo/variant_run.h"
@@ -52,7 +52,7 @@ void PrintSummary(Variant variant, const VariantResult& result) {
 /// Returns whether every variant kept its limits.
 bool RunDemo(const DemoOptions& options) {
     const cv::Mat photo = ReadPhoto(options.photo.file);
-    const std::string renderer = GlRenderer(DEMO_SYSTEM_LIBRARY_DIR);
+    const std::string renderer = DescribeGl(DEMO_SYSTEM_LIBRARY_DIR).renderer;
     bool kept = true;
     for (const Variant variant : {Variant::RealTime, Variant::LookAhead}) {
         ResultFolder folder(options.out / FolderOf(variant));

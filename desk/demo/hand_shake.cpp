@@ -12,7 +12,7 @@ constexpr double RollAt1Hz = 0.0085;  // radians
 
 }  // namespace
 
-HandShake::HandShake(uint32_t seed, int pictureHeight) {
+HandShake::HandShake(uint32_t seed, int pictureHeight, double strength) {
     std::mt19937 engine(seed);
     // The standard distributions may differ from library to library; the engine's own numbers may not.
     const auto fraction = [&engine] { return static_cast<double>(engine()) / 4294967296.0; };
@@ -25,9 +25,9 @@ HandShake::HandShake(uint32_t seed, int pictureHeight) {
         }
         return waves;
     };
-    x_ = draw(ShiftAt1Hz * pictureHeight);
-    y_ = draw(ShiftAt1Hz * pictureHeight);
-    roll_ = draw(RollAt1Hz);
+    x_ = draw(strength * ShiftAt1Hz * pictureHeight);
+    y_ = draw(strength * ShiftAt1Hz * pictureHeight);
+    roll_ = draw(strength * RollAt1Hz);
     bound_ = {Reach(x_), Reach(y_), Reach(roll_)};
 }
 

@@ -18,8 +18,8 @@ class HandShake {
 public:
     /// The translation grows with the height of the picture that is filmed, in pixels, so that the shake
     /// looks alike at every size: about 10 pixels RMS between two frames of a 1080-line clip at 30 per
-    /// second.
-    HandShake(uint32_t seed, int pictureHeight);
+    /// second for a strength of 1.
+    HandShake(uint32_t seed, int pictureHeight, double strength = 1);
 
     CameraPose At(double seconds) const;
 

@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <cmath>
 #include <fstream>
 #include <nlohmann/json.hpp>
@@ -65,15 +64,6 @@ Json ResultJson(const VariantResult& result) {
 }
 
 }  // namespace
-
-CallTimes Summarize(std::vector<double> milliseconds) {
-    std::sort(milliseconds.begin(), milliseconds.end());
-    const auto percentile = [&milliseconds](double percent) {
-        const double rank = std::ceil(percent / 100 * static_cast<double>(milliseconds.size()));
-        return milliseconds[static_cast<size_t>(rank) - 1];
-    };
-    return {percentile(50), percentile(95), percentile(100)};
-}
 
 std::vector<std::string> MissedLimits(const VariantResult& result) {
     std::vector<std::string> missed;

@@ -4,19 +4,10 @@
 #include <string>
 #include <vector>
 
+#include "desk/demo/call_times.h"
 #include "desk/demo/demo_options.h"
 
 namespace desk {
-
-/// Time that calls took, in milliseconds.
-struct CallTimes {
-    double p50 = 0;
-    double p95 = 0;
-    double max = 0;
-};
-
-/// Nearest-rank percentiles of at least one value.
-CallTimes Summarize(std::vector<double> milliseconds);
 
 /// What one variant's run came to.
 struct VariantResult {

@@ -1,14 +1,17 @@
 #include "desk/demo/shaky_camera.h"
 
+#include <fmt/format.h>
+
 #include <cmath>
+#include <stdexcept>
 
 namespace desk {
 
-ShakyCamera::ShakyCamera(const HandShake& shake, cv::Size frameSize, double framesPerSecond)
-    : shake_(shake), frameSize_(frameSize), framesPerSecond_(framesPerSecond) {}
+ShakyCamera::ShakyCamera(const HandShake& shake, cv::Size frameSize, double framesPerSecond, double readout)
+    : shake_(shake), frameSize_(frameSize), framesPerSecond_(framesPerSecond), readout_(readout) {}
 
 CameraPose ShakyCamera::RowPose(int frame, double row) const {
-    return shake_.At((frame + ReadoutShare * row / frameSize_.height) / framesPerSecond_);
+    return shake_.At((frame + readout_ * row / frameSize_.height) / framesPerSecond_);
 }
 
 cv::Point2d ShakyCamera::FromScene(int frame, cv::Point2d q) const {
@@ -37,6 +40,19 @@ cv::Size ShakyCamera::Reach(cv::Size view, const CameraPose& bound) {
     const auto border = [](double pixels) { return 2 * static_cast<int>(std::ceil(pixels)); };
     return {view.width + border(bound.x + s * view.height / 2),
             view.height + border(bound.y + s * view.width / 2)};
+}
+
+void ShakyCamera::RequireRoom(cv::Size input, cv::Size output, const CameraPose& bound) {
+    const cv::Size needed = Reach(output, bound);
+    if (needed.width > input.width || needed.height > input.height) {
+        throw std::runtime_error(
+            fmt::format("the margin is too small: the node asked for an input of {} x {}, and steadying an "
+                        "output of {} x "
+                        "{} takes up to {} x {}, a margin of {:.3f},{:.3f}",
+                        input.width, input.height, output.width, output.height, needed.width, needed.height,
+                        static_cast<double>(needed.width) / output.width - 1,
+                        static_cast<double>(needed.height) / output.height - 1));
+    }
 }
 
 }  // namespace desk

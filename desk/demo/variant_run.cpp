@@ -22,19 +22,6 @@ cv::Size ToCv(Size size) {
     return {static_cast<int>(size.width), static_cast<int>(size.height)};
 }
 
-void RequireRoomForShake(cv::Size input, cv::Size output, const CameraPose& bound) {
-    const cv::Size needed = ShakyCamera::Reach(output, bound);
-    if (needed.width > input.width || needed.height > input.height) {
-        throw std::runtime_error(
-            fmt::format("the margin is too small: the node asked for an input of {} x {}, and steadying an "
-                        "output of {} x "
-                        "{} takes up to {} x {}, a margin of {:.3f},{:.3f}",
-                        input.width, input.height, output.width, output.height, needed.width, needed.height,
-                        static_cast<double>(needed.width) / output.width - 1,
-                        static_cast<double>(needed.height) / output.height - 1));
-    }
-}
-
 Nv12 View(GrallocBuffer& buffer) {
     return {ToCv({buffer.Width(), buffer.Height()}), buffer.Luma(), buffer.Chroma(), buffer.Stride()};
 }
@@ -78,7 +65,7 @@ double TimedProcess(DeskNode& node, int frame, const IPEICAGridTransform& grid, 
 void RunFrames(const DemoOptions& options, DeskNode& node, const cv::Mat& photo, Comparison& comparison,
                const std::function<void(int)>& progress, VariantResult& result) {
     const HandShake shake(options.seed, options.output.height);
-    RequireRoomForShake(result.input, result.output, shake.Bound());
+    ShakyCamera::RequireRoom(result.input, result.output, shake.Bound());
     const ShakyCamera camera(shake, result.input, options.framesPerSecond);
     Scene scene(photo, result.input, shake.Bound());
     Nv12 ideal(result.output);

@@ -1,4 +1,4 @@
-#include "desk/demo/gl_renderer.h"
+#include "desk/demo/gl_info.h"
 
 #include <EGL/egl.h>
 #include <GLES3/gl3.h>
@@ -27,7 +27,7 @@ private:
     void* library_;
 };
 
-std::string RendererOf(const NamedCalls& egl, const NamedCalls& gl, EGLDisplay display) {
+GlInfo InfoOf(const NamedCalls& egl, const NamedCalls& gl, EGLDisplay display) {
     const std::array<EGLint, 3> wanted = {EGL_SURFACE_TYPE, EGL_PBUFFER_BIT, EGL_NONE};
     const std::array<EGLint, 3> version = {EGL_CONTEXT_CLIENT_VERSION, 2, EGL_NONE};
     EGLConfig config = nullptr;
@@ -36,33 +36,34 @@ std::string RendererOf(const NamedCalls& egl, const NamedCalls& gl, EGLDisplay d
     egl.Call<decltype(eglChooseConfig)>("eglChooseConfig", display, wanted.data(), &config, 1, &configs);
     EGLContext context = egl.Call<decltype(eglCreateContext)>("eglCreateContext", display, config,
                                                               EGL_NO_CONTEXT, version.data());
-    std::string name;
+    GlInfo info;
     if (egl.Call<decltype(eglMakeCurrent)>("eglMakeCurrent", display, EGL_NO_SURFACE, EGL_NO_SURFACE,
                                            context) == EGL_TRUE) {
         const GLubyte* text = gl.Call<decltype(glGetString)>("glGetString", GLenum{GL_RENDERER});
-        name = text == nullptr ? "" : reinterpret_cast<const char*>(text);
+        info.renderer = text == nullptr ? "" : reinterpret_cast<const char*>(text);
+        gl.Call<decltype(glGetIntegerv)>("glGetIntegerv", GLenum{GL_MAX_TEXTURE_SIZE}, &info.maxTextureSize);
         egl.Call<decltype(eglMakeCurrent)>("eglMakeCurrent", display, EGL_NO_SURFACE, EGL_NO_SURFACE,
                                            EGL_NO_CONTEXT);
     }
     egl.Call<decltype(eglDestroyContext)>("eglDestroyContext", display, context);
-    return name;
+    return info;
 }
 
 }  // namespace
 
-std::string GlRenderer(const std::filesystem::path& libraryDir) {
+GlInfo DescribeGl(const std::filesystem::path& libraryDir) {
     const NamedCalls egl(libraryDir / "libEGL.so");
     const NamedCalls gl(libraryDir / "libGLESv2.so");
     if (!egl.Loaded() || !gl.Loaded()) {
-        return "";
+        return {};
     }
     EGLDisplay display = egl.Call<decltype(eglGetDisplay)>("eglGetDisplay", EGL_DEFAULT_DISPLAY);
     if (egl.Call<decltype(eglInitialize)>("eglInitialize", display, nullptr, nullptr) != EGL_TRUE) {
-        return "";
+        return {};
     }
-    const std::string name = RendererOf(egl, gl, display);
+    const GlInfo info = InfoOf(egl, gl, display);
     egl.Call<decltype(eglTerminate)>("eglTerminate", display);
-    return name;
+    return info;
 }
 
 }  // namespace desk

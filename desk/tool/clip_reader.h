@@ -1,0 +1,52 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <opencv2/core.hpp>
+
+#include "desk/demo/nv12.h"
+#include "desk/tool/options.h"
+
+namespace desk {
+
+/// What a clip's frames are, apart from their pixels.
+struct ClipFormat {
+    cv::Size size;
+    int rateNumerator = 30;  ///< frames per second, as a fraction
+    int rateDenominator = 1;
+    bool fullRange = true;  ///< whether luma goes from 0 to 255 or from 16 to 235
+    int matrix = 5;         ///< H.273's number of the matrix coefficients; 5 is BT.601
+
+    double FramesPerSecond() const {
+        return static_cast<double>(rateNumerator) / rateDenominator;
+    }
+};
+
+/// Reads the frames of a clip: any file that FFmpeg reads, or a folder of pictures numbered from 1
+/// (000001.png, ...).
+class ClipReader {
+public:
+    /// Throws UsageError, naming the file, when there is no clip with a video stream.
+    ClipReader(const std::filesystem::path& clip, const FrameRange& frames);
+    ~ClipReader();
+    ClipReader(const ClipReader&) = delete;
+    ClipReader& operator=(const ClipReader&) = delete;
+
+    const ClipFormat& Format() const;
+    /// Frames in the range, as the file's header tells; 0 when it does not.
+    int64_t ExpectedFrames() const;
+    /// The number in the clip, from 0, of the frame that Read returned last.
+    int64_t Frame() const;
+
+    /// Fills the picture with the next frame: scaled, when sizes differ, until it just covers the picture,
+    /// what is too much cut off evenly on both sides. False at the end of the range or the clip. Throws
+    /// UsageError, naming file and frame, for a damaged frame or a clip that has no frame in the range.
+    bool Read(Nv12& picture);
+
+private:
+    struct Decoder;
+    std::unique_ptr<Decoder> decoder_;
+};
+
+}  // namespace desk

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <stdexcept>
+
+namespace desk {
+
+/// What the program's exit status says. Interrupted is what a shell reports for SIGINT.
+enum ExitCode { Done = 0, CheckFailed = 1, WrongUse = 2, WrongEnvironment = 3, WasInterrupted = 130 };
+
+/// What was asked for cannot be done: an option, a clip or a dump is wrong. Any other exception is the
+/// environment's fault: a full disk, a folder without permission, no GL.
+class UsageError : public std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+}  // namespace desk

@@ -1,0 +1,49 @@
+#include <fmt/format.h>
+
+#include <exception>
+
+#include "desk/tool/commands.h"
+#include "desk/tool/errors.h"
+#include "desk/tool/progress.h"
+
+namespace desk {
+namespace {
+
+using AddCommandTo = void (*)(CLI::App&, ChosenCommand&);
+constexpr AddCommandTo Commands[] = {AddStabilise, AddReplay, AddInspect, AddVerify, AddDiff, AddSynth};
+
+int Run(int argc, char** argv) {
+    CLI::App app(
+        "Runs the dewarp node without a device: on clips, on a device's dump files, on your own grids.",
+        "dewarp-desk");
+    app.require_subcommand(1);
+    ChosenCommand chosen;
+    for (const AddCommandTo add : Commands) {
+        add(app, chosen);
+    }
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? Done : WrongUse;
+    }
+    CatchInterrupts();
+    return chosen();
+}
+
+int Fail(ExitCode code, const std::exception& error) {
+    fmt::print(stderr, "dewarp-desk: {}\n", error.what());
+    return code;
+}
+
+}  // namespace
+}  // namespace desk
+
+int main(int argc, char** argv) {
+    try {
+        return desk::Run(argc, argv);
+    } catch (const desk::UsageError& error) {
+        return desk::Fail(desk::WrongUse, error);
+    } catch (const std::exception& error) {
+        return desk::Fail(desk::WrongEnvironment, error);
+    }
+}

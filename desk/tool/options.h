@@ -1,0 +1,52 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <limits>
+#include <opencv2/core.hpp>
+#include <optional>
+#include <string>
+
+#include "desk/host/host_types.h"
+
+namespace desk {
+
+/// Frames first to end - 1 of a clip, counted from 0.
+struct FrameRange {
+    int64_t first = 0;
+    int64_t end = std::numeric_limits<int64_t>::max();
+};
+
+enum class ProgressKind { Auto, Bar, Pipe, None };
+
+/// The options that every command has. What a command does not use it accepts and leaves alone.
+struct CommonOptions {
+    Variant variant = Variant::RealTime;
+    std::optional<cv::Size> size;   ///< of the output, pixels
+    std::optional<Margin> margin;   ///< fractions of the output
+    FrameRange frames;              ///< of the clip
+    std::filesystem::path dumpDir;  ///< where the node's dump files go; empty switches them off
+    std::string json;               ///< file for the results, "-" for stdout, empty for none
+    std::filesystem::path report;   ///< folder for the report; empty for none
+    bool compare = false;           ///< the output shows before and after side by side
+    uint32_t luxBits = 1 | 2;       ///< levels of the node's log
+    ProgressKind progress = ProgressKind::Auto;
+    bool overwrite = false;
+};
+
+/// What the command line asks for; returns the exit code. Set by the subcommand that was named.
+using ChosenCommand = std::function<int()>;
+
+/// Adds a subcommand with its example, which is shown below the help.
+CLI::App& AddCommand(CLI::App& app, const std::string& name, const std::string& description,
+                     const std::string& example);
+
+/// Adds the common options to a subcommand. `options` outlives the parsing.
+void AddCommonOptions(CLI::App& command, CommonOptions& options);
+
+/// Throws UsageError when the file or folder exists and may not be overwritten.
+void RequireFree(const std::filesystem::path& place, bool overwrite);
+
+}  // namespace desk

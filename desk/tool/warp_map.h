@@ -1,0 +1,48 @@
+#pragma once
+
+#include <array>
+#include <opencv2/core.hpp>
+#include <vector>
+
+#include "desk/tool/results.h"
+#include "host/lumnoderequest.h"
+
+namespace desk {
+
+/// What the node's mesh shows where, worked out anew in double precision from the geometry itself and not
+/// from the node's arithmetic. Positions are pixel indexes, fractions included, about the first pixel's
+/// centre.
+class WarpMap {
+public:
+    static constexpr int CellColumns = 32;
+    static constexpr int CellRows = 24;
+
+    /// Sizes in pixels. The grid is taken as enabled.
+    WarpMap(const IPEICAGridTransform& grid, cv::Size input, cv::Size output);
+
+    /// The input position that the output position shows: linear within each of the two triangles of a cell.
+    /// Outside the mesh the outermost triangles go on.
+    cv::Point2d At(cv::Point2d output) const;
+
+    /// Whether the mesh covers the output position, `border` output pixels inside its edge or more.
+    bool Covers(cv::Point2d output, double border) const;
+
+    /// How far what is shown lies outside the middle of the input, which has the output's size.
+    SideUse MarginUse() const;
+
+private:
+    const cv::Point2d& Vertex(int column, int row) const {
+        return vertices_.data()[row * (CellColumns + 1) + column];
+    }
+    cv::Point2d MeshPosition(cv::Point2d output) const;
+
+    cv::Size input_;
+    cv::Size output_;
+    std::vector<cv::Point2d> vertices_;  ///< input positions, row by row
+};
+
+/// The cells, by column and row, with a triangle of no or negative area: what is shown there is folded over.
+/// The vertices lie row by row; those after the last whole row are left out.
+std::vector<cv::Point> FoldedCells(const std::vector<cv::Point2d>& vertices, int columns);
+
+}  // namespace desk
