@@ -31,10 +31,10 @@ steady() { # NAME COMMAND...: runs the command, which writes NAME.mkv, and print
     "$(echo "$count / ($end - $start)" | bc -l)"
 }
 
-vidstab() { # NAME FILTER_OPTIONS
-  ffmpeg -v error -y -i shaky.mkv -vf vidstabdetect=shakiness=10:accuracy=15:result=vidstab.trf -f null -
+vidstab() { # NAME DETECT_OPTIONS TRANSFORM_OPTIONS
+  ffmpeg -v error -y -i shaky.mkv -vf vidstabdetect=shakiness=10:accuracy=15:result=vidstab.trf$2 -f null -
   ffmpeg -v error -y -i shaky.mkv \
-    -vf "vidstabtransform=input=vidstab.trf:optzoom=0:crop=keep:interpol=bicubic:$2,crop=$width:$height" \
+    -vf "vidstabtransform=input=vidstab.trf:optzoom=0:crop=keep:interpol=bicubic$3,crop=$width:$height" \
     -c:v ffv1 -level 3 "$1.mkv"
 }
 
@@ -49,8 +49,8 @@ steady desk-known-grids "$desk" replay shaky.mkv --grids grids.txt -o desk-known
 steady desk-lookahead "$desk" stabilise shaky.mkv -o desk-lookahead.mkv --variant lookahead --window 30 \
   --size "${width}x$height" "${quiet[@]}"
 steady desk-realtime "$desk" stabilise shaky.mkv -o desk-realtime.mkv --size "${width}x$height" "${quiet[@]}"
-steady vidstab-smoothing-30 vidstab vidstab-smoothing-30 smoothing=30
-steady vidstab-tripod vidstab vidstab-tripod tripod=1
+steady vidstab-smoothing-30 vidstab vidstab-smoothing-30 "" :smoothing=30
+steady vidstab-tripod vidstab vidstab-tripod :tripod=1 :tripod=1
 steady opencv-videostab "$peers" videostab shaky.mkv opencv-videostab.mkv "$width" "$height"
 echo
 echo "PSNR: luma against the still camera, dB over all frames and of the worst. motion: pixels RMS between frames."

@@ -17,7 +17,8 @@
 namespace desk {
 namespace {
 
-constexpr int Radius = 30;  // frames on either side, as the desk's window
+constexpr int Radius = 30;       // frames on either side, as the desk's window
+constexpr float Deviation = 15;  // frames; the module's own choice, the root of the radius, steadies far less
 
 /// A clip for OpenCV's stabiliser. The stabiliser reads it twice, so the clip is opened anew by reset.
 class ClipSource : public cv::videostab::IFrameSource {
@@ -55,7 +56,7 @@ void Stabilise(const std::string& clip, const std::string& out, cv::Size size) {
     stabiliser.setLog(cv::makePtr<cv::videostab::NullLog>());
     stabiliser.setFrameSource(source);
     stabiliser.setMotionEstimator(motion);
-    stabiliser.setMotionStabilizer(cv::makePtr<cv::videostab::GaussianMotionFilter>(Radius));
+    stabiliser.setMotionStabilizer(cv::makePtr<cv::videostab::GaussianMotionFilter>(Radius, Deviation));
     stabiliser.setRadius(Radius);
     stabiliser.setBorderMode(cv::BORDER_REPLICATE);
     ClipFormat format = source->Format();

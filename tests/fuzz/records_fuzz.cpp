@@ -35,7 +35,7 @@ template <typename Record>
 void SendSmall(FuzzInput& input, uint32_t (*callback)(Record*), void* handle) {
     constexpr bool hasHandle = sizeof(Record) > 16 || std::is_same_v<Record, LumNodedestroyInfo>;
     constexpr size_t readAnyway = (hasHandle && !std::is_same_v<Record, LumNodeCreateInfo>) ? 16 : 4;
-    const uint32_t size = input.Take<uint16_t>() % sizeof(Record);
+    const auto size = static_cast<uint32_t>(input.Take<uint16_t>() % sizeof(Record));
     const size_t bytes = std::max<size_t>(size, readAnyway);
     const std::unique_ptr<uint64_t[]> block(new uint64_t[(bytes + 7) / 8]());
     auto* memory = reinterpret_cast<unsigned char*>(block.get()) + ((bytes + 7) / 8 * 8 - bytes);
