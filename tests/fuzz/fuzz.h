@@ -18,7 +18,9 @@ public:
     T Take() {
         T value = {};
         const size_t bytes = (left_ < sizeof(T)) ? left_ : sizeof(T);
-        std::memcpy(static_cast<void*>(&value), data_, bytes);
+        if (bytes != 0) {  // an empty input may come without an address
+            std::memcpy(static_cast<void*>(&value), data_, bytes);
+        }
         data_ += bytes;
         left_ -= bytes;
         return value;
