@@ -63,15 +63,18 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (float& value : grid) {
         value = input.Take<float>();
     }
-    const auto vertices = static_cast<size_t>(x.vertices * y.vertices);
+    const auto columns = static_cast<size_t>(x.vertices);
+    const size_t vertices = columns * static_cast<size_t>(y.vertices);
     std::vector<float> positions(vertices * 2);
     std::vector<float> texCoordinates(vertices * 2);
     UpdateMesh(positions.data(), texCoordinates.data(), grid.data(),
                {x.vertices, y.vertices, x.in, y.in, x.out, y.out}, isGridUsed);
     for (int row = 0; row < y.vertices; ++row) {
         for (int column = 0; column < x.vertices; ++column) {
-            const auto at = static_cast<size_t>(2 * (row * x.vertices + column));
-            const auto point = static_cast<size_t>(2 * ((row + 1) * (x.vertices + 2) + column + 1));
+            const auto r = static_cast<size_t>(row);
+            const auto c = static_cast<size_t>(column);
+            const size_t at = 2 * (r * columns + c);
+            const size_t point = 2 * ((r + 1) * (columns + 2) + c + 1);
             x.Check(positions[at], texCoordinates[at], column, grid[point], isGridUsed);
             y.Check(positions[at + 1], texCoordinates[at + 1], row, grid[point + 1], isGridUsed);
         }

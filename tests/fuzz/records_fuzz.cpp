@@ -21,7 +21,7 @@ void RunPredicted(bool isAborting, Call call) {
     }
     const pid_t child = ::fork();
     if (child == 0) {
-        std::signal(SIGABRT, SIG_DFL);
+        static_cast<void>(std::signal(SIGABRT, SIG_DFL));
         call();
         ::_exit(0);
     }
