@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cmath>
 #include <csignal>
 #include <memory>
@@ -20,13 +21,16 @@ void RunPredicted(bool isAborting, Call call) {
         return call();
     }
     const pid_t child = ::fork();
+    Require(child >= 0, "no child process can be made");
     if (child == 0) {
         static_cast<void>(std::signal(SIGABRT, SIG_DFL));
         call();
         ::_exit(0);
     }
     int status = 0;
-    ::waitpid(child, &status, 0);
+    while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
+        // The fuzzer's own timer interrupts the wait.
+    }
     Require(WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT, "a call goes on that has to end the process");
 }
 
