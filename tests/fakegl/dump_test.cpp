@@ -101,24 +101,3 @@ TEST_F(Dumps, HoldLinesOfAnyGrid) {
     ASSERT_EQ(DumpLines("Grid").size(), 1U);
     EXPECT_GT(DumpLines("Grid")[0].size(), 65536U) << "longer than one formatting call may be";
 }
-
-TEST_F(Dumps, NeverFailARequest) {
-    MakeNode();
-    FailService("FWrite", "", 0);
-    EXPECT_EQ(Frame(1), 0U);
-    EXPECT_THAT(TakeLog('E'), ElementsAre("E WriteGridToFile() File write failed !",
-                                          "E WriteVerticesAndTexCoordinatesToFile() File write failed !",
-                                          "E WriteVerticesAndTexCoordinatesToFile() File write failed !"));
-    FailService("FClose", "", 1);
-    node_.reset();
-    const std::string closed = " [DEWARP_2] Warp dump file close failed";
-    EXPECT_THAT(TakeLog('E'), ElementsAre("E Uninitialize()" + closed, "E Uninitialize()" + closed,
-                                          "E ~LumDewarpNode()" + closed));
-    FailService("FOpen", "", 1);
-    node_ = host_.CreateNode(desk::Variant::RealTime);
-    const std::string stamp = "20240303_140509.txt for ";
-    const std::string head = "E Initialize() [DEWARP_2] Can't open /data/vendor/camera/Warp2_";
-    EXPECT_THAT(TakeLog('E'), ElementsAre(head + "Tex_" + stamp + "Tex output dump !",
-                                          head + "Vert_" + stamp + "Vertices output dump !",
-                                          head + "Grid_" + stamp + "Warp output dump !"));
-}

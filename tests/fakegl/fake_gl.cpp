@@ -94,9 +94,6 @@ FakeGl* FakeGl::Current() {
 }
 
 void* FakeGl::Map(const std::string& devicePath) {
-    if (missingLibraries.count(devicePath) != 0) {
-        return nullptr;
-    }
     return (devicePath == "/system/lib64/libGLESv2.so") ? &g_glesLibrary
            : (devicePath == "/system/lib64/libEGL.so")  ? &g_eglLibrary
                                                         : nullptr;
@@ -117,19 +114,12 @@ std::vector<std::string> FakeGl::Take() {
     return std::exchange(calls_, {});
 }
 
-void FakeGl::Answer(const std::string& name, uint64_t result, unsigned nth) {
-    overrides_[name] = {result, nth, 0};
-}
-
 void FakeGl::RaiseAfter(const std::string& name, uint32_t error) {
     errors_[name] = error;
 }
 
 void FakeGl::Behave() {
-    overrides_.clear();
     errors_.clear();
-    missingSymbols.clear();
-    missingLibraries.clear();
 }
 
 uint32_t FakeGl::DropError() {
@@ -171,12 +161,6 @@ uint64_t FakeGl::Perform(GlCall call) {
 }
 
 uint64_t FakeGl::AnswerTo(const GlCall& call, bool isRefused) {
-    if (const auto found = overrides_.find(call.name); found != overrides_.end()) {
-        ++found->second.seen;
-        if (found->second.nth == 0 || found->second.nth == found->second.seen) {
-            return found->second.result;
-        }
-    }
     const bool isDone = !isRefused || Begins(call, "glDelete") || Begins(call, "eglDestroy");
     if (!isDone && (call.name == "glGetShaderiv" || call.name == "glGetProgramiv")) {
         *PointerOf<int>(call.words[2]) = 0;
@@ -216,11 +200,9 @@ uint64_t FakeGl::Respond(const GlCall& call) {
     }
     if (name == "glGetShaderiv" || name == "glGetProgramiv") {
         const bool isLength = call.words[1] == GL_INFO_LOG_LENGTH;
-        const auto broken = overrides_.find(name + ".status");
-        const int status =
-            (broken != overrides_.end() && ++broken->second.seen == broken->second.nth) ? 0 : 1;
-        *PointerOf<int>(call.words[2]) =
-            isLength ? static_cast<int>(infoLog.empty() ? 0 : infoLog.size() + 1) : status;
+        *PointerOf<int>(call.words[2]) = !isLength         ? 1
+                                         : infoLog.empty() ? 0
+                                                           : static_cast<int>(infoLog.size() + 1);
     } else if (name == "glGetShaderInfoLog" || name == "glGetProgramInfoLog") {
         std::memcpy(PointerOf<char>(call.words[3]), infoLog.c_str(), infoLog.size() + 1);
     } else if (name == "glGetAttribLocation") {

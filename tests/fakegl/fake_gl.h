@@ -37,11 +37,9 @@ public:
     /// The calls since the last time, as texts.
     std::vector<std::string> Take();
 
-    /// From now on, calls of `name` return `result` instead; the `nth` (1-based) of them only, 0 for all.
-    void Answer(const std::string& name, uint64_t result, unsigned nth = 0);
     /// The next call of `name` sets the error that glGetError (or eglGetError for EGL names) then returns.
     void RaiseAfter(const std::string& name, uint32_t error);
-    /// Forgets Answer, RaiseAfter and missing symbols.
+    /// Forgets RaiseAfter.
     void Behave();
     /// Asked before every call is answered; may be empty.
     std::function<GlFault(const GlCall&)> fault;
@@ -51,8 +49,7 @@ public:
     uint32_t DropError();
 
     std::set<std::string> missingSymbols;
-    std::set<std::string> missingLibraries;  ///< device paths
-    std::string infoLog;                     ///< of shaders and programs
+    std::string infoLog;  ///< of shaders and programs
     /// Configs that eglChooseConfig offers: red, green, blue, alpha, depth, stencil, sample buffers, samples.
     std::vector<std::vector<int>> configs = {{8, 8, 8, 8, 24, 8, 0, 0}};
 
@@ -71,12 +68,6 @@ public:
     size_t liveObjects = 0;  ///< contexts, surfaces, shaders, programs
 
 private:
-    struct Override {
-        uint64_t result;
-        unsigned nth;
-        unsigned seen;
-    };
-
     uint64_t AnswerTo(const GlCall& call, bool isRefused);
     void CountObjects(const GlCall& call, uint64_t answer);
     uint64_t Respond(const GlCall& call);
@@ -86,7 +77,6 @@ private:
 
     std::recursive_mutex mutex_;
     std::vector<std::string> calls_;
-    std::map<std::string, Override> overrides_;
     std::map<std::string, uint32_t> errors_;
     uint32_t pendingGl_ = 0;
     uint32_t pendingEgl_ = 0x3000;

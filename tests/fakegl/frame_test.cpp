@@ -2,17 +2,9 @@
 
 #include "tests/fakegl/fake_gl_fixture.h"
 
-#ifdef __SANITIZE_ADDRESS__
-#include <sanitizer/lsan_interface.h>
-using EstablishedLoss = __lsan::ScopedDisabler;
-#else
-struct EstablishedLoss {};
-#endif
-
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
-using ::testing::IsEmpty;
 
 class FrameCalls : public FakeGlFixture {
 protected:
@@ -170,128 +162,6 @@ TEST_F(FrameCalls, AreLoggedInTheEstablishedWords) {
                                        "V FlushBufferMaps() [DEWARP_2] Flushing of BufferMap Done"));
 }
 
-// After any failure the frame has its result and its words, a good frame follows, and the tear-down is
-// balanced.
-TEST_F(FrameCalls, FailInTheirOwnWordsAndRecover) {
-    const auto gl = [this](const char* call, uint64_t answer, uint32_t error) {
-        return [=] {
-            gl_->Answer(call, answer, 1);
-            gl_->RaiseAfter(call, error);
-        };
-    };
-    const auto service = [this](const char* name, const char* subject, unsigned nth) {
-        return [=] { FailService(name, subject, 3, nth); };
-    };
-    const std::string source = "E GetSourceTexture() [DEWARP_2] ";
-    const std::string target = "E GetOutputFrameBuffer() [DEWARP_2] ";
-    const std::string probe = "E CheckglError() [DEWARP_2] after ";
-    const struct {
-        const char* name;
-        std::function<void()> inject;
-        uint32_t result;
-        std::vector<std::string> errors;
-    } rows[] = {
-        {"geometry",
-         service("SetGrallocMetaData", "10009", 1),
-         0,
-         {source + "SetGrallocMetaData(UPDATE_BUFFER_GEOMETRY) failed 3"}},
-        {"input colour",
-         service("SetGrallocMetaData", "10001", 1),
-         1,
-         {source + "SetGrallocMetaData(COLOR_METADATA) failed 3, handle H (Check if buf is EGL or not)"}},
-        {"output colour",
-         service("SetGrallocMetaData", "10001", 2),
-         1,
-         {target + "SetGrallocMetaData(COLOR_METADATA) failed 3, handle H (Check if buf is EGL or not)"}},
-        {"input image",
-         [=] {
-             gl_->Answer("eglCreateImageKHR", 0, 1);
-             gl_->RaiseAfter("eglCreateImageKHR", 0x300c);
-         },
-         1,
-         {"E CheckEglError() [DEWARP_2] after EGLImage creation() eglError (0x300c)",
-          source + "Invalid Gralloc Handle H is used (Check if buf is EGL or not)"}},
-        {"output image",
-         [=] { gl_->Answer("eglCreateImageKHR", 0, 2); },
-         1,
-         {target + "Invalid Gralloc Buffer handle H is used (Check if buf is EGL or not)"}},
-        {"texture name", gl("glGenTextures", 0, 0x505), 1, {probe + "glGenTextures() glError (0x505)"}},
-        {"framebuffer name",
-         gl("glGenFramebuffers", 0, 0x505),
-         1,
-         {probe + "glGenFramebuffers() glError (0x505)", target + "m_pfnglgenframebuffers failed"}},
-        {"storage",
-         [=] { gl_->RaiseAfter("glEGLImageTargetRenderbufferStorageOES", 0x502); },
-         0,
-         {probe + "glEGLImageTargetRenderbufferStorageOES() glError (0x502)"}},
-        {"incomplete",
-         gl("glCheckFramebufferStatus", 0x8cd6, 0),
-         0,
-         {"E DewarpImage() [DEWARP_2] GL output FrameBuffer Error : (0x8cd6)"}},
-        {"draw",
-         [=] { gl_->RaiseAfter("glDrawElements", 0x502); },
-         0,
-         {probe + "glDrawElements() glError (0x502)"}},
-        {"make current",
-         [=] { gl_->RaiseAfter("eglMakeCurrent", 0x3006); },
-         0,
-         {"E CheckEglError() [DEWARP_2] after eglMakeCurrent() eglError (0x3006)"}},
-    };
-    expectFindings_ = true;  // images, names and buffer wrappers made before a failure stay, as established
-    [[maybe_unused]] const EstablishedLoss loss;
-    for (const auto& row : rows) {
-        MakeNode();
-        row.inject();
-        EXPECT_EQ(Frame(1), row.result) << row.name;
-        std::vector<std::string> log = TakeLog('E');
-        for (std::string& line : log) {
-            if (const size_t at = line.find("andle 0x"); at != std::string::npos) {
-                line.replace(at + 6, line.find_first_not_of("0123456789abcdef", at + 8) - at - 6, "H");
-            }
-        }
-        EXPECT_THAT(log, ElementsAreArray(row.errors)) << row.name;
-        gl_->Behave();
-        host_.SetFault(nullptr);
-        EXPECT_EQ(Frame(2), 0U) << row.name;
-        EXPECT_THAT(TakeLog('E'), IsEmpty()) << row.name;
-        node_.reset();
-        EXPECT_EQ(host_.Counters().mappedLibraries, 0U) << row.name;
-    }
-}
-
-TEST_F(FrameCalls, SurviveEveryFailingAllocation) {
-    // Two vertex arrays, the indices, and per direction a buffer wrapper and a cache entry.
-    const struct {
-        const char* error;
-    } rows[] = {{"m_pVertices or m_pTexCoordinates is null!"},
-                {"m_pVertices or m_pTexCoordinates is null!"},
-                {"m_pIndices is null!"},
-                {"GraphicBuffer Creation Failed, pNativeHandle"},
-                {nullptr},
-                {"GraphicBuffer Creation Failed handle"},
-                {nullptr}};
-    unsigned nth = 0;
-    for (const auto& row : rows) {
-        ++nth;
-        MakeNode();
-        host_.SetFault([nth, seen = 0U](const desk::HostCall& call, uint32_t&) mutable {
-            return (call.service == "posix_memalign" || call.service == "malloc") && ++seen == nth;
-        });
-        EXPECT_EQ(Frame(1), 1U) << "allocation " << nth;
-        const std::vector<std::string> log = TakeLog('E');
-        EXPECT_EQ(log.size(), row.error == nullptr ? 0U : 1U) << "allocation " << nth;
-        if (row.error != nullptr && !log.empty()) {
-            EXPECT_NE(log[0].find(row.error), std::string::npos) << log[0];
-        }
-        host_.SetFault(nullptr);
-        EXPECT_EQ(Frame(2), 0U) << "allocation " << nth;
-        node_.reset();
-        EXPECT_EQ(host_.Counters().liveAllocations, 0U) << "allocation " << nth;
-        EXPECT_EQ(gl_->liveImages, 0U) << "allocation " << nth;
-        EXPECT_EQ(gl_->liveNames, 0U) << "allocation " << nth;
-    }
-}
-
 TEST_F(FrameCalls, ConvertFormatsOnceAndForAll) {
     MakeNode();
     const struct {
@@ -341,11 +211,4 @@ TEST_F(FrameCalls, AllocateNothingInSteadyState) {
         ASSERT_EQ(Frame(request), 0U);
     }
     EXPECT_EQ(host_.Counters().totalAllocations, before);
-}
-
-TEST_F(FrameCalls, WorkWithoutTheOptionalEntryPoints) {
-    gl_->missingSymbols = {"glFlush", "glEGLImageTargetRenderbufferStorageOES"};
-    MakeNode();
-    EXPECT_EQ(Frame(1), 0U);
-    EXPECT_THAT(gl_->Take(), ::testing::Not(Contains("glFlush()")));
 }

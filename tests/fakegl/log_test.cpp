@@ -85,8 +85,9 @@ TEST_F(Logs, FollowEachLevelsSwitch) {
 
 TEST_F(Logs, EvaluateArgumentsOncePerSink) {
     expectFindings_ = true;
-    gl_->Answer("eglMakeCurrent", 0, 1);
-    gl_->RaiseAfter("eglMakeCurrent", 0x3002);
+    gl_->fault = [](const GlCall& call) {
+        return call.name == "eglMakeCurrent" ? GlFault{0x3002, true} : GlFault{};
+    };
     Watch(1, true);
     std::vector<std::string> texts;
     host_.SetLogObserver([&texts](const desk::LogRecord& record) { texts.push_back(record.text); });
@@ -96,7 +97,6 @@ TEST_F(Logs, EvaluateArgumentsOncePerSink) {
         << "the first read took the error";
     std::vector<std::string> calls = gl_->Take();
     EXPECT_EQ(std::count(calls.begin(), calls.end(), "eglGetError()"), 2);
-    gl_->Answer("eglMakeCurrent", 0, 1);
     Watch(0, true);
     EXPECT_THROW(host_.CreateNode(desk::Variant::RealTime), desk::NodeError);
     calls = gl_->Take();

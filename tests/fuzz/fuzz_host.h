@@ -2,15 +2,14 @@
 
 #include <filesystem>
 
-#include "desk/host/desk_host.h"
-#include "desk/host/desk_node.h"
 #include "tests/fakegl/fake_gl.h"
 #include "tests/fuzz/fuzz.h"
+#include "tests/support/node_fixture.h"
 
 /// A host over the fake GL with the built library, made once for all inputs.
 struct FuzzHost {
     FakeGl gl;
-    desk::DeskHost host{Options()};
+    desk::DeskHost host{OptionsFor(std::filesystem::temp_directory_path())};
 
     static FuzzHost& Get() {
         static FuzzHost one;
@@ -29,13 +28,6 @@ struct FuzzHost {
 private:
     FuzzHost() {
         host.SetLibraries(&gl);
-    }
-    static desk::HostOptions Options() {
-        desk::HostOptions options;
-        options.nodeLibrary = TEST_NODE_LIBRARY;
-        options.dumpDir = std::filesystem::temp_directory_path();
-        options.log = nullptr;
-        options.luxBits = 1 | 2 | 8 | 32;
-        return options;
+        host.SetLogLevels(1 | 2 | 8 | 32, false);
     }
 };

@@ -12,6 +12,12 @@
 #include "utils/orbaosutils.h"
 #include "utils/orbatrace.h"
 
+// Not every compiler declares the sized forms by itself.
+void operator delete(void* p, size_t size) noexcept;
+void operator delete[](void* p, size_t size) noexcept;
+void operator delete(void* p, size_t size, std::align_val_t alignment) noexcept;
+void operator delete[](void* p, size_t size, std::align_val_t alignment) noexcept;
+
 namespace {
 
 std::vector<std::string> g_trace;
@@ -74,13 +80,28 @@ TEST(Memory, EveryOperatorZeroFills) {
         EXPECT_TRUE(IsZero(p, size));
         release(p);
     };
-    const auto release = [](void* p) { ::operator delete(p); };
-    fromDirty([](size_t n) { return ::operator new(n); }, release);
-    fromDirty([](size_t n) { return ::operator new[](n); }, [](void* p) { ::operator delete[](p); });
-    fromDirty([](size_t n) { return ::operator new(n, 0, 0, nullptr, 0); }, release);
-    fromDirty([](size_t n) { return ::operator new(n, std::nothrow); }, release);
-    fromDirty([](size_t n) { return ::operator new(n, std::align_val_t(64)); },
-              [](void* p) { ::operator delete(p, std::align_val_t(64)); });
+    // Each form of new with its forms of delete; `tag` is what follows the size.
+    const auto forms = [&](auto... tag) {
+        fromDirty([=](size_t n) { return ::operator new(n, tag...); },
+                  [=](void* p) { ::operator delete(p, tag...); });
+        fromDirty([=](size_t n) { return ::operator new[](n, tag...); },
+                  [=](void* p) { ::operator delete[](p, tag...); });
+    };
+    const auto sizedForms = [&](auto... tag) {
+        fromDirty([=](size_t n) { return ::operator new(n, tag...); },
+                  [=](void* p) { ::operator delete(p, size, tag...); });
+        fromDirty([=](size_t n) { return ::operator new[](n, tag...); },
+                  [=](void* p) { ::operator delete[](p, size, tag...); });
+    };
+    constexpr std::align_val_t alignment{64};
+    forms();
+    forms(std::nothrow);
+    forms(alignment);
+    forms(alignment, std::nothrow);
+    sizedForms();
+    sizedForms(alignment);
+    fromDirty([](size_t n) { return ::operator new(n, 0, 0, nullptr, 0); },
+              [](void* p) { ::operator delete(p); });
     EXPECT_EQ(Launder(::operator new(0)), nullptr) << "no smallest size is applied";
 }
 

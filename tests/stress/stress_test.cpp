@@ -227,15 +227,10 @@ TEST_F(PixelStress, NothingGrowsOverManyFrames) {
 }
 
 TEST(Loading, TheLibraryLeavesTheProcessEachTime) {
-    const std::filesystem::path dumps = std::filesystem::temp_directory_path();
     FakeGl gl;
     for (int round = 0; round < 200; ++round) {
         {
-            desk::HostOptions options;
-            options.nodeLibrary = TEST_NODE_LIBRARY;
-            options.dumpDir = dumps;
-            options.log = nullptr;
-            desk::DeskHost host(options);
+            desk::DeskHost host(OptionsFor(std::filesystem::temp_directory_path()));
             host.SetLibraries(&gl);
             auto node =
                 host.CreateNode((round % 2 == 0) ? desk::Variant::RealTime : desk::Variant::LookAhead);

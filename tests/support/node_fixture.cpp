@@ -17,6 +17,8 @@ std::filesystem::path MakeFolder() {
     return name;
 }
 
+}  // namespace
+
 desk::HostOptions OptionsFor(const std::filesystem::path& dumpDir) {
     desk::HostOptions options;
     options.nodeLibrary = TEST_NODE_LIBRARY;
@@ -25,8 +27,6 @@ desk::HostOptions OptionsFor(const std::filesystem::path& dumpDir) {
     options.log = nullptr;
     return options;
 }
-
-}  // namespace
 
 NodeFixture::NodeFixture(desk::LibraryProvider* libraries)
     : dumpDir_(MakeFolder()), host_(OptionsFor(dumpDir_)) {
@@ -74,14 +74,9 @@ std::vector<std::string> NodeFixture::DumpLines(const std::string& kind) const {
     return lines;
 }
 
-void NodeFixture::FailService(const std::string& service, const std::string& subject, uint32_t result,
-                              unsigned nth) {
-    host_.SetFault([=, seen = 0U](const desk::HostCall& call, uint32_t& failure) mutable {
-        if (call.service != service || (!subject.empty() && call.subject != subject)) {
-            return false;
-        }
-        failure = result;
-        ++seen;
-        return nth == 0 || seen == nth;
+void NodeFixture::FailService(const std::string& service) {
+    host_.SetFault([service](const desk::HostCall& call, uint32_t& result) {
+        result = 4;
+        return call.service == service;
     });
 }

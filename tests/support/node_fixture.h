@@ -11,6 +11,9 @@
 #include "desk/host/desk_host.h"
 #include "desk/host/desk_node.h"
 
+/// A silent host of the built library over the desk's own GL, dumps in a folder that the caller keeps.
+desk::HostOptions OptionsFor(const std::filesystem::path& dumpDir);
+
 /// A host with the built library, as every test that drives the library through its one export needs it:
 /// log lines collected, dumps in a folder of the test's own, no broken rule at the end.
 class NodeFixture : public ::testing::Test {
@@ -25,10 +28,8 @@ protected:
     std::vector<std::string> TakeLog(char level);
     /// The lines of one dump file of the last folder, which the kind ("Grid", "Tex", "Vert") selects.
     std::vector<std::string> DumpLines(const std::string& kind) const;
-    /// Makes a service fail with `result`: its calls on the given subject ("" for any), or the nth of them
-    /// only.
-    void FailService(const std::string& service, const std::string& subject, uint32_t result,
-                     unsigned nth = 0);
+    /// Makes every call of a service fail with the result 4.
+    void FailService(const std::string& service);
     /// A grid of `value(column, row)` in every point of the 35 x 27.
     template <typename Function>
     static IPEICAGridTransform Grid(Function value) {

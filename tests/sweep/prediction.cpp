@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <set>
+#include <utility>
 
 #include "node/dewarp/gpu/gpuapi.h"
 
@@ -17,15 +18,19 @@ bool Begins(const std::string& text, const char* head) {
 
 }  // namespace
 
-Prediction::Prediction(desk::Variant variant) : isRealTime_(variant == desk::Variant::RealTime) {}
+Prediction::Prediction(desk::Variant variant, std::string infoLog)
+    : infoLog_(std::move(infoLog)),
+      isRealTime_(variant == desk::Variant::RealTime),
+      dimsFunction_(isRealTime_ ? "SetStabilizedOutputDimsRealTime" : "SetStabilizedOutputDimsLookAhead"),
+      marginFunction_(isRealTime_ ? "GetEisV2Margin" : "GetEisV3Margin") {}
 
 void Prediction::Begin(Step step) {
     step_ = step;
     errors_.clear();
-    afterProbe_.clear();
+    afterProbe_ = nullptr;
     result_ = 0;
-    allocations_ = arraysFailed_ = arraysTried_ = 0;
-    isWrapped_ = false;
+    allocations_ = arraysFailed_ = arraysTried_ = writes_ = 0;
+    isWrapped_ = isOutput_ = isInputTried_ = false;
 }
 
 uint32_t Prediction::Result() const {
@@ -48,24 +53,22 @@ std::map<std::string, size_t> Prediction::Losses() const {
 }
 
 void Prediction::OnRemap() {
-    isNameless_[0] = isNameless_[1] = false;
+    isNameless_[0] = isNameless_[1] = isInputCached_ = false;
 }
 
-void Prediction::Say(const std::string& text) {
-    errors_.push_back(fmt::format("[DEWARP_{}] {}", isRealTime_ ? 2 : 3, text));
+void Prediction::Say(const std::string& function, const std::string& text) {
+    errors_.push_back(fmt::format("{}() [DEWARP_{}] {}", function, isRealTime_ ? 2 : 3, text));
 }
 
 void Prediction::Fail(uint32_t result) {
     result_ = (result_ == 0) ? result : result_;
 }
 
-void Prediction::FailBringUp(const std::string& text) {
+void Prediction::FailBringUp(const std::string& function, const std::string& text) {
     if (!isBringUpFailed_) {
         isBringUpFailed_ = true;
-        if (!text.empty()) {
-            Say(text);
-        }
-        Say("OpenGL instance Initialize failed");
+        Say(function, text);
+        Say("Initialize", "OpenGL instance Initialize failed");
         Fail(1);
     }
 }
@@ -77,25 +80,27 @@ void Prediction::FailImport(bool isImaged, size_t names) {
     isWrapped_ = false;
 }
 
-void Prediction::OnTag(const std::string& subject) {
+void Prediction::OnTag(const std::string& subject, uint32_t result) {
     const std::string tag = subject.substr(subject.find('/') + 1);
     const std::string eis = isRealTime_ ? "EISV2" : "EISV3";
     if (tag == "StabilizedOutputDims") {
-        return Say(isRealTime_ ? "Failure to get tag" : "Failure get to tag");
+        return Say(dimsFunction_, isRealTime_ ? "Failure to get tag" : "Failure get to tag");
     }
     if (tag == "RequestedMargin") {
         hasMargin_ = false;
-        return Say(isRealTime_ ? "Failure in get EISV2 margin tag" : "Failure in EISV3 margin tag");
+        return Say(marginFunction_,
+                   isRealTime_ ? "Failure in get EISV2 margin tag" : "Failure in EISV3 margin tag");
     }
     if (tag == "ExtraFrameworkBuffers") {
-        errors_.push_back("Unable to get ExtraFrameworkBuffers Vendor Tag Id EISV3");
+        errors_.emplace_back("DewarpNodeCreate() Unable to get ExtraFrameworkBuffers Vendor Tag Id EISV3");
         return Fail(1);
     }
-    Say(tag == "preview" ? "Unable to get StreamTypePresent Vendor Tag Id 7"
-        : Begins(tag, "ICAInPerspectiveTransform")
-            ? "Unable to get ICA In Perspective Transform Vendor Tag Id " + eis
-            : "Unable to get ICA In Grid Transform Vendor Tag Id " + eis);
-    Fail(7);
+    Say("Initialize", tag == "preview"
+                          ? fmt::format("Unable to get StreamTypePresent Vendor Tag Id {}", result)
+                      : Begins(tag, "ICAInPerspectiveTransform")
+                          ? "Unable to get ICA In Perspective Transform Vendor Tag Id " + eis
+                          : "Unable to get ICA In Grid Transform Vendor Tag Id " + eis);
+    Fail(result);
 }
 
 void Prediction::OnAllocation(bool isFailed, bool isArray) {
@@ -105,82 +110,130 @@ void Prediction::OnAllocation(bool isFailed, bool isArray) {
             !isArray) {  // the node, the engine, the lock; without a config list there is no context
             Fail(8);
             if (allocations_ == 2) {
-                Say("OpenGL instance creation failed");
+                Say("Initialize", "OpenGL instance creation failed");
             }
         }
     } else if (isArray && !hasArrays_) {  // both are always asked for
         arraysFailed_ += isFailed ? 1U : 0U;
         if (isFailed && arraysFailed_ == 1) {
-            Say("m_pVertices or m_pTexCoordinates is null!");
+            Say("DewarpImage", "m_pVertices or m_pTexCoordinates is null!");
             Fail(1);
         }
         hasArrays_ = ++arraysTried_ == 2 && arraysFailed_ == 0;
     } else if (isArray) {
         hasIndices_ = !isFailed;
         if (isFailed) {
-            Say("m_pIndices is null!");
+            Say("DewarpImage", "m_pIndices is null!");
             Fail(1);
         }
     } else if (!isWrapped_) {
         isWrapped_ = !isFailed;
         if (isFailed) {
-            Say("GraphicBuffer Creation Failed");
+            SayImport("GraphicBuffer Creation Failed, pNativeHandle *",
+                      "GraphicBuffer Creation Failed handle *");
             Fail(1);
         }
     } else {  // the cache entry; without it the import is undone
         isWrapped_ = false;
+        isInputCached_ = isInputCached_ || (!isOutput_ && !isFailed);
         if (isFailed) {
             Fail(1);
         }
     }
 }
 
-void Prediction::OnService(const desk::HostCall& call, bool isFailed) {
+void Prediction::SayInfoLog(const std::string& function, const std::string& text) {
+    if (!infoLog_.empty()) {
+        Say(function, fmt::format("{} [{}]", text, infoLog_));
+    }
+}
+
+void Prediction::SayImport(const char* input, const char* output) {
+    Say(isOutput_ ? "GetOutputFrameBuffer" : "GetSourceTexture",
+        std::string(isOutput_ ? output : input) + " (Check if buf is EGL or not)");
+}
+
+void Prediction::OnService(const desk::HostCall& call, bool isFailed, uint32_t result) {
     const std::string service(call.service);
     const std::string subject(call.subject);
     if (service == "malloc" || service == "posix_memalign") {
         return OnAllocation(isFailed, service == "malloc");
     }
+    if (service == "SetGrallocMetaData" && subject == "10009") {  // an import begins, the input's first
+        isOutput_ = isInputCached_ || isInputTried_;
+        isInputTried_ = true;
+    }
+    if (service == "FOpen" || service == "FWrite" || service == "FClose") {
+        return OnFile(service, subject, isFailed);
+    }
     if (!isFailed) {
         made_["libraries"] += service == "LibMapFullName" ? 1U : 0U;
-        return;
-    }
-    const bool isEgl = subject.find("libEGL") != std::string::npos || Begins(subject, "egl");
-    const std::string library = isEgl ? "libEGL" : "libGLESv2";
-    static const std::set<std::string> optional = {"glFlush", "glEGLImageTargetRenderbufferStorageOES"};
-    if (service == "GetVendorTagBase") {
-        OnTag(subject);
+    } else if (service == "GetVendorTagBase") {
+        OnTag(subject, result);
     } else if (service == "GetMetaData" && step_ == Step::Negotiate) {
         hasMargin_ = false;
-        Say(isRealTime_ ? "Failure in Retreiving EISV2 margin" : "Failure in Retreiving EISV3 margin");
+        Say(marginFunction_,
+            isRealTime_ ? "Failure in Retreiving EISV2 margin" : "Failure in Retreiving EISV3 margin");
     } else if (service == "GetMetaData") {
-        Say("Unable to read m_vendorTagId.ICAInGridTransformTagId vendor tag locations");
+        Say("ProcessRequest", "Unable to read m_vendorTagId.ICAInGridTransformTagId vendor tag locations");
         Fail(1);
     } else if (service == "SetMetadata" && step_ == Step::Negotiate) {
-        Say(isRealTime_ ? "Failure WriteEIsV2 Dims" : "Failure WriteEIsV3 Dims");
-    } else if (service == "LibMapFullName") {
-        Say(fmt::format("Unable to load {} library Path[/system/lib64/{}.so]", isEgl ? "EGL" : "OpenGL",
-                        library));
-    }
-    if (service == "LibMapFullName" || (service == "LibGetAddr" && optional.count(subject) == 0)) {
-        FailBringUp("Error Initializing one or more function pointers in Library: /system/lib64/" + library +
-                    ".so" + library + ".so m_pfn");
+        Say(dimsFunction_, isRealTime_ ? "Failure WriteEIsV2 Dims" : "Failure WriteEIsV3 Dims");
+    } else if (service == "LibMapFullName" || service == "LibGetAddr") {
+        OnLibrary(service, subject);
     } else if (service == "SetGrallocMetaData" && subject == "10009") {
-        Say("SetGrallocMetaData(UPDATE_BUFFER_GEOMETRY) failed 1");
+        Say(isOutput_ ? "GetOutputFrameBuffer" : "GetSourceTexture",
+            fmt::format("SetGrallocMetaData(UPDATE_BUFFER_GEOMETRY) failed {}", result));
     } else if (service == "SetGrallocMetaData") {
-        Say("SetGrallocMetaData(COLOR_METADATA) failed 1, handle ");
+        const std::string text =
+            fmt::format("SetGrallocMetaData(COLOR_METADATA) failed {}, handle *", result);
+        SayImport(text.c_str(), text.c_str());
         Fail(1);
         losses_["wrappers"] += 1;  // made all the same, and never seen by EGL
         isWrapped_ = false;
-    } else if (service == "FOpen") {
-        const char* kind = subject.find("_Tex_") != std::string::npos    ? "Tex"
-                           : subject.find("_Vert_") != std::string::npos ? "Vertices"
-                                                                         : "Warp";
-        Say(fmt::format("Can't open {} for {} output dump !", subject, kind));
-    } else if (service == "FWrite") {
-        errors_.push_back("File write failed !");
-    } else if (service == "FClose") {
-        Say("Warp dump file close failed");
+    }
+}
+
+void Prediction::OnLibrary(const std::string& service, const std::string& subject) {
+    static const std::set<std::string> optional = {"glFlush", "glEGLImageTargetRenderbufferStorageOES"};
+    const bool isEgl = subject.find("libEGL") != std::string::npos || Begins(subject, "egl");
+    const std::string library = isEgl ? "libEGL" : "libGLESv2";
+    const std::string function = isEgl ? "LoadEGLLib" : "LoadGLESv2Lib";
+    if (service == "LibMapFullName") {
+        Say(function, fmt::format("Unable to load {} library Path[/system/lib64/{}.so]",
+                                  isEgl ? "EGL" : "OpenGL", library));
+    } else if (optional.count(subject) != 0) {
+        return;
+    }
+    FailBringUp(function, fmt::format("Error Initializing one or more function pointers in Library: "
+                                      "/system/lib64/{0}.so{0}.so m_pfn{1}[*]",
+                                      library, isEgl ? "eglgetdisplay" : "glgetattriblocation"));
+}
+
+void Prediction::OnFile(const std::string& service, const std::string& path, bool isFailed) {
+    if (service == "FOpen") {
+        const bool isTex = path.find("_Tex_") != std::string::npos;
+        const bool isVert = path.find("_Vert_") != std::string::npos;
+        if (isFailed) {
+            Say("Initialize", fmt::format("Can't open {} for {} output dump !", path,
+                                          isTex    ? "Tex"
+                                          : isVert ? "Vertices"
+                                                   : "Warp"));
+        } else {
+            (isTex || isVert ? meshDumps_ : gridDumps_) += 1;
+        }
+    } else if (service == "FWrite") {  // the grid comes first
+        const bool isGrid = writes_++ < gridDumps_;
+        if (isFailed) {
+            errors_.emplace_back(isGrid ? "WriteGridToFile() File write failed !"
+                                        : "WriteVerticesAndTexCoordinatesToFile() File write failed !");
+        }
+    } else {  // the grid's closes last
+        const bool isGrid = meshDumps_ == 0;
+        meshDumps_ -= isGrid ? 0U : 1U;
+        if (isFailed) {
+            Say(isGrid ? "~LumDewarpNode" : "Uninitialize", "Warp dump file close failed");
+        }
     }
 }
 
@@ -206,18 +259,18 @@ void Prediction::OnProbe(const GlCall& call, uint64_t error) {
     if (step_ == Step::Create && last_.name == "eglMakeCurrent" && !isReleased) {
         return;  // no probe: the code goes into a message, read once per sink
     }
+    const std::string function = isEgl ? "CheckEglError" : "CheckglError";
     const std::string line =
         fmt::format("after {}() {} (0x{:x})", Label(), isEgl ? "eglError" : "glError", error);
     if (isError && step_ == Step::Create && isReleased) {
-        return FailBringUp(line);
+        return FailBringUp(function, line);
     }
     if (isError) {
-        Say(line);
+        Say(function, line);
     }
-    for (const std::string& text : afterProbe_) {
-        Say(text);
+    if (afterProbe_) {
+        std::exchange(afterProbe_, nullptr)();
     }
-    afterProbe_.clear();
     const bool isTarget = last_.name == "glGenFramebuffers";
     if (!isTarget && last_.name != "glGenTextures") {
         return;
@@ -226,7 +279,7 @@ void Prediction::OnProbe(const GlCall& call, uint64_t error) {
     if (isError) {  // a name that is there nevertheless serves this frame; the import is not kept
         FailImport(true, isNamed ? 1 : 0);
         if (isTarget) {
-            Say("m_pfnglgenframebuffers failed");
+            Say("GetOutputFrameBuffer", "m_pfnglgenframebuffers failed");
         }
         if (!isNamed) {
             Fail(1);
@@ -255,33 +308,37 @@ void Prediction::OnGl(const GlCall& call, const GlFault& fault, uint64_t answer)
             made_["program"] = (call.name == "glCreateProgram" && isMade) ? 1 : 0;
         }
         if (call.name == "eglCreateContext" && answer == 0) {
-            FailBringUp("Unable to create EGL pContext");
+            FailBringUp("CreateContext", "Unable to create EGL pContext");
         } else if (call.name == "eglCreatePbufferSurface" && answer == 0) {
-            FailBringUp("Unable to create EGL pSurface");
+            FailBringUp("CreateContext", "Unable to create EGL pSurface");
         } else if (call.name == "eglMakeCurrent" && call.words[1] != 0 && answer == 0) {
-            FailBringUp("eglMakeCurrent failed with error code: ");
+            FailBringUp("Initialize", "eglMakeCurrent failed with error code: 300*");
         } else if (isStatus && fault.isRefused && call.name == "glGetShaderiv") {
             const bool isVertex = made_["stages"] == 0;
             made_["shaders"] -= made_["latest shader"];  // the failed one is deleted
-            Say("Shader compilation status: 0");
-            Say("Shader compilation failure [broken]");
-            FailBringUp(isVertex ? "CreateShader vertexShader failed" : "CreateShader fragmentShader failed");
+            Say("CreateShader", "Shader compilation status: 0");
+            SayInfoLog("CreateShader", "Shader compilation failure");
+            FailBringUp("LoadProgram",
+                        isVertex ? "CreateShader vertexShader failed" : "CreateShader fragmentShader failed");
         } else if (isStatus && fault.isRefused) {
-            isBringUpFailed_ = true;
-            Fail(1);
             made_["objects"] -= made_["program"];  // deleted; the shaders are not
-            afterProbe_ = {"Shader link status 0", "Shader link status error [broken]",
-                           "CreateProgram program failed", "OpenGL instance Initialize failed"};
+            afterProbe_ = [this] {
+                Say("CreateProgram", "Shader link status 0");
+                SayInfoLog("CreateProgram", "Shader link status error");
+                FailBringUp("LoadProgram", "CreateProgram program failed");
+            };
         }
         if (isStatus && !fault.isRefused && call.name == "glGetProgramiv") {
             made_["shaders"] = 0;  // a linked program needs them no more
         }
         made_["stages"] += isStatus ? 1U : 0U;
     } else if (call.name == "eglCreateImageKHR" && answer == 0) {
-        afterProbe_ = {"Invalid Gralloc "};
+        afterProbe_ = [this] {
+            SayImport("Invalid Gralloc Handle * is used", "Invalid Gralloc Buffer handle * is used");
+        };
         FailImport(false, 0);
         Fail(1);
     } else if (call.name == "glCheckFramebufferStatus" && answer != GL_FRAMEBUFFER_COMPLETE) {
-        Say(fmt::format("GL output FrameBuffer Error : (0x{:x})", answer));
+        Say("DewarpImage", fmt::format("GL output FrameBuffer Error : (0x{:x})", answer));
     }
 }
