@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstring>
 #include <fstream>
+#include <iostream>
 #include <memory>
 
 #include "bench/bare_loop.h"
@@ -125,7 +126,7 @@ void PeerFrame(benchmark::State& state, const Warp& warp) {
     std::vector<double> peerTimes;
     std::vector<double> deskTimes;
     std::vector<double> ratios;
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         deskTimes.push_back(1000.0 * Seconds([&] { desk.Frame(); }));
         peerTimes.push_back(1000.0 * Seconds([&] { peer.Frame(input, warp, output); }));
         ratios.push_back(deskTimes.back() / peerTimes.back());
@@ -150,7 +151,7 @@ void VidStabFrame(benchmark::State& state) {
 void LumaMap(benchmark::State& state) {
     bench::OpenCvRemap peer(WidthOf(state), HeightOf(state));
     const IPEICAGridTransform grid = bench::MakeGrid(shake, WidthOf(state), HeightOf(state));
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         state.SetIterationTime(Seconds([&] { benchmark::DoNotOptimize(peer.LumaMap(grid)); }));
     }
 }
@@ -159,14 +160,14 @@ constexpr int Width = 1920;
 constexpr int Height = 1080;
 
 void Create(benchmark::State& state) {
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         std::unique_ptr<desk::DeskNode> node;
         state.SetIterationTime(Seconds([&] { node = Host().CreateNode(desk::Variant::RealTime); }));
     }
 }
 
 void FirstFrame(benchmark::State& state) {
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         DeskWarp warp(Width, Height);
         state.SetIterationTime(Seconds([&] { warp.Frame(); }));
     }
@@ -175,14 +176,14 @@ void FirstFrame(benchmark::State& state) {
 void ImportFrame(benchmark::State& state) {
     DeskWarp warp(Width, Height);
     warp.Frame();
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         warp.NextBuffers();
         state.SetIterationTime(Seconds([&] { warp.Frame(); }));
     }
 }
 
 void Destroy(benchmark::State& state) {
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         DeskWarp warp(Width, Height);
         warp.Frame();
         state.SetIterationTime(Seconds([&] { warp.node.reset(); }));
@@ -240,7 +241,7 @@ int main(int argc, char** argv) {
         benchmark::AddCustomContext("renderer", bench::BareLoop(64, 64).Renderer());
         benchmark::RunSpecifiedBenchmarks();
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "bench-desk: %s\n", error.what());
+        std::cerr << "bench-desk: " << error.what() << "\n";
         return 1;
     }
     return 0;

@@ -156,7 +156,7 @@ DumpCalls::DumpCalls() : state_(new State) {}
 
 DumpCalls::~DumpCalls() {
     for (FILE* file : state_->files) {
-        std::fclose(file);
+        static_cast<void>(std::fclose(file));
     }
 }
 

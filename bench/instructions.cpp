@@ -6,10 +6,10 @@
 #define CALLGRIND_DUMP_STATS_AT(name) static_cast<void>(name)
 #endif
 
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <iostream>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -115,7 +115,7 @@ int main(int argc, char** argv) {
         Measure("dump calls", WarmUpFrames, [&] { dumpCalls.Frame(bench::Grid(), floor.Mesh()); });
         MeasureGrowth();
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "bench-instructions: %s\n", error.what());
+        std::cerr << "bench-instructions: " << error.what() << "\n";
         return 1;
     }
     return 0;

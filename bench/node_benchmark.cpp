@@ -1,9 +1,13 @@
 #include <benchmark/benchmark.h>
 
 #include <chrono>
+#include <cstring>
+#include <vector>
 
 #include "bench/floor.h"
 #include "bench/null_host.h"
+#include "node/dewarp/gpu/gpumesh.h"
+#include "utils/orbamutex.h"
 
 /// The node over the null GL and the floor below it, timed. Creation, first frame, import and destruction are
 /// here what the node itself adds to what the GL takes for them.
@@ -16,14 +20,14 @@ using bench::NullNode;
 void SteadyFrame(benchmark::State& state, const NodeSetup& setup) {
     NullNode node(BENCH_NODE_LIBRARY, setup);
     node.Frame();
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         node.Frame();
     }
 }
 
 void FloorFrame(benchmark::State& state) {
     bench::Floor floor(1920, 1080);
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         floor.Frame(bench::Grid());
         benchmark::ClobberMemory();
     }
@@ -33,9 +37,45 @@ void DumpCallsFrame(benchmark::State& state) {
     bench::Floor floor(1920, 1080);
     floor.Frame(bench::Grid());
     bench::DumpCalls calls;
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         calls.Frame(bench::Grid(), floor.Mesh());
     }
+}
+
+// Steps of the steady frame, each by itself: how much of the frame's time they can have.
+
+void FirstPass(benchmark::State& state) {
+    NullNode node(BENCH_NODE_LIBRARY, {});
+    while (state.KeepRunning()) {
+        node.FirstPass();
+    }
+}
+
+void Mesh(benchmark::State& state) {
+    std::vector<float> vertices(33 * 25 * 2);
+    std::vector<float> texCoordinates(vertices.size());
+    const float* grid = &bench::Grid().gridTransformArray[0].x;
+    while (state.KeepRunning()) {
+        UpdateMesh(vertices.data(), texCoordinates.data(), grid, {33, 25, 1920, 1080, 1920, 1080}, true);
+        benchmark::ClobberMemory();
+    }
+}
+
+void GridCopy(benchmark::State& state) {
+    float copy[945 * 2];
+    while (state.KeepRunning()) {
+        std::memcpy(copy, bench::Grid().gridTransformArray, sizeof(copy));
+        benchmark::DoNotOptimize(copy);
+    }
+}
+
+void LockAndUnlock(benchmark::State& state) {
+    Orba::Mutex* mutex = Orba::Mutex::Create("bench");
+    while (state.KeepRunning()) {
+        mutex->Lock();
+        mutex->Unlock();
+    }
+    mutex->Destroy();
 }
 
 /// Seconds that `action` takes.
@@ -47,7 +87,7 @@ double Seconds(const Action& action) {
 }
 
 void Create(benchmark::State& state) {
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         std::unique_ptr<NullNode> node;
         state.SetIterationTime(
             Seconds([&] { node = std::make_unique<NullNode>(BENCH_NODE_LIBRARY, NodeSetup{}); }));
@@ -55,7 +95,7 @@ void Create(benchmark::State& state) {
 }
 
 void FirstFrame(benchmark::State& state) {
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         NullNode node(BENCH_NODE_LIBRARY, {});
         state.SetIterationTime(Seconds([&] { node.Frame(); }));
     }
@@ -64,14 +104,14 @@ void FirstFrame(benchmark::State& state) {
 void ImportFrame(benchmark::State& state) {
     NullNode node(BENCH_NODE_LIBRARY, {});
     node.Frame();
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         node.ReplaceBuffers();
         state.SetIterationTime(Seconds([&] { node.Frame(); }));
     }
 }
 
 void Destroy(benchmark::State& state) {
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         auto node = std::make_unique<NullNode>(BENCH_NODE_LIBRARY, NodeSetup{});
         node->Frame();
         state.SetIterationTime(Seconds([&] { node.reset(); }));
@@ -85,6 +125,10 @@ BENCHMARK_CAPTURE(SteadyFrame, 640x480, NodeSetup{640, 480});
 BENCHMARK_CAPTURE(SteadyFrame, 3840x2160, NodeSetup{3840, 2160});
 BENCHMARK_CAPTURE(SteadyFrame, 64 buffers, NodeSetup{1920, 1080, 64});
 BENCHMARK(FloorFrame);
+BENCHMARK(FirstPass);
+BENCHMARK(Mesh);
+BENCHMARK(GridCopy);
+BENCHMARK(LockAndUnlock);
 BENCHMARK(DumpCallsFrame);
 BENCHMARK(Create)->UseManualTime()->Iterations(2000);
 BENCHMARK(FirstFrame)->UseManualTime()->Iterations(2000);

@@ -4,7 +4,6 @@
 
 #include <cmath>
 #include <cstdio>
-#include <cstring>
 #include <stdexcept>
 #include <string>
 
@@ -73,7 +72,8 @@ int32_t Orba::Gralloc::SetGrallocMetaData(const native_handle*, uint32_t, uint32
 
 // Found before the platform's own, since the executable comes first.
 extern "C" int property_get(const char*, char* value, const char*) {
-    std::strcpy(value, isDumped ? "1" : "0");
+    value[0] = isDumped ? '1' : '0';
+    value[1] = '\0';
     return 1;
 }
 
