@@ -6,6 +6,7 @@
 import json
 import os
 import platform
+import re
 import subprocess
 import sys
 import textwrap
@@ -26,85 +27,8 @@ STEPS = (
     ("GL calls, probes and arguments", ("",)),
 )
 
-DOCUMENT = """# Performance
+TEMPLATE = os.path.join(os.path.dirname(os.path.abspath(__file__)), "performance.md.in")
 
-Written by `scripts/bench.sh`; every figure is of one run on the machine below. Run it again for yours.
-
-## Machine
-
-{machine}
-
-## Figures
-
-{table}
-{notes}
-{peers}
-
-## The steady frame, where its instructions go
-
-Grid mode, both passes, logs and dumps off.
-
-{steps}
-
-The functions, without what they call:
-
-{functions}
-
-What is left is nearly all arithmetic that the mesh needs: 1650 texture coordinates, each an addition, a true
-division and another addition, and as many positions to be stored, four at a time. The grid copy is one string move,
-of which callgrind counts each of its 945 steps as an instruction. Everything else is the GL calls, their error
-probes and the checks of the host's records.
-
-## Nanoseconds
-
-{nanoseconds}
-
-{nanosecond_steps}
-
-The mesh is bound by its divisions, one for every texture coordinate, four at a time; positions are stored while they
-are under way. The floor has the same mesh and copy. What the node's frame takes beyond it is the checks, the metadata,
-the lock and the cache lookup that its contract asks for, and GL calls and probes made through members and a call.
-
-## Method
-
-- The node is the built library, loaded as a host loads it. The null host (`bench/null_host.cpp`) answers at once,
-  and so does every EGL and OpenGL ES entry point below it (`bench/null_gl.cpp`). A frame is both passes of a request.
-- Instructions are callgrind's (`bench/count.sh`): everything that runs inside of the library's request callback,
-  the null entry points, libc and the lock included, averaged over 100 frames after the first ones. Allocations are
-  calls of an allocation function in the same profile, system calls are callgrind's own count.
-- On AArch64 (`bench/count-aarch64.sh`) the emulator logs every instruction of the program, the null host's few
-  included; the figure is the difference between two numbers of frames. Calls are how often the library's stubs for
-  imported functions ran in the same log. Soft-float routines are looked for by name among all of the library's symbols.
-- Nanoseconds are medians of many short runs of all of them in turns, of the thread's own time.
-- The floor (`bench/floor.cpp`) makes the same GL calls and probes, the grid copy and the mesh with the exact float
-  operations, for known numbers of rows and columns, at -O3. It reads no metadata, takes no lock, looks nothing up.
-- Real pictures are 4:2:0 with two planes, input and output of one size, on the machine's GL, and the warp is a roll,
-  a shift and a zoom, so that a peer without a grid can make the same picture. Desk and peer take turns, frame by
-  frame; milliseconds are medians, the ratio is the median of the ratios of neighbours. One thread means one core.
-- The bare loop (`bench/bare_loop.cpp`) uploads two planes, draws the mesh on each and reads both back.
-- PSNR compares a peer's picture with the desk's; equal pictures give 99 dB, and from 50 dB, where pixels differ by
-  roundings, they count as the same. It is of the middle three quarters each way: at the edge the warp reaches outside
-  of the picture, where everybody fills in something else. (FFmpeg's is of the whole picture.)
-- OpenCV makes both planes' maps from the grid for every frame. vidstab takes one shift, angle and zoom and no grid
-  (so it could not follow a rolling shutter), works on one thread, and knows no NV12, so its chroma is parted and
-  joined. FFmpeg's remap filter
-  takes a map per frame as video, but of whole pixel numbers: its picture is not the same, which its PSNR says; it has
-  no NV12 either. It cannot take turns with the desk, so its ratio is of two medians at different times: a hint only.
-  Its time is the slope between runs of few and many frames, and leaves out making the maps, which
-  takes another {map_ms:.1f} ms.
-- Creation, first frame, import and destruction: the node's share is the same operation over the null host and GL.
-
-The mesh stays vectorised because of two things that the build fixes: `node/dewarp/gpu/gpumesh.cpp` is compiled at
--O3, and its loops run over arrays that do not overlap with a known number of columns. `scripts/check-instructions.sh`
-counts the steady frame again and fails beyond 10 % of `bench/steady_frame_instructions.txt`. The results are bit for
-bit those of the scalar definition: no operation is reordered, fused or replaced, and `tests/pure/mesh_test.cpp`
-compares every vertex.
-
-## Commands
-
-    scripts/bench.sh
-    scripts/check-instructions.sh
-"""
 
 class Table:
     def __init__(self):
@@ -142,7 +66,7 @@ def benchmarks(run):
     """Entries by name; of repeated ones the medians."""
     entries = [entry for entry in run["benchmarks"]
                if entry["repetitions"] == 1 or entry.get("aggregate_name") == "median"]
-    return {entry["run_name"].split("/iterations")[0].replace("/manual_time", ""): entry for entry in entries}
+    return {re.sub(r"/(iterations|min_time):[^/]*|/manual_time", "", entry["run_name"]): entry for entry in entries}
 
 
 def output_of(*command):
@@ -302,8 +226,10 @@ def main():
     functions = [(f"`{name.replace('(anonymous namespace)::', '').split('(')[0]}`", f"{cost:,.0f}", step_of(name))
                  for name, cost in grid.self_cost.most_common(16)]
     missed = "\nMissed:\n\n" + "\n".join(table.missed) + "\n" if table.missed else ""
+    with open(TEMPLATE, encoding="utf-8") as file:
+        template = file.read()
     with open(document, "w", encoding="utf-8") as file:
-        file.write(DOCUMENT.format(
+        file.write(template.format(
             machine=machine(runs[0]["context"]["renderer"]), table=table.text(), notes=missed,
             steps=markdown(("step", "instructions", "share"), step_rows(grid)),
             functions=markdown(("function", "instructions", "step"), functions),
