@@ -9,11 +9,12 @@ packages=(
   g++ cmake make binutils
   libegl-dev libgles-dev libegl1 libgles2 libgl1-mesa-dri
   android-liblog-dev android-libcutils-dev android-libutils-dev
+  libavformat-dev libavcodec-dev libavutil-dev libswscale-dev pkg-config
   libopencv-dev libcli11-dev nlohmann-json3-dev libfmt-dev libgtest-dev libgmock-dev
   lomiri-wallpapers-16.04
 )
 if [ "${1:-}" = "--ci" ]; then
-  packages+=(clang clang-format clang-tidy)
+  packages+=(clang clang-format clang-tidy cppcheck gcovr abigail-tools python3)
 elif [ "${1:-}" = "--bench" ]; then
   packages+=(valgrind libbenchmark-dev libvidstab-dev ffmpeg python3)
 elif [ $# -gt 0 ]; then

@@ -28,7 +28,7 @@ public:
     /// A copy of the payload; empty when there is none or its size is another.
     template <typename Payload>
     std::optional<Payload> Get(const void* session, uint64_t requestId, const Tag& tag) const {
-        Payload payload;
+        Payload payload = {};
         return Copy(session, requestId, tag, &payload, sizeof(payload)) ? std::optional<Payload>(payload)
                                                                         : std::nullopt;
     }

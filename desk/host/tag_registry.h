@@ -12,15 +12,15 @@ namespace desk {
 
 /// One vendor tag of the host and the rules of its use by a dewarp node.
 struct Tag {
-    const char* section;
-    const char* name;
-    uint64_t payloadSize;            ///< bytes
-    uint32_t flag;                   ///< host flag that comes with the id in metadata accesses, or 0
-    unsigned lookup;                 ///< phases in which a node resolves it
-    unsigned read;                   ///< phases in which a node reads it
-    unsigned write;                  ///< phases in which a node publishes it
-    LumMetadataType pool;            ///< metadata type of the accesses
-    std::optional<Variant> variant;  ///< whose tag it is; both variants' when empty
+    const char* section = nullptr;
+    const char* name = nullptr;
+    uint64_t payloadSize = 0;  ///< bytes
+    uint32_t flag = 0;         ///< host flag that comes with the id in metadata accesses, or 0
+    unsigned lookup = 0;       ///< phases in which a node resolves it
+    unsigned read = 0;         ///< phases in which a node reads it
+    unsigned write = 0;        ///< phases in which a node publishes it
+    LumMetadataType pool = LumMetadataTypeUnset;  ///< metadata type of the accesses
+    std::optional<Variant> variant;               ///< whose tag it is; both variants' when empty
 
     std::string FullName() const {
         return std::string(section) + "/" + name;

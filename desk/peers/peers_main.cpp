@@ -4,12 +4,11 @@
 #include <opencv2/videostab.hpp>
 #include <string>
 
-#include "desk/demo/motion.h"
-#include "desk/demo/nv12.h"
-#include "desk/demo/quality.h"
 #include "desk/tool/clip_reader.h"
 #include "desk/tool/clip_writer.h"
-#include "desk/tool/run_output.h"
+#include "desk/tool/media/nv12.h"
+#include "desk/tool/media/quality.h"
+#include "desk/tool/motion/motion_meter.h"
 
 // What comparing the desk with other stabilisers takes beside the desk itself: OpenCV's video stabiliser on a
 // clip, and the same measurements for everybody's clip.
@@ -76,13 +75,13 @@ void Measure(const std::string& clip, const std::string& truth) {
     ClipReader ideal(truth, {});
     Nv12 picture(steady.Format().size);
     Nv12 wanted(ideal.Format().size);
-    PsnrMeter psnr;
+    PlaneMeter psnr;
     MotionMeter motion;
     while (steady.Read(picture) && ideal.Read(wanted)) {
         psnr.Add(picture.luma, wanted.luma);
         motion.Add(picture.luma);
     }
-    fmt::print("{} {:.2f} {:.2f} {:.3f}\n", steady.Frame() + 1, psnr.All(), psnr.Worst(), motion.Rms());
+    fmt::print("{} {:.2f} {:.2f} {:.3f}\n", steady.Frame() + 1, psnr.Psnr(), psnr.WorstPsnr(), motion.Rms());
 }
 
 int Run(int argc, char** argv) {

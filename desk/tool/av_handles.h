@@ -9,7 +9,7 @@ extern "C" {
 #include <memory>
 #include <string>
 
-#include "desk/demo/nv12.h"
+#include "desk/tool/media/nv12.h"
 
 namespace desk {
 

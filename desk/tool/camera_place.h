@@ -3,9 +3,18 @@
 #include <complex>
 #include <vector>
 
-#include "desk/tool/results.h"
-
 namespace desk {
+
+/// Where the camera looks in a frame, against the first frame. Rows are exposed one after the other, so shift
+/// and roll change down the rows: the middle row has those of the place, y rows below it the shift is larger
+/// by y * shiftPerRow + y * y * shiftBend, and the roll by y * rollPerRow.
+struct CameraPlace {
+    std::complex<double> turn;         ///< log(scale) + i roll
+    std::complex<double> shift;        ///< x + i y, input pixels
+    std::complex<double> shiftPerRow;  ///< pixels per row
+    std::complex<double> shiftBend;    ///< pixels per row and row
+    double rollPerRow = 0;             ///< radians per row
+};
 
 /// A position x + i y in pixels about the middle of a picture.
 using Position = std::complex<double>;

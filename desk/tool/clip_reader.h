@@ -5,7 +5,7 @@
 #include <memory>
 #include <opencv2/core.hpp>
 
-#include "desk/demo/nv12.h"
+#include "desk/tool/media/nv12.h"
 #include "desk/tool/options.h"
 
 namespace desk {

@@ -3,8 +3,8 @@
 #include <filesystem>
 #include <memory>
 
-#include "desk/demo/nv12.h"
 #include "desk/tool/clip_reader.h"
+#include "desk/tool/media/nv12.h"
 
 namespace desk {
 

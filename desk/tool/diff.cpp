@@ -4,10 +4,10 @@
 #include <cmath>
 #include <nlohmann/json.hpp>
 
-#include "desk/tool/commands.h"
+#include "desk/tool/commands/commands.h"
 #include "desk/tool/dump_file.h"
 #include "desk/tool/errors.h"
-#include "desk/tool/results.h"
+#include "desk/tool/report/results.h"
 
 namespace desk {
 namespace {

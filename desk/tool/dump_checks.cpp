@@ -6,8 +6,8 @@
 #include <cmath>
 #include <map>
 
-#include "desk/demo/warp_grid.h"
 #include "desk/tool/grid_dump.h"
+#include "desk/tool/grids/warp_grid.h"
 #include "desk/tool/warp_map.h"
 
 namespace desk {

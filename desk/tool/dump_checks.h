@@ -10,7 +10,7 @@
 
 #include "desk/tool/dump_file.h"
 #include "desk/tool/options.h"
-#include "desk/tool/results.h"
+#include "desk/tool/warp_map.h"
 
 namespace desk {
 

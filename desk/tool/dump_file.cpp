@@ -9,7 +9,7 @@
 #include <string_view>
 #include <system_error>
 
-#include "desk/demo/warp_grid.h"
+#include "desk/tool/grids/warp_grid.h"
 
 namespace desk {
 namespace {

@@ -6,7 +6,7 @@
 #include <array>
 #include <cmath>
 
-#include "desk/demo/warp_grid.h"
+#include "desk/tool/grids/warp_grid.h"
 
 namespace desk {
 namespace {

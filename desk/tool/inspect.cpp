@@ -4,13 +4,13 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 
-#include "desk/tool/commands.h"
+#include "desk/tool/commands/commands.h"
 #include "desk/tool/dump_checks.h"
 #include "desk/tool/errors.h"
 #include "desk/tool/output_place.h"
 #include "desk/tool/pipeline.h"
-#include "desk/tool/results.h"
-#include "desk/tool/svg_chart.h"
+#include "desk/tool/report/chart.h"
+#include "desk/tool/report/results.h"
 
 namespace desk {
 namespace {
@@ -34,7 +34,7 @@ WarpSizes SizesOf(const CommonOptions& options) {
     return sizes;
 }
 
-std::string MarginSvg(const DumpCheck& check) {
+cv::Mat MarginPicture(const DumpCheck& check) {
     Chart chart{"margin used on each side", "pixels", {}};
     const auto add = [&](const char* name, double SideUse::*side) {
         ChartLine line{name, {}};
@@ -52,7 +52,7 @@ std::string MarginSvg(const DumpCheck& check) {
         {"horizontal margin", std::vector<double>(check.frames.size(), margin.width / 2.0), true});
     chart.lines.push_back(
         {"vertical margin", std::vector<double>(check.frames.size(), margin.height / 2.0), true});
-    return ToSvg(chart);
+    return Draw(chart);
 }
 
 void WritePictures(const InspectOptions& options, const std::filesystem::path& dump, const DumpCheck& check) {
@@ -63,10 +63,11 @@ void WritePictures(const InspectOptions& options, const std::filesystem::path& d
     const std::filesystem::path stem = options.pictures / dump.stem();
     const std::string title = fmt::format("{}, line {}", dump.filename().string(), check.pointsLine);
     const cv::Size2d frame = check.kind == DumpKind::Grid ? cv::Size2d(check.sizes.input) : cv::Size2d();
-    WriteWhole(stem.string() + "_mesh.svg", MeshSvg(title, check.points, 33, frame),
+    WriteWhole(stem.string() + "_mesh.png", Encoded(DrawMesh(title, check.points, 33, frame), ".png"),
                options.common.overwrite);
     if (check.sizes.IsKnown()) {
-        WriteWhole(stem.string() + "_margin.svg", MarginSvg(check), options.common.overwrite);
+        WriteWhole(stem.string() + "_margin.png", Encoded(MarginPicture(check), ".png"),
+                   options.common.overwrite);
     }
 }
 

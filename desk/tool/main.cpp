@@ -2,7 +2,7 @@
 
 #include <exception>
 
-#include "desk/tool/commands.h"
+#include "desk/tool/commands/commands.h"
 #include "desk/tool/errors.h"
 #include "desk/tool/progress.h"
 
@@ -17,6 +17,14 @@ int Run(int argc, char** argv) {
         "Runs the dewarp node without a device: on clips, on a device's dump files, on your own grids.",
         "dewarp-desk");
     app.require_subcommand(1);
+    app.failure_message([](const CLI::App* /*app*/, const CLI::Error& error) {
+        const bool isNothingNamed = dynamic_cast<const CLI::RequiredError*>(&error) != nullptr &&
+                                    std::string(error.what()).find("subcommand") != std::string::npos;
+        return fmt::format("dewarp-desk: {}\n",
+                           isNothingNamed
+                               ? "expected a command: stabilise, replay, inspect, verify, diff or synth"
+                               : error.what());
+    });
     ChosenCommand chosen;
     for (const AddCommandTo add : Commands) {
         add(app, chosen);

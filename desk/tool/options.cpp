@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <map>
 #include <sstream>
 #include <system_error>
 
@@ -10,6 +9,10 @@
 
 namespace desk {
 namespace {
+
+[[noreturn]] void Refuse(const std::string& option, const std::string& expected, const std::string& got) {
+    throw CLI::ValidationError(option, fmt::format("expected {}, got {}", expected, got));
+}
 
 /// Two values with the separator between them, and nothing else.
 template <typename Value>
@@ -23,55 +26,59 @@ cv::Size ReadSize(const std::string& text) {
     cv::Size size;
     const auto fits = [](int pixels) { return pixels >= 2 && pixels <= 65536 && pixels % 2 == 0; };
     if (!ReadPair(text, 'x', size.width, size.height) || !fits(size.width) || !fits(size.height)) {
-        throw CLI::ValidationError(
-            "--size", "expected WxH with even numbers of pixels, such as 1920x1080, got " + text);
+        Refuse("--size", "WxH with even numbers of pixels, such as 1920x1080", text);
     }
     return size;
 }
 
 Margin ReadMargin(const std::string& text) {
     Margin margin{};
-    const bool both = text.find(',') != std::string::npos;
-    const bool read = ReadPair(both ? text : text + "," + text, ',', margin.horizontal, margin.vertical);
+    const bool isBoth = text.find(',') != std::string::npos;
     const auto fits = [](float fraction) { return fraction >= 0 && fraction <= 1; };
-    if (!read || !fits(margin.horizontal) || !fits(margin.vertical)) {
-        throw CLI::ValidationError("--margin",
-                                   "expected H or H,V with fractions from 0 to 1, such as 0.2, got " + text);
+    if (!ReadPair(isBoth ? text : text + "," + text, ',', margin.horizontal, margin.vertical) ||
+        !fits(margin.horizontal) || !fits(margin.vertical)) {
+        Refuse("--margin", "H or H,V with fractions from 0 to 1, such as 0.2", text);
     }
     return margin;
 }
 
 FrameRange ReadFrames(const std::string& text) {
     FrameRange range;
-    const size_t colon = text.find(':');
-    const std::string first = text.substr(0, colon);
-    const std::string end = colon == std::string::npos ? "" : text.substr(colon + 1);
-    const auto read = [](const std::string& number, int64_t& value) {
-        return number.empty() || CLI::detail::lexical_cast(number, value);
-    };
-    if (colon == std::string::npos || !read(first, range.first) || !read(end, range.end) || range.first < 0 ||
-        range.end <= range.first) {
-        throw CLI::ValidationError(
-            "--frames",
-            "expected A:B, the frames A to B - 1 counted from 0, such as 0:100, 50: or :10, got " + text);
+    const std::string open = text.empty() || text.front() == ':' ? "0" + text : text;
+    const std::string closed = open.back() == ':' ? open + std::to_string(range.end) : open;
+    if (!ReadPair(closed, ':', range.first, range.end) || range.first < 0 || range.end <= range.first) {
+        Refuse("--frames", "A:B, the frames A to B - 1 counted from 0, such as 0:100, 50: or :10", text);
     }
     return range;
 }
 
 /// An option whose text is read by `read` into `value`.
 template <typename Value, typename Read>
-CLI::Option* AddText(CLI::App& command, const std::string& name, const std::string& description, Value& value,
-                     const Read& read) {
-    return command.add_option_function<std::string>(
+void AddText(CLI::App& command, const std::string& name, const std::string& description, Value& value,
+             const Read& read) {
+    command.add_option_function<std::string>(
         name, [&value, read](const std::string& text) { value = read(text); }, description);
 }
 
 template <typename Value>
-CLI::Option* AddChoice(CLI::App& command, const std::string& name, const std::string& description,
-                       Value& value, const std::map<std::string, Value>& choices) {
-    return command.add_option(name, value, description)
-        ->transform(CLI::Transformer(choices, CLI::ignore_case).description(""))
-        ->check(CLI::CheckedTransformer(choices, CLI::ignore_case).description(""));
+using Choices = std::vector<std::pair<std::string, Value>>;
+
+/// The description ends in the choices.
+template <typename Value>
+void AddChoice(CLI::App& command, const std::string& name, const std::string& description, Value& value,
+               const Choices<Value>& choices) {
+    std::string names;
+    for (const auto& choice : choices) {
+        names += (names.empty() ? "" : ", ") + choice.first;
+    }
+    AddText(command, name, description + names, value, [=](const std::string& text) {
+        for (const auto& choice : choices) {
+            if (choice.first == text) {
+                return choice.second;
+            }
+        }
+        Refuse(name, "one of " + names, text);
+    });
 }
 
 }  // namespace
@@ -84,7 +91,7 @@ CLI::App& AddCommand(CLI::App& app, const std::string& name, const std::string& 
 }
 
 void AddCommonOptions(CLI::App& command, CommonOptions& options) {
-    AddChoice<Variant>(command, "--variant", "realtime or lookahead: which node [realtime]", options.variant,
+    AddChoice<Variant>(command, "--variant", "which node [realtime]: ", options.variant,
                        {{"realtime", Variant::RealTime}, {"lookahead", Variant::LookAhead}});
     AddText(command, "--size", "WxH: output size in pixels, both even", options.size, ReadSize);
     AddText(command, "--margin", "H[,V]: fractions of the output by which the input is larger",
@@ -97,17 +104,27 @@ void AddCommonOptions(CLI::App& command, CommonOptions& options) {
     command.add_flag("--compare", options.compare, "write before and after side by side");
     // The host takes a set of bits; a level names all that are at least as grave.
     AddChoice<uint32_t>(
-        command, "--log-level", "none, error, warning, info, verbose: of the node's log [warning]",
-        options.luxBits,
+        command, "--log-level", "of the node's log [warning]: ", options.luxBits,
         {{"none", 0}, {"error", 1}, {"warning", 1 | 2}, {"info", 1 | 2 | 8}, {"verbose", 1 | 2 | 8 | 32}});
     AddChoice<ProgressKind>(command, "--progress",
-                            "auto, bar, pipe or none: how progress is shown on stderr [auto]",
-                            options.progress,
+                            "how progress is shown on stderr [auto]: ", options.progress,
                             {{"auto", ProgressKind::Auto},
                              {"bar", ProgressKind::Bar},
                              {"pipe", ProgressKind::Pipe},
                              {"none", ProgressKind::None}});
     command.add_flag("-y,--overwrite", options.overwrite, "replace what exists");
+}
+
+void AddRecordingOptions(CLI::App& command, RunOptions& options) {
+    command.add_option("-o,--out", options.out, "clip to write: .mp4, .mkv, .y4m, or a folder")->required();
+    command.add_option("--before", options.before, "clip to write of what is seen without the node");
+    auto* const truth = command.add_option("--truth", options.truth,
+                                           "clip of the output as it should be, to measure the PSNR");
+    command.add_option("--max-motion", options.maxMotion,
+                       "pixels RMS that the output may move between frames");
+    command.add_option("--min-psnr", options.minPsnr, "dB that the output's luma must reach against --truth")
+        ->needs(truth);
+    command.add_option("--credit", options.credit, "line under the report's picture before and after");
 }
 
 void RequireFree(const std::filesystem::path& place, bool overwrite) {

@@ -36,6 +36,17 @@ struct CommonOptions {
     bool overwrite = false;
 };
 
+/// The options of commands that take a clip through the node. What is not asked for is empty.
+struct RunOptions : CommonOptions {
+    std::filesystem::path clip;
+    std::filesystem::path out;        ///< clip of the node's output
+    std::filesystem::path before;     ///< clip of the input's middle, as large as the output
+    std::filesystem::path truth;      ///< clip of the output as it should be
+    std::optional<double> maxMotion;  ///< limit between frames of the output, pixels RMS
+    std::optional<double> minPsnr;    ///< limit of the luma against the truth, dB
+    std::string credit;               ///< line under the picture before and after; ASCII
+};
+
 /// What the command line asks for; returns the exit code. Set by the subcommand that was named.
 using ChosenCommand = std::function<int()>;
 
@@ -45,6 +56,9 @@ CLI::App& AddCommand(CLI::App& app, const std::string& name, const std::string& 
 
 /// Adds the common options to a subcommand. `options` outlives the parsing.
 void AddCommonOptions(CLI::App& command, CommonOptions& options);
+
+/// Adds -o, which the command needs, and the options of what is recorded, likewise.
+void AddRecordingOptions(CLI::App& command, RunOptions& options);
 
 /// Throws UsageError when the file or folder exists and may not be overwritten.
 void RequireFree(const std::filesystem::path& place, bool overwrite);

@@ -9,21 +9,17 @@
 #include <limits>
 #include <stdexcept>
 
-#include "desk/demo/gl_info.h"
-#include "desk/tool/errors.h"
+#include "desk/tool/gl_info.h"
 #include "desk/tool/warp_map.h"
 
 namespace desk {
 namespace {
 
-constexpr size_t OutputBuffers = 4;
-
-cv::Size ToCv(Size size) {
-    return {static_cast<int>(size.width), static_cast<int>(size.height)};
-}
+constexpr int64_t SpareBuffers = 4;  // in rotation beside those that are held
 
 Nv12 View(GrallocBuffer& buffer) {
-    return {ToCv({buffer.Width(), buffer.Height()}), buffer.Luma(), buffer.Chroma(), buffer.Stride()};
+    const cv::Size size(static_cast<int>(buffer.Width()), static_cast<int>(buffer.Height()));
+    return {size, buffer.Luma(), buffer.Chroma(), buffer.Stride()};
 }
 
 /// What the node makes of one direction: the output widened by the margin, both rounded down to even numbers.
@@ -34,10 +30,11 @@ int Widened(int output, float margin) {
 
 float MarginFor(const char* direction, int input, int output) {
     if (input % 2 != 0 || input < output) {
-        throw UsageError(fmt::format(
-            "no margin makes the node ask for an input {} pixels {} for an output of {}; expected an "
-            "even number, and no less than the output's",
-            input, direction, output));
+        throw UsageError(
+            fmt::format("the clip is {} pixels {}, and no margin makes the node ask for that with an output "
+                        "of {}; expected "
+                        "an even number, and no less than the output's",
+                        input, direction, output));
     }
     float margin = static_cast<float>(input - output) / static_cast<float>(output);
     while (Widened(output, margin) < input) {
@@ -46,27 +43,67 @@ float MarginFor(const char* direction, int input, int output) {
     return margin;
 }
 
-std::filesystem::path MadeDumpDir(const std::filesystem::path& dumpDir) {
-    std::error_code error;
-    if (!dumpDir.empty() && !std::filesystem::create_directories(dumpDir, error) && error) {
-        throw std::runtime_error(
-            fmt::format("the dump folder {} cannot be made: {}", dumpDir.string(), error.message()));
-    }
-    return dumpDir;
-}
-
 uint64_t OpenFds() {
     const std::filesystem::directory_iterator open("/proc/self/fd");
     return static_cast<uint64_t>(std::distance(begin(open), end(open)));
 }
 
-void RequireFits(cv::Size output, Margin margin, const GlInfo& gl) {
-    const cv::Size input = InputFor(output, margin);
+uint64_t LiveImages(const DeskHost& host) {
+    return host.Counters().gl.value_or(DeskGlCounters{}).liveImages;
+}
+
+Json SizeJson(cv::Size size) {
+    return {{"width", size.width}, {"height", size.height}};
+}
+
+GlInfo UsableGl(cv::Size input) {
+    GlInfo gl = DescribeGl(DESK_SYSTEM_LIBRARY_DIR);
+    if (gl.renderer.empty()) {
+        throw std::runtime_error(
+            "the machine's EGL and OpenGL ES give no context; expected a driver such as Mesa's");
+    }
     if (std::max(input.width, input.height) > gl.maxTextureSize) {
         throw UsageError(
             fmt::format("an input of {} x {} is too large for {}; expected at most {} pixels each way",
                         input.width, input.height, gl.renderer, gl.maxTextureSize));
     }
+    return gl;
+}
+
+/// Says on stderr and in the results what is at work, and makes the folder for dumps.
+HostOptions Announce(const std::string& command, const RunOptions& options, const Sizing& sizing,
+                     Json& json) {
+    const cv::Size input = InputFor(sizing.output, sizing.margin);
+    const std::filesystem::path library = DESK_NODE_LIBRARY;
+    const GlInfo gl = UsableGl(input);
+    json = {{"schema", 1},
+            {"command", command},
+            {"clip", options.clip.string()},
+            {"output", options.out.string()},
+            {"credit", options.credit},
+            {"variant", NameOf(options.variant)},
+            {"gl_renderer", gl.renderer},
+            {"library", library.string()},
+            {"input_size", SizeJson(input)},
+            {"output_size", SizeJson(sizing.output)},
+            {"crop", static_cast<double>(sizing.output.area()) / input.area()}};
+    fmt::print(stderr, "dewarp-desk: {}, {}, {}, input {}x{}, output {}x{}, margin {},{}\n",
+               library.filename().string(), gl.renderer, NameOf(options.variant), input.width, input.height,
+               sizing.output.width, sizing.output.height, sizing.margin.horizontal, sizing.margin.vertical);
+    std::error_code error;
+    if (!options.dumpDir.empty() && !std::filesystem::create_directories(options.dumpDir, error) && error) {
+        throw std::runtime_error(
+            fmt::format("the dump folder {} cannot be made: {}", options.dumpDir.string(), error.message()));
+    }
+    HostOptions host{library, DESK_SYSTEM_LIBRARY_DIR, options.dumpDir};
+    host.luxBits = options.luxBits;
+    return host;
+}
+
+ClipFormat OutputFormat(const ClipReader& reader, cv::Size output) {
+    ClipFormat format = reader.Format();
+    format.size = output;
+    return format;
 }
 
 }  // namespace
@@ -79,62 +116,68 @@ cv::Size InputFor(cv::Size output, Margin margin) {
     return {Widened(output.width, margin.horizontal), Widened(output.height, margin.vertical)};
 }
 
-NodeLog::~NodeLog() {
-    Release();
-}
-
-void NodeLog::Release() {
-    if (stream_.rdbuf() == &kept_) {
-        std::cerr << kept_.str();
-        stream_.rdbuf(std::cerr.rdbuf());
-    }
-}
-
-Pipeline::Pipeline(const CommonOptions& options, cv::Size output, Margin margin, int64_t inputBuffers,
-                   RunResults& results)
-    : results_(results),
-      host_({DESK_NODE_LIBRARY, DESK_SYSTEM_LIBRARY_DIR, MadeDumpDir(options.dumpDir), &log_.Stream(),
-             options.luxBits}) {
-    const GlInfo gl = DescribeGl(DESK_SYSTEM_LIBRARY_DIR);
-    if (gl.renderer.empty()) {
-        throw std::runtime_error(
-            "the machine's EGL and OpenGL ES give no context; expected a driver such as Mesa's");
-    }
-    RequireFits(output, margin, gl);
+Pipeline::Pipeline(const std::string& command, const RunOptions& options, ClipReader& reader,
+                   const Sizing& sizing, int64_t held)
+    : options_(options),
+      reader_(reader),
+      sizing_(sizing),
+      recording_(options, OutputFormat(reader, sizing.output), results_),
+      host_(Announce(command, options, sizing, results_.json)),
+      progress_(options.progress, reader.ExpectedFrames()) {
+    results_.json["frames_per_second"] = reader.Format().FramesPerSecond();
     host_.SetDumps(!options.dumpDir.empty());
     node_ = host_.CreateNode(options.variant);
-    const Size wanted = {static_cast<uint32_t>(output.width), static_cast<uint32_t>(output.height)};
-    results.variant = options.variant;
-    results.renderer = gl.renderer;
-    results.library = DESK_NODE_LIBRARY;
-    results.margin = margin;
-    results.sizes = node_->Negotiate(wanted, margin);
-    std::generate_n(std::back_inserter(inputs_), inputBuffers, [this] { return node_->AllocateInput(); });
-    std::generate_n(std::back_inserter(outputs_), OutputBuffers, [this] { return node_->AllocateOutput(); });
-    fmt::print(stderr, "dewarp-desk: {}, {}, {}, input {}x{}, output {}x{}, margin {},{}\n",
-               std::filesystem::path(results.library).filename().string(), results.renderer,
-               NameOf(options.variant), InputSize().width, InputSize().height, OutputSize().width,
-               OutputSize().height, margin.horizontal, margin.vertical);
-    log_.Release();
+    const Negotiated sizes = node_->Negotiate(
+        {static_cast<uint32_t>(sizing.output.width), static_cast<uint32_t>(sizing.output.height)},
+        sizing.margin);
+    const cv::Size input = InputFor(sizing.output, sizing.margin);
+    if (cv::Size(static_cast<int>(sizes.input.width), static_cast<int>(sizes.input.height)) != input) {
+        throw std::runtime_error(fmt::format("the node asks for an input of {} x {}; expected {} x {}",
+                                             sizes.input.width, sizes.input.height, input.width,
+                                             input.height));
+    }
+    std::generate_n(std::back_inserter(inputs_), held + SpareBuffers,
+                    [this] { return node_->AllocateInput(); });
+    std::generate_n(std::back_inserter(outputs_), SpareBuffers, [this] { return node_->AllocateOutput(); });
 }
 
-cv::Size Pipeline::InputSize() const {
-    return ToCv(results_.sizes.input);
-}
-
-cv::Size Pipeline::OutputSize() const {
-    return ToCv(results_.sizes.output);
+bool Pipeline::Read() {
+    if (Interrupted()) {
+        return false;
+    }
+    Nv12 picture = Input(taken_);
+    const StageTimer timer(results_, "read");
+    const bool isRead = reader_.Read(picture);
+    taken_ += isRead ? 1 : 0;
+    return isRead;
 }
 
 Nv12 Pipeline::Input(int64_t frame) {
-    return View(*inputs_[static_cast<size_t>(frame) % inputs_.size()]);
+    return View(InputBuffer(frame));
 }
 
-Nv12 Pipeline::Render(int64_t frame, uint64_t requestId, const IPEICAGridTransform& grid) {
-    GrallocBuffer& input = *inputs_[static_cast<size_t>(frame) % inputs_.size()];
+Nv12 Pipeline::Show(uint64_t requestId, const IPEICAGridTransform& grid, const Json& details) {
+    const int64_t frame = Shown();
+    GrallocBuffer& input = InputBuffer(frame);
     GrallocBuffer& output = *outputs_[static_cast<size_t>(frame) % outputs_.size()];
-    const auto images = [this] { return host_.Counters().gl.value_or(DeskGlCounters{}).liveImages; };
-    const uint64_t imagesBefore = images();
+    Process(requestId, grid, input, output);
+    const SideUse used = WarpMap(grid, Input(frame).luma.size(), sizing_.output).MarginUse();
+    mostUsed_ = {std::max(mostUsed_.left, used.left), std::max(mostUsed_.top, used.top),
+                 std::max(mostUsed_.right, used.right), std::max(mostUsed_.bottom, used.bottom)};
+    results_.frames.push_back(
+        {{"frame", options_.frames.first + frame},
+         {"request", requestId},
+         {"margin_used",
+          {{"left", used.left}, {"top", used.top}, {"right", used.right}, {"bottom", used.bottom}}}});
+    results_.frames.back().update(details);
+    recording_.Add(Input(frame), View(output));
+    progress_.Step(Shown());
+    return View(output);
+}
+
+void Pipeline::Process(uint64_t requestId, const IPEICAGridTransform& grid, GrallocBuffer& input,
+                       GrallocBuffer& output) {
+    const uint64_t imagesBefore = LiveImages(host_);
     uint32_t result = LumResultSuccess;
     {
         const StageTimer timer(results_, "node");
@@ -142,25 +185,61 @@ Nv12 Pipeline::Render(int64_t frame, uint64_t requestId, const IPEICAGridTransfo
     }
     if (result != LumResultSuccess) {
         throw std::runtime_error(fmt::format("the {} node failed request {} (frame {} of the clip): {}",
-                                             NameOf(node_->Kind()), requestId, frame, ResultText(result)));
+                                             NameOf(node_->Kind()), requestId,
+                                             options_.frames.first + Shown(), ResultText(result)));
     }
-    RunCounters& counters = results_.counters;
-    const uint64_t imagesAfter = images();
-    const uint64_t imports = imagesAfter - std::min(imagesBefore, imagesAfter);
-    counters.imports += imports;
-    counters.cacheHits += 2 - std::min<uint64_t>(imports, 2);
-    counters.liveImages = std::max(counters.liveImages, imagesAfter);
-    counters.openFds = std::max(counters.openFds, OpenFds());
-    results_.frames.push_back(
-        {frame, requestId, WarpMap(grid, InputSize(), OutputSize()).MarginUse(), std::nullopt, std::nullopt});
-    return View(output);
+    const uint64_t images = LiveImages(host_);
+    const uint64_t imports = images - std::min(imagesBefore, images);
+    counters_.imports += imports;
+    counters_.cacheHits += 2 - std::min<uint64_t>(imports, 2);
+    counters_.liveImages = std::max(counters_.liveImages, images);
+    counters_.openFds = std::max(counters_.openFds, OpenFds());
 }
 
-void Pipeline::Finish() {
+ExitCode Pipeline::Finish() {
+    progress_.Finish(Shown());
     node_->Destroy();
     node_.reset();
     host_.CheckTornDown();
     results_.findings = host_.Findings().List();
+    results_.json["counters"] = {{"imports", counters_.imports},
+                                 {"cache_hits", counters_.cacheHits},
+                                 {"live_images", counters_.liveImages},
+                                 {"open_fds", counters_.openFds}};
+    const auto margin = [](double most, int input, int output) -> Json {
+        return {{"pixels_on_a_side", (input - output) / 2.0},
+                {"most_used", most},
+                {"negotiated", static_cast<double>(input) / output - 1},
+                {"sufficient", 2 * most / output}};
+    };
+    const cv::Size input = InputFor(sizing_.output, sizing_.margin);
+    results_.json["margin_use"] = {
+        {"horizontal", margin(std::max(mostUsed_.left, mostUsed_.right), input.width, sizing_.output.width)},
+        {"vertical", margin(std::max(mostUsed_.top, mostUsed_.bottom), input.height, sizing_.output.height)}};
+    recording_.Finish();
+    return Tell();
+}
+
+/// What was measured and what went wrong, in words.
+ExitCode Pipeline::Tell() const {
+    if (!results_.summary.empty() && options_.json != "-") {
+        const Json node = ToJson(results_)["stage_ms"]["node"];
+        fmt::print("{}: {}node call {:.1f} ms (p95 {:.1f}), {} findings\n", NameOf(options_.variant),
+                   results_.summary, node["p50"].get<double>(), node["p95"].get<double>(),
+                   results_.findings.size());
+    }
+    for (const std::string& finding : results_.findings) {
+        fmt::print(stderr, "dewarp-desk: the node broke a rule: {}\n", finding);
+    }
+    for (const std::string& missed : results_.missedLimits) {
+        fmt::print(stderr, "dewarp-desk: {}\n", missed);
+    }
+    if (Interrupted()) {
+        fmt::print(stderr, "dewarp-desk: interrupted after {} frames{}\n", Shown(),
+                   options_.out.empty() ? "" : "; " + options_.out.string() + " holds them");
+        return WasInterrupted;
+    }
+    return results_.findings.empty() && results_.missedLimits.empty() ? Done : CheckFailed;
 }
 
 }  // namespace desk

@@ -1,17 +1,21 @@
 #pragma once
 
 #include <cstdint>
-#include <iostream>
 #include <memory>
 #include <opencv2/core.hpp>
-#include <sstream>
+#include <string>
 #include <vector>
 
-#include "desk/demo/nv12.h"
 #include "desk/host/desk_host.h"
 #include "desk/host/desk_node.h"
+#include "desk/tool/clip_reader.h"
+#include "desk/tool/errors.h"
+#include "desk/tool/media/nv12.h"
 #include "desk/tool/options.h"
-#include "desk/tool/results.h"
+#include "desk/tool/progress.h"
+#include "desk/tool/recording.h"
+#include "desk/tool/report/results.h"
+#include "desk/tool/warp_map.h"
 
 namespace desk {
 
@@ -22,57 +26,77 @@ Margin MarginFor(cv::Size input, cv::Size output);
 /// The input that the node asks for: both sizes are even.
 cv::Size InputFor(cv::Size output, Margin margin);
 
-/// The node's log, held back until the program's own first line is out.
-class NodeLog {
-public:
-    NodeLog() = default;
-    /// Releases what is still held back.
-    ~NodeLog();
-    NodeLog(const NodeLog&) = delete;
-    NodeLog& operator=(const NodeLog&) = delete;
-
-    std::ostream& Stream() {
-        return stream_;
-    }
-    /// From now on lines go to stderr at once.
-    void Release();
-
-private:
-    std::stringbuf kept_;
-    std::ostream stream_{&kept_};
+/// What a node is set up for.
+struct Sizing {
+    cv::Size output;  ///< pixels, both even
+    Margin margin;
 };
 
-/// One node in its host: sizes negotiated, buffers in rotation, every frame timed and counted.
+/// A clip on its way through one node: frames are read into input buffers, rendered in order, recorded, timed
+/// and counted.
 class Pipeline {
 public:
-    /// `inputBuffers` is how many input frames are held at a time. Fills in what the results say of the
-    /// node, and prints the program's first line on stderr. `results` must outlive the pipeline. Throws
-    /// UsageError for sizes that the GL cannot hold; std::runtime_error when there is no node.
-    Pipeline(const CommonOptions& options, cv::Size output, Margin margin, int64_t inputBuffers,
-             RunResults& results);
+    /// Up to `held` frames may be read ahead of the one that is rendered. Prints the program's first line on
+    /// stderr. Options and reader must outlive the pipeline. Throws UsageError for sizes that the GL cannot
+    /// hold, and as Recording does; std::runtime_error when there is no node.
+    Pipeline(const std::string& command, const RunOptions& options, ClipReader& reader, const Sizing& sizing,
+             int64_t held);
 
-    cv::Size InputSize() const;
-    cv::Size OutputSize() const;
+    /// Takes the clip's next frame in. False when there is none, or the user has interrupted the run.
+    bool Read();
 
-    /// The input buffer of a frame. Its pixels stay until the frame that is `inputBuffers` later takes the
-    /// buffer.
+    /// Numbers of frames so far; they count from the first of the range, not of the clip.
+    int64_t Taken() const {
+        return taken_;
+    }
+    int64_t Shown() const {
+        return static_cast<int64_t>(results_.frames.size());
+    }
+
+    /// The input of a frame that was read, until it has been shown and `held` more were read.
     Nv12 Input(int64_t frame);
 
-    /// Takes a frame, whose input buffer is filled, through the node; the grid is the request's metadata.
-    /// Records the frame. The picture stays valid until the next call. Throws std::runtime_error naming the
+    /// Takes the next frame through the node; the grid is the request's metadata, the details go into the
+    /// frame's results. The picture stays valid until the next call. Throws std::runtime_error naming the
     /// request when the node fails.
-    Nv12 Render(int64_t frame, uint64_t requestId, const IPEICAGridTransform& grid);
+    Nv12 Show(uint64_t requestId, const IPEICAGridTransform& grid, const Json& details = Json::object());
 
-    /// Destroys the node, which completes its dump files, and adds what the host found to the results.
-    void Finish();
+    /// Destroys the node, which completes its dump files, completes what is recorded, and says what was
+    /// measured and what went wrong. Returns the program's exit code.
+    ExitCode Finish();
+
+    RunResults& Results() {
+        return results_;
+    }
 
 private:
-    RunResults& results_;
-    NodeLog log_;
+    struct Counters {
+        uint64_t imports;     ///< buffers that the node made images of
+        uint64_t cacheHits;   ///< buffers that it had imported before
+        uint64_t liveImages;  ///< at the most
+        uint64_t openFds;     ///< of the process, at the most
+    };
+
+    GrallocBuffer& InputBuffer(int64_t frame) {
+        return *inputs_[static_cast<size_t>(frame) % inputs_.size()];
+    }
+    void Process(uint64_t requestId, const IPEICAGridTransform& grid, GrallocBuffer& input,
+                 GrallocBuffer& output);
+    ExitCode Tell() const;
+
+    const RunOptions& options_;
+    ClipReader& reader_;
+    Sizing sizing_;
+    RunResults results_;
+    Recording recording_;
     DeskHost host_;
     std::unique_ptr<DeskNode> node_;
     std::vector<std::shared_ptr<GrallocBuffer>> inputs_;
     std::vector<std::shared_ptr<GrallocBuffer>> outputs_;
+    Progress progress_;
+    int64_t taken_ = 0;
+    SideUse mostUsed_{};
+    Counters counters_{};
 };
 
 }  // namespace desk

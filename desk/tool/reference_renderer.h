@@ -2,7 +2,7 @@
 
 #include <opencv2/core.hpp>
 
-#include "desk/demo/nv12.h"
+#include "desk/tool/media/nv12.h"
 #include "desk/tool/warp_map.h"
 
 namespace desk {

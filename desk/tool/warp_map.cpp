@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "desk/demo/warp_grid.h"
+#include "desk/tool/grids/warp_grid.h"
 
 namespace desk {
 

@@ -4,7 +4,7 @@
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
-#include "desk/tool/commands.h"
+#include "desk/tool/commands/commands.h"
 #include "desk/tool/errors.h"
 #include "tests/tool/tool_fixture.h"
 

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+
+#include "desk/tool/grid_dump.h"
+#include "desk/tool/pipeline.h"
+
+namespace desk {
+
+/// A clip and the grid dump that drives the node.
+struct ReplayOptions : RunOptions {
+    std::filesystem::path grids;
+    std::optional<uint64_t> firstRequest;  ///< request id of the clip's first frame; empty: line n, frame n
+};
+
+/// Adds CLIP, --grids, --first-request and the common options. `options` outlives the parsing.
+void AddReplayOptions(CLI::App& command, ReplayOptions& options);
+
+/// The clip's frames, as they stand, on their way through the node with the grids of the dump. Without --size
+/// the output is as large as the clip.
+class Replay {
+public:
+    /// Throws DumpError for a dump that cannot drive a node with this clip; as Pipeline does.
+    Replay(const std::string& command, const ReplayOptions& options);
+
+    /// A frame that went through the node.
+    struct Frame {
+        int64_t number;  ///< in the clip, from 0
+        IPEICAGridTransform grid;
+        Nv12 input;
+        Nv12 output;
+    };
+    /// The next one, whose pictures are valid until the call after; empty at the end of the clip, or when the
+    /// user has interrupted the run. Throws UsageError naming the frame that has no grid.
+    std::optional<Frame> Next();
+
+    Pipeline& Run() {
+        return pipeline_;
+    }
+
+private:
+    size_t LineOf(int64_t frame) const;
+
+    const ReplayOptions& options_;
+    ClipReader reader_;
+    GridDump dump_;
+    Pipeline pipeline_;
+};
+
+}  // namespace desk

@@ -1,0 +1,96 @@
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <memory>
+#include <optional>
+
+#include "desk/tool/commands/commands.h"
+#include "desk/tool/motion_estimator.h"
+#include "desk/tool/pipeline.h"
+#include "desk/tool/smoother.h"
+#include "desk/tool/steady_view.h"
+
+namespace desk {
+namespace {
+
+struct StabiliseOptions : RunOptions {
+    int64_t window = 30;
+};
+
+/// Without --size no pixel of the clip is scaled: the output is what the margin leaves of it.
+Sizing ChooseSizing(const CommonOptions& options, cv::Size clip) {
+    constexpr float UsualMargin = 0.2F;
+    const Margin margin = options.margin.value_or(Margin{UsualMargin, UsualMargin});
+    if (options.size) {
+        return {*options.size, margin};
+    }
+    const auto left = [](int pixels, float fraction) {
+        return std::max(2,
+                        2 * static_cast<int>(std::lround(static_cast<float>(pixels / 2) / (1 + fraction))));
+    };
+    const cv::Size output(left(clip.width, margin.horizontal), left(clip.height, margin.vertical));
+    return {output, MarginFor(clip / 2 * 2, output)};
+}
+
+Json PlaceJson(const CameraPlace& place, const CameraPlace& last) {
+    return {{"x", place.shift.real()},
+            {"y", place.shift.imag()},
+            {"roll", place.turn.imag()},
+            {"log_scale", place.turn.real()},
+            {"step", std::abs(place.shift - last.shift)}};
+}
+
+/// Every frame is read and its motion estimated, and `window` frames later it is shown from where the steady
+/// camera then looks.
+int RunStabilise(const StabiliseOptions& options) {
+    const int64_t window = options.variant == Variant::LookAhead ? options.window : 0;
+    ClipReader reader(options.clip, options.frames);
+    const Sizing sizing = ChooseSizing(options, reader.Format().size);
+    Pipeline pipeline("stabilise", options, reader, sizing, window);
+    MotionEstimator motion;
+    CameraPath path(2 * window + 2);
+    const SteadyView view(path, InputFor(sizing.output, sizing.margin), sizing.output);
+    Smoother smoother(options.variant, window, path, view);
+    std::optional<std::array<CameraPlace, 2>> last;
+    const auto show = [&] {
+        const int64_t frame = pipeline.Shown();
+        const std::array<CameraPlace, 2> now = {path.At(frame), smoother.Next()};
+        const std::array<CameraPlace, 2> before = last.value_or(now);
+        pipeline.Show(static_cast<uint64_t>(options.frames.first + frame + 1), view.Grid(frame, now[1]),
+                      {{"camera_before", PlaceJson(now[0], before[0])},
+                       {"camera_after", PlaceJson(now[1], before[1])}});
+        last = now;
+    };
+    while (pipeline.Read()) {
+        {
+            const StageTimer timer(pipeline.Results(), "estimate");
+            path.Add(motion.Add(pipeline.Input(path.Frames()).luma));
+        }
+        if (path.Frames() - pipeline.Shown() > window) {
+            show();
+        }
+    }
+    while (pipeline.Shown() < path.Frames()) {
+        show();
+    }
+    return pipeline.Finish();
+}
+
+}  // namespace
+
+void AddStabilise(CLI::App& app, ChosenCommand& chosen) {
+    CLI::App& command =
+        AddCommand(app, "stabilise", "Steadies a clip through the node.",
+                   "dewarp-desk stabilise walk.mp4 -o steady.mp4 --variant lookahead --compare");
+    const auto options = std::make_shared<StabiliseOptions>();
+    command.add_option("CLIP", options->clip, "any clip that FFmpeg reads, or a folder of pictures")
+        ->required();
+    command.add_option("--window", options->window, "frames that the look-ahead node sees ahead")
+        ->check(CLI::Range(1, 300))
+        ->capture_default_str();
+    AddCommonOptions(command, *options);
+    AddRecordingOptions(command, *options);
+    command.callback([&chosen, options] { chosen = [options] { return RunStabilise(*options); }; });
+}
+
+}  // namespace desk

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <functional>
+
+#include "desk/tool/truth/shaky_camera.h"
+#include "host/lumnoderequest.h"
+
+namespace desk {
+
+/// Points of a warp grid: one more than the node's mesh of 33 x 25 vertices on every side.
+constexpr int GridColumns = 35;
+constexpr int GridRows = 27;
+
+/// The warp grid with which the node shows input position inputOf(q) at output position q, both relative to
+/// the centre of their picture. Enabled; the two dump values are the input's width and height.
+IPEICAGridTransform MakeGrid(cv::Size input, const std::function<cv::Point2d(cv::Point2d)>& inputOf);
+
+/// The warp grid with which the node undoes the camera's shake in one frame: the output then shows what a
+/// camera that stands still sees.
+IPEICAGridTransform MakeWarpGrid(const ShakyCamera& camera, int frame);
+
+}  // namespace desk
