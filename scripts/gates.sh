@@ -1,17 +1,20 @@
 #!/usr/bin/env bash
-# What the library file and its sources have to be, whatever the tests say: the file's exports, imports and
-# hardening in every build that is there, no finding of cppcheck, every source accepted by the compiler of the
-# device's platform, and the tests' coverage of the library.
+# What the library file and its sources have to be, whatever the tests say: exports, imports, hardening and the
+# shared records' layout in the builds of both compilers and for AArch64, no finding of cppcheck, every source
+# accepted by the compiler of the device's platform, and the tests' coverage of the library.
 set -euo pipefail
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 cd "$root"
 
-for build in desk clang aarch64; do
-  library="build/$build/lib/com.oxa.node.dewarp.so"
-  if [ -f "$library" ]; then
-    tests/library_file.sh "$library"
-    echo "gates: $library is what a host may load"
-  fi
+scripts/setup.sh --ci
+scripts/setup-aarch64.sh
+for preset in desk clang aarch64; do
+  library="build/$preset/lib/com.oxa.node.dewarp.so"
+  cmake --preset "$preset" >/dev/null
+  cmake --build --preset "$preset" -j2 --target dewarp_node >/dev/null
+  tests/library_file.sh "$library"
+  tests/record_layout.py "$library" | diff tests/record_layout.txt - >&2
+  echo "gates: $library is what a host may load, its records are laid out as stored"
 done
 
 cppcheck --quiet --enable=warning,performance,portability --error-exitcode=1 --inline-suppr --std=c++17 \
@@ -19,16 +22,13 @@ cppcheck --quiet --enable=warning,performance,portability --error-exitcode=1 --i
 echo "gates: cppcheck finds nothing"
 
 # The platform's own headers are not here; those of the arm64 packages stand in for the C library.
-sysroot="${DEWARP_AARCH64_SYSROOT:-build/aarch64-sysroot}"
-if [ -d "$sysroot" ]; then
-  for source in node/dewarp/*.cpp node/dewarp/gpu/*.cpp utils/*.cpp; do
-    clang++ --target=aarch64-linux-android29 -fsyntax-only -std=c++17 -fno-exceptions -fno-rtti -Wall -Wextra \
-      -Wconversion -Wsign-conversion -Wshadow -Wold-style-cast -Wformat=2 -Werror -nostdinc++ \
-      -isystem "$sysroot/usr/include/c++/12" -isystem "$sysroot/usr/include/aarch64-linux-gnu/c++/12" \
-      -isystem "$sysroot/usr/include/aarch64-linux-gnu" -isystem "$sysroot/usr/include" \
-      -isystem "$sysroot/usr/include/android" -I include -I . "$source"
-  done
-  echo "gates: every source compiles for aarch64-linux-android29"
-fi
+headers=build/aarch64-sysroot/usr/include
+for source in node/dewarp/*.cpp node/dewarp/gpu/*.cpp utils/*.cpp; do
+  clang++ --target=aarch64-linux-android29 -fsyntax-only -std=c++17 -fno-exceptions -fno-rtti -Wall -Wextra \
+    -Wconversion -Wsign-conversion -Wshadow -Wold-style-cast -Wformat=2 -Werror -nostdinc++ \
+    -isystem "$headers/c++/12" -isystem "$headers/aarch64-linux-gnu/c++/12" \
+    -isystem "$headers/aarch64-linux-gnu" -isystem "$headers" -isystem "$headers/android" -I include -I . "$source"
+done
+echo "gates: every source compiles for aarch64-linux-android29"
 
 scripts/gates-coverage.sh

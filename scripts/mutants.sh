@@ -7,7 +7,7 @@ set -euo pipefail
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 at_least="${1:-28}"
 work="${2:-$root/build/mutants}"
-programs=(pure_tests fakegl_tests pixel_tests stress_tests sweep_tests)
+programs=(pure_tests fakegl_tests stress_tests pixel_tests sweep_tests)  # the quickest first
 
 mkdir -p "$work/tree"
 (cd "$root" && tar -c --exclude=./build --exclude=./out --exclude=./.git .) | tar -x --touch -C "$work/tree"  # what an earlier run built of a fault is stale

@@ -33,6 +33,8 @@ bool CloseDewarpDump(FILE*& file) {
     return isClosed;
 }
 
+// What lies behind is not read before it is written.
+// NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init)
 DewarpDumpLine::DewarpDumpLine() {
     std::memset(m_text, 0, TextSize);
 }

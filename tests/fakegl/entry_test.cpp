@@ -8,7 +8,7 @@ using ::testing::IsEmpty;
 class Entry : public FakeGlFixture {};
 
 TEST_F(Entry, FillsEightSlotsAndLeavesTheRest) {
-    LumNodeCallbacks table;
+    LumNodeCallbacks table = {};
     std::memset(&table, 0x5a, sizeof(table));
     table.size = 216;
     table.majorVersion = 0;

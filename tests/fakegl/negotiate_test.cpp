@@ -49,8 +49,8 @@ TEST_F(Negotiate, WidensTheInputByTheMargin) {
     const float nan = std::nanf("");
     const struct {
         desk::Size optimal;
-        float horizontal;
-        float vertical;
+        float horizontal = 0.0F;
+        float vertical = 0.0F;
         desk::Size largest;
         desk::Size input;
         desk::Size inputLargest;

@@ -14,7 +14,6 @@ protected:
         explicit Raw(desk::DeskNode& node, desk::GrallocBuffer& input, desk::GrallocBuffer& output,
                      uint64_t id, uint32_t sequence)
             : inputs(1, input.ImageList()), outputList(output.ImageList()) {
-            std::memset(&dependency, 0, sizeof(dependency));
             dependency.processSequenceId = sequence;
             info.size = sizeof(info);
             info.hNodeSession = node.Handle();
@@ -35,7 +34,7 @@ protected:
 
         std::vector<LumImageList> inputs;
         LumImageList outputList;
-        LumDependencyInfo dependency;
+        LumDependencyInfo dependency = {};
         LumNodeProcessRequestInfo info = {};
 
     private:

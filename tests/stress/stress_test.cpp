@@ -14,7 +14,7 @@ namespace {
 /// DEWARP_SOAK multiplies what the long tests do; the nightly run sets it.
 unsigned Times(unsigned count) {
     const char* factor = std::getenv("DEWARP_SOAK");
-    return count * (factor != nullptr ? static_cast<unsigned>(std::atoi(factor)) : 1U);
+    return static_cast<unsigned>(count * (factor != nullptr ? std::atof(factor) : TEST_SOAK));
 }
 
 size_t OpenDescriptors() {
