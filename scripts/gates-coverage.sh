@@ -8,13 +8,14 @@ build="${1:-$root/build/coverage}"
 
 cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Debug \
   -DCMAKE_CXX_FLAGS="--coverage -fprofile-abs-path -fprofile-update=atomic" >/dev/null
-make -C "$build" -j2 --no-print-directory dewarp_node desk_egl desk_glesv2 pure_tests fakegl_tests \
-  stress_tests sweep_tests >/dev/null
+programs=(pure_tests fakegl_tests stress_tests sweep_tests)
+make -C "$build" -j2 --no-print-directory dewarp_node desk_egl desk_glesv2 "${programs[@]}" records_fuzz >/dev/null
 find "$build" -name '*.gcda' -delete
 # Counts are written when a process ends regularly, which the sweep's children do not.
-for program in pure_tests fakegl_tests stress_tests sweep_tests; do
+for program in "${programs[@]}"; do
   DEWARP_SWEEP_TOGETHER=1 "$build/tests/$program" >/dev/null
 done
+"$build/tests/records_fuzz" tests/fuzz/corpus/records >/dev/null
 gcovr --root "$root" --filter "$root/node/" --filter "$root/utils/" --exclude-throw-branches \
   --exclude-unreachable-branches --object-directory "$build" --txt "$build/coverage.txt" --print-summary \
   --fail-under-line 97 --fail-under-branch 90 "$build"

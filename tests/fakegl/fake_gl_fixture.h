@@ -11,7 +11,9 @@ struct FakeGlOwner {
 /// One host over the fake GL, and what most tests need of a node.
 class FakeGlFixture : protected FakeGlOwner, public NodeFixture {
 protected:
-    FakeGlFixture() : NodeFixture(gl_.get()) {}
+    FakeGlFixture() : NodeFixture(gl_.get()) {
+        host_.SetLogLevels(AllLevels, true);
+    }
 
     /// A node negotiated for small buffers, one of each allocated; logs and calls so far forgotten.
     void MakeNode(desk::Variant variant = desk::Variant::RealTime) {
