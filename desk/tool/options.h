@@ -1,6 +1,5 @@
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -10,6 +9,10 @@
 #include <string>
 
 #include "desk/host/host_types.h"
+
+namespace CLI {
+class App;
+}
 
 namespace desk {
 

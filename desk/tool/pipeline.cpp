@@ -48,10 +48,6 @@ uint64_t OpenFds() {
     return static_cast<uint64_t>(std::distance(begin(open), end(open)));
 }
 
-uint64_t LiveImages(const DeskHost& host) {
-    return host.Counters().gl.value_or(DeskGlCounters{}).liveImages;
-}
-
 Json SizeJson(cv::Size size) {
     return {{"width", size.width}, {"height", size.height}};
 }
@@ -177,7 +173,6 @@ Nv12 Pipeline::Show(uint64_t requestId, const IPEICAGridTransform& grid, const J
 
 void Pipeline::Process(uint64_t requestId, const IPEICAGridTransform& grid, GrallocBuffer& input,
                        GrallocBuffer& output) {
-    const uint64_t imagesBefore = LiveImages(host_);
     uint32_t result = LumResultSuccess;
     {
         const StageTimer timer(results_, "node");
@@ -188,24 +183,20 @@ void Pipeline::Process(uint64_t requestId, const IPEICAGridTransform& grid, Gral
                                              NameOf(node_->Kind()), requestId,
                                              options_.frames.first + Shown(), ResultText(result)));
     }
-    const uint64_t images = LiveImages(host_);
-    const uint64_t imports = images - std::min(imagesBefore, images);
-    counters_.imports += imports;
-    counters_.cacheHits += 2 - std::min<uint64_t>(imports, 2);
-    counters_.liveImages = std::max(counters_.liveImages, images);
-    counters_.openFds = std::max(counters_.openFds, OpenFds());
 }
 
 ExitCode Pipeline::Finish() {
     progress_.Finish(Shown());
+    // The node keeps every image that it makes of a buffer until it is destroyed.
+    const uint64_t imports = host_.Counters().gl.value_or(DeskGlCounters{}).liveImages;
+    results_.json["counters"] = {{"imports", imports},
+                                 {"cache_hits", 2 * results_.frames.size() - imports},
+                                 {"live_images", imports},
+                                 {"open_fds", OpenFds()}};
     node_->Destroy();
     node_.reset();
     host_.CheckTornDown();
     results_.findings = host_.Findings().List();
-    results_.json["counters"] = {{"imports", counters_.imports},
-                                 {"cache_hits", counters_.cacheHits},
-                                 {"live_images", counters_.liveImages},
-                                 {"open_fds", counters_.openFds}};
     const auto margin = [](double most, int input, int output) -> Json {
         return {{"pixels_on_a_side", (input - output) / 2.0},
                 {"most_used", most},

@@ -70,13 +70,6 @@ public:
     }
 
 private:
-    struct Counters {
-        uint64_t imports;     ///< buffers that the node made images of
-        uint64_t cacheHits;   ///< buffers that it had imported before
-        uint64_t liveImages;  ///< at the most
-        uint64_t openFds;     ///< of the process, at the most
-    };
-
     GrallocBuffer& InputBuffer(int64_t frame) {
         return *inputs_[static_cast<size_t>(frame) % inputs_.size()];
     }
@@ -96,7 +89,6 @@ private:
     Progress progress_;
     int64_t taken_ = 0;
     SideUse mostUsed_{};
-    Counters counters_{};
 };
 
 }  // namespace desk

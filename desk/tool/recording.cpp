@@ -2,7 +2,10 @@
 
 #include <fmt/format.h>
 
+#include <opencv2/imgproc.hpp>
+
 #include "desk/tool/errors.h"
+#include "desk/tool/media/before_after.h"
 #include "desk/tool/report/page.h"
 
 namespace desk {
@@ -28,8 +31,20 @@ std::unique_ptr<ClipWriter> WriterOf(const std::filesystem::path& clip, ClipForm
 }  // namespace
 
 void Recording::Side::Measure(const Nv12& picture) {
-    exposure.Add(ReadNv12(picture));
+    if (lumaSum.empty()) {
+        lumaSum = cv::Mat::zeros(picture.luma.size(), CV_32FC1);
+        chromaSum = cv::Mat::zeros(picture.chroma.size(), CV_32FC2);
+    }
+    cv::accumulate(picture.luma, lumaSum);
+    cv::accumulate(picture.chroma, chromaSum);
     motion.Add(picture.luma);
+}
+
+cv::Mat Recording::Side::Mean(size_t pictures) const {
+    Nv12 mean(lumaSum.size());
+    lumaSum.convertTo(mean.luma, CV_8U, 1.0 / static_cast<double>(pictures));
+    chromaSum.convertTo(mean.chroma, CV_8U, 1.0 / static_cast<double>(pictures));
+    return ReadNv12(mean);
 }
 
 Recording::Recording(const RunOptions& options, const ClipFormat& format, RunResults& results)
@@ -106,15 +121,12 @@ void Recording::AddMotion() {
             fmt::format("the output moves by {:.3f} pixels RMS between frames, the limit is {}", after,
                         *options_.maxMotion));
     }
-    const auto caption = [this](const char* when, double motion) {
-        return fmt::format("{}: {} frames laid over one another, motion {:.2f} px RMS", when,
-                           results_.frames.size(), motion);
+    const size_t frames = results_.frames.size();
+    const auto caption = [frames](const char* when, double motion) {
+        return fmt::format("{}: {} frames laid over one another, motion {:.2f} px RMS", when, frames, motion);
     };
-    const CaptionedPicture left = {before_.exposure.Mean(), caption("before", before)};
-    const CaptionedPicture right = {after_.exposure.Mean(), caption("after", after)};
-    // The first of the pictures, before what others have added.
-    results_.pictures.emplace(results_.pictures.begin(), "what stands still is sharp, what moves is blurred",
-                              BeforeAfter(left, right, options_.credit));
+    results_.beforeAfter = BeforeAfter(before_.Mean(frames), caption("before", before), after_.Mean(frames),
+                                       caption("after", after), options_.credit);
 }
 
 void Recording::AddQuality() {

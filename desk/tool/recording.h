@@ -4,7 +4,6 @@
 
 #include "desk/tool/clip_reader.h"
 #include "desk/tool/clip_writer.h"
-#include "desk/tool/media/before_after.h"
 #include "desk/tool/media/quality.h"
 #include "desk/tool/motion/motion_meter.h"
 #include "desk/tool/options.h"
@@ -31,9 +30,12 @@ private:
     /// A clip, and what is measured on its pictures.
     struct Side {
         void Measure(const Nv12& picture);
+        /// The mean of all pictures, 8-bit BGR: what stands still is sharp, what moves is blurred.
+        cv::Mat Mean(size_t pictures) const;
 
         std::unique_ptr<ClipWriter> writer;
-        LongExposure exposure;
+        cv::Mat lumaSum;
+        cv::Mat chromaSum;
         MotionMeter motion;
     };
 

@@ -1,8 +1,8 @@
 #include "desk/tool/reference_renderer.h"
 
 #include <algorithm>
-#include <cmath>
 #include <opencv2/core/utility.hpp>
+#include <opencv2/imgproc.hpp>
 
 namespace desk {
 namespace {
@@ -19,51 +19,37 @@ struct PlaneScale {
     }
 };
 
-/// The two samples around a position on one axis, and the share of the second.
-struct Neighbours {
-    Neighbours(double position, int count) {
-        // Far beyond the edge there is only the edge; the bound keeps the whole numbers small.
-        const double bounded = std::clamp(position, -1.0, static_cast<double>(count));
-        const double floor = std::floor(bounded);
-        first = std::clamp(static_cast<int>(floor), 0, count - 1);
-        second = std::clamp(static_cast<int>(floor) + 1, 0, count - 1);
-        share = bounded - floor;
+/// Linear between the four samples around a position of the plane, which has one more sample on every side.
+void Sample(const cv::Mat& bordered, double x, double y, uint8_t* result) {
+    // Far beyond the edge there is only the edge; the bound keeps the whole numbers small.
+    const double right = std::clamp(x + 1, 0.0, bordered.cols - 1.0);
+    const double down = std::clamp(y + 1, 0.0, bordered.rows - 1.0);
+    const int column = std::min(static_cast<int>(right), bordered.cols - 2);
+    const int row = std::min(static_cast<int>(down), bordered.rows - 2);
+    const uint8_t* upper = bordered.ptr(row, column);
+    const uint8_t* lower = bordered.ptr(row + 1, column);
+    const int channels = bordered.channels();
+    for (int i = 0; i < channels; i++) {
+        const auto between = [&](const uint8_t* samples) {
+            return samples[i] + (right - column) * (samples[i + channels] - samples[i]);
+        };
+        result[i] =
+            cv::saturate_cast<uint8_t>(between(upper) + (down - row) * (between(lower) - between(upper)));
     }
-    int first;
-    int second;
-    double share;
-};
-
-template <int Channels>
-cv::Vec<uint8_t, Channels> Sample(const cv::Mat& plane, double x, double y) {
-    using Pixel = cv::Vec<uint8_t, Channels>;
-    const Neighbours column(x, plane.cols);
-    const Neighbours row(y, plane.rows);
-    const auto* upper = plane.ptr<Pixel>(row.first);
-    const auto* lower = plane.ptr<Pixel>(row.second);
-    Pixel result;
-    for (int i = 0; i < Channels; i++) {
-        const double above =
-            upper[column.first][i] * (1 - column.share) + upper[column.second][i] * column.share;
-        const double below =
-            lower[column.first][i] * (1 - column.share) + lower[column.second][i] * column.share;
-        result[i] = cv::saturate_cast<uint8_t>(above * (1 - row.share) + below * row.share);
-    }
-    return result;
 }
 
-template <int Channels>
 void RenderPlane(const WarpMap& map, PlaneScale scale, const cv::Mat& input, cv::Mat& output) {
-    using Pixel = cv::Vec<uint8_t, Channels>;
+    cv::Mat bordered;
+    cv::copyMakeBorder(input, bordered, 1, 1, 1, 1, cv::BORDER_REPLICATE);
+    output.setTo(cv::Scalar::all(0));
     cv::parallel_for_(cv::Range(0, output.rows), [&](const cv::Range& rows) {
         for (int y = rows.start; y < rows.end; y++) {
-            auto* pixels = output.ptr<Pixel>(y);
             for (int x = 0; x < output.cols; x++) {
                 const cv::Point2d shown(scale.ToPixel(x), scale.ToPixel(y));
-                const cv::Point2d from = map.At(shown);
-                pixels[x] = map.Covers(shown, 0)
-                                ? Sample<Channels>(input, scale.ToSample(from.x), scale.ToSample(from.y))
-                                : Pixel::all(0);
+                if (map.Covers(shown, 0)) {
+                    const cv::Point2d from = map.At(shown);
+                    Sample(bordered, scale.ToSample(from.x), scale.ToSample(from.y), output.ptr(y, x));
+                }
             }
         }
     });
@@ -72,8 +58,8 @@ void RenderPlane(const WarpMap& map, PlaneScale scale, const cv::Mat& input, cv:
 }  // namespace
 
 void RenderReference(const WarpMap& map, const Nv12& input, Nv12& output) {
-    RenderPlane<1>(map, {1}, input.luma, output.luma);
-    RenderPlane<2>(map, {2}, input.chroma, output.chroma);
+    RenderPlane(map, {1}, input.luma, output.luma);
+    RenderPlane(map, {2}, input.chroma, output.chroma);
 }
 
 cv::Mat CoverageMask(const WarpMap& map, cv::Size size, int samplePitch) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <CLI/CLI.hpp>
+
 #include "desk/tool/options.h"
 
 namespace desk {

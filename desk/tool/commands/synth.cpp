@@ -14,7 +14,6 @@
 #include "desk/tool/output_place.h"
 #include "desk/tool/pipeline.h"
 #include "desk/tool/progress.h"
-#include "desk/tool/truth/hand_shake.h"
 #include "desk/tool/truth/scene.h"
 #include "desk/tool/truth/shaky_camera.h"
 
@@ -26,11 +25,9 @@ struct SynthOptions : CommonOptions {
     std::filesystem::path out;
     std::filesystem::path grids;
     std::filesystem::path truth;
-    uint32_t seed = 1;
+    Shake shake;
     int length = 96;
     double framesPerSecond = 30;
-    double shake = 1;
-    double readout = ShakyCamera::UsualReadout;
 };
 
 /// What the cameras look at: a photograph, or a clip whose every frame is one.
@@ -74,10 +71,9 @@ private:
 int RunSynth(const SynthOptions& options) {
     const cv::Size output = options.size.value_or(cv::Size(1920, 1080));
     const cv::Size input = InputFor(output, options.margin.value_or(Margin{0.2F, 0.2F}));
-    const HandShake shake(options.seed, output.height, options.shake);
-    ShakyCamera::RequireRoom(input, output, shake.Bound());
     World world(options);
-    const ShakyCamera camera(shake, input, world.Format().FramesPerSecond(), options.readout);
+    const ShakyCamera camera(options.shake, input, output.height, world.Format().FramesPerSecond());
+    camera.RequireRoom(output);
     OutputPlace grids(options.grids, OutputPlace::Kind::File, options.overwrite);
     ClipWriter shaky(options.out, world.Format(input), options.overwrite);
     ClipWriter truth(options.truth, world.Format(output), options.overwrite);
@@ -94,7 +90,7 @@ int RunSynth(const SynthOptions& options) {
             if (picture.empty()) {
                 break;
             }
-            scene.emplace(picture, input, shake.Bound());
+            scene.emplace(picture, camera);
             WriteNv12(scene->Still(output), ideal);
         }
         scene->Record(camera, done, recorded);
@@ -102,7 +98,9 @@ int RunSynth(const SynthOptions& options) {
         shaky.Add(frame);
         truth.Add(ideal);
         const auto requestId = static_cast<uint64_t>(done) + 1;
-        WriteDumpLine(lines, DumpKind::Grid, ToDumpLine(requestId, MakeWarpGrid(camera, done)));
+        const IPEICAGridTransform grid =
+            MakeGrid(input, [&](cv::Point2d q) { return camera.FromScene(done, q); });
+        WriteDumpLine(lines, DumpKind::Grid, ToDumpLine(requestId, grid));
         progress.Step(done + 1);
     }
     progress.Finish(done);
@@ -117,7 +115,8 @@ int RunSynth(const SynthOptions& options) {
 }
 
 void AddShakeOptions(CLI::App& command, SynthOptions& options) {
-    command.add_option("--seed", options.seed, "number that picks the hand shake")->capture_default_str();
+    command.add_option("--seed", options.shake.seed, "number that picks the hand shake")
+        ->capture_default_str();
     command.add_option("--length", options.length, "frames to make")
         ->check(CLI::Range(1, 1000000))
         ->capture_default_str();
@@ -125,11 +124,12 @@ void AddShakeOptions(CLI::App& command, SynthOptions& options) {
         ->check(CLI::Range(1.0, 1000.0))
         ->capture_default_str();
     command
-        .add_option("--shake", options.shake, "strength of the shake; 1 is a hand that tries to hold still")
+        .add_option("--shake", options.shake.strength,
+                    "strength of the shake; 1 is a hand that tries to hold still")
         ->check(CLI::Range(0.0, 10.0))
         ->capture_default_str();
     command
-        .add_option("--rolling-shutter", options.readout,
+        .add_option("--rolling-shutter", options.shake.readout,
                     "share of the frame interval in which the camera reads its rows, one after the other")
         ->check(CLI::Range(0.0, 1.0))
         ->capture_default_str();

@@ -53,12 +53,10 @@ public:
         Judge("luma", luma_);
         Judge("chroma", chroma_);
         // Up to twice the limit the colours tell levels apart; what is beyond is white-hot alike.
-        cv::Mat heatMap;
-        worst_.convertTo(heatMap, CV_8U, 255.0 / std::max(2 * options_.limit, 1));
-        cv::applyColorMap(heatMap, heatMap, cv::COLORMAP_HOT);
-        results_.pictures.emplace_back("luma error of the worst frame", heatMap);
+        worst_.convertTo(results_.heatMap, CV_8U, 255.0 / std::max(2 * options_.limit, 1));
+        cv::applyColorMap(results_.heatMap, results_.heatMap, cv::COLORMAP_HOT);
         if (!options_.heatMap.empty()) {
-            WriteWhole(options_.heatMap, Encoded(heatMap, ".png"), options_.overwrite);
+            WriteWhole(options_.heatMap, Encoded(results_.heatMap, ".png"), options_.overwrite);
         }
     }
 

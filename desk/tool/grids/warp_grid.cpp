@@ -23,8 +23,4 @@ IPEICAGridTransform MakeGrid(cv::Size input, const std::function<cv::Point2d(cv:
     return grid;
 }
 
-IPEICAGridTransform MakeWarpGrid(const ShakyCamera& camera, int frame) {
-    return MakeGrid(camera.FrameSize(), [&](cv::Point2d q) { return camera.FromScene(frame, q); });
-}
-
 }  // namespace desk

@@ -1,8 +1,8 @@
 #pragma once
 
 #include <functional>
+#include <opencv2/core.hpp>
 
-#include "desk/tool/truth/shaky_camera.h"
 #include "host/lumnoderequest.h"
 
 namespace desk {
@@ -14,9 +14,5 @@ constexpr int GridRows = 27;
 /// The warp grid with which the node shows input position inputOf(q) at output position q, both relative to
 /// the centre of their picture. Enabled; the two dump values are the input's width and height.
 IPEICAGridTransform MakeGrid(cv::Size input, const std::function<cv::Point2d(cv::Point2d)>& inputOf);
-
-/// The warp grid with which the node undoes the camera's shake in one frame: the output then shows what a
-/// camera that stands still sees.
-IPEICAGridTransform MakeWarpGrid(const ShakyCamera& camera, int frame);
 
 }  // namespace desk

@@ -10,21 +10,10 @@ namespace {
 
 using Points = std::vector<cv::Point2f>;
 
-Points Corners(const cv::Mat& luma) {
-    constexpr int MaxCorners = 400;
-    constexpr double Quality = 0.01;
-    const double apart = luma.rows / 36.0;  // so that they spread over the whole picture
-    Points corners;
-    cv::goodFeaturesToTrack(luma, corners, MaxCorners, Quality, apart);
-    return corners;
-}
-
 Points Follow(const cv::Mat& from, const cv::Mat& to, const Points& points, std::vector<uchar>& found) {
-    const cv::Size window(21, 21);
-    constexpr int Levels = 4;
-    const cv::TermCriteria precise(cv::TermCriteria::COUNT | cv::TermCriteria::EPS, 40, 0.005);
     Points moved;
-    cv::calcOpticalFlowPyrLK(from, to, points, moved, found, cv::noArray(), window, Levels, precise);
+    cv::calcOpticalFlowPyrLK(from, to, points, moved, found, cv::noArray(), {21, 21}, 4,
+                             {cv::TermCriteria::COUNT | cv::TermCriteria::EPS, 40, 0.005});
     return moved;
 }
 
@@ -33,10 +22,13 @@ Points Follow(const cv::Mat& from, const cv::Mat& to, const Points& points, std:
 void MotionMeter::Add(const cv::Mat& luma) {
     const cv::Mat previous = previous_;
     previous_ = luma.clone();
-    if (previous.empty()) {
-        return;
+    Points start;
+    if (!previous.empty()) {
+        constexpr int MaxCorners = 400;
+        constexpr double Quality = 0.01;
+        const double apart = luma.rows / 36.0;  // so that they spread over the whole picture
+        cv::goodFeaturesToTrack(previous, start, MaxCorners, Quality, apart);
     }
-    const Points start = Corners(previous);
     if (start.empty()) {
         return;
     }
@@ -46,12 +38,11 @@ void MotionMeter::Add(const cv::Mat& luma) {
     const Points end = Follow(previous, previous_, start, there);
     const Points returned = Follow(previous_, previous, end, back);
     for (size_t i = 0; i < start.size(); i++) {
-        if (there[i] == 0 || back[i] == 0 || cv::norm(returned[i] - start[i]) > MaxReturnError) {
-            continue;
+        if (there[i] != 0 && back[i] != 0 && cv::norm(returned[i] - start[i]) <= MaxReturnError) {
+            const cv::Point2f step = end[i] - start[i];
+            squares_ += step.ddot(step);
+            tracks_++;
         }
-        const cv::Point2f step = end[i] - start[i];
-        squares_ += step.ddot(step);
-        tracks_++;
     }
 }
 

@@ -106,8 +106,12 @@ std::string Table(const Json& object) {
     return html.empty() ? "" : "<table>\n" + html + "</table>\n";
 }
 
-/// The picture's bytes stand in the page itself, as a file of the kind that the extension names.
+/// Nothing for an empty picture. Its bytes stand in the page itself, as a file of the kind that the extension
+/// names.
 std::string Image(const cv::Mat& picture, const std::string& extension) {
+    if (picture.empty()) {
+        return "";
+    }
     const std::string bytes = Encoded(picture, extension);
     std::string text(AV_BASE64_SIZE(bytes.size()), '\0');
     av_base64_encode(text.data(), static_cast<int>(text.size()),
@@ -152,20 +156,15 @@ std::string Page(const RunResults& results, const Json& json) {
         }
         sections += Section(row.title, content);
     }
-    std::string pictures;
-    for (const auto& [caption, picture] : results.pictures) {
-        pictures += fmt::format("<p>{}:</p>\n", caption) + Image(picture, ".jpg");
-    }
     std::string findings;
     for (const char* list : {"findings", "missed_limits"}) {
         for (const Json& text : json[list]) {
             findings += "<li class='bad'>" + Text(text) + "</li>\n";
         }
     }
-    for (const char* name : {"clip", "output", "credit", "frame_count", "frames_per_second", "library",
-                             "variant", "gl_renderer", "input_size", "output_size", "crop", "worst_frame"}) {
-        if (json.contains(name) && json[name] != "") {
-            run[name] = json[name];
+    for (const auto& [name, value] : json.items()) {
+        if (value != "" && (!value.is_structured() || value.contains("width"))) {
+            run[name] = value;
         }
     }
     const std::string title = fmt::format("dewarp-desk {} {}", Text(json["command"]), Text(json["clip"]));
@@ -173,7 +172,8 @@ std::string Page(const RunResults& results, const Json& json) {
                "<!DOCTYPE html>\n<html lang='en'><head><meta charset='utf-8'><title>{0}</title>"
                "<style>{1}</style></head>\n<body>\n<h1>{0}</h1>\n",
                title, Style) +
-           Table(run) + Section("Before and after", pictures) + sections +
+           Table(run) + Section("Before and after", Image(results.beforeAfter, ".jpg")) +
+           Section("Errors in the worst frame", Image(results.heatMap, ".png")) + sections +
            Section("Findings", findings.empty() ? "<p>The node kept all rules of its host.</p>\n"
                                                 : "<ul>\n" + findings + "</ul>\n") +
            "</body></html>\n";
@@ -197,8 +197,8 @@ void WriteReport(const RunResults& results, const std::filesystem::path& folder,
     const Json json = ToJson(results);
     WriteWhole(folder / "report.html", Page(results, json), overwrite);
     WriteJson(json, (folder / "report.json").string(), overwrite);
-    if (!results.pictures.empty()) {
-        WriteWhole(folder / "before_after.jpg", Encoded(results.pictures.front().second, ".jpg"), overwrite);
+    if (!results.beforeAfter.empty()) {
+        WriteWhole(folder / "before_after.jpg", Encoded(results.beforeAfter, ".jpg"), overwrite);
     }
 }
 

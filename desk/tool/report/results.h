@@ -16,12 +16,13 @@ using Json = nlohmann::ordered_json;
 /// --json prints and the report shows; docs/DESK.md lists the names.
 struct RunResults {
     Json json;
-    Json frames = Json::array();                            ///< one object per frame, in order
-    std::map<std::string, std::vector<double>> stages;      ///< milliseconds of every frame, by stage
-    std::vector<std::pair<std::string, cv::Mat>> pictures;  ///< for the report, 8-bit BGR under captions
-    std::string summary;                                    ///< what was measured, in words
-    std::vector<std::string> findings;                      ///< rules of the host that the node broke
-    std::vector<std::string> missedLimits;                  ///< one sentence each
+    Json frames = Json::array();                        ///< one object per frame, in order
+    std::map<std::string, std::vector<double>> stages;  ///< milliseconds of every frame, by stage
+    cv::Mat beforeAfter;                                ///< picture for the report, 8-bit BGR; may be empty
+    cv::Mat heatMap;                                    ///< likewise
+    std::string summary;                                ///< what was measured, in words
+    std::vector<std::string> findings;                  ///< rules of the host that the node broke
+    std::vector<std::string> missedLimits;              ///< one sentence each
 };
 
 /// The JSON with the summaries of stages, findings and limits, and the frames.

@@ -20,12 +20,13 @@ cv::Rect Central(cv::Size whole, cv::Size part) {
 
 }  // namespace
 
-Scene::Scene(const cv::Mat& photo, cv::Size frameSize, const CameraPose& bound) {
-    const cv::Size needed = ShakyCamera::Reach(frameSize, bound) + cv::Size(FilterBorder, FilterBorder);
+Scene::Scene(const cv::Mat& photo, const ShakyCamera& camera) {
+    const cv::Size frame = camera.FrameSize();
+    const cv::Size needed = camera.Reach(frame) + cv::Size(FilterBorder, FilterBorder);
     if (photo.cols < needed.width || photo.rows < needed.height) {
         throw UsageError(fmt::format(
             "the picture is {} x {} pixels; frames of {} x {} and their shake need at least {} x {}",
-            photo.cols, photo.rows, frameSize.width, frameSize.height, needed.width, needed.height));
+            photo.cols, photo.rows, frame.width, frame.height, needed.width, needed.height));
     }
     const double shrink = std::min(static_cast<double>(photo.cols) / needed.width,
                                    static_cast<double>(photo.rows) / needed.height);

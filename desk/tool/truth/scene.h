@@ -10,14 +10,13 @@ namespace desk {
 /// from the same pixels, so the ideal picture is exactly what a perfect stabiliser would make.
 class Scene {
 public:
-    /// Shrinks the photo's centre (8-bit BGR) until it just holds everything that frames of the given size
-    /// may see under the bound of the shake, and softens it as a lens does.
-    /// Throws UsageError when the photo is too small: enlarged pixels would be blurred from the
-    /// start.
-    Scene(const cv::Mat& photo, cv::Size frameSize, const CameraPose& bound);
+    /// Shrinks the picture's centre (8-bit BGR) until it just holds everything that the camera may see, and
+    /// softens it as a lens does. Throws UsageError when the picture is too small: enlarged pixels would be
+    /// blurred from the start.
+    Scene(const cv::Mat& photo, const ShakyCamera& camera);
 
     /// What a camera that stands still sees: the scene's central pixels. The size is even in both directions
-    /// and no larger than the frame size that the scene was made for.
+    /// and no larger than the camera's frames.
     cv::Mat Still(cv::Size size) const;
 
     /// What the shaky camera records as the given frame, into an 8-bit BGR picture of the camera's frame

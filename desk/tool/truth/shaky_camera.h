@@ -1,10 +1,25 @@
 #pragma once
 
+#include <array>
+#include <cstdint>
 #include <opencv2/core.hpp>
-
-#include "desk/tool/truth/hand_shake.h"
+#include <random>
 
 namespace desk {
+
+/// How a camera shakes. One seed gives one path, on every machine.
+struct Shake {
+    uint32_t seed = 1;
+    double strength = 1;   ///< 1 is a hand that tries to hold still
+    double readout = 0.6;  ///< share of the frame interval in which the rows are exposed, one after the other
+};
+
+/// Where the camera points at one moment, against a camera that stands still.
+struct CameraPose {
+    double x = 0;     ///< scene pixels, to the right
+    double y = 0;     ///< scene pixels, down
+    double roll = 0;  ///< radians, from +x towards +y
+};
 
 /// A hand-held camera with a rolling shutter in front of a flat scene. Row y of frame n is exposed at
 /// (n + readout * y / height) / framesPerSecond seconds, with the pose that the hand has then.
@@ -14,10 +29,9 @@ namespace desk {
 /// frame pixel is one scene pixel.
 class ShakyCamera {
 public:
-    static constexpr double UsualReadout = 0.6;  ///< share of the frame interval
-
-    ShakyCamera(const HandShake& shake, cv::Size frameSize, double framesPerSecond,
-                double readout = UsualReadout);
+    /// The shake grows with the height of the steady view, in pixels, so that it looks alike at every size:
+    /// about 10 pixels RMS between two frames of a 1080-line clip at 30 per second for a strength of 1.
+    ShakyCamera(const Shake& shake, cv::Size frameSize, int viewHeight, double framesPerSecond);
 
     cv::Size FrameSize() const {
         return frameSize_;
@@ -30,19 +44,37 @@ public:
     /// The frame's position that shows the scene's position q.
     cv::Point2d FromScene(int frame, cv::Point2d q) const;
 
-    /// How large a picture has to be so that a view of the given size, moved by any pose up to the bound,
-    /// stays inside it: the scene around a shaky frame, or the frame around a steady output.
-    static cv::Size Reach(cv::Size view, const CameraPose& bound);
+    /// How large a picture has to be so that a view of the given size, moved by any pose, stays inside it:
+    /// the scene around a shaky frame, or the frame around a steady view.
+    cv::Size Reach(cv::Size view) const;
 
-    /// Throws UsageError, naming the margin that would do, when steadying the output may need more
-    /// than the input.
-    static void RequireRoom(cv::Size input, cv::Size output, const CameraPose& bound);
+    /// Throws UsageError, naming the margin that would do, when a steady view may need more than the frame.
+    void RequireRoom(cv::Size view) const;
 
 private:
-    HandShake shake_;
+    /// The tremor of a hand in one direction: a sine wave in each band of 1 Hz, from 1 to 8 Hz.
+    class Tremor {
+    public:
+        Tremor() = default;
+        Tremor(std::mt19937& engine, double amplitudeAt1Hz);
+        double At(double seconds) const;
+        double Bound() const;
+
+    private:
+        struct Wave {
+            double amplitude;
+            double frequency;  // Hz
+            double phase;      // radians
+        };
+        std::array<Wave, 7> waves_{};
+    };
+
     cv::Size frameSize_;
     double framesPerSecond_;
     double readout_;
+    Tremor x_;
+    Tremor y_;
+    Tremor roll_;
 };
 
 }  // namespace desk
