@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <memory>
 #include <optional>
@@ -7,8 +6,7 @@
 #include "desk/tool/commands/commands.h"
 #include "desk/tool/motion_estimator.h"
 #include "desk/tool/pipeline.h"
-#include "desk/tool/smoother.h"
-#include "desk/tool/steady_view.h"
+#include "desk/tool/steady_camera.h"
 
 namespace desk {
 namespace {
@@ -48,29 +46,27 @@ int RunStabilise(const StabiliseOptions& options) {
     const Sizing sizing = ChooseSizing(options, reader.Format().size);
     Pipeline pipeline("stabilise", options, reader, sizing, window);
     MotionEstimator motion;
-    CameraPath path(2 * window + 2);
-    const SteadyView view(path, InputFor(sizing.output, sizing.margin), sizing.output);
-    Smoother smoother(options.variant, window, path, view);
-    std::optional<std::array<CameraPlace, 2>> last;
+    SteadyCamera camera(options.variant, window, InputFor(sizing.output, sizing.margin), sizing.output);
+    std::optional<SteadyCamera::View> last;
     const auto show = [&] {
         const int64_t frame = pipeline.Shown();
-        const std::array<CameraPlace, 2> now = {path.At(frame), smoother.Next()};
-        const std::array<CameraPlace, 2> before = last.value_or(now);
-        pipeline.Show(static_cast<uint64_t>(options.frames.first + frame + 1), view.Grid(frame, now[1]),
-                      {{"camera_before", PlaceJson(now[0], before[0])},
-                       {"camera_after", PlaceJson(now[1], before[1])}});
-        last = now;
+        const SteadyCamera::View view = camera.Next();
+        last = last.value_or(view);
+        pipeline.Show(static_cast<uint64_t>(options.frames.first + frame + 1), view.grid,
+                      {{"camera_before", PlaceJson(view.shaky, last->shaky)},
+                       {"camera_after", PlaceJson(view.steady, last->steady)}});
+        last = view;
     };
     while (pipeline.Read()) {
         {
             const StageTimer timer(pipeline.Results(), "estimate");
-            path.Add(motion.Add(pipeline.Input(path.Frames()).luma));
+            camera.Add(motion.Add(pipeline.Input(pipeline.Taken() - 1).luma));
         }
-        if (path.Frames() - pipeline.Shown() > window) {
+        if (pipeline.Taken() - pipeline.Shown() > window) {
             show();
         }
     }
-    while (pipeline.Shown() < path.Frames()) {
+    while (pipeline.Shown() < pipeline.Taken()) {
         show();
     }
     return pipeline.Finish();
