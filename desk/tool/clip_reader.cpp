@@ -34,10 +34,8 @@ void WatchLog(void* source, int level, const char* /*format*/, va_list /*argumen
 }
 
 AvOwned<AVFormatContext> OpenContainer(const std::filesystem::path& clip) {
-    if (!std::filesystem::exists(clip)) {
-        throw UsageError(fmt::format("{} does not exist; expected a clip", clip.string()));
-    }
-    const bool isFolder = std::filesystem::is_directory(clip);
+    std::error_code unknown;
+    const bool isFolder = std::filesystem::is_directory(clip, unknown);
     const std::string url = isFolder ? (clip / "%06d.png").string() : clip.string();
     const AVInputFormat* format = isFolder ? av_find_input_format("image2") : nullptr;
     AVFormatContext* container = nullptr;
@@ -51,7 +49,11 @@ AvOwned<AVFormatContext> OpenContainer(const std::filesystem::path& clip) {
         error = AVERROR_INVALIDDATA;
     }
     if (error == AVERROR(EACCES)) {
-        throw std::runtime_error(fmt::format("{} cannot be read: {}", clip.string(), AvText(error)));
+        throw std::runtime_error(
+            fmt::format("{} cannot be read: {}; expected a clip", clip.string(), AvText(error)));
+    }
+    if (error == AVERROR(ENOENT) && !isFolder) {
+        throw UsageError(fmt::format("{} does not exist; expected a clip", clip.string()));
     }
     if (error < 0) {
         throw UsageError(
@@ -150,11 +152,15 @@ ClipReader::Decoder::Decoder(const std::filesystem::path& clip, const FrameRange
 }
 
 void ClipReader::Decoder::FailDamaged(const std::string& how) const {
-    throw UsageError(fmt::format("{} is damaged at frame {}: {}; expected a clip that decodes without error",
-                                 file.string(), decoded, how));
+    throw UsageError(
+        fmt::format("{} is damaged near frame {}: {}; expected a clip that decodes without error",
+                    file.string(), decoded, how));
 }
 
 void ClipReader::Decoder::RequireWhole() const {
+    if (hasComplained) {
+        FailDamaged("it ends within a frame");
+    }
     if (packets < stream->nb_frames) {
         FailDamaged(fmt::format("it ends after {} of the {} frames that its header promises", packets,
                                 stream->nb_frames));

@@ -69,8 +69,10 @@ struct ClipWriter::Encoder {
 
 void ClipWriter::Encoder::Require(int result, const char* action) const {
     if (result < 0) {
-        throw std::runtime_error(
-            fmt::format("{} cannot be written: {}: {}", place.Place().string(), action, AvText(result)));
+        // FFmpeg's own codes lie far beyond the system's.
+        const int system = AVUNERROR(result);
+        throw std::runtime_error(fmt::format("{} cannot be written: {}: {}", place.Place().string(), action,
+                                             system < 4096 ? ReasonText(system) : AvText(result)));
     }
 }
 

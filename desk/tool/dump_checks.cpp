@@ -6,7 +6,6 @@
 #include <cmath>
 #include <map>
 
-#include "desk/tool/grid_dump.h"
 #include "desk/tool/grids/warp_grid.h"
 #include "desk/tool/warp_map.h"
 
@@ -102,28 +101,14 @@ private:
             Add(line.number, 1, "repeated-request",
                 fmt::format("request {} was already in line {}", line.requestId, first->second));
         }
-        if (!CheckValues(line)) {
+        if (const std::optional<BadValue> bad = FindBadValue(line)) {
+            Add(line.number, bad->column, bad->isFinite ? "out-of-range" : "not-finite", bad->text);
             return;
         }
         std::vector<cv::Point2d> points = MeshPoints(line, check_.kind);
         CheckFolds(line, points);
         AddFrame(line, points);
         previous_ = std::move(points);
-    }
-
-    /// Whether all values can be computed with; adds what is wrong with the first that cannot.
-    bool CheckValues(const DumpLine& line) {
-        const auto isBad = [](double value) { return !(std::abs(value) <= MaxGridCoordinate); };
-        const auto bad = std::find_if(line.values.begin(), line.values.end(), isBad);
-        if (bad == line.values.end()) {
-            return true;
-        }
-        const auto more = std::count_if(bad + 1, line.values.end(), isBad);
-        Add(line.number, line.columns[static_cast<size_t>(bad - line.values.begin())],
-            std::isfinite(*bad) ? "out-of-range" : "not-finite",
-            fmt::format("expected a coordinate within {} pixels, got {:.4f}{}", MaxGridCoordinate, *bad,
-                        more == 0 ? "" : fmt::format(" and {} more such in the line", more)));
-        return false;
     }
 
     void CheckFolds(const DumpLine& line, const std::vector<cv::Point2d>& points) {

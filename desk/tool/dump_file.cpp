@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <cmath>
 #include <iterator>
@@ -101,15 +102,8 @@ bool HasGridHeader(const std::string& text) {
 }  // namespace
 
 const char* NameOf(DumpKind kind) {
-    switch (kind) {
-        case DumpKind::Grid:
-            return "grid";
-        case DumpKind::TexCoordinates:
-            return "texture coordinate";
-        case DumpKind::Vertices:
-            return "vertex";
-    }
-    return "unknown";
+    constexpr const char* Names[] = {"grid", "texture coordinate", "vertex"};
+    return Names[static_cast<size_t>(kind)];
 }
 
 DumpError::DumpError(const std::filesystem::path& file, size_t line, size_t column, const std::string& reason)
@@ -121,6 +115,10 @@ DumpError::DumpError(const std::filesystem::path& file, size_t line, size_t colu
 
 DumpReader::DumpReader(std::filesystem::path file)
     : file_(std::move(file)), stream_(file_, std::ios::binary) {
+    if (!stream_ && errno == EACCES) {
+        throw std::runtime_error(fmt::format(
+            "{} cannot be read: Permission denied; expected a dump file of the node", file_.string()));
+    }
     if (!stream_ || std::filesystem::is_directory(file_)) {
         throw DumpError(file_, 0, 0, "cannot be opened, expected a dump file of the node");
     }
@@ -141,7 +139,6 @@ DumpReader::DumpReader(std::filesystem::path file)
             kind_ = DumpKind::TexCoordinates;  // Next will report the line
         }
     }
-    Seek({});
 }
 
 bool DumpReader::ReadText() {
@@ -149,27 +146,21 @@ bool DumpReader::ReadText() {
         return false;
     }
     isComplete_ = !stream_.eof();
-    next_.line++;
-    next_.offset += static_cast<std::streamoff>(text_.size() + 1);
+    line_++;
     return true;
 }
 
 std::optional<DumpLine> DumpReader::Next() {
-    if (!ReadText()) {
+    if (!isAhead_ && !ReadText()) {
         return std::nullopt;
     }
+    isAhead_ = false;
     return Parse();
-}
-
-void DumpReader::Seek(const Place& place) {
-    stream_.clear();
-    stream_.seekg(place.offset);
-    next_ = place;
 }
 
 DumpLine DumpReader::Parse() const {
     DumpLine line;
-    line.number = next_.line;
+    line.number = line_;
     LineScanner scanner(file_, line.number, text_);
     if (!scanner.Skip("Frame ") || !scanner.Read(line.requestId)) {
         scanner.Fail("\"Frame \" and a request id");
@@ -192,6 +183,18 @@ DumpLine DumpReader::Parse() const {
         scanner.Fail("a line feed: the file is cut off");
     }
     return line;
+}
+
+std::optional<BadValue> FindBadValue(const DumpLine& line) {
+    const auto isBad = [](double value) { return !(std::abs(value) <= MaxCoordinate); };  // NaN is
+    const auto bad = std::find_if(line.values.begin(), line.values.end(), isBad);
+    if (bad == line.values.end()) {
+        return std::nullopt;
+    }
+    const auto more = std::count_if(bad + 1, line.values.end(), isBad);
+    return BadValue{line.columns[static_cast<size_t>(bad - line.values.begin())], std::isfinite(*bad),
+                    fmt::format("expected a coordinate within {} pixels, got {:.4f}{}", MaxCoordinate, *bad,
+                                more == 0 ? "" : fmt::format(" and {} more such in the line", more))};
 }
 
 void WriteDumpLine(std::ostream& out, DumpKind kind, const DumpLine& line) {

@@ -60,8 +60,8 @@ private:
 /// Reads a dump line by line.
 class DumpReader {
 public:
-    /// Tells the kind by the first line. Throws DumpError when the file cannot be opened, is empty or is no
-    /// dump.
+    /// Tells the kind by the first line. Throws DumpError when there is no such file, it is empty or no dump;
+    /// std::runtime_error when it may not be read.
     explicit DumpReader(std::filesystem::path file);
 
     DumpKind Kind() const {
@@ -75,27 +75,30 @@ public:
     /// call then goes on with the line after it.
     std::optional<DumpLine> Next();
 
-    /// Where the line that Next reads begins, for Seek.
-    struct Place {
-        std::streamoff offset = 0;
-        size_t line = 0;
-    };
-    Place Tell() const {
-        return next_;
-    }
-    void Seek(const Place& place);
-
 private:
     bool ReadText();
     DumpLine Parse() const;
 
     std::filesystem::path file_;
     std::ifstream stream_;
-    Place next_;
-    std::string text_;  ///< of the line that was read last
+    size_t line_ = 0;   ///< that was read last
+    std::string text_;  ///< of it
     bool isComplete_ = false;
+    bool isAhead_ = true;  ///< the line has yet to be given out
     DumpKind kind_ = DumpKind::Grid;
 };
+
+/// A coordinate that is larger, in pixels either way, belongs to no picture.
+constexpr double MaxCoordinate = 65536;
+
+/// A value that is not finite or beyond MaxCoordinate.
+struct BadValue {
+    size_t column = 0;  ///< in its line, from 1
+    bool isFinite = false;
+    std::string text;  ///< what was expected, and what is there
+};
+/// The first bad value of a line that was read from a file; empty when all can be computed with.
+std::optional<BadValue> FindBadValue(const DumpLine& line);
 
 /// Appends a line as a node does: fixed point, four decimals.
 void WriteDumpLine(std::ostream& out, DumpKind kind, const DumpLine& line);

@@ -59,7 +59,7 @@ void WritePictures(const InspectOptions& options, const std::filesystem::path& d
     if (options.pictures.empty() || check.frames.empty()) {
         return;
     }
-    std::filesystem::create_directories(options.pictures);
+    MakeFolder(options.pictures);
     const std::filesystem::path stem = options.pictures / dump.stem();
     const std::string title = fmt::format("{}, line {}", dump.filename().string(), check.pointsLine);
     const cv::Size2d frame = check.kind == DumpKind::Grid ? cv::Size2d(check.sizes.input) : cv::Size2d();

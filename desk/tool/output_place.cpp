@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <fnmatch.h>
 
+#include <cerrno>
 #include <fstream>
 #include <stdexcept>
 #include <system_error>
@@ -24,29 +25,33 @@ void RequireOnlyPictures(const std::filesystem::path& folder) {
     }
 }
 
+[[noreturn]] void Fail(const std::filesystem::path& place, const char* what, int error) {
+    throw std::runtime_error(fmt::format("{} cannot be {}: {}", place.string(), what, ReasonText(error)));
+}
+
 }  // namespace
 
-OutputPlace::OutputPlace(std::filesystem::path place, Kind kind, bool overwrite) : place_(std::move(place)) {
+OutputPlace::OutputPlace(std::filesystem::path place, Kind kind, bool overwrite)
+    : place_(std::move(place)), kind_(kind) {
     if (!place_.has_filename()) {
         place_ = place_.parent_path();
     }
-    RequireFree(place_, overwrite);
-    const bool isFolder = std::filesystem::is_directory(place_);
+    std::error_code error;
+    const bool isFolder = std::filesystem::is_directory(place_, error);
     if (isFolder && kind == Kind::File) {
         throw UsageError(fmt::format("{} is a folder; expected the name of a file", place_.string()));
     }
-    if (isFolder) {
+    if (kind != Kind::DumpFolder) {
+        RequireFree(place_, overwrite);
+    }
+    if (isFolder && kind == Kind::PictureFolder) {
         RequireOnlyPictures(place_);
     }
-    std::error_code error;
     work_ = place_;
     work_ += ".unfinished";
     std::filesystem::remove_all(work_, error);
-    const bool isMade = kind == Kind::File ? static_cast<bool>(std::ofstream(work_))
-                                           : std::filesystem::create_directory(work_, error);
-    if (!isMade) {
-        throw std::runtime_error(fmt::format("{} cannot be made: {}", place_.string(),
-                                             std::error_code(errno, std::generic_category()).message()));
+    if (kind == Kind::File ? !std::ofstream(work_) : !std::filesystem::create_directory(work_, error)) {
+        Fail(place_, "made", errno);
     }
 }
 
@@ -57,13 +62,22 @@ OutputPlace::~OutputPlace() {
 
 void OutputPlace::Publish() {
     std::error_code error;
+    if (kind_ == Kind::DumpFolder) {
+        MakeFolder(place_);
+        for (const auto& entry : std::filesystem::directory_iterator(work_)) {
+            std::filesystem::rename(entry, place_ / entry.path().filename(), error);
+            if (error) {
+                Fail(place_ / entry.path().filename(), "put in place", error.value());
+            }
+        }
+        return;
+    }
     if (std::filesystem::is_directory(place_)) {
         std::filesystem::remove_all(place_, error);
     }
     std::filesystem::rename(work_, place_, error);
     if (error) {
-        throw std::runtime_error(
-            fmt::format("{} cannot be put in place: {}", place_.string(), error.message()));
+        Fail(place_, "put in place", error.value());
     }
 }
 
@@ -73,9 +87,25 @@ void WriteWhole(const std::filesystem::path& file, const std::string& bytes, boo
     out << bytes;
     out.close();
     if (!out) {
-        throw std::runtime_error(fmt::format("{} cannot be written", file.string()));
+        Fail(file, "written", errno);
     }
     output.Publish();
+}
+
+void MakeFolder(const std::filesystem::path& folder) {
+    std::error_code error;
+    std::filesystem::create_directories(folder, error);
+    if (error) {
+        Fail(folder, "made", error.value());
+    }
+}
+
+std::string ReasonText(int error) {
+    const char* expected = error == EACCES || error == EROFS ? "; expected a folder that may be written to"
+                           : error == ENOSPC                 ? "; expected room for all of it"
+                           : error == ENOENT || error == ENOTDIR ? "; expected a folder that exists"
+                                                                 : "";
+    return std::error_code(error, std::generic_category()).message() + expected;
 }
 
 }  // namespace desk

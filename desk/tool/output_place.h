@@ -5,14 +5,14 @@
 
 namespace desk {
 
-/// A file, or a folder of numbered pictures, that appears under its name when it is complete. Until then it
-/// grows under a temporary name beside it.
+/// A file, a folder of numbered pictures, or files for a folder of dumps, which keeps those it has. What is
+/// made appears under its name when it is complete; until then it grows under a temporary name beside it.
 class OutputPlace {
 public:
-    enum class Kind { File, PictureFolder };
+    enum class Kind { File, PictureFolder, DumpFolder };
 
-    /// Throws as RequireFree does; UsageError for a folder to be replaced that holds anything but numbered
-    /// pictures; std::runtime_error when nothing can be made there.
+    /// Throws as RequireFree does, but not for a folder of dumps; UsageError for a folder to be replaced that
+    /// holds anything but numbered pictures; std::runtime_error when nothing can be made there.
     OutputPlace(std::filesystem::path place, Kind kind, bool overwrite);
     /// Removes what was not published.
     ~OutputPlace();
@@ -32,9 +32,16 @@ public:
 private:
     std::filesystem::path place_;
     std::filesystem::path work_;
+    Kind kind_;
 };
 
 /// Writes a file that is complete or not there. Throws as OutputPlace does; std::runtime_error.
 void WriteWhole(const std::filesystem::path& file, const std::string& bytes, bool overwrite);
+
+/// Makes a folder, and those that it lies in, unless it is there. Throws std::runtime_error.
+void MakeFolder(const std::filesystem::path& folder);
+
+/// An error of the system, as errno has it, in words: what it is, and what was expected of the place instead.
+std::string ReasonText(int error);
 
 }  // namespace desk

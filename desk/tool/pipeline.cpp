@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
+#include <fstream>
 #include <iterator>
 #include <limits>
 #include <stdexcept>
@@ -43,6 +44,20 @@ float MarginFor(const char* direction, int input, int output) {
     return margin;
 }
 
+/// The node does not say when it could not write one of its three dump files, so their lines are counted.
+void RequireWholeDumps(const OutputPlace& dumps, int64_t frames) {
+    const std::filesystem::directory_iterator files(dumps.Work());
+    const auto whole = std::count_if(begin(files), end(files), [frames](const auto& file) {
+        std::ifstream in(file.path(), std::ios::binary);
+        return std::count(std::istreambuf_iterator<char>(in), {}, '\n') == frames;
+    });
+    if (whole != 3) {
+        throw std::runtime_error(
+            fmt::format("the node could not write all its dumps to {}; expected room for 3 files of {} lines",
+                        dumps.Place().string(), frames));
+    }
+}
+
 uint64_t OpenFds() {
     const std::filesystem::directory_iterator open("/proc/self/fd");
     return static_cast<uint64_t>(std::distance(begin(open), end(open)));
@@ -66,9 +81,9 @@ GlInfo UsableGl(cv::Size input) {
     return gl;
 }
 
-/// Says on stderr and in the results what is at work, and makes the folder for dumps.
+/// Says on stderr and in the results what is at work.
 HostOptions Announce(const std::string& command, const RunOptions& options, const Sizing& sizing,
-                     Json& json) {
+                     const std::filesystem::path& dumps, Json& json) {
     const cv::Size input = InputFor(sizing.output, sizing.margin);
     const std::filesystem::path library = DESK_NODE_LIBRARY;
     const GlInfo gl = UsableGl(input);
@@ -86,12 +101,7 @@ HostOptions Announce(const std::string& command, const RunOptions& options, cons
     fmt::print(stderr, "dewarp-desk: {}, {}, {}, input {}x{}, output {}x{}, margin {},{}\n",
                library.filename().string(), gl.renderer, NameOf(options.variant), input.width, input.height,
                sizing.output.width, sizing.output.height, sizing.margin.horizontal, sizing.margin.vertical);
-    std::error_code error;
-    if (!options.dumpDir.empty() && !std::filesystem::create_directories(options.dumpDir, error) && error) {
-        throw std::runtime_error(
-            fmt::format("the dump folder {} cannot be made: {}", options.dumpDir.string(), error.message()));
-    }
-    HostOptions host{library, DESK_SYSTEM_LIBRARY_DIR, options.dumpDir};
+    HostOptions host{library, DESK_SYSTEM_LIBRARY_DIR, dumps};
     host.luxBits = options.luxBits;
     return host;
 }
@@ -118,10 +128,13 @@ Pipeline::Pipeline(const std::string& command, const RunOptions& options, ClipRe
       reader_(reader),
       sizing_(sizing),
       recording_(options, OutputFormat(reader, sizing.output), results_),
-      host_(Announce(command, options, sizing, results_.json)),
+      dumps_(options.dumpDir.empty()
+                 ? nullptr
+                 : std::make_unique<OutputPlace>(options.dumpDir, OutputPlace::Kind::DumpFolder, false)),
+      host_(Announce(command, options, sizing, dumps_ ? dumps_->Work() : "", results_.json)),
       progress_(options.progress, reader.ExpectedFrames()) {
     results_.json["frames_per_second"] = reader.Format().FramesPerSecond();
-    host_.SetDumps(!options.dumpDir.empty());
+    host_.SetDumps(dumps_ != nullptr);
     node_ = host_.CreateNode(options.variant);
     const Negotiated sizes = node_->Negotiate(
         {static_cast<uint32_t>(sizing.output.width), static_cast<uint32_t>(sizing.output.height)},
@@ -196,6 +209,10 @@ ExitCode Pipeline::Finish() {
     node_->Destroy();
     node_.reset();
     host_.CheckTornDown();
+    if (dumps_) {
+        RequireWholeDumps(*dumps_, Shown());
+        dumps_->Publish();
+    }
     results_.findings = host_.Findings().List();
     const auto margin = [](double most, int input, int output) -> Json {
         return {{"pixels_on_a_side", (input - output) / 2.0},

@@ -12,6 +12,7 @@
 #include "desk/tool/errors.h"
 #include "desk/tool/media/nv12.h"
 #include "desk/tool/options.h"
+#include "desk/tool/output_place.h"
 #include "desk/tool/progress.h"
 #include "desk/tool/recording.h"
 #include "desk/tool/report/results.h"
@@ -62,7 +63,8 @@ public:
     Nv12 Show(uint64_t requestId, const IPEICAGridTransform& grid, const Json& details = Json::object());
 
     /// Destroys the node, which completes its dump files, completes what is recorded, and says what was
-    /// measured and what went wrong. Returns the program's exit code.
+    /// measured and what went wrong. Returns the program's exit code. Throws std::runtime_error when the
+    /// dumps lack a frame.
     ExitCode Finish();
 
     RunResults& Results() {
@@ -82,6 +84,7 @@ private:
     Sizing sizing_;
     RunResults results_;
     Recording recording_;
+    std::unique_ptr<OutputPlace> dumps_;  ///< null without --dump-dir
     DeskHost host_;
     std::unique_ptr<DeskNode> node_;
     std::vector<std::shared_ptr<GrallocBuffer>> inputs_;

@@ -1,9 +1,12 @@
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 
+#include <csignal>
 #include <nlohmann/json.hpp>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include "desk/tool/clip_reader.h"
 #include "desk/tool/commands/commands.h"
 #include "desk/tool/errors.h"
 #include "tests/tool/tool_fixture.h"
@@ -26,8 +29,8 @@ protected:
     Outcome Run(std::vector<std::string> arguments) const {
         CLI::App app;
         desk::ChosenCommand chosen;
-        for (const auto add :
-             {desk::AddReplay, desk::AddInspect, desk::AddVerify, desk::AddDiff, desk::AddSynth}) {
+        for (const auto add : {desk::AddStabilise, desk::AddReplay, desk::AddInspect, desk::AddVerify,
+                               desk::AddDiff, desk::AddSynth}) {
             add(app, chosen);
         }
         std::reverse(arguments.begin(), arguments.end());
@@ -127,10 +130,139 @@ TEST_F(Commands, InspectPrintsFileLineAndColumnAndReportsThemAsJson) {
     EXPECT_EQ(json["dumps"][0]["findings"].size(), 1U);
 }
 
-TEST_F(Commands, WrongUseIsASentence) {
-    Write("dump.txt", CleanLines(1)[0]);
-    EXPECT_THROW(Run({"inspect", "missing.txt"}), desk::UsageError);
-    EXPECT_THROW(Run({"inspect", "dump.txt", "--margin", "0.2"}), desk::UsageError);
-    EXPECT_THROW(Run({"diff", "dump.txt", "missing.txt"}), desk::UsageError);
-    EXPECT_THROW(Run({"verify", "missing.mkv", "--grids", "dump.txt"}), desk::UsageError);
+TEST_F(Commands, ReplayingTheDumpOfAStabilisedClipGivesTheSameFrames) {
+    Synthesise();
+    ASSERT_EQ(Run({"stabilise", "shaky.mkv", "-o", "steady.mkv", "--size", "320x240", "--variant",
+                   "lookahead", "--window", "3", "--dump-dir", "first"})
+                  .code,
+              desk::Done);
+    ASSERT_EQ(Run({"replay", "shaky.mkv", "--grids", DumpIn("first", "Grid"), "-o", "again.mkv", "--size",
+                   "320x240", "--variant", "lookahead", "--dump-dir", "second"})
+                  .code,
+              desk::Done);
+    EXPECT_THAT(Run({"diff", DumpIn("first", "Grid"), DumpIn("second", "Grid")}).out, IsEmpty());
+    desk::ClipReader steady(folder_ / "steady.mkv", {});
+    desk::ClipReader again(folder_ / "again.mkv", {});
+    desk::Nv12 one({320, 240});
+    desk::Nv12 other({320, 240});
+    int frames = 0;
+    for (; steady.Read(one) && again.Read(other); frames++) {
+        EXPECT_LE(cv::norm(one.luma, other.luma, cv::NORM_INF), 1);
+        EXPECT_LE(cv::norm(one.chroma, other.chroma, cv::NORM_INF), 1);
+    }
+    EXPECT_EQ(frames, 6);
+}
+
+/// A command line that cannot be carried out, and a part of the sentence that says so.
+struct Refusal {
+    std::vector<std::string> arguments;
+    const char* text;
+    bool isUsage = true;
+};
+
+class BadInput : public Commands {
+protected:
+    /// The clips and dumps of which the table below speaks.
+    void WriteInputs() const {
+        Synthesise();
+        Write("text.mp4", "hello");
+        Write("empty.y4m", "YUV4MPEG2 W384 H288 F30:1 Ip A1:1 C420jpeg\n");
+        Write("odd.y4m", "YUV4MPEG2 W385 H289 F30:1 Ip A1:1 C444\nFRAME\n" + std::string(3 * 385 * 289, 'x'));
+        Write("sound.wav",
+              std::string(
+                  "RIFF\x2c\0\0\0WAVEfmt \x10\0\0\0\1\0\1\0\x40\x1f\0\0\x40\x1f\0\0\1\0\x8\0data\x8\0\0\0",
+                  44) +
+                  "abcdefgh");
+        std::string clip = Read(folder_ / "shaky.mkv");
+        Write("cut.mkv", clip.substr(0, clip.size() / 2));
+        clip.replace(clip.size() / 2, 64, 64, '\x55');
+        Write("damaged.mkv", clip);
+        const std::string grids = Read(folder_ / "grids.txt");
+        Write("cut.txt", grids.substr(0, 3 * grids.size() / 4));
+        Write("short.txt", grids.substr(0, grids.find('\n') + 1));
+        Write("twice.txt", grids + grids);
+        Write("other.txt", GridLine(1, ShiftGrid(640, 480, 0, 0)));
+        Write("far.txt", std::string(grids).replace(grids.find(", -") + 2, 9, "-230000000.0"));
+    }
+
+    /// What the command throws, in words; fails when it throws nothing or leaves something behind.
+    std::string Refused(const Refusal& refusal) const {
+        std::vector<std::string> arguments = refusal.arguments;
+        if (arguments[0] == "stabilise" || arguments[0] == "replay") {
+            for (const char* more :
+                 {"-o", "out.mkv", "--json", "out.json", "--dump-dir", "dumps", "--report", "report"}) {
+                arguments.emplace_back(more);
+            }
+        }
+        std::string text = "nothing was thrown";
+        try {
+            Run(arguments);
+        } catch (const std::exception& error) {
+            EXPECT_EQ(dynamic_cast<const desk::UsageError*>(&error) != nullptr, refusal.isUsage);
+            text = error.what();
+        }
+        for (const char* left : {"out.mkv", "out.mkv.unfinished", "out.json", "dumps", "dumps.unfinished",
+                                 "report/report.html", "report/report.json"}) {
+            EXPECT_FALSE(std::filesystem::exists(folder_ / left)) << left;
+        }
+        return text;
+    }
+};
+
+TEST_F(BadInput, IsNamedInASentenceAndLeavesNothingThatLooksWhole) {
+    WriteInputs();
+    const std::vector<Refusal> table = {
+        {{"stabilise", "none.mp4"}, "none.mp4 does not exist; expected a clip"},
+        {{"stabilise", "text.mp4"}, "text.mp4 is not a clip"},
+        {{"stabilise", "sound.wav"}, "sound.wav has no video stream"},
+        {{"stabilise", "empty.y4m"}, "empty.y4m has 0 frames; expected more than 0"},
+        {{"stabilise", "cut.mkv"}, "cut.mkv is damaged near frame "},
+        {{"stabilise", "damaged.mkv"}, "damaged.mkv is damaged near frame "},
+        {{"stabilise", "shaky.mkv", "--size", "40000x20"}, "too large for"},
+        {{"stabilise", "shaky.mkv", "--frames", "6:"}, "shaky.mkv has 6 frames; expected more than 6"},
+        {{"replay", "odd.y4m", "--grids", "grids.txt"}, "the clip is 385 pixels wide"},
+        {{"replay", "shaky.mkv", "--size", "320x240", "--grids", "none.txt"}, "none.txt: cannot be opened"},
+        {{"replay", "shaky.mkv", "--size", "320x240", "--grids", "cut.txt"}, "cut.txt:5:"},
+        {{"replay", "shaky.mkv", "--size", "320x240", "--grids", "short.txt"},
+         "1 lines and none for frame 1"},
+        {{"replay", "shaky.mkv", "--size", "320x240", "--grids", "twice.txt"}, "every request id once"},
+        {{"replay", "shaky.mkv", "--size", "320x240", "--grids", "other.txt"},
+         "expected a grid for an input of 384 x"},
+        {{"replay", "shaky.mkv", "--size", "320x240", "--grids", "far.txt"}, "got -230000000.0"},
+        {{"replay", "shaky.mkv", "--size", "320x240", "--grids", "grids.txt", "--first-request", "4"},
+         "no line of request 7, which frame 3"},
+        {{"inspect", "none.txt"}, "none.txt: cannot be opened"},
+        {{"inspect", "grids.txt", "--margin", "0.2"}, "expected --size with --margin"},
+        {{"diff", "grids.txt", "none.txt"}, "none.txt: cannot be opened"},
+    };
+    for (const Refusal& refusal : table) {
+        EXPECT_THAT(Refused(refusal), HasSubstr(refusal.text));
+    }
+}
+
+TEST_F(BadInput, WhatCannotBeWrittenIsNoFaultOfTheUser) {
+    WriteInputs();
+    EXPECT_THAT(
+        Refused({{"synth", "photo.png", "-o", "nowhere/a.mkv", "--grids", "b.txt", "--truth", "c.mkv",
+                  "--size", "320x240"},
+                 "",
+                 false}),
+        HasSubstr("nowhere/a.mkv cannot be made: No such file or directory; expected a folder that exists"));
+    // A file that may not grow further fails as on a full disk.
+    rlimit before{};
+    getrlimit(RLIMIT_FSIZE, &before);
+    const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+    const rlimit small = {60000, before.rlim_max};
+    const auto refused = [&](const std::vector<std::string>& arguments) {
+        setrlimit(RLIMIT_FSIZE, &small);
+        const std::string text = Refused({arguments, "", false});
+        setrlimit(RLIMIT_FSIZE, &before);
+        return text;
+    };
+    EXPECT_THAT(refused({"synth", "photo.png", "-o", "out.mkv", "--grids", "b.txt", "--truth", "c.mkv",
+                         "--size", "320x240"}),
+                HasSubstr("out.mkv cannot be written: a frame is not stored: File too large"));
+    EXPECT_THAT(refused({"stabilise", "shaky.mkv", "--size", "64x48"}),
+                HasSubstr("the node could not write all its dumps to dumps"));
+    std::signal(SIGXFSZ, handler);
 }

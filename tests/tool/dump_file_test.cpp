@@ -12,12 +12,14 @@ using ::testing::StartsWith;
 
 namespace {
 
+const cv::Size Input(400, 300);
+
 class DumpFile : public ToolTest {
 protected:
     /// The message with which a file is refused as the source of a node's grids, without the folder.
     std::string Refusal(const std::string& text) const {
         try {
-            desk::GridDump(Write("dump.txt", text));
+            desk::GridDump(Write("dump.txt", text), Input);
         } catch (const desk::DumpError& error) {
             return std::string(error.what()).substr(folder_.string().size() + 1);
         }
@@ -43,7 +45,7 @@ TEST_F(DumpFile, AGridComesBackAsItWasWritten) {
     const IPEICAGridTransform grid = ShiftGrid(1536, 864, 3.25F, -0.5F);
     const std::string text = GridLine(18446744073709551615U, grid);
     EXPECT_THAT(text, StartsWith("Frame 18446744073709551615, 1536, 864, -812.7500, "));
-    desk::GridDump dump(Write("dump.txt", text));
+    const desk::GridDump dump(Write("dump.txt", text), {1536, 864});
     ASSERT_EQ(dump.Size(), 1U);
     EXPECT_EQ(dump.RequestId(0), 18446744073709551615U);
     EXPECT_EQ(GridLine(dump.RequestId(0), dump.Grid(0)), text);
@@ -83,7 +85,7 @@ TEST_F(DumpFile, ReadingGoesOnAfterABadLine) {
 
 TEST_F(DumpFile, AGridsCopiesOfLinesAreFoundByRequest) {
     const std::vector<std::string> lines = CleanLines(3);
-    desk::GridDump dump(Write("dump.txt", lines[2] + lines[0]));
+    const desk::GridDump dump(Write("dump.txt", lines[2] + lines[0]), Input);
     EXPECT_EQ(dump.Find(1), 1U);
     EXPECT_EQ(dump.Find(3), 0U);
     EXPECT_FALSE(dump.Find(2));
@@ -104,13 +106,12 @@ TEST_F(DumpFile, WhatCannotDriveANodeIsRefusedWithItsPlace) {
     EXPECT_THAT(Refusal(good.substr(0, 40)),
                 HasSubstr("dump.txt:1:40: expected a comma, a blank and value 3 of 1890"));
     EXPECT_THAT(Refusal(GridLine(1, ShiftGrid(400, 300, 4e6F, 0))),
-                HasSubstr("dump.txt:1:20: expected a coordinate between -65536 and 65536 pixels"));
+                HasSubstr("dump.txt:1:20: expected a coordinate within 65536 pixels"));
 }
 
 TEST_F(DumpFile, AGridFromAnotherSizeIsRefused) {
-    desk::GridDump dump(Write("dump.txt", GridLine(1, ShiftGrid(400, 300, 3, 2))));
-    EXPECT_NO_THROW(dump.RequireInputSize({400, 300}));
-    EXPECT_NO_THROW(dump.RequireInputSize({404, 304}));
-    EXPECT_THROW(dump.RequireInputSize({640, 300}), desk::DumpError);
-    EXPECT_THROW(dump.RequireInputSize({400, 200}), desk::DumpError);
+    const std::filesystem::path file = Write("dump.txt", GridLine(1, ShiftGrid(400, 300, 3, 2)));
+    EXPECT_NO_THROW(desk::GridDump(file, {404, 304}));
+    EXPECT_THROW(desk::GridDump(file, {640, 300}), desk::DumpError);
+    EXPECT_THROW(desk::GridDump(file, {400, 200}), desk::DumpError);
 }

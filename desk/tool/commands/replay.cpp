@@ -34,10 +34,8 @@ void AddReplayOptions(CLI::App& command, ReplayOptions& options) {
 Replay::Replay(const std::string& command, const ReplayOptions& options)
     : options_(options),
       reader_(options.clip, options.frames),
-      dump_(options.grids),
-      pipeline_(command, options, reader_, ReplaySizing(options, reader_.Format().size), 0) {
-    dump_.RequireInputSize(reader_.Format().size);
-}
+      dump_(options.grids, reader_.Format().size),
+      pipeline_(command, options, reader_, ReplaySizing(options, reader_.Format().size), 0) {}
 
 std::optional<Replay::Frame> Replay::Next() {
     if (!pipeline_.Read()) {
