@@ -69,19 +69,23 @@ void Stabilise(const std::string& clip, const std::string& out, cv::Size size) {
     writer.Finish();
 }
 
-/// One line: frames, luma PSNR over all frames and of the worst, motion between frames.
-void Measure(const std::string& clip, const std::string& truth) {
+/// One line: frames, luma PSNR over all frames and without the first ones, motion between frames.
+void Measure(const std::string& clip, const std::string& truth, int64_t first) {
     ClipReader steady(clip, {});
     ClipReader ideal(truth, {});
     Nv12 picture(steady.Format().size);
     Nv12 wanted(ideal.Format().size);
-    PlaneMeter psnr;
+    PlaneMeter all;
+    PlaneMeter settled;
     MotionMeter motion;
     while (steady.Read(picture) && ideal.Read(wanted)) {
-        psnr.Add(picture.luma, wanted.luma);
+        all.Add(picture.luma, wanted.luma);
+        if (steady.Frame() >= first) {
+            settled.Add(picture.luma, wanted.luma);
+        }
         motion.Add(picture.luma);
     }
-    fmt::print("{} {:.2f} {:.2f} {:.3f}\n", steady.Frame() + 1, psnr.Psnr(), psnr.WorstPsnr(), motion.Rms());
+    fmt::print("{} {:.2f} {:.2f} {:.3f}\n", steady.Frame() + 1, all.Psnr(), settled.Psnr(), motion.Rms());
 }
 
 int Run(int argc, char** argv) {
@@ -90,12 +94,13 @@ int Run(int argc, char** argv) {
         Stabilise(argv[2], argv[3], {std::stoi(argv[4]), std::stoi(argv[5])});
         return 0;
     }
-    if (command == "measure" && argc == 4) {
-        Measure(argv[2], argv[3]);
+    if (command == "measure" && argc == 5) {
+        Measure(argv[2], argv[3], std::stoi(argv[4]));
         return 0;
     }
-    fmt::print(stderr,
-               "expected: desk-peers videostab CLIP OUT WIDTH HEIGHT, or desk-peers measure CLIP TRUTH\n");
+    fmt::print(
+        stderr,
+        "expected: desk-peers videostab CLIP OUT WIDTH HEIGHT, or desk-peers measure CLIP TRUTH FIRST\n");
     return 2;
 }
 
