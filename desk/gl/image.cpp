@@ -64,7 +64,7 @@ void CheckAttributes(const ANativeWindowBuffer& buffer, const EGLint* attributes
 }
 
 Orba::Gralloc::BufferGeometry ReadGeometry(int metadataFd) {
-    GrallocMetadata metadata;
+    GrallocMetadata metadata = {};
     const ssize_t count = pread(metadataFd, &metadata, sizeof(metadata), 0);
     if (count != static_cast<ssize_t>(sizeof(metadata)) || metadata.magic != GrallocMetadataMagic) {
         throw EglError(EGL_BAD_PARAMETER,

@@ -14,14 +14,14 @@ namespace {
 /// A host record with its size set and everything else filled with the host's pattern.
 template <typename Record>
 Record PatternedRecord() {
-    Record record;
+    Record record = {};
     std::memset(&record, HostPattern, sizeof(record));
     record.size = sizeof(record);
     return record;
 }
 
 LumNodeBufferRequirement RequirementOf(Size size) {
-    LumNodeBufferRequirement requirement;
+    LumNodeBufferRequirement requirement = {};
     std::memset(&requirement, HostPattern, sizeof(requirement));
     requirement.minWidth = requirement.maxWidth = requirement.optimalWidth = size.width;
     requirement.minHeight = requirement.maxHeight = requirement.optimalHeight = size.height;
@@ -31,7 +31,7 @@ LumNodeBufferRequirement RequirementOf(Size size) {
 
 /// What the node has to fill, with only the format given.
 LumNodeBufferRequirement OpenRequirement() {
-    LumNodeBufferRequirement requirement;
+    LumNodeBufferRequirement requirement = {};
     std::memset(&requirement, HostPattern, sizeof(requirement));
     requirement.format = LumFormatNv12;
     return requirement;
@@ -103,7 +103,7 @@ DeskNode::~DeskNode() {
 Negotiated DeskNode::Negotiate(Size output, Margin margin) {
     host_.Metadata().Set(Session(), 0, MarginTag(variant_), margin);
     const LumNodeBufferRequirement downstream = RequirementOf(output);
-    LumOutputPortQueryInfo outputPort;
+    LumOutputPortQueryInfo outputPort = {};
     std::memset(&outputPort, HostPattern, sizeof(outputPort));
     outputPort.outputPortId = 0;
     outputPort.pDownstreamRequirement = &downstream;
@@ -157,7 +157,7 @@ uint32_t DeskNode::Process(uint64_t requestId, const IPEICAGridTransform* grid, 
     LumImageList* inputs[] = {&inputList};
     LumImageList* outputs[] = {&outputList};
     // A host reuses its dependency records: whatever the last request left is still in this one.
-    LumDependencyInfo dependency;
+    LumDependencyInfo dependency = {};
     std::memset(&dependency, HostPattern, sizeof(dependency));
     dependency.processSequenceId = 0;
     dependency.sequentialExecution = 0;

@@ -157,7 +157,7 @@ native_handle* GrallocBuffer::Handle() {
 }
 
 LumImageList GrallocBuffer::ImageList() {
-    LumImageList list;
+    LumImageList list = {};
     std::memset(&list, HostPattern, sizeof(list));
     list.format = LumFormatNv12;
     list.width = size_.width;

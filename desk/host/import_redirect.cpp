@@ -71,7 +71,7 @@ ImportTables ReadTables(const link_map& library) {
 
 /// The pages that the loader made read-only after relocation.
 struct ReadOnlyRange {
-    ElfW(Addr) loadAddress;
+    ElfW(Addr) loadAddress = 0;
     ElfW(Addr) begin = 0;
     ElfW(Addr) end = 0;
 };

@@ -19,6 +19,7 @@ struct BufferGeometry {
     int32_t stride;    ///< bytes
     int32_t scanline;  ///< lines
 };
+static_assert(offsetof(BufferGeometry, scanline) == 4, "host layout");
 static_assert(sizeof(BufferGeometry) == 8, "host layout");
 
 /// The head of the colour description, and the room that the rest of it takes.

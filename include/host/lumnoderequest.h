@@ -93,6 +93,7 @@ struct GridPoint {
     float x;
     float y;
 };
+static_assert(offsetof(GridPoint, y) == 4, "host layout");
 static_assert(sizeof(GridPoint) == 8, "host layout");
 
 constexpr uint32_t GridTransformCapacity = 3417;
