@@ -18,7 +18,8 @@ for preset in desk clang aarch64; do
 done
 
 cppcheck --quiet --enable=warning,performance,portability --error-exitcode=1 --inline-suppr --std=c++17 \
-  --language=c++ -D__x86_64__=1 -DPTHREAD_MUTEX_RECURSIVE=1 -I include -I . node utils desk/host desk/gl
+  --language=c++ -D__x86_64__=1 -DPTHREAD_MUTEX_RECURSIVE=1 '-DElfW(type)=Elf64_##type' -I include -I . \
+  node utils desk/host desk/gl
 echo "gates: cppcheck finds nothing"
 
 # The platform's own headers are not here; those of the arm64 packages stand in for the C library.
