@@ -4,8 +4,8 @@
 #include <opencv2/videostab.hpp>
 #include <string>
 
-#include "desk/tool/clip_reader.h"
-#include "desk/tool/clip_writer.h"
+#include "desk/tool/media/clip_reader.h"
+#include "desk/tool/media/clip_writer.h"
 #include "desk/tool/media/nv12.h"
 #include "desk/tool/media/quality.h"
 #include "desk/tool/motion/motion_meter.h"

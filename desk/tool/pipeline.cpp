@@ -11,7 +11,7 @@
 #include <stdexcept>
 
 #include "desk/tool/gl_info.h"
-#include "desk/tool/warp_map.h"
+#include "desk/tool/grids/warp_map.h"
 
 namespace desk {
 namespace {

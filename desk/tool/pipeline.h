@@ -8,15 +8,15 @@
 
 #include "desk/host/desk_host.h"
 #include "desk/host/desk_node.h"
-#include "desk/tool/clip_reader.h"
 #include "desk/tool/errors.h"
+#include "desk/tool/grids/warp_map.h"
+#include "desk/tool/media/clip_reader.h"
 #include "desk/tool/media/nv12.h"
 #include "desk/tool/options.h"
 #include "desk/tool/output_place.h"
 #include "desk/tool/progress.h"
 #include "desk/tool/recording.h"
 #include "desk/tool/report/results.h"
-#include "desk/tool/warp_map.h"
 
 namespace desk {
 

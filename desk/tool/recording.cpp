@@ -6,6 +6,7 @@
 
 #include "desk/tool/errors.h"
 #include "desk/tool/media/before_after.h"
+#include "desk/tool/output_place.h"
 #include "desk/tool/report/page.h"
 
 namespace desk {
@@ -58,11 +59,12 @@ Recording::Recording(const RunOptions& options, const ClipFormat& format, RunRes
         throw UsageError(fmt::format("{} is the clip that is read; expected another name for the output",
                                      options.clip.string()));
     }
-    if (options.json != "-") {
-        RequireFree(options.json, options.overwrite);
+    // What cannot be written is better known before the run than after it.
+    if (!options.json.empty() && options.json != "-") {
+        const OutputPlace trial(options.json, OutputPlace::Kind::File, options.overwrite);
     }
     if (!options.report.empty()) {
-        RequireReportFree(options.report, options.overwrite);
+        PrepareReport(options.report, options.overwrite);
     }
     if (!options.truth.empty()) {
         truth_ = std::make_unique<ClipReader>(options.truth, options.frames);

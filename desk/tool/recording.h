@@ -2,8 +2,8 @@
 
 #include <memory>
 
-#include "desk/tool/clip_reader.h"
-#include "desk/tool/clip_writer.h"
+#include "desk/tool/media/clip_reader.h"
+#include "desk/tool/media/clip_writer.h"
 #include "desk/tool/media/quality.h"
 #include "desk/tool/motion/motion_meter.h"
 #include "desk/tool/options.h"

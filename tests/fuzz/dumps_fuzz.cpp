@@ -7,7 +7,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "desk/tool/dump_file.h"
+#include "desk/tool/grids/dump_file.h"
 #include "tests/fuzz/fuzz.h"
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

@@ -6,9 +6,9 @@
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
-#include "desk/tool/clip_reader.h"
 #include "desk/tool/commands/commands.h"
 #include "desk/tool/errors.h"
+#include "desk/tool/media/clip_reader.h"
 #include "tests/tool/tool_fixture.h"
 
 using ::testing::HasSubstr;

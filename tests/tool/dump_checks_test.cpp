@@ -2,7 +2,7 @@
 
 #include <numeric>
 
-#include "desk/tool/dump_checks.h"
+#include "desk/tool/grids/dump_checks.h"
 #include "tests/tool/tool_fixture.h"
 
 using ::testing::AllOf;

@@ -1,10 +1,10 @@
-#include "desk/tool/dump_file.h"
+#include "desk/tool/grids/dump_file.h"
 
 #include <gmock/gmock.h>
 
 #include <sstream>
 
-#include "desk/tool/grid_dump.h"
+#include "desk/tool/grids/grid_dump.h"
 #include "tests/tool/tool_fixture.h"
 
 using ::testing::HasSubstr;

@@ -1,4 +1,4 @@
-#include "desk/tool/reference_renderer.h"
+#include "desk/tool/grids/reference_renderer.h"
 
 #include <gtest/gtest.h>
 

@@ -6,7 +6,7 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "desk/tool/dump_file.h"
+#include "desk/tool/grids/dump_file.h"
 
 ToolTest::ToolTest() {
     std::string name = (std::filesystem::temp_directory_path() / "dewarp_tool_XXXXXX").string();

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "desk/tool/grid_dump.h"
+#include "desk/tool/grids/grid_dump.h"
 #include "desk/tool/pipeline.h"
 
 namespace desk {

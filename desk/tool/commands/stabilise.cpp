@@ -4,9 +4,9 @@
 #include <optional>
 
 #include "desk/tool/commands/commands.h"
-#include "desk/tool/motion_estimator.h"
+#include "desk/tool/motion/motion_estimator.h"
+#include "desk/tool/motion/steady_camera.h"
 #include "desk/tool/pipeline.h"
-#include "desk/tool/steady_camera.h"
 
 namespace desk {
 namespace {

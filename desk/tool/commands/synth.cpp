@@ -5,12 +5,12 @@
 #include <opencv2/imgcodecs.hpp>
 #include <optional>
 
-#include "desk/tool/clip_reader.h"
-#include "desk/tool/clip_writer.h"
 #include "desk/tool/commands/commands.h"
-#include "desk/tool/dump_file.h"
 #include "desk/tool/errors.h"
+#include "desk/tool/grids/dump_file.h"
 #include "desk/tool/grids/warp_grid.h"
+#include "desk/tool/media/clip_reader.h"
+#include "desk/tool/media/clip_writer.h"
 #include "desk/tool/output_place.h"
 #include "desk/tool/pipeline.h"
 #include "desk/tool/progress.h"
@@ -106,7 +106,8 @@ int RunSynth(const SynthOptions& options) {
     progress.Finish(done);
     lines.close();
     if (!lines) {
-        throw std::runtime_error(fmt::format("{} cannot be written", options.grids.string()));
+        throw std::runtime_error(
+            fmt::format("{} cannot be written: {}", options.grids.string(), ReasonText(errno)));
     }
     shaky.Finish();
     truth.Finish();

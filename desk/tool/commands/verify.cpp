@@ -5,8 +5,8 @@
 
 #include "desk/tool/commands/commands.h"
 #include "desk/tool/commands/replay.h"
+#include "desk/tool/grids/reference_renderer.h"
 #include "desk/tool/output_place.h"
-#include "desk/tool/reference_renderer.h"
 #include "desk/tool/report/chart.h"
 
 namespace desk {

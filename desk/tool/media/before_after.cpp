@@ -27,11 +27,12 @@ cv::Mat Captioned(const cv::Mat& picture, const std::string& text) {
 
 cv::Mat BeforeAfter(const cv::Mat& before, const std::string& beforeCaption, const cv::Mat& after,
                     const std::string& afterCaption, const std::string& credit) {
-    const cv::Size half = before.size() / 2;
+    constexpr double MinWidth = 480;  // the captions need it
+    const double scale = std::max(0.5, MinWidth / before.cols);
     cv::Mat left;
     cv::Mat right;
-    cv::resize(before, left, half, 0, 0, cv::INTER_AREA);
-    cv::resize(after, right, half, 0, 0, cv::INTER_AREA);
+    cv::resize(before, left, {}, scale, scale, cv::INTER_AREA);
+    cv::resize(after, right, {}, scale, scale, cv::INTER_AREA);
     cv::Mat row;
     cv::hconcat(Captioned(left, beforeCaption), Captioned(right, afterCaption), row);
     return credit.empty() ? row : Captioned(row, credit);

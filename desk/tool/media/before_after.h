@@ -5,8 +5,8 @@
 
 namespace desk {
 
-/// Two 8-bit BGR pictures of one size side by side, at half size, each over its caption, over a line with the
-/// credit. The texts are ASCII; they are made small enough to fit.
+/// Two 8-bit BGR pictures of one size side by side, smaller where they are large, each over its caption, over
+/// a line with the credit. The texts are ASCII; they are made small enough to fit.
 cv::Mat BeforeAfter(const cv::Mat& before, const std::string& beforeCaption, const cv::Mat& after,
                     const std::string& afterCaption, const std::string& credit);
 

@@ -19,17 +19,11 @@ const cv::Scalar Colours[] = {{178, 114, 0}, {0, 94, 213}, {115, 158, 0}, {167, 
 const cv::Scalar Black = cv::Scalar::all(0);
 const cv::Scalar Grey = cv::Scalar::all(130);
 
-constexpr int SubpixelBits = 4;
-
-cv::Point ToFixed(cv::Point2d p) {
-    return {cvRound(p.x * (1 << SubpixelBits)), cvRound(p.y * (1 << SubpixelBits))};
-}
-
-void DrawPath(cv::Mat& picture, const std::vector<cv::Point2d>& points, const cv::Scalar& colour,
+void DrawLine(cv::Mat& picture, cv::Point2d from, cv::Point2d to, const cv::Scalar& colour,
               int thickness = 1) {
-    std::vector<cv::Point> fixed;
-    std::transform(points.begin(), points.end(), std::back_inserter(fixed), ToFixed);
-    cv::polylines(picture, fixed, false, colour, thickness, cv::LINE_AA, SubpixelBits);
+    constexpr int Bits = 4;  // of a pixel's fraction
+    const auto fixed = [](cv::Point2d p) { return cv::Point(p * (1 << Bits)); };
+    cv::line(picture, fixed(from), fixed(to), colour, thickness, cv::LINE_AA, Bits);
 }
 
 /// Returns the text's width.
@@ -74,7 +68,7 @@ struct Scale {
 void DrawAxes(cv::Mat& picture, const Scale& scale) {
     for (double value = scale.low; value <= scale.high + scale.step / 2; value += scale.step) {
         const cv::Point2d left = scale.At(0, value);
-        DrawPath(picture, {left, scale.At(scale.last, value)}, cv::Scalar::all(220));
+        DrawLine(picture, left, scale.At(scale.last, value), cv::Scalar::all(220));
         const double shown = std::abs(value) < scale.step / 2 ? 0 : value;
         DrawText(picture, fmt::format("{:8.5g}", shown), left - cv::Point2d(70, -4), Black);
     }
@@ -84,19 +78,6 @@ void DrawAxes(cv::Mat& picture, const Scale& scale) {
                  Black);
     }
     DrawText(picture, "frame", {Plot.x + Plot.width / 2 - 20, Height - 6.0}, Black);
-}
-
-void DrawLine(cv::Mat& picture, const std::vector<double>& values, const Scale& scale,
-              const cv::Scalar& colour) {
-    std::vector<cv::Point2d> run;
-    for (size_t i = 0; i <= values.size(); i++) {
-        if (i < values.size() && std::isfinite(values[i])) {
-            run.push_back(scale.At(static_cast<double>(i), values[i]));
-        } else {
-            DrawPath(picture, run, colour, 2);
-            run.clear();
-        }
-    }
 }
 
 }  // namespace
@@ -110,7 +91,13 @@ cv::Mat Draw(const Chart& chart) {
     double legend = Plot.x;
     for (const ChartLine& line : chart.lines) {
         const cv::Scalar colour = line.isLimit ? Grey : Colours[colours++ % std::size(Colours)];
-        DrawLine(picture, line.values, scale, colour);
+        for (size_t i = 1; i < line.values.size(); i++) {
+            if (std::isfinite(line.values[i - 1]) && std::isfinite(line.values[i])) {
+                const auto frame = static_cast<double>(i);
+                DrawLine(picture, scale.At(frame - 1, line.values[i - 1]), scale.At(frame, line.values[i]),
+                         colour, 2);
+            }
+        }
         legend += 24 + DrawText(picture, line.name, {legend, 42}, colour);
     }
     return picture;
@@ -131,23 +118,25 @@ cv::Mat DrawMesh(const std::string& title, const std::vector<cv::Point2d>& verti
     const double height = std::clamp(scale * (high.y - low.y), 1.0, 4.0 * Width);
     cv::Mat picture(cvCeil(Top + height + Border), Width, CV_8UC3, cv::Scalar::all(255));
     DrawText(picture, title, {8, 18}, Black);
-    const auto draw = [&](std::vector<cv::Point2d> points, const cv::Scalar& colour, int thickness) {
-        for (cv::Point2d& point : points) {
-            point = cv::Point2d(Border, Top) + scale * (point - low);
-        }
-        DrawPath(picture, points, colour, thickness);
+    const auto draw = [&](cv::Point2d from, cv::Point2d to, const cv::Scalar& colour, int thickness) {
+        const cv::Point2d origin(Border, Top);
+        DrawLine(picture, origin + scale * (from - low), origin + scale * (to - low), colour, thickness);
     };
     if (!frame.empty()) {
         const cv::Point2d other(half.x, -half.y);
-        draw({-half, other, half, -other, -half}, Colours[1], 2);
+        for (const auto& [from, to] :
+             {std::pair(-half, other), {other, half}, {half, -other}, {-other, -half}}) {
+            draw(from, to, Colours[1], 2);
+        }
     }
-    const auto rows = static_cast<int>(vertices.size()) / columns;
-    const cv::Mat_<cv::Point2d> mesh(rows, columns, const_cast<cv::Point2d*>(vertices.data()));
-    for (int row = 0; row < rows; row++) {
-        draw(mesh.row(row), Colours[0], 1);
-    }
-    for (int column = 0; column < columns; column++) {
-        draw(mesh.col(column).clone(), Colours[0], 1);
+    const auto width = static_cast<size_t>(columns);
+    for (size_t i = 0; i < vertices.size(); i++) {
+        if ((i + 1) % width != 0 && i + 1 < vertices.size()) {
+            draw(vertices[i], vertices[i + 1], Colours[0], 1);
+        }
+        if (i + width < vertices.size()) {
+            draw(vertices[i], vertices[i + width], Colours[0], 1);
+        }
     }
     return picture;
 }

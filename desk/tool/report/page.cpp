@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <stdexcept>
 
 #include "desk/tool/options.h"
 #include "desk/tool/output_place.h"
@@ -72,18 +71,10 @@ std::string Escaped(const std::string& text) {
     return escaped;
 }
 
-/// A value in words: "1920 x 1080" of a size, say, or "luma 37.12, chroma 40.2".
 std::string Text(const Json& value) {
-    if (!value.is_structured()) {
-        return value.is_string()         ? Escaped(value.get<std::string>())
-               : value.is_number_float() ? fmt::format("{:.5g}", value.get<double>())
-                                         : value.dump();
-    }
-    std::string text;
-    for (const auto& [name, inner] : value.items()) {
-        text += (text.empty() ? "" : ", ") + name + " " + Text(inner);
-    }
-    return text;
+    return value.is_string()         ? Escaped(value.get<std::string>())
+           : value.is_number_float() ? fmt::format("{:.5g}", value.get<double>())
+                                     : value.dump();
 }
 
 /// An object as a table: a row for every entry, with a column for each value of an entry that is an object.
@@ -163,8 +154,10 @@ std::string Page(const RunResults& results, const Json& json) {
         }
     }
     for (const auto& [name, value] : json.items()) {
-        if (value != "" && (!value.is_structured() || value.contains("width"))) {
+        if (!value.is_structured() && value != "") {
             run[name] = value;
+        } else if (value.contains("width")) {
+            run[name] = value["width"].dump() + " x " + value["height"].dump();
         }
     }
     const std::string title = fmt::format("dewarp-desk {} {}", Text(json["command"]), Text(json["clip"]));
@@ -181,19 +174,14 @@ std::string Page(const RunResults& results, const Json& json) {
 
 }  // namespace
 
-void RequireReportFree(const std::filesystem::path& folder, bool overwrite) {
+void PrepareReport(const std::filesystem::path& folder, bool overwrite) {
+    MakeFolder(folder);
     for (const char* name : {"report.html", "report.json", "before_after.jpg"}) {
         RequireFree(folder / name, overwrite);
     }
 }
 
 void WriteReport(const RunResults& results, const std::filesystem::path& folder, bool overwrite) {
-    std::error_code error;
-    std::filesystem::create_directories(folder, error);
-    if (error) {
-        throw std::runtime_error(
-            fmt::format("the report folder {} cannot be made: {}", folder.string(), error.message()));
-    }
     const Json json = ToJson(results);
     WriteWhole(folder / "report.html", Page(results, json), overwrite);
     WriteJson(json, (folder / "report.json").string(), overwrite);

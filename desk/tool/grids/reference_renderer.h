@@ -2,8 +2,8 @@
 
 #include <opencv2/core.hpp>
 
+#include "desk/tool/grids/warp_map.h"
 #include "desk/tool/media/nv12.h"
-#include "desk/tool/warp_map.h"
 
 namespace desk {
 

@@ -1,4 +1,4 @@
-#include "desk/tool/clip_writer.h"
+#include "desk/tool/media/clip_writer.h"
 
 #include <fmt/format.h>
 
@@ -6,8 +6,8 @@
 #include <fstream>
 #include <utility>
 
-#include "desk/tool/av_handles.h"
 #include "desk/tool/errors.h"
+#include "desk/tool/media/av_handles.h"
 #include "desk/tool/output_place.h"
 
 namespace desk {

@@ -5,7 +5,7 @@
 #include <opencv2/core.hpp>
 
 #include "desk/host/host_types.h"
-#include "desk/tool/camera_place.h"
+#include "desk/tool/motion/camera_place.h"
 #include "host/lumnoderequest.h"
 
 namespace desk {

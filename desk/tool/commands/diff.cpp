@@ -5,8 +5,8 @@
 #include <nlohmann/json.hpp>
 
 #include "desk/tool/commands/commands.h"
-#include "desk/tool/dump_file.h"
 #include "desk/tool/errors.h"
+#include "desk/tool/grids/dump_file.h"
 #include "desk/tool/report/results.h"
 
 namespace desk {

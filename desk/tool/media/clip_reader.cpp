@@ -1,4 +1,4 @@
-#include "desk/tool/clip_reader.h"
+#include "desk/tool/media/clip_reader.h"
 
 #include <fmt/format.h>
 
@@ -8,8 +8,8 @@
 #include <cstdarg>
 #include <string>
 
-#include "desk/tool/av_handles.h"
 #include "desk/tool/errors.h"
+#include "desk/tool/media/av_handles.h"
 
 extern "C" {
 #include <libavutil/pixdesc.h>

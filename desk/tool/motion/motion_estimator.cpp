@@ -1,4 +1,4 @@
-#include "desk/tool/motion_estimator.h"
+#include "desk/tool/motion/motion_estimator.h"
 
 #include <algorithm>
 #include <opencv2/calib3d.hpp>

@@ -2,7 +2,7 @@
 
 #include <stdexcept>
 
-#include "desk/tool/av_handles.h"
+#include "desk/tool/media/av_handles.h"
 
 extern "C" {
 #include <libavutil/imgutils.h>

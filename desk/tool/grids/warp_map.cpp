@@ -1,4 +1,4 @@
-#include "desk/tool/warp_map.h"
+#include "desk/tool/grids/warp_map.h"
 
 #include <algorithm>
 #include <cmath>

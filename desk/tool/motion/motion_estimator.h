@@ -3,7 +3,7 @@
 #include <opencv2/core.hpp>
 #include <vector>
 
-#include "desk/tool/camera_place.h"
+#include "desk/tool/motion/camera_place.h"
 
 namespace desk {
 

@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <memory>
 
-#include "desk/tool/clip_reader.h"
+#include "desk/tool/media/clip_reader.h"
 #include "desk/tool/media/nv12.h"
 
 namespace desk {

@@ -1,4 +1,4 @@
-#include "desk/tool/dump_file.h"
+#include "desk/tool/grids/dump_file.h"
 
 #include <fmt/format.h>
 

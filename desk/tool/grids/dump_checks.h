@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "desk/tool/dump_file.h"
+#include "desk/tool/grids/dump_file.h"
+#include "desk/tool/grids/warp_map.h"
 #include "desk/tool/options.h"
-#include "desk/tool/warp_map.h"
 
 namespace desk {
 

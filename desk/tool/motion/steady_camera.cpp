@@ -1,4 +1,4 @@
-#include "desk/tool/steady_camera.h"
+#include "desk/tool/motion/steady_camera.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,4 +1,4 @@
-#include "desk/tool/camera_place.h"
+#include "desk/tool/motion/camera_place.h"
 
 #include <opencv2/core.hpp>
 

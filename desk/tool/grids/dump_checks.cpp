@@ -1,4 +1,4 @@
-#include "desk/tool/dump_checks.h"
+#include "desk/tool/grids/dump_checks.h"
 
 #include <fmt/format.h>
 
@@ -7,7 +7,7 @@
 #include <map>
 
 #include "desk/tool/grids/warp_grid.h"
-#include "desk/tool/warp_map.h"
+#include "desk/tool/grids/warp_map.h"
 
 namespace desk {
 namespace {

@@ -5,8 +5,8 @@
 #include <nlohmann/json.hpp>
 
 #include "desk/tool/commands/commands.h"
-#include "desk/tool/dump_checks.h"
 #include "desk/tool/errors.h"
+#include "desk/tool/grids/dump_checks.h"
 #include "desk/tool/output_place.h"
 #include "desk/tool/pipeline.h"
 #include "desk/tool/report/chart.h"

@@ -1,10 +1,10 @@
-#include "desk/tool/grid_dump.h"
+#include "desk/tool/grids/grid_dump.h"
 
 #include <fmt/format.h>
 
 #include <array>
 
-#include "desk/tool/dump_file.h"
+#include "desk/tool/grids/dump_file.h"
 #include "desk/tool/grids/warp_grid.h"
 
 namespace desk {
