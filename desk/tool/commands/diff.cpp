@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 #include <nlohmann/json.hpp>
+#include <optional>
+#include <tuple>
 
 #include "desk/tool/commands/commands.h"
 #include "desk/tool/errors.h"
@@ -17,39 +19,28 @@ struct DiffOptions {
     std::array<std::filesystem::path, 2> dumps;
 };
 
-/// A value that differs: its places in both files, and what it is there.
-struct Difference {
-    size_t line = 0;
-    std::string what;
-    double size = 0;
-};
-
 struct DiffResult {
-    DumpKind kind = DumpKind::Grid;
     std::array<size_t, 2> lines{};
     size_t differingLines = 0;
     size_t values = 0;
     size_t differingValues = 0;
-    double sum = 0;  ///< of the finite differences
-    std::optional<Difference> first;
-    std::optional<Difference> largest;
+    double sum = 0;       ///< of the finite differences
+    double most = -1;     ///< the largest difference; -1 for none
+    std::string first;    ///< what differs first, in words; empty when nothing does
+    std::string largest;  ///< what differs most
 
-    bool IsEqual() const {
-        return !first;
+    void Add(size_t line, const std::string& what, double size) {
+        const std::string text = fmt::format("line {}, {}", line, what);
+        first = first.empty() ? text : first;
+        if (size > most) {
+            most = size;
+            largest = text;
+        }
     }
     double Mean() const {
         return values == 0 ? 0 : sum / static_cast<double>(values);
     }
 };
-
-void Add(DiffResult& result, const Difference& difference) {
-    if (!result.first) {
-        result.first = difference;
-    }
-    if (!result.largest || difference.size > result.largest->size) {
-        result.largest = difference;
-    }
-}
 
 /// How a value is called in words.
 std::string NameOfValue(DumpKind kind, size_t value) {
@@ -58,33 +49,34 @@ std::string NameOfValue(DumpKind kind, size_t value) {
     return fmt::format("{} of point {} in row {}", axis, value / 2 % columns, value / 2 / columns);
 }
 
-void CompareNumber(DiffResult& result, size_t line, const char* name, uint64_t a, uint64_t b) {
-    if (a != b) {
-        Add(result, {line, fmt::format("{} is {} and {}", name, a, b), 0});
+void CompareLines(DumpKind kind, const DumpLine& a, const DumpLine& b, DiffResult& result) {
+    bool isDifferent = false;
+    const auto differ = [&](const std::string& what, double size) {
+        result.Add(a.number, what, size);
+        isDifferent = true;
+    };
+    const std::tuple<const char*, uint64_t, uint64_t> head[] = {
+        {"the request id", a.requestId, b.requestId},
+        {"the header's first number", a.header[0], b.header[0]},
+        {"the header's second number", a.header[1], b.header[1]}};
+    for (const auto& [name, numberA, numberB] : head) {
+        if (numberA != numberB) {
+            differ(fmt::format("{} is {} and {}", name, numberA, numberB), 0);
+        }
     }
-}
-
-void CompareLines(DiffResult& result, const DumpLine& a, const DumpLine& b) {
-    const size_t before = result.differingValues;
-    CompareNumber(result, a.number, "the request id", a.requestId, b.requestId);
-    CompareNumber(result, a.number, "the header's first number", a.header[0], b.header[0]);
-    CompareNumber(result, a.number, "the header's second number", a.header[1], b.header[1]);
     for (size_t i = 0; i < a.values.size(); i++) {
         const double difference = std::abs(a.values[i] - b.values[i]);
-        const bool isBothNan = std::isnan(a.values[i]) && std::isnan(b.values[i]);
-        if (a.values[i] == b.values[i] || isBothNan) {
+        if (a.values[i] == b.values[i] || (std::isnan(a.values[i]) && std::isnan(b.values[i]))) {
             continue;
         }
         result.differingValues++;
         result.sum += std::isfinite(difference) ? difference : 0;
-        Add(result, {a.number,
-                     fmt::format("{} (columns {} and {}) is {:.4f} and {:.4f}", NameOfValue(result.kind, i),
-                                 a.columns[i], b.columns[i], a.values[i], b.values[i]),
-                     difference});
+        differ(fmt::format("{} (columns {} and {}) is {:.4f} and {:.4f}", NameOfValue(kind, i), a.columns[i],
+                           b.columns[i], a.values[i], b.values[i]),
+               difference);
     }
     result.values += a.values.size();
-    const bool isHeadDifferent = a.requestId != b.requestId || a.header != b.header;
-    result.differingLines += isHeadDifferent || result.differingValues != before ? 1U : 0U;
+    result.differingLines += isDifferent ? 1U : 0U;
 }
 
 DiffResult Compare(DumpReader& a, DumpReader& b) {
@@ -94,60 +86,51 @@ DiffResult Compare(DumpReader& a, DumpReader& b) {
                                     a.File().string(), NameOf(b.Kind())));
     }
     DiffResult result;
-    result.kind = a.Kind();
     std::optional<DumpLine> lineA = a.Next();
     std::optional<DumpLine> lineB = b.Next();
     for (; lineA || lineB; lineA = a.Next(), lineB = b.Next()) {
         result.lines[0] += lineA ? 1U : 0U;
         result.lines[1] += lineB ? 1U : 0U;
         if (lineA && lineB) {
-            CompareLines(result, *lineA, *lineB);
+            CompareLines(a.Kind(), *lineA, *lineB, result);
         } else {
             const DumpLine& only = lineA ? *lineA : *lineB;
-            Add(result,
-                {only.number,
-                 fmt::format("request {} is only in {}", only.requestId, (lineA ? a : b).File().string()),
-                 0});
+            result.Add(
+                only.number,
+                fmt::format("request {} is only in {}", only.requestId, (lineA ? a : b).File().string()), 0);
             result.differingLines++;
         }
     }
     return result;
 }
 
-nlohmann::json ToJson(const DiffOptions& options, const DiffResult& result) {
-    const auto place = [](const std::optional<Difference>& difference) {
-        return difference ? nlohmann::json{{"line", difference->line}, {"what", difference->what}}
-                          : nlohmann::json();
-    };
-    return {{"schema", 1},
-            {"command", "diff"},
-            {"dumps", {options.dumps[0].string(), options.dumps[1].string()}},
-            {"kind", NameOf(result.kind)},
-            {"equal", result.IsEqual()},
-            {"lines", result.lines},
-            {"differing_lines", result.differingLines},
-            {"values", result.values},
-            {"differing_values", result.differingValues},
-            {"mean_difference", result.Mean()},
-            {"first", place(result.first)},
-            {"largest", place(result.largest)}};
-}
-
 int RunDiff(const DiffOptions& options) {
     DumpReader a(options.dumps[0]);
     DumpReader b(options.dumps[1]);
     const DiffResult result = Compare(a, b);
-    WriteJson(ToJson(options, result), options.common.json, options.common.overwrite);
-    if (result.IsEqual()) {
+    const bool isEqual = result.first.empty();
+    WriteJson({{"schema", 1},
+               {"command", "diff"},
+               {"dumps", {options.dumps[0].string(), options.dumps[1].string()}},
+               {"kind", NameOf(a.Kind())},
+               {"equal", isEqual},
+               {"lines", result.lines},
+               {"differing_lines", result.differingLines},
+               {"values", result.values},
+               {"differing_values", result.differingValues},
+               {"mean_difference", result.Mean()},
+               {"first", result.first},
+               {"largest", result.largest}},
+              options.common.json, options.common.overwrite);
+    if (isEqual) {
         fmt::print(stderr, "no difference in {} lines\n", result.lines[0]);
         return Done;
     }
     if (options.common.json != "-") {
-        fmt::print("first: line {}, {}\n", result.first->line, result.first->what);
-        fmt::print("lines: {} and {}, {} differ\n", result.lines[0], result.lines[1], result.differingLines);
-        fmt::print("values: {} of {} differ, by {:.6f} on the mean over all\n", result.differingValues,
-                   result.values, result.Mean());
-        fmt::print("largest: line {}, {}\n", result.largest->line, result.largest->what);
+        fmt::print("first: {}\nlines: {} and {}, {} differ\n", result.first, result.lines[0], result.lines[1],
+                   result.differingLines);
+        fmt::print("values: {} of {} differ, by {:.6f} on the mean over all\nlargest: {}\n",
+                   result.differingValues, result.values, result.Mean(), result.largest);
     }
     return CheckFailed;
 }
