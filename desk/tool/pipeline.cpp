@@ -127,11 +127,11 @@ Pipeline::Pipeline(const std::string& command, const RunOptions& options, ClipRe
     : options_(options),
       reader_(reader),
       sizing_(sizing),
-      recording_(options, OutputFormat(reader, sizing.output), results_),
       dumps_(options.dumpDir.empty()
                  ? nullptr
                  : std::make_unique<OutputPlace>(options.dumpDir, OutputPlace::Kind::DumpFolder, false)),
       host_(Announce(command, options, sizing, dumps_ ? dumps_->Work() : "", results_.json)),
+      recording_(options, OutputFormat(reader, sizing.output), results_),
       progress_(options.progress, reader.ExpectedFrames()) {
     results_.json["frames_per_second"] = reader.Format().FramesPerSecond();
     host_.SetDumps(dumps_ != nullptr);

@@ -83,9 +83,9 @@ private:
     ClipReader& reader_;
     Sizing sizing_;
     RunResults results_;
-    Recording recording_;
     std::unique_ptr<OutputPlace> dumps_;  ///< null without --dump-dir
     DeskHost host_;
+    Recording recording_;
     std::unique_ptr<DeskNode> node_;
     std::vector<std::shared_ptr<GrallocBuffer>> inputs_;
     std::vector<std::shared_ptr<GrallocBuffer>> outputs_;
