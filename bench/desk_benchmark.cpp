@@ -80,7 +80,7 @@ struct DeskWarp {
     std::unique_ptr<desk::DeskNode> node;
     std::shared_ptr<desk::GrallocBuffer> input;
     std::shared_ptr<desk::GrallocBuffer> output;
-    IPEICAGridTransform grid;
+    IPEICAGridTransform grid = {};
     uint64_t requestId = 0;
 };
 

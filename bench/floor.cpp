@@ -45,8 +45,8 @@ struct Floor::State {
     void Draw() const;
 
     NullGl gl;
-    int width;
-    int height;
+    int width = 0;
+    int height = 0;
     float vertices[Vertices * 2] = {};
     float texCoordinates[Vertices * 2] = {};
 };
@@ -149,7 +149,7 @@ const float* Floor::Mesh() const {
 struct DumpCalls::State {
     FILE* files[3] = {std::fopen("/dev/null", "a"), std::fopen("/dev/null", "a"),
                       std::fopen("/dev/null", "a")};
-    char line[98304];
+    char line[98304] = {};
 };
 
 DumpCalls::DumpCalls() : state_(new State) {}

@@ -146,7 +146,7 @@ LumImageList MakeList(const NodeSetup& setup, uint32_t fd) {
 
 struct NullNode::Request {
     const LumNodeCallbacks& callbacks;
-    IPEICAGridTransform grid;
+    IPEICAGridTransform grid = {};
     LumDependencyInfo dependency = {};
     LumImageList* input = nullptr;
     LumImageList* output = nullptr;
