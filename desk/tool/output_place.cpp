@@ -48,7 +48,12 @@ OutputPlace::OutputPlace(std::filesystem::path place, Kind kind, bool overwrite)
         RequireOnlyPictures(place_);
     }
     work_ = place_;
-    work_ += ".unfinished";
+    if (kind == Kind::DumpFolder) {
+        MakeFolder(place_);
+        work_ /= "unfinished";
+    } else {
+        work_ += ".unfinished";
+    }
     std::filesystem::remove_all(work_, error);
     if (kind == Kind::File ? !std::ofstream(work_) : !std::filesystem::create_directory(work_, error)) {
         Fail(place_, "made", errno);
@@ -63,7 +68,6 @@ OutputPlace::~OutputPlace() {
 void OutputPlace::Publish() {
     std::error_code error;
     if (kind_ == Kind::DumpFolder) {
-        MakeFolder(place_);
         for (const auto& entry : std::filesystem::directory_iterator(work_)) {
             std::filesystem::rename(entry, place_ / entry.path().filename(), error);
             if (error) {

@@ -6,7 +6,8 @@
 namespace desk {
 
 /// A file, a folder of numbered pictures, or files for a folder of dumps, which keeps those it has. What is
-/// made appears under its name when it is complete; until then it grows under a temporary name beside it.
+/// made appears under its name when it is complete; until then it grows under a temporary name beside it,
+/// dumps in a folder "unfinished" of their own.
 class OutputPlace {
 public:
     enum class Kind { File, PictureFolder, DumpFolder };

@@ -201,10 +201,12 @@ protected:
             EXPECT_EQ(dynamic_cast<const desk::UsageError*>(&error) != nullptr, refusal.isUsage);
             text = error.what();
         }
-        for (const char* left : {"out.mkv", "out.mkv.unfinished", "out.json", "dumps", "dumps.unfinished",
-                                 "report/report.html", "report/report.json"}) {
+        for (const char* left :
+             {"out.mkv", "out.mkv.unfinished", "out.json", "report/report.html", "report/report.json"}) {
             EXPECT_FALSE(std::filesystem::exists(folder_ / left)) << left;
         }
+        EXPECT_TRUE(!std::filesystem::exists(folder_ / "dumps") ||
+                    std::filesystem::is_empty(folder_ / "dumps"));
         return text;
     }
 };
