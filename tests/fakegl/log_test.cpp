@@ -83,6 +83,20 @@ TEST_F(Logs, FollowEachLevelsSwitch) {
     }
 }
 
+TEST_F(Logs, SayNothingOfRefusalsWhenSwitchedOff) {
+    for (const bool isOn : {false, true}) {
+        host_.SetLogLevels(isOn ? AllLevels : 0, false);
+        TakeLog();
+        LumNodeCallbacks table = {};
+        LumNodeCapsInfo caps = {};
+        host_.Enter(nullptr);
+        host_.Enter(&table);
+        EXPECT_EQ(host_.Callbacks().GetCaps(nullptr), 5U);
+        EXPECT_EQ(host_.Callbacks().GetCaps(&caps), 1U);
+        EXPECT_EQ(TakeLog().size(), isOn ? 6U : 0U);
+    }
+}
+
 TEST_F(Logs, EvaluateArgumentsOncePerSink) {
     expectFindings_ = true;
     gl_->fault = [](const GlCall& call) {
