@@ -13,16 +13,18 @@ namespace {
 
 std::atomic<bool> isInterrupted = false;
 
-extern "C" void NoteInterrupt(int signal) {
+extern "C" void NoteInterrupt(int /*signal*/) {
     isInterrupted = true;
-    std::signal(signal, SIG_DFL);  // a second one ends the program at once
 }
 
 }  // namespace
 
 void CatchInterrupts() {
-    std::signal(SIGINT, &NoteInterrupt);
-    std::signal(SIGTERM, &NoteInterrupt);
+    struct sigaction action = {};
+    action.sa_handler = &NoteInterrupt;
+    action.sa_flags = static_cast<int>(SA_RESTART | SA_RESETHAND);  // a second one ends the program at once
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
 }
 
 bool Interrupted() {

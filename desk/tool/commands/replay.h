@@ -29,7 +29,7 @@ public:
     /// A frame that went through the node.
     struct Frame {
         int64_t number;  ///< in the clip, from 0
-        IPEICAGridTransform grid;
+        IPEICAGridTransform grid{};
         Nv12 input;
         Nv12 output;
     };

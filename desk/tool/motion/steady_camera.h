@@ -27,7 +27,7 @@ public:
     struct View {
         CameraPlace shaky;
         CameraPlace steady;
-        IPEICAGridTransform grid;  ///< with which the node shows what the steady camera sees
+        IPEICAGridTransform grid{};  ///< with which the node shows what the steady camera sees
     };
     /// The next frame's; it was added, and so were as many frames after it as are seen ahead, unless the clip
     /// ends. All that the steady camera sees lies in the input.

@@ -66,16 +66,16 @@ struct Scale {
 };
 
 void DrawAxes(cv::Mat& picture, const Scale& scale) {
-    for (double value = scale.low; value <= scale.high + scale.step / 2; value += scale.step) {
+    for (int line = 0; scale.low + line * scale.step <= scale.high + scale.step / 2; line++) {
+        const double value = scale.low + line * scale.step;
         const cv::Point2d left = scale.At(0, value);
         DrawLine(picture, left, scale.At(scale.last, value), cv::Scalar::all(220));
         const double shown = std::abs(value) < scale.step / 2 ? 0 : value;
         DrawText(picture, fmt::format("{:8.5g}", shown), left - cv::Point2d(70, -4), Black);
     }
-    const double step = std::max(1.0, RoundStep(scale.last, 8));
-    for (double frame = 0; frame <= scale.last; frame += step) {
-        DrawText(picture, fmt::format("{:.0f}", frame), scale.At(frame, scale.low) + cv::Point2d(-8, 18),
-                 Black);
+    const int step = std::max(1, cvRound(RoundStep(scale.last, 8)));
+    for (int frame = 0; frame <= scale.last; frame += step) {
+        DrawText(picture, fmt::format("{}", frame), scale.At(frame, scale.low) + cv::Point2d(-8, 18), Black);
     }
     DrawText(picture, "frame", {Plot.x + Plot.width / 2 - 20, Height - 6.0}, Black);
 }

@@ -77,14 +77,18 @@ std::string Text(const Json& value) {
                                      : value.dump();
 }
 
+std::string Spaced(std::string name) {
+    std::replace(name.begin(), name.end(), '_', ' ');
+    return name;
+}
+
 /// An object as a table: a row for every entry, with a column for each value of an entry that is an object.
 std::string Table(const Json& object) {
     std::string html;
-    const auto row = [&html](std::string name, const Json& cells, bool isHead) {
-        std::replace(name.begin(), name.end(), '_', ' ');
-        html += fmt::format("<tr><th>{}</th>", name);
+    const auto row = [&html](const std::string& name, const Json& cells, bool isHead) {
+        html += fmt::format("<tr><th>{}</th>", Spaced(name));
         for (const auto& [key, cell] : cells.items()) {
-            html += isHead ? fmt::format("<th>{}</th>", key) : fmt::format("<td>{}</td>", Text(cell));
+            html += isHead ? fmt::format("<th>{}</th>", Spaced(key)) : fmt::format("<td>{}</td>", Text(cell));
         }
         html += "</tr>\n";
     };
