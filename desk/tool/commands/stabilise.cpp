@@ -23,8 +23,8 @@ Sizing ChooseSizing(const CommonOptions& options, cv::Size clip) {
         return {*options.size, margin};
     }
     const auto left = [](int pixels, float fraction) {
-        return std::max(2,
-                        2 * static_cast<int>(std::lround(static_cast<float>(pixels / 2) / (1 + fraction))));
+        const int pairs = pixels / 2;
+        return 2 * std::max(1, static_cast<int>(std::lround(static_cast<float>(pairs) / (1 + fraction))));
     };
     const cv::Size output(left(clip.width, margin.horizontal), left(clip.height, margin.vertical));
     return {output, MarginFor(clip / 2 * 2, output)};
