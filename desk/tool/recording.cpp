@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <opencv2/imgproc.hpp>
 
 #include "desk/tool/errors.h"
@@ -13,6 +14,9 @@ namespace desk {
 namespace {
 
 constexpr int GapInCompare = 4;  // pixels between the two pictures
+
+// Enough for shake to blur; over more, a camera that is moved on purpose would blur as well.
+constexpr int PicturesInMean = 15;
 
 cv::Size SideBySide(cv::Size size) {
     return {2 * size.width + GapInCompare, size.height};
@@ -32,19 +36,20 @@ std::unique_ptr<ClipWriter> WriterOf(const std::filesystem::path& clip, ClipForm
 }  // namespace
 
 void Recording::Side::Measure(const Nv12& picture) {
-    if (lumaSum.empty()) {
-        lumaSum = cv::Mat::zeros(picture.luma.size(), CV_32FC1);
-        chromaSum = cv::Mat::zeros(picture.chroma.size(), CV_32FC2);
+    if (pictures++ == 0) {
+        lumaMean = cv::Mat::zeros(picture.luma.size(), CV_32FC1);
+        chromaMean = cv::Mat::zeros(picture.chroma.size(), CV_32FC2);
     }
-    cv::accumulate(picture.luma, lumaSum);
-    cv::accumulate(picture.chroma, chromaSum);
+    const double share = 1.0 / std::min(pictures, PicturesInMean);
+    cv::accumulateWeighted(picture.luma, lumaMean, share);
+    cv::accumulateWeighted(picture.chroma, chromaMean, share);
     motion.Add(picture.luma);
 }
 
-cv::Mat Recording::Side::Mean(size_t pictures) const {
-    Nv12 mean(lumaSum.size());
-    lumaSum.convertTo(mean.luma, CV_8U, 1.0 / static_cast<double>(pictures));
-    chromaSum.convertTo(mean.chroma, CV_8U, 1.0 / static_cast<double>(pictures));
+cv::Mat Recording::Side::Mean() const {
+    Nv12 mean(lumaMean.size());
+    lumaMean.convertTo(mean.luma, CV_8U);
+    chromaMean.convertTo(mean.chroma, CV_8U);
     return ReadNv12(mean);
 }
 
@@ -123,11 +128,10 @@ void Recording::AddMotion() {
             fmt::format("the output moves by {:.3f} pixels RMS between frames, the limit is {}", after,
                         *options_.maxMotion));
     }
-    const size_t frames = results_.frames.size();
-    const auto caption = [frames](const char* when, double motion) {
-        return fmt::format("{}: {} frames laid over one another, motion {:.2f} px RMS", when, frames, motion);
+    const auto caption = [](const char* when, double motion) {
+        return fmt::format("{}: the last frames laid over one another, motion {:.2f} px RMS", when, motion);
     };
-    results_.beforeAfter = BeforeAfter(before_.Mean(frames), caption("before", before), after_.Mean(frames),
+    results_.beforeAfter = BeforeAfter(before_.Mean(), caption("before", before), after_.Mean(),
                                        caption("after", after), options_.credit);
 }
 

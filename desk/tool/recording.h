@@ -30,12 +30,13 @@ private:
     /// A clip, and what is measured on its pictures.
     struct Side {
         void Measure(const Nv12& picture);
-        /// The mean of all pictures, 8-bit BGR: what stands still is sharp, what moves is blurred.
-        cv::Mat Mean(size_t pictures) const;
+        /// The mean of the last pictures, 8-bit BGR: what stands still is sharp, what moves is blurred.
+        cv::Mat Mean() const;
 
         std::unique_ptr<ClipWriter> writer;
-        cv::Mat lumaSum;
-        cv::Mat chromaSum;
+        int pictures = 0;
+        cv::Mat lumaMean;
+        cv::Mat chromaMean;
         MotionMeter motion;
     };
 
