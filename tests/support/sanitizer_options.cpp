@@ -19,8 +19,9 @@ const char* __lsan_default_suppressions() {
     return "leak:swrast_dri.so\nleak:libEGL_mesa.so\nleak:libLLVM\n";
 }
 
-/// The driver is not built with sanitizers, which then miss how its threads wait for one another.
+/// What is not built with sanitizers they see only half of: how the driver's threads wait for one another,
+/// and in which order a library takes its locks.
 const char* __tsan_default_suppressions() {
-    return "race:swrast_dri.so\nrace:libEGL_mesa.so\nrace:libLLVM\n";
+    return "race:swrast_dri.so\nrace:libEGL_mesa.so\nrace:libLLVM\ndeadlock:libgdal.so\n";
 }
 }
