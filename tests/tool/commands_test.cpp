@@ -266,5 +266,5 @@ TEST_F(BadInput, WhatCannotBeWrittenIsNoFaultOfTheUser) {
                 HasSubstr("out.mkv cannot be written: a frame is not stored: File too large"));
     EXPECT_THAT(refused({"stabilise", "shaky.mkv", "--size", "64x48"}),
                 HasSubstr("the node could not write all its dumps to dumps"));
-    std::signal(SIGXFSZ, handler);
+    static_cast<void>(std::signal(SIGXFSZ, handler));
 }
