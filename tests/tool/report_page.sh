@@ -15,6 +15,8 @@ fi
 
 work="$(mktemp -d)"
 trap 'rm -rf "$work"' EXIT
+# Without sandbox and shared memory, as in a container.
+headless=("$browser" --headless --no-sandbox --disable-gpu --disable-dev-shm-usage --user-data-dir="$work/profile")
 fail() {
   echo "report_page.sh: $1" >&2
   exit 1
@@ -24,8 +26,8 @@ title_of() {
   sed 's#</body>#<script>onload=()=>{document.title=[document.images.length,\
 [...document.images].filter(i=>i.naturalWidth>100).length].join(" ")}</script></body>#' \
     "$1" >"$work/page.html"
-  "$browser" --headless --no-sandbox --disable-gpu --user-data-dir="$work/profile" --virtual-time-budget=3000 \
-    --dump-dom "file://$work/page.html" 2>/dev/null | sed -n 's#.*<title>\([0-9 ]*\)</title>.*#\1#p'
+  "${headless[@]}" --virtual-time-budget=3000 --dump-dom "file://$work/page.html" 2>/dev/null |
+    sed -n 's#.*<title>\([0-9 ]*\)</title>.*#\1#p'
 }
 
 common=(--size 640x360 --progress none --log-level none)
@@ -41,8 +43,8 @@ for command in stabilise verify; do
   for section in "Before and after" "Margin" "Motion between frames" "Time per frame" "Counters" "Findings"; do
     grep -q "<h2>$section</h2>" "$page" || fail "$command: expected a section \"$section\""
   done
-  "$browser" --headless --no-sandbox --disable-gpu --user-data-dir="$work/profile" --hide-scrollbars \
-    --window-size=1040,3200 --screenshot="$PWD/report_$command.png" "file://$page" 2>/dev/null
+  "${headless[@]}" --hide-scrollbars --window-size=1040,3200 --screenshot="$PWD/report_$command.png" \
+    "file://$page" 2>/dev/null
 done
 # Pictures, and those that decode.
 [ "$(title_of "$work/stabilise/report.html")" = "7 7" ] || fail "stabilise: expected 7 pictures"
