@@ -36,8 +36,9 @@ struct HostCounters {
 
 /// The camera framework of a workstation: loads the node library, hands it the host's services and
 /// watches over the rules between the two. At most one exists in a process at a time.
-/// Set up on one thread. Nodes may then run on several threads at once, one thread per node at a time;
-/// the Set... functions and tag ids are for times when no callback runs.
+/// Set up on one thread. Nodes may then run on several threads at once, and so may the requests of one node:
+/// only its creation, negotiation and destruction stand alone. The Set... functions and tag ids are for times
+/// when no callback runs.
 class DeskHost {
 public:
     /// Loads the library, fetches its callbacks, hands over the services and asks for its capabilities.

@@ -4,21 +4,14 @@
 
 #include <atomic>
 #include <cstring>
+#include <utility>
 
 #include "desk/host/desk_host.h"
+#include "desk/host/node_request.h"
 #include "host/lumresult.h"
 
 namespace desk {
 namespace {
-
-/// A host record with its size set and everything else filled with the host's pattern.
-template <typename Record>
-Record PatternedRecord() {
-    Record record = {};
-    std::memset(&record, HostPattern, sizeof(record));
-    record.size = sizeof(record);
-    return record;
-}
 
 LumNodeBufferRequirement RequirementOf(Size size) {
     LumNodeBufferRequirement requirement = {};
@@ -152,43 +145,16 @@ std::shared_ptr<GrallocBuffer> DeskNode::Allocate(Size size, const Alignment& al
 
 uint32_t DeskNode::Process(uint64_t requestId, const IPEICAGridTransform* grid, GrallocBuffer& input,
                            GrallocBuffer& output) {
-    LumImageList inputList = input.ImageList();
-    LumImageList outputList = output.ImageList();
-    LumImageList* inputs[] = {&inputList};
-    LumImageList* outputs[] = {&outputList};
-    // A host reuses its dependency records: whatever the last request left is still in this one.
-    LumDependencyInfo dependency = {};
-    std::memset(&dependency, HostPattern, sizeof(dependency));
-    dependency.processSequenceId = 0;
-    dependency.sequentialExecution = 0;
-    dependency.processingDone = 0;
-    dependency.inputBufferDependency = 0;
-    auto request = PatternedRecord<LumNodeProcessRequestInfo>();
-    request.hNodeSession = handle_;
-    request.requestId = requestId;
-    request.pDependency = &dependency;
-    request.inputCount = request.outputCount = 1;
-    request.inputImageLists = inputs;
-    request.outputImageLists = outputs;
-    request.lookAheadComplete = 0;
-
-    uint32_t result = host_.Callbacks().ProcRequest(&request);
-    if (result != LumResultSuccess) {
-        return result;
-    }
-    if (grid != nullptr) {
-        host_.Metadata().Set(Session(), requestId, GridTag(variant_), *grid);
-    }
-    result = host_.Callbacks().ProcRequest(&request);
-    host_.Metadata().Remove(Session(), requestId, GridTag(variant_));
-    return result;
+    NodeRequest request(host_, *this, {requestId, grid, &input, &output});
+    const uint32_t result = request.FirstPass();
+    return result == LumResultSuccess ? request.SecondPass() : result;
 }
 
-void DeskNode::SetReferenceRequest(std::optional<uint64_t> requestId) {
+void DeskNode::SetReferenceRequest(ReferenceRequest reference) {
     if (handle_ == nullptr) {
         throw std::logic_error("a destroyed node has no reference request");
     }
-    host_.Nodes().Find(handle_)->pinnedReference = requestId;
+    host_.Nodes().Find(handle_)->reference = std::move(reference);
 }
 
 void DeskNode::Destroy() {

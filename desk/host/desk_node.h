@@ -2,13 +2,13 @@
 
 #include <array>
 #include <memory>
-#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "desk/host/gralloc_buffer.h"
 #include "desk/host/host_types.h"
+#include "desk/host/node_call.h"
 #include "host/lumnoderequest.h"
 
 namespace desk {
@@ -37,8 +37,9 @@ struct Negotiated {
     Size published;                            ///< "StabilizedOutputDims"; zero when the node published none
 };
 
-/// One node instance and the host's side of its pipeline: negotiation, buffers, requests. One thread at a
-/// time. Made by DeskHost::CreateNode; the host must outlive it.
+/// One node instance and the host's side of its pipeline: negotiation, buffers, requests. Requests may be
+/// processed on several threads at once; everything else stands alone. Made by DeskHost::CreateNode; the
+/// host must outlive it.
 class DeskNode {
 public:
     /// Throws NodeError when the library refuses; a node it nevertheless returned is destroyed first.
@@ -57,15 +58,16 @@ public:
     std::shared_ptr<GrallocBuffer> AllocateInput();
     std::shared_ptr<GrallocBuffer> AllocateOutput();
 
-    /// Takes one request through both passes. The grid becomes the request's metadata between the two;
-    /// null leaves it out. Both buffers must live as long as the node. Returns the failing pass's result,
-    /// or the second's.
+    /// Takes one request through both passes, whatever other requests are in the node on other threads
+    /// (PipelinedDriver lets them overlap as their dependency records say). The grid becomes the request's
+    /// metadata between the two; null leaves it out. Both buffers must live as long as the node. Returns the
+    /// failing pass's result, or the second's.
     uint32_t Process(uint64_t requestId, const IPEICAGridTransform* grid, GrallocBuffer& input,
                      GrallocBuffer& output);
 
-    /// What QueryRequestWindow answers; empty for the request that the node finished last. Throws
-    /// std::logic_error once the node is destroyed.
-    void SetReferenceRequest(std::optional<uint64_t> requestId);
+    /// What QueryRequestWindow answers, on any thread; empty for the request that the node finished last.
+    /// Throws std::logic_error once the node is destroyed.
+    void SetReferenceRequest(ReferenceRequest reference);
 
     /// Throws NodeError when the callback fails. Once only.
     void Destroy();

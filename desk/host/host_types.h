@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstring>
+
 #include "host/lummetadata.h"
 #include "host/lumnode.h"
 
@@ -18,6 +20,15 @@ constexpr const char* NameOf(Variant variant) {
 
 /// What fills the bytes of the host's records that a node has no business with.
 constexpr unsigned char HostPattern = 0xa5;
+
+/// A host record with its size set and everything else filled with the host's pattern.
+template <typename Record>
+Record PatternedRecord() {
+    Record record = {};
+    std::memset(&record, HostPattern, sizeof(record));
+    record.size = sizeof(record);
+    return record;
+}
 
 /// The host's number for the one format the desk renders, NV12.
 constexpr LumFormat LumFormatNv12 = static_cast<LumFormat>(3);

@@ -26,6 +26,12 @@ uint32_t GetMetadataSlot(LumMetadataInfo*) {
     return LumResultFailure;
 }
 
+/// The record of the pass that runs; elsewhere, where a call has no place, one that nobody reads.
+PassRecord& PassOf(const NodeCall& caller) {
+    static thread_local PassRecord unplaced;
+    return caller.pass != nullptr ? *caller.pass : unplaced;
+}
+
 template <typename Bytes>
 bool IsZero(const Bytes& bytes) {
     const auto* begin = reinterpret_cast<const unsigned char*>(&bytes);
@@ -208,7 +214,7 @@ uint32_t HostServices::NotifyRequestDone(const LumRequestDoneInfo* info) {
                      "calls NotifyRequestDone with a record of size {} or reserved bytes that are not zero",
                      info->size);
     contract.Require(info->requestId == caller.requestId, "says that request {} is done", info->requestId);
-    ++caller.node->doneNotices;
+    ++PassOf(caller).doneNotices;
     return fails ? result : LumResultSuccess;
 }
 
@@ -220,15 +226,17 @@ uint32_t HostServices::QueryRequestWindow(void* session, LumRequestWindowInfo* w
         return LumResultInvalidArgument;
     }
     contract.Require(IsZero(*window), "calls QueryRequestWindow with a record that is not zeroed");
-    NodeState& node = *CurrentCall().node;
-    ++node.windowQueries;
+    const NodeCall& caller = CurrentCall();
+    PassRecord& pass = PassOf(caller);
+    ++pass.windowQueries;
     if (fails) {
         return result;
     }
     // The node has use for one field only; the rest is none of its business.
     std::memset(window, HostPattern, sizeof(*window));
-    window->referenceRequestId = node.pinnedReference.value_or(node.lastRequest);
-    node.answeredReference = window->referenceRequestId;
+    const NodeState& node = *caller.node;
+    window->referenceRequestId = node.reference ? node.reference(caller.requestId) : node.lastRequest.load();
+    pass.answeredReference = window->referenceRequestId;
     return LumResultSuccess;
 }
 

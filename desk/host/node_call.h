@@ -1,7 +1,10 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
+#include <functional>
 #include <optional>
+#include <shared_mutex>
 #include <string>
 
 #include "desk/host/host_types.h"
@@ -26,15 +29,22 @@ enum Phase : unsigned {
 constexpr unsigned AnyCallback = ~0U & ~unsigned{PhaseOutside};
 constexpr unsigned AnyPhase = ~0U;
 
-/// What the host knows of one live node. Calls on one node never overlap, so only the thread that
-/// runs its callback touches this.
+/// The reference request that QueryRequestWindow answers in the first pass of `requestId`.
+using ReferenceRequest = std::function<uint64_t(uint64_t requestId)>;
+
+/// What the host knows of one live node. Requests run in it on several threads at once; what is neither
+/// atomic nor a lock stays as it is meanwhile.
 struct NodeState {
     void* handle = nullptr;   ///< the node's own, as its creation returned it
     void* session = nullptr;  ///< the host's
     std::optional<Variant> variant;
-    std::optional<uint64_t> pinnedReference;  ///< the reference request that tests ask for
-    uint64_t lastRequest = 0;                 ///< last request whose second pass returned
-    // What the node did in the pass that is running.
+    ReferenceRequest reference;             ///< empty: the request that the node finished last
+    std::atomic<uint64_t> lastRequest = 0;  ///< last request whose second pass returned
+    std::shared_mutex occupancy;  ///< shared by the requests in the node; held alone by every other call
+};
+
+/// What the node did in the pass that runs on a thread.
+struct PassRecord {
     uint64_t answeredReference = 0;
     unsigned windowQueries = 0;
     unsigned doneNotices = 0;
@@ -43,8 +53,9 @@ struct NodeState {
 /// The callback that runs on a thread.
 struct NodeCall {
     Phase phase = PhaseOutside;
-    NodeState* node = nullptr;  ///< null when the callback concerns no known node
-    uint64_t requestId = 0;     ///< in the two passes
+    NodeState* node = nullptr;   ///< null when the callback concerns no known node
+    uint64_t requestId = 0;      ///< in the two passes
+    PassRecord* pass = nullptr;  ///< in the two passes
 };
 
 /// The callback running on this thread; PhaseOutside when there is none.

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstring>
+#include <shared_mutex>
 #include <stdexcept>
 #include <utility>
 
@@ -17,6 +18,10 @@ template <auto Member, typename Record>
 uint32_t Through(Record* record) {
     return (currentGate.load()->*Member)(record);
 }
+
+// How a call shares its node with others.
+using Alone = std::unique_lock<std::shared_mutex>;
+using Shared = std::shared_lock<std::shared_mutex>;
 
 /// Whether a record may be read in full.
 template <typename Record>
@@ -35,7 +40,7 @@ std::optional<Variant> VariantOf(uint32_t caps) {
 
 }  // namespace
 
-void NodeTable::Add(std::unique_ptr<NodeState> node) {
+void NodeTable::Add(std::shared_ptr<NodeState> node) {
     const std::lock_guard<std::mutex> lock(mutex_);
     void* handle = node->handle;
     nodes_[handle] = std::move(node);
@@ -46,10 +51,10 @@ void NodeTable::Remove(void* handle) {
     nodes_.erase(handle);
 }
 
-NodeState* NodeTable::Find(void* handle) const {
+std::shared_ptr<NodeState> NodeTable::Find(void* handle) const {
     const std::lock_guard<std::mutex> lock(mutex_);
     const auto found = nodes_.find(handle);
-    return found == nodes_.end() ? nullptr : found->second.get();
+    return found == nodes_.end() ? nullptr : found->second;
 }
 
 size_t NodeTable::Count() const {
@@ -131,6 +136,21 @@ uint32_t NodeGate::Run(const NodeCall& call, Callback&& callback) {
     return result;
 }
 
+template <typename Lock, typename Callback>
+uint32_t NodeGate::RunIn(const NodeCall& call, Callback&& callback) {
+    if (call.node == nullptr) {
+        return Run(call, std::forward<Callback>(callback));
+    }
+    const Lock lock(call.node->occupancy, std::try_to_lock);
+    if (!lock.owns_lock()) {
+        contract_.Report(Describe(call) +
+                         " meets another call on the same node; expected the host to let only requests "
+                         "overlap");
+        return LumResultFailure;
+    }
+    return Run(call, std::forward<Callback>(callback));
+}
+
 uint32_t NodeGate::GetCaps(LumNodeCapsInfo* info) {
     return Run({PhaseCaps}, [&] { return library_.GetCaps(info); });
 }
@@ -139,7 +159,7 @@ uint32_t NodeGate::Create(LumNodeCreateInfo* info) {
     if (!IsWhole(info)) {
         return Run({PhaseRefusal}, [&] { return library_.Create(info); });
     }
-    auto node = std::make_unique<NodeState>();
+    auto node = std::make_shared<NodeState>();
     node->session = info->hSession;
     node->variant = VariantOf(info->nodeCaps);
     void* const before = info->phNodeSession;
@@ -164,7 +184,8 @@ uint32_t NodeGate::Destroy(LumNodedestroyInfo* info) {
         return Run({PhaseRefusal}, [&] { return library_.Destroy(info); });
     }
     void* const handle = info->hNodeSession;
-    const uint32_t result = Run({PhaseDestroy, nodes_.Find(handle)}, [&] {
+    const std::shared_ptr<NodeState> node = nodes_.Find(handle);
+    const uint32_t result = RunIn<Alone>({PhaseDestroy, node.get()}, [&] {
         const uint32_t destroyed = library_.Destroy(info);
         contract_.Require(destroyed != 0 || info->hNodeSession == nullptr, "leaves its handle in the record");
         return destroyed;
@@ -176,12 +197,12 @@ uint32_t NodeGate::Destroy(LumNodedestroyInfo* info) {
 }
 
 uint32_t NodeGate::QueryBufferInfo(LumNodeQueryBufferInfo* info) {
-    NodeState* node = IsWhole(info) ? nodes_.Find(info->hNodeSession) : nullptr;
+    const auto node = IsWhole(info) ? nodes_.Find(info->hNodeSession) : nullptr;
     if (node == nullptr) {
         return Run({PhaseRefusal}, [&] { return library_.QueryBufferInfo(info); });
     }
     QueryWatch watch(*info);
-    return Run({PhaseQuery, node}, [&] {
+    return RunIn<Alone>({PhaseQuery, node.get()}, [&] {
         const uint32_t result = library_.QueryBufferInfo(info);
         watch.Check(contract_);
         return result;
@@ -189,25 +210,23 @@ uint32_t NodeGate::QueryBufferInfo(LumNodeQueryBufferInfo* info) {
 }
 
 uint32_t NodeGate::SetBufferInfo(LumNodeSetBufferPropertiesInfo* info) {
-    NodeState* node = IsWhole(info) ? nodes_.Find(info->hNodeSession) : nullptr;
+    const auto node = IsWhole(info) ? nodes_.Find(info->hNodeSession) : nullptr;
     const Phase phase = node != nullptr ? PhaseSetBuffer : PhaseRefusal;
-    return Run({phase, node}, [&] { return library_.SetBufferInfo(info); });
+    return RunIn<Alone>({phase, node.get()}, [&] { return library_.SetBufferInfo(info); });
 }
 
 uint32_t NodeGate::ProcRequest(LumNodeProcessRequestInfo* info) {
-    NodeState* node = IsWhole(info) ? nodes_.Find(info->hNodeSession) : nullptr;
+    const auto node = IsWhole(info) ? nodes_.Find(info->hNodeSession) : nullptr;
     const bool isPass = node != nullptr && info->pDependency != nullptr &&
                         (info->pDependency->processSequenceId & 0xffffU) <= 1;
     if (!isPass) {
-        return Run({PhaseRefusal, node}, [&] { return library_.ProcRequest(info); });
+        return RunIn<Shared>({PhaseRefusal, node.get()}, [&] { return library_.ProcRequest(info); });
     }
     const bool isFirst = (info->pDependency->processSequenceId & 0xffffU) == 0;
-    node->answeredReference = 0;
-    node->windowQueries = 0;
-    node->doneNotices = 0;
     RequestWatch watch(*info);
+    PassRecord pass;
     const Phase phase = isFirst ? PhaseFirstPass : PhaseSecondPass;
-    const uint32_t result = Run({phase, node, info->requestId}, [&] {
+    const uint32_t result = RunIn<Shared>({phase, node.get(), info->requestId, &pass}, [&] {
         const uint32_t processed = library_.ProcRequest(info);
         if (isFirst) {
             watch.CheckFirstPass(contract_, services_.tags, processed);

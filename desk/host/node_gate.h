@@ -13,19 +13,21 @@ namespace desk {
 /// The nodes that live. Thread safe.
 class NodeTable {
 public:
-    void Add(std::unique_ptr<NodeState> node);
+    void Add(std::shared_ptr<NodeState> node);
     void Remove(void* handle);
     /// Null when no such node lives.
-    NodeState* Find(void* handle) const;
+    std::shared_ptr<NodeState> Find(void* handle) const;
     size_t Count() const;
 
 private:
     mutable std::mutex mutex_;
-    std::map<void*, std::unique_ptr<NodeState>> nodes_;
+    std::map<void*, std::shared_ptr<NodeState>> nodes_;
 };
 
 /// The way into the library: every callback is called with its phase marked on the thread, and what it
-/// did to the host's records and to the thread is compared with the rules afterwards.
+/// did to the host's records and to the thread is compared with the rules afterwards. Requests of one node
+/// may be in it together, on threads of their own; every other call on a node stands alone. A host that lets
+/// one overlap is told so by a finding, and the call fails without reaching the library.
 class NodeGate {
 public:
     using Entry = void (*)(LumNodeCallbacks*);
@@ -55,6 +57,9 @@ private:
     /// Runs a callback in its phase.
     template <typename Callback>
     uint32_t Run(const NodeCall& call, Callback&& callback);
+    /// The same for a callback of the node that `Lock` lets in beside what else is in it.
+    template <typename Lock, typename Callback>
+    uint32_t RunIn(const NodeCall& call, Callback&& callback);
     void CheckTable(const LumNodeCallbacks& offered) const;
 
     HostServices& services_;

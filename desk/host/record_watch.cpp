@@ -151,10 +151,10 @@ void RequestWatch::WatchLists(LumImageList** lists, uint32_t count) {
     }
 }
 
-void RequestWatch::ExpectDependencies(const NodeState& node, const TagRegistry& tags) {
-    dependency_.hNodeSession = node.session;
+void RequestWatch::ExpectDependencies(const NodeCall& caller, const TagRegistry& tags) {
+    dependency_.hNodeSession = caller.node->session;
     dependency_.propertyCount = 1;
-    dependency_.propertyIds[0] = tags.Id(GridTag(*node.variant));
+    dependency_.propertyIds[0] = tags.Id(GridTag(*caller.node->variant));
     dependency_.propertyOffsets[0] = 0;
     dependency_.processSequenceId = 1;
     dependency_.inputBufferDependency = 1;
@@ -169,22 +169,24 @@ void RequestWatch::ExpectDependencies(const NodeState& node, const TagRegistry& 
         }
     }
     // A request that follows its reference directly may run beside it.
-    const bool follows = expected_.requestId > node.answeredReference;
-    const uint64_t distance = follows ? expected_.requestId - node.answeredReference : expected_.requestId;
+    const uint64_t reference = caller.pass->answeredReference;
+    const bool follows = expected_.requestId > reference;
+    const uint64_t distance = follows ? expected_.requestId - reference : expected_.requestId;
     if (distance > 1) {
         dependency_.sequentialExecution = 1;
     }
 }
 
 void RequestWatch::CheckFirstPass(Contract& contract, const TagRegistry& tags, uint32_t result) {
-    const NodeState& node = *CurrentCall().node;
-    if (result == 0 && node.variant) {
-        ExpectDependencies(node, tags);
-        contract.Require(node.windowQueries == 1, "calls QueryRequestWindow {} times; expected once",
-                         node.windowQueries);
-        const unsigned notices = node.variant == Variant::LookAhead ? 1 : 0;
-        contract.Require(node.doneNotices == notices, "calls NotifyRequestDone {} times; expected {}",
-                         node.doneNotices, notices);
+    const NodeCall& caller = CurrentCall();
+    if (result == 0 && caller.node->variant) {
+        ExpectDependencies(caller, tags);
+        const PassRecord& pass = *caller.pass;
+        contract.Require(pass.windowQueries == 1, "calls QueryRequestWindow {} times; expected once",
+                         pass.windowQueries);
+        const unsigned notices = caller.node->variant == Variant::LookAhead ? 1 : 0;
+        contract.Require(pass.doneNotices == notices, "calls NotifyRequestDone {} times; expected {}",
+                         pass.doneNotices, notices);
     }
     CheckRecords(contract);
 }

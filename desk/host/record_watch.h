@@ -65,7 +65,7 @@ private:
     };
 
     void WatchLists(LumImageList** lists, uint32_t count);
-    void ExpectDependencies(const NodeState& node, const TagRegistry& tags);
+    void ExpectDependencies(const NodeCall& caller, const TagRegistry& tags);
     void CheckRecords(Contract& contract) const;
 
     const LumNodeProcessRequestInfo& request_;

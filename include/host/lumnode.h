@@ -90,7 +90,9 @@ static_assert(sizeof(LumNodeInterface) == 16 + 32 * 8, "host layout");
 
 /// The callback table that LumNodeEntry fills. The host sets `size` (at least 216) and the interface
 /// version it implements; slots the node does not fill keep what the host put there.
-/// Threads: the host's. Calls on one node instance never overlap; different instances may.
+/// Threads: the host's. Calls on different node instances may overlap. On one instance ProcRequest may
+/// overlap itself, both passes in any mix: a first pass returns while another request renders, and second
+/// passes render one after the other. Create, QueryBufferInfo, SetBufferInfo and Destroy stand alone.
 struct LumNodeCallbacks {
     uint32_t size;
     uint32_t majorVersion;
@@ -103,13 +105,14 @@ struct LumNodeCallbacks {
     /// 2 unknown capability; 8 out of memory; or a tag lookup's own result. On 1 from the tag lookup
     /// for the extra framework buffers the record still carries a live node.
     uint32_t (*Create)(LumNodeCreateInfo* info);
-    /// Slot 3, last call on a node. 0; 5 null record or handle; 1 record too small.
+    /// Slot 3, last call on a node, when none of its requests is on its way. 0; 5 null record or handle; 1 record too small.
     uint32_t (*Destroy)(LumNodedestroyInfo* info);
     /// Slot 4, before streaming, as often as needed. 0; 5; 1 as above.
     uint32_t (*QueryBufferInfo)(LumNodeQueryBufferInfo* info);
     /// Slot 5, after QueryBufferInfo. 0; 5; 1 as above.
     uint32_t (*SetBufferInfo)(LumNodeSetBufferPropertiesInfo* info);
-    /// Slot 6, twice per request: sequence 0 declares dependencies, sequence 1 renders. 0; 5; 1.
+    /// Slot 6, twice per request: sequence 0 declares dependencies, sequence 1 renders, once the first has
+    /// returned and what it declared is there. 0; 5; 1.
     uint32_t (*ProcRequest)(LumNodeProcessRequestInfo* info);
     /// Slot 7, once, before any node is created. The result of LumNodeUtils::SetNodeInterface.
     uint32_t (*SetNodeInterface)(LumNodeInterface* nodeInterface);

@@ -41,6 +41,9 @@ public:
     void RaiseAfter(const std::string& name, uint32_t error);
     /// Forgets RaiseAfter.
     void Behave();
+    /// Told of every call first, on the caller's thread and with nothing locked, so that it may hold the call
+    /// up; may be empty.
+    std::function<void(const GlCall&)> hold;
     /// Asked before every call is answered; may be empty.
     std::function<GlFault(const GlCall&)> fault;
     /// Told of every call and its answer; may be empty.

@@ -97,7 +97,7 @@ TEST_F(Request, WaitsForItsPredecessorWhenItIsNotTheNext) {
     } rows[] = {
         {5, 4, 0}, {5, 3, 1}, {1, 0, 0}, {2, 0, 1}, {5, 5, 1}, {1, 7, 0}, {1ULL << 40, (1ULL << 40) - 1, 0}};
     for (const auto& row : rows) {
-        node_->SetReferenceRequest(row.reference);
+        node_->SetReferenceRequest([&row](uint64_t) { return row.reference; });
         Raw raw = MakeRaw(row.request, 0);
         EXPECT_EQ(Send(raw), 0U);
         EXPECT_EQ(raw.dependency.sequentialExecution, row.flag) << row.request << " after " << row.reference;
