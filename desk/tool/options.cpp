@@ -116,6 +116,15 @@ void AddCommonOptions(CLI::App& command, CommonOptions& options) {
     command.add_flag("-y,--overwrite", options.overwrite, "replace what exists");
 }
 
+void AddNodeOptions(CLI::App& command, RunOptions& options) {
+    constexpr size_t Most = 16;
+    command
+        .add_option("--in-flight", options.inFlight,
+                    "requests in the node at a time, each on a thread of its own")
+        ->check(CLI::Range(size_t{1}, Most))
+        ->capture_default_str();
+}
+
 void AddRecordingOptions(CLI::App& command, RunOptions& options) {
     command.add_option("-o,--out", options.out, "clip to write: .mp4, .mkv, .y4m, or a folder")->required();
     command.add_option("--before", options.before, "clip to write of what is seen without the node");

@@ -48,6 +48,7 @@ struct RunOptions : CommonOptions {
     std::optional<double> maxMotion;  ///< limit between frames of the output, pixels RMS
     std::optional<double> minPsnr;    ///< limit of the luma against the truth, dB
     std::string credit;               ///< line under the picture before and after; ASCII
+    size_t inFlight = 1;              ///< requests in the node at a time
 };
 
 /// What the command line asks for; returns the exit code. Set by the subcommand that was named.
@@ -59,6 +60,9 @@ CLI::App& AddCommand(CLI::App& app, const std::string& name, const std::string& 
 
 /// Adds the common options to a subcommand. `options` outlives the parsing.
 void AddCommonOptions(CLI::App& command, CommonOptions& options);
+
+/// Adds the options of how frames are driven through the node, likewise.
+void AddNodeOptions(CLI::App& command, RunOptions& options);
 
 /// Adds -o, which the command needs, and the options of what is recorded, likewise.
 void AddRecordingOptions(CLI::App& command, RunOptions& options);

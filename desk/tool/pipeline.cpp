@@ -9,6 +9,7 @@
 #include <iterator>
 #include <limits>
 #include <stdexcept>
+#include <utility>
 
 #include "desk/tool/gl_info.h"
 #include "desk/tool/grids/warp_map.h"
@@ -123,7 +124,7 @@ cv::Size InputFor(cv::Size output, Margin margin) {
 }
 
 Pipeline::Pipeline(const std::string& command, const RunOptions& options, ClipReader& reader,
-                   const Sizing& sizing, int64_t held)
+                   const Sizing& sizing, int64_t held, Observer observer)
     : options_(options),
       reader_(reader),
       sizing_(sizing),
@@ -132,7 +133,8 @@ Pipeline::Pipeline(const std::string& command, const RunOptions& options, ClipRe
                  : std::make_unique<OutputPlace>(options.dumpDir, OutputPlace::Kind::DumpFolder, false)),
       host_(Announce(command, options, sizing, dumps_ ? dumps_->Work() : "", results_.json)),
       recording_(options, OutputFormat(reader, sizing.output), results_),
-      progress_(options.progress, reader.ExpectedFrames()) {
+      progress_(options.progress, reader.ExpectedFrames()),
+      observer_(std::move(observer)) {
     results_.json["frames_per_second"] = reader.Format().FramesPerSecond();
     host_.SetDumps(dumps_ != nullptr);
     node_ = host_.CreateNode(options.variant);
@@ -145,9 +147,12 @@ Pipeline::Pipeline(const std::string& command, const RunOptions& options, ClipRe
                                              sizes.input.width, sizes.input.height, input.width,
                                              input.height));
     }
-    std::generate_n(std::back_inserter(inputs_), held + SpareBuffers,
-                    [this] { return node_->AllocateInput(); });
-    std::generate_n(std::back_inserter(outputs_), SpareBuffers, [this] { return node_->AllocateOutput(); });
+    const int64_t spare = SpareBuffers + static_cast<int64_t>(options.inFlight) - 1;
+    std::generate_n(std::back_inserter(inputs_), held + spare, [this] { return node_->AllocateInput(); });
+    std::generate_n(std::back_inserter(outputs_), spare, [this] { return node_->AllocateOutput(); });
+    if (options.inFlight > 1) {
+        driver_ = std::make_unique<PipelinedDriver>(host_, *node_, options.inFlight, options.inFlight);
+    }
 }
 
 bool Pipeline::Read() {
@@ -165,40 +170,63 @@ Nv12 Pipeline::Input(int64_t frame) {
     return View(InputBuffer(frame));
 }
 
-Nv12 Pipeline::Show(uint64_t requestId, const IPEICAGridTransform& grid, const Json& details) {
-    const int64_t frame = Shown();
-    GrallocBuffer& input = InputBuffer(frame);
-    GrallocBuffer& output = *outputs_[static_cast<size_t>(frame) % outputs_.size()];
-    Process(requestId, grid, input, output);
-    const SideUse used = WarpMap(grid, Input(frame).luma.size(), sizing_.output).MarginUse();
-    mostUsed_ = {std::max(mostUsed_.left, used.left), std::max(mostUsed_.top, used.top),
-                 std::max(mostUsed_.right, used.right), std::max(mostUsed_.bottom, used.bottom)};
-    results_.frames.push_back(
-        {{"frame", options_.frames.first + frame},
-         {"request", requestId},
-         {"margin_used",
-          {{"left", used.left}, {"top", used.top}, {"right", used.right}, {"bottom", used.bottom}}}});
-    results_.frames.back().update(details);
-    recording_.Add(Input(frame), View(output));
-    progress_.Step(Shown());
-    return View(output);
+void Pipeline::Show(uint64_t requestId, const IPEICAGridTransform& grid, const Json& details) {
+    inFlight_.push_back({requestId, grid, details, {}});
+    Request& request = inFlight_.back();
+    const NodeFrame frame{requestId, &request.grid, &InputBuffer(shown_), &OutputBuffer(shown_)};
+    ++shown_;
+    if (driver_) {
+        request.result = driver_->Submit(frame);
+    } else {
+        request.result = std::async(std::launch::deferred, [this, frame] {
+            return node_->Process(frame.requestId, frame.grid, *frame.input, *frame.output);
+        });
+    }
+    if (inFlight_.size() == options_.inFlight) {
+        Collect();
+    }
 }
 
-void Pipeline::Process(uint64_t requestId, const IPEICAGridTransform& grid, GrallocBuffer& input,
-                       GrallocBuffer& output) {
+void Pipeline::Drain() {
+    while (!inFlight_.empty()) {
+        Collect();
+    }
+}
+
+void Pipeline::Collect() {
+    Request& request = inFlight_.front();
+    const auto frame = static_cast<int64_t>(results_.frames.size());
+    const int64_t number = options_.frames.first + frame;
     uint32_t result = LumResultSuccess;
     {
         const StageTimer timer(results_, "node");
-        result = node_->Process(requestId, &grid, input, output);
+        result = request.result.get();
     }
     if (result != LumResultSuccess) {
         throw std::runtime_error(fmt::format("the {} node failed request {} (frame {} of the clip): {}",
-                                             NameOf(node_->Kind()), requestId,
-                                             options_.frames.first + Shown(), ResultText(result)));
+                                             NameOf(node_->Kind()), request.id, number, ResultText(result)));
     }
+    const ShownFrame shown{number, request.grid, Input(frame), View(OutputBuffer(frame))};
+    const SideUse used = WarpMap(shown.grid, shown.input.luma.size(), sizing_.output).MarginUse();
+    mostUsed_ = {std::max(mostUsed_.left, used.left), std::max(mostUsed_.top, used.top),
+                 std::max(mostUsed_.right, used.right), std::max(mostUsed_.bottom, used.bottom)};
+    results_.frames.push_back(
+        {{"frame", number},
+         {"request", request.id},
+         {"margin_used",
+          {{"left", used.left}, {"top", used.top}, {"right", used.right}, {"bottom", used.bottom}}}});
+    results_.frames.back().update(request.details);
+    recording_.Add(shown.input, shown.output);
+    if (observer_) {
+        observer_(shown);
+    }
+    progress_.Step(frame + 1);
+    inFlight_.pop_front();
 }
 
 ExitCode Pipeline::Finish() {
+    Drain();
+    driver_.reset();
     progress_.Finish(Shown());
     // The node keeps every image that it makes of a buffer until it is destroyed.
     const uint64_t imports = host_.Counters().gl.value_or(DeskGlCounters{}).liveImages;

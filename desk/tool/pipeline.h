@@ -1,6 +1,9 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
+#include <functional>
+#include <future>
 #include <memory>
 #include <opencv2/core.hpp>
 #include <string>
@@ -8,6 +11,7 @@
 
 #include "desk/host/desk_host.h"
 #include "desk/host/desk_node.h"
+#include "desk/host/pipelined_driver.h"
 #include "desk/tool/errors.h"
 #include "desk/tool/grids/warp_map.h"
 #include "desk/tool/media/clip_reader.h"
@@ -33,15 +37,26 @@ struct Sizing {
     Margin margin;
 };
 
-/// A clip on its way through one node: frames are read into input buffers, rendered in order, recorded, timed
-/// and counted.
+/// A frame that came out of the node. Grid and pictures are valid while it is handed on.
+struct ShownFrame {
+    int64_t number;  ///< in the clip, from 0
+    const IPEICAGridTransform& grid;
+    Nv12 input;
+    Nv12 output;
+};
+
+/// A clip on its way through one node: frames are read into input buffers, rendered, and in their order
+/// recorded, timed and counted.
 class Pipeline {
 public:
-    /// Up to `held` frames may be read ahead of the one that is rendered. Prints the program's first line on
-    /// stderr. Options and reader must outlive the pipeline. Throws UsageError for sizes that the GL cannot
-    /// hold, and as Recording does; std::runtime_error when there is no node.
+    using Observer = std::function<void(const ShownFrame&)>;
+
+    /// Up to `held` frames may be read ahead of the one that is shown. `observer` sees every frame that comes
+    /// out of the node, in order; it may be empty. Prints the program's first line on stderr. Options and
+    /// reader must outlive the pipeline. Throws UsageError for sizes that the GL cannot hold, and as
+    /// Recording does; std::runtime_error when there is no node.
     Pipeline(const std::string& command, const RunOptions& options, ClipReader& reader, const Sizing& sizing,
-             int64_t held);
+             int64_t held, Observer observer = {});
 
     /// Takes the clip's next frame in. False when there is none, or the user has interrupted the run.
     bool Read();
@@ -51,16 +66,19 @@ public:
         return taken_;
     }
     int64_t Shown() const {
-        return static_cast<int64_t>(results_.frames.size());
+        return shown_;
     }
 
     /// The input of a frame that was read, until it has been shown and `held` more were read.
     Nv12 Input(int64_t frame);
 
-    /// Takes the next frame through the node; the grid is the request's metadata, the details go into the
-    /// frame's results. The picture stays valid until the next call. Throws std::runtime_error naming the
-    /// request when the node fails.
-    Nv12 Show(uint64_t requestId, const IPEICAGridTransform& grid, const Json& details = Json::object());
+    /// Takes the next frame to the node; the grid is the request's metadata, the details go into the frame's
+    /// results. The frame comes out at once, or as soon as as many others as may be in flight have followed
+    /// it. Throws std::runtime_error naming the request when the node fails.
+    void Show(uint64_t requestId, const IPEICAGridTransform& grid, const Json& details = Json::object());
+
+    /// Has every frame come out that was shown. Throws as Show does.
+    void Drain();
 
     /// Destroys the node, which completes its dump files, completes what is recorded, and says what was
     /// measured and what went wrong. Returns the program's exit code. Throws std::runtime_error when the
@@ -75,9 +93,20 @@ private:
     GrallocBuffer& InputBuffer(int64_t frame) {
         return *inputs_[static_cast<size_t>(frame) % inputs_.size()];
     }
-    void Process(uint64_t requestId, const IPEICAGridTransform& grid, GrallocBuffer& input,
-                 GrallocBuffer& output);
+    GrallocBuffer& OutputBuffer(int64_t frame) {
+        return *outputs_[static_cast<size_t>(frame) % outputs_.size()];
+    }
+    /// Waits for the frame that was shown first of those in flight, and records it.
+    void Collect();
     ExitCode Tell() const;
+
+    /// A frame in flight.
+    struct Request {
+        uint64_t id;
+        IPEICAGridTransform grid;
+        Json details;
+        std::future<uint32_t> result;
+    };
 
     const RunOptions& options_;
     ClipReader& reader_;
@@ -90,8 +119,12 @@ private:
     std::vector<std::shared_ptr<GrallocBuffer>> inputs_;
     std::vector<std::shared_ptr<GrallocBuffer>> outputs_;
     Progress progress_;
+    Observer observer_;
     int64_t taken_ = 0;
+    int64_t shown_ = 0;
     SideUse mostUsed_{};
+    std::deque<Request> inFlight_;
+    std::unique_ptr<PipelinedDriver> driver_;  ///< null for one request at a time, on the caller's thread
 };
 
 }  // namespace desk

@@ -54,7 +54,7 @@ class Overlap : public FakeGlFixture {
 protected:
     Overlap() {
         host_.SetLogLevels(1 | 2, false);
-        ::alarm(300);  // a pass that waits for good
+        ::alarm(200);  // a pass that waits for good
     }
     ~Overlap() override {
         ::alarm(0);

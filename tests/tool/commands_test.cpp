@@ -130,6 +130,28 @@ TEST_F(Commands, InspectPrintsFileLineAndColumnAndReportsThemAsJson) {
     EXPECT_EQ(json["dumps"][0]["findings"].size(), 1U);
 }
 
+TEST_F(Commands, RequestsInFlightTogetherGiveTheSameFramesInOrder) {
+    Synthesise();
+    std::string alone[4];
+    for (const char* inFlight : {"1", "4"}) {
+        const std::string name = std::string("steady") + inFlight;
+        ASSERT_EQ(Run({"stabilise", "shaky.mkv", "-o", name + ".y4m", "--size", "320x240", "--variant",
+                       "lookahead", "--window", "3", "--in-flight", inFlight, "--dump-dir", name})
+                      .code,
+                  desk::Done);
+        const std::string made[] = {Read(folder_ / (name + ".y4m")), Read(DumpIn(name, "Grid")),
+                                    Read(DumpIn(name, "Tex")), Read(DumpIn(name, "Vert"))};
+        for (size_t i = 0; i < std::size(made); ++i) {
+            EXPECT_FALSE(made[i].empty()) << i;
+            EXPECT_TRUE(inFlight[0] == '1' || made[i] == alone[i]) << i;
+            alone[i] = made[i];
+        }
+    }
+    EXPECT_EQ(
+        Run({"verify", "shaky.mkv", "--grids", "grids.txt", "--size", "320x240", "--in-flight", "4"}).code,
+        desk::Done);
+}
+
 TEST_F(Commands, ReplayingTheDumpOfAStabilisedClipGivesTheSameFrames) {
     Synthesise();
     ASSERT_EQ(Run({"stabilise", "shaky.mkv", "-o", "steady.mkv", "--size", "320x240", "--variant",

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <memory>
+#include <utility>
 
 #include "desk/tool/commands/commands.h"
 
@@ -29,24 +30,23 @@ void AddReplayOptions(CLI::App& command, ReplayOptions& options) {
     command.add_option("--first-request", options.firstRequest,
                        "request id of the clip's first frame; without it line n belongs to frame n");
     AddCommonOptions(command, options);
+    AddNodeOptions(command, options);
 }
 
-Replay::Replay(const std::string& command, const ReplayOptions& options)
+Replay::Replay(const std::string& command, const ReplayOptions& options, Pipeline::Observer observer)
     : options_(options),
       reader_(options.clip, options.frames),
       dump_(options.grids, reader_.Format().size),
-      pipeline_(command, options, reader_, ReplaySizing(options, reader_.Format().size), 0) {}
+      pipeline_(command, options, reader_, ReplaySizing(options, reader_.Format().size), 0,
+                std::move(observer)) {}
 
-std::optional<Replay::Frame> Replay::Next() {
+bool Replay::Next() {
     if (!pipeline_.Read()) {
-        return std::nullopt;
+        return false;
     }
-    const int64_t shown = pipeline_.Shown();
-    const int64_t frame = options_.frames.first + shown;
-    const size_t line = LineOf(frame);
-    const IPEICAGridTransform grid = dump_.Grid(line);
-    const Nv12 output = pipeline_.Show(dump_.RequestId(line), grid);
-    return Frame{frame, grid, pipeline_.Input(shown), output};
+    const size_t line = LineOf(options_.frames.first + pipeline_.Shown());
+    pipeline_.Show(dump_.RequestId(line), dump_.Grid(line));
+    return true;
 }
 
 size_t Replay::LineOf(int64_t frame) const {

@@ -24,18 +24,11 @@ void AddReplayOptions(CLI::App& command, ReplayOptions& options);
 class Replay {
 public:
     /// Throws DumpError for a dump that cannot drive a node with this clip; as Pipeline does.
-    Replay(const std::string& command, const ReplayOptions& options);
+    Replay(const std::string& command, const ReplayOptions& options, Pipeline::Observer observer = {});
 
-    /// A frame that went through the node.
-    struct Frame {
-        int64_t number;  ///< in the clip, from 0
-        IPEICAGridTransform grid{};
-        Nv12 input;
-        Nv12 output;
-    };
-    /// The next one, whose pictures are valid until the call after; empty at the end of the clip, or when the
-    /// user has interrupted the run. Throws UsageError naming the frame that has no grid.
-    std::optional<Frame> Next();
+    /// Takes the clip's next frame to the node. False at the end of the clip, or when the user has
+    /// interrupted the run. Throws UsageError naming the frame that has no grid.
+    bool Next();
 
     Pipeline& Run() {
         return pipeline_;

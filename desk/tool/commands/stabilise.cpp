@@ -85,6 +85,7 @@ void AddStabilise(CLI::App& app, ChosenCommand& chosen) {
         ->check(CLI::Range(1, 300))
         ->capture_default_str();
     AddCommonOptions(command, *options);
+    AddNodeOptions(command, *options);
     AddRecordingOptions(command, *options);
     command.callback([&chosen, options] { chosen = [options] { return RunStabilise(*options); }; });
 }

@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <opencv2/imgproc.hpp>
+#include <optional>
 
 #include "desk/tool/commands/commands.h"
 #include "desk/tool/commands/replay.h"
@@ -25,7 +26,7 @@ class Verifier {
 public:
     Verifier(const VerifyOptions& options, RunResults& results) : options_(options), results_(results) {}
 
-    void Add(const Replay::Frame& frame) {
+    void Add(const ShownFrame& frame) {
         const cv::Size size = frame.output.luma.size();
         const WarpMap map(frame.grid, frame.input.luma.size(), size);
         if (worst_.empty()) {
@@ -89,12 +90,13 @@ private:
 
 int RunVerify(const VerifyOptions& options) {
     RequireFree(options.heatMap, options.overwrite);
-    Replay replay("verify", options);
-    Verifier verifier(options, replay.Run().Results());
-    while (const auto frame = replay.Next()) {
-        verifier.Add(*frame);
+    std::optional<Verifier> verifier;
+    Replay replay("verify", options, [&verifier](const ShownFrame& frame) { verifier->Add(frame); });
+    verifier.emplace(options, replay.Run().Results());
+    while (replay.Next()) {
     }
-    verifier.Finish();
+    replay.Run().Drain();
+    verifier->Finish();
     return replay.Run().Finish();
 }
 
