@@ -2,10 +2,9 @@
 # or inside a standard container. The compilers take these for what the standard promises, and this library's are
 # not: clang drops the null check of a plain `new`, and reads of the zeros even after a `new (std::nothrow)`.
 #   cmake -DNM=... -DOBJECTS=FILE;... -P PlainNew.cmake
-
-# GNU's nm tells the line of a call; the compiler's own may not, but reads every target's files.
-foreach(nm "nm;-l" "${NM}")
-  execute_process(COMMAND ${nm} -A -u ${OBJECTS} OUTPUT_VARIABLE calls ERROR_VARIABLE error RESULT_VARIABLE failed)
+foreach(lines -l "")  # with the line of each call, which GNU's nm tells
+  execute_process(COMMAND ${NM} -A -u ${lines} ${OBJECTS}
+    OUTPUT_VARIABLE calls ERROR_VARIABLE error RESULT_VARIABLE failed)
   if(NOT failed)
     break()
   endif()
