@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # What the library file and its sources have to be, whatever the tests say: exports, imports, hardening and the
-# shared records' layout in the builds of both compilers and for AArch64, no finding of cppcheck, every source
-# accepted by the compiler of the device's platform, and the tests' coverage of the library.
+# shared records' layout in the builds of both compilers and for AArch64, Android.bp in step with CMake, no finding of
+# cppcheck, every source accepted by the compiler of the device's platform, and the tests' coverage of the library.
 set -euo pipefail
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 cd "$root"
@@ -16,6 +16,9 @@ for preset in desk clang aarch64; do
   tests/record_layout.py "$library" | diff tests/record_layout.txt - >&2
   echo "gates: $library is what a host may load, its records are laid out as stored"
 done
+
+scripts/compare-android-bp.py
+echo "gates: Android.bp builds what CMake builds"
 
 cppcheck --quiet --enable=warning,performance,portability --error-exitcode=1 --inline-suppr --std=c++17 \
   --language=c++ -D__x86_64__=1 -DPTHREAD_MUTEX_RECURSIVE=1 '-DElfW(type)=Elf64_##type' -I include -I . \

@@ -20,5 +20,6 @@ void* OrbaCalloc(size_t size, uint32_t alignment, int32_t flags, int32_t reserve
 void OrbaFree(void* p, int32_t tag, const char* file, uint32_t line);
 
 /// The form in which the node makes its own objects, always with zeros after the size. It is declared
-/// noexcept so that the compiler keeps the null test before it runs a constructor.
+/// noexcept so that the compiler keeps the null test before it runs a constructor, and is not one that the
+/// standard defines, so that the zeros are read. The build refuses the others (cmake/PlainNew.cmake).
 void* operator new(size_t size, int32_t flags, int32_t reserved, const char* file, uint32_t line) noexcept;

@@ -9,7 +9,7 @@
 bool IsDewarpDumpEnabled() {
     char value[PropertyValueSize] = {};
     property_get("persist.vendor.camera.enabledewarpdump", value, "0");
-    return std::atoi(value) == 1;
+    return std::strtol(value, nullptr, 10) == 1;
 }
 
 // The format is one of three literals at the callers.

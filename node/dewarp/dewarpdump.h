@@ -11,7 +11,8 @@
 
 constexpr size_t DewarpPathSize = 4096;  ///< bytes of every path buffer
 
-/// True when the property "persist.vendor.camera.enabledewarpdump" reads as the integer 1.
+/// True when the property "persist.vendor.camera.enabledewarpdump" reads as the integer 1: its leading part,
+/// in decimal, after white space and a sign. A number beyond `long` reads as the nearest one.
 bool IsDewarpDumpEnabled();
 
 /// Formats the dump's path, stamped with the given local time, into `path` (zeroed first) and opens it to

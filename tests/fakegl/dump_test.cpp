@@ -43,13 +43,23 @@ TEST_F(Dumps, AreNamedByVariantAndTime) {
 
 TEST_F(Dumps, SwitchOnTheIntegerOne) {
     const struct {
-        const char* value;
-        size_t files;
-    } rows[] = {{"0", 0}, {"2", 0}, {"true", 0}, {"", 0}, {"1abc", 3}, {"01", 3}};
+        size_t files;  // the grid's and the engine's two, or none of them
+        std::vector<const char*> values;
+    } rows[] = {
+        {3, {"1", "01", " 1", "+1", "1x", "1abc"}},
+        {0, {"", "0", "2", "11", "-1", "+", "x1", "0x1", "true"}},
+        // 1 in their lower 32 bits; then beyond 64 bits.
+        {0, {"4294967297", "-4294967295", "9223372036854775808", "18446744073709551617"}},
+    };
     for (const auto& row : rows) {
-        host_.Props().Set("persist.vendor.camera.enabledewarpdump", row.value);
-        host_.CreateNode(desk::Variant::RealTime);
-        EXPECT_EQ(Names().size(), row.files) << row.value;
+        for (const char* value : row.values) {
+            host_.Props().Set("persist.vendor.camera.enabledewarpdump", value);
+            host_.CreateNode(desk::Variant::RealTime);
+            EXPECT_EQ(Names().size(), row.files) << '"' << value << '"';
+            for (const std::string& name : Names()) {
+                std::filesystem::remove(dumpDir_ / name);
+            }
+        }
     }
 }
 
