@@ -69,17 +69,15 @@ constexpr EGLAttrib AngleDeviceTypeSwiftShader = 0x3487;
 
 constexpr EGLAttrib SwiftShader[] = {AngleType, AngleTypeVulkan, AngleDeviceType, AngleDeviceTypeSwiftShader,
                                      EGL_NONE};
-constexpr EGLAttrib AnyVulkan[] = {AngleType, AngleTypeVulkan, EGL_NONE};
 
-/// What the driver may offer that needs no window system, the best first. ANGLE has its surfaceless platform
-/// over whatever is the machine's default, and that may be a window system again.
+/// What needs no window system, the best first: ANGLE has the surfaceless platform too, but over the
+/// machine's own Vulkan, of which there may be none.
 constexpr struct {
     const char* extension;
     EGLenum platform;
     const EGLAttrib* attributes;
 } HeadlessPlatforms[] = {
     {"EGL_ANGLE_platform_angle_device_type_swiftshader", PlatformAngle, SwiftShader},
-    {"EGL_ANGLE_platform_angle_vulkan", PlatformAngle, AnyVulkan},
     {"EGL_MESA_platform_surfaceless", EGL_PLATFORM_SURFACELESS_MESA, nullptr},
 };
 
