@@ -16,6 +16,9 @@ fail() {
   exit 1
 }
 [ "$(uname -m)" = x86_64 ] || fail "expected an x86-64 machine, which $package is built for, got $(uname -m)"
+if [ "$(cat "$folder/package" 2>/dev/null || true)" = "$checksum" ]; then
+  exit 0
+fi
 
 missing=()
 for command in npm brotli patchelf; do
@@ -26,9 +29,6 @@ if [ ${#missing[@]} -gt 0 ]; then
   [ "$(id -u)" -eq 0 ] || as_root=(sudo)
   "${as_root[@]}" apt-get update -q
   DEBIAN_FRONTEND=noninteractive "${as_root[@]}" apt-get install -y -q --no-install-recommends "${missing[@]}"
-fi
-if [ "$(cat "$folder/package" 2>/dev/null || true)" = "$checksum" ]; then
-  exit 0
 fi
 
 rm -rf "$folder"
