@@ -114,6 +114,9 @@ DESK_GL_EXPORT EGLBoolean EGLAPIENTRY eglMakeCurrent(EGLDisplay display, EGLSurf
         const EGLBoolean isDone = desk::Egl().MakeCurrent(display, draw, read, context);
         if (isDone == EGL_TRUE) {
             desk::currentState = desk::FindContext(display, context);
+            if (desk::currentState) {
+                desk::currentState->BecomeCurrent();
+            }
         }
         return isDone;
     });

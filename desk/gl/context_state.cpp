@@ -2,9 +2,17 @@
 
 #include <utility>
 
+#include "desk/gl/driver_errors.h"
 #include "desk/gl/export.h"
 
 namespace desk {
+
+void ContextState::BecomeCurrent() {
+    if (!isListening_) {
+        isListening_ = true;
+        ListenToDriver();
+    }
+}
 
 void ContextState::BindExternalTexture(GLuint unit, GLuint texture) {
     if (texture == 0) {

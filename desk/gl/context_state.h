@@ -15,6 +15,9 @@ namespace desk {
 /// current touches it. Its GL objects go with the context; when the state is destroyed the context is gone.
 class ContextState {
 public:
+    /// Called each time the context has become current.
+    void BecomeCurrent();
+
     void BindExternalTexture(GLuint unit, GLuint texture);
     /// Null when no external texture is bound to the unit.
     ExternalTexture* BoundExternalTexture(GLuint unit);
@@ -53,6 +56,7 @@ private:
     std::unordered_map<GLuint, RenderTarget> renderTargets_;  ///< by renderbuffer
     std::unordered_map<GLuint, PlaneProgram> programs_;       ///< by the application's program
     GLenum error_ = GL_NO_ERROR;
+    bool isListening_ = false;
     LiveCount live_{GlobalCounters().liveContexts};
 };
 

@@ -60,13 +60,36 @@ EGLDisplay FirstDeviceDisplay() {
     return EGL_NO_DISPLAY;
 }
 
+// Of ANGLE's own header, which no package has.
+constexpr EGLenum PlatformAngle = 0x3202;
+constexpr EGLAttrib AngleType = 0x3203;
+constexpr EGLAttrib AngleTypeVulkan = 0x3450;
+constexpr EGLAttrib AngleDeviceType = 0x3209;
+constexpr EGLAttrib AngleDeviceTypeSwiftShader = 0x3487;
+
+constexpr EGLAttrib SwiftShader[] = {AngleType, AngleTypeVulkan, AngleDeviceType, AngleDeviceTypeSwiftShader,
+                                     EGL_NONE};
+
+/// What needs no window system, the best first: ANGLE has the surfaceless platform too, but over the
+/// machine's own Vulkan, of which there may be none.
+constexpr struct {
+    const char* extension;
+    EGLenum platform;
+    const EGLAttrib* attributes;
+} HeadlessPlatforms[] = {
+    {"EGL_ANGLE_platform_angle_device_type_swiftshader", PlatformAngle, SwiftShader},
+    {"EGL_MESA_platform_surfaceless", EGL_PLATFORM_SURFACELESS_MESA, nullptr},
+};
+
 /// A display that needs no window system: a device's default display has one, a workstation's may not.
 EGLDisplay OpenHeadlessDisplay() {
-    if (HasClientExtension("EGL_MESA_platform_surfaceless")) {
-        const EGLDisplay display =
-            Egl().GetPlatformDisplay(EGL_PLATFORM_SURFACELESS_MESA, EGL_DEFAULT_DISPLAY, nullptr);
-        if (CanInitialise(display)) {
-            return display;
+    for (const auto& row : HeadlessPlatforms) {
+        if (HasClientExtension(row.extension)) {
+            const EGLDisplay display =
+                Egl().GetPlatformDisplay(row.platform, EGL_DEFAULT_DISPLAY, row.attributes);
+            if (CanInitialise(display)) {
+                return display;
+            }
         }
     }
     if (HasClientExtension("EGL_EXT_platform_device")) {
@@ -78,13 +101,15 @@ EGLDisplay OpenHeadlessDisplay() {
     return Egl().GetDisplay(EGL_DEFAULT_DISPLAY);
 }
 
-/// Keeps the driver that EGL has loaded in the process for good, as a device does: Mesa would unload it with
-/// the last display and load it again with the next.
+/// Keeps the driver that EGL has loaded in the process for good, as a device does: Mesa and ANGLE would
+/// unload it with the last display and load it again with the next.
 void KeepDriver() {
     dl_iterate_phdr(
         [](dl_phdr_info* object, size_t /*size*/, void* /*unused*/) {
-            if (std::strstr(object->dlpi_name, "_dri.so") != nullptr) {
-                dlopen(object->dlpi_name, RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE);
+            for (const char* part : {"_dri.so", "/libvulkan", "/libvk_"}) {
+                if (std::strstr(object->dlpi_name, part) != nullptr) {
+                    dlopen(object->dlpi_name, RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE);
+                }
             }
             return 0;
         },

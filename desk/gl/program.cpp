@@ -158,7 +158,8 @@ std::string JoinSource(GLsizei count, const GLchar* const* strings, const GLint*
 DESK_GL_EXPORT void GL_APIENTRY glShaderSource(GLuint shader, GLsizei count, const GLchar* const* strings,
                                                const GLint* lengths) {
     desk::GlCall([&](desk::ContextState&) {
-        const std::string source = desk::TranslateYuvShader(desk::JoinSource(count, strings, lengths));
+        const std::string source =
+            desk::LeadWithVersion(desk::TranslateYuvShader(desk::JoinSource(count, strings, lengths)));
         const char* text = source.c_str();
         desk::Gl().ShaderSource(shader, 1, &text, nullptr);
     });

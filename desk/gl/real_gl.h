@@ -58,6 +58,7 @@ struct RealGl {
     DESK_REAL(FindGl, gl, DetachShader);
     DESK_REAL(FindGl, gl, DrawArrays);
     DESK_REAL(FindGl, gl, DrawElements);
+    DESK_REAL(FindGl, gl, Enable);
     DESK_REAL(FindGl, gl, Finish);
     DESK_REAL(FindGl, gl, FramebufferRenderbuffer);
     DESK_REAL(FindGl, gl, FramebufferTexture2D);
@@ -74,6 +75,7 @@ struct RealGl {
     DESK_REAL(FindGl, gl, GetProgramiv);
     DESK_REAL(FindGl, gl, GetShaderSource);
     DESK_REAL(FindGl, gl, GetShaderiv);
+    DESK_REAL(FindGl, gl, GetString);
     DESK_REAL(FindGl, gl, GetUniformLocation);
     DESK_REAL(FindGl, gl, GetUniformiv);
     DESK_REAL(FindGl, gl, IsEnabled);
@@ -90,6 +92,8 @@ struct RealGl {
     DESK_REAL(FindGl, gl, UseProgram);
     DESK_REAL(FindGl, gl, Viewport);
 
+    DESK_REAL(FindExtension, gl, DebugMessageCallbackKHR);
+    DESK_REAL(FindExtension, gl, DebugMessageControlKHR);
     DESK_REAL(FindExtension, gl, EGLImageTargetTexture2DOES);
     DESK_REAL(FindExtension, gl, EGLImageTargetRenderbufferStorageOES);
 };

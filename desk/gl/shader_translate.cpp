@@ -1,5 +1,6 @@
 #include "desk/gl/shader_translate.h"
 
+#include <algorithm>
 #include <mutex>
 #include <regex>
 
@@ -73,6 +74,15 @@ std::string TranslateYuvShader(const std::string& source) {
         return source;
     }
     return TranslateOutput(TranslateSamplers(std::regex_replace(source, ExtensionLine(), "")));
+}
+
+std::string LeadWithVersion(const std::string& source) {
+    const size_t version = source.find_first_not_of(" \t\r\n");
+    if (version == std::string::npos || source.compare(version, 8, "#version") != 0) {
+        return source;
+    }
+    const size_t next = std::min(source.find('\n', version), source.size() - 1) + 1;
+    return source.substr(version, next - version) + source.substr(0, version) + source.substr(next);
 }
 
 bool WritesPlanes(const std::string& translated) {

@@ -11,6 +11,10 @@ namespace desk {
 /// The text with luma as its output, or unchanged when it does not enable the extension. Line numbers stay.
 std::string TranslateYuvShader(const std::string& source);
 
+/// The text with its #version directive in front of the blanks and line ends that it may begin with: a strict
+/// driver takes the directive in the very first line only. The lines after it keep their numbers.
+std::string LeadWithVersion(const std::string& source);
+
 /// True when the text is TranslateYuvShader's and writes YUV.
 bool WritesPlanes(const std::string& translated);
 

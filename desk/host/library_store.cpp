@@ -24,11 +24,30 @@ bool SystemLibraries::Unmap(void* library) {
     return ::dlclose(library) == 0;
 }
 
-LibraryStore::LibraryStore(const std::filesystem::path& systemLibraryDir) : system_(systemLibraryDir) {}
+namespace {
+
+void ReportGlError(void* contract, const char* text) {
+    static_cast<Contract*>(contract)->Require(false, "makes the GL driver report an error: {}", text);
+}
+
+}  // namespace
+
+LibraryStore::LibraryStore(const std::filesystem::path& systemLibraryDir, Contract& contract)
+    : contract_(contract), system_(systemLibraryDir) {}
+
+LibraryStore::~LibraryStore() {
+    if (setErrorSink_ != nullptr) {
+        setErrorSink_(nullptr, nullptr);
+    }
+}
 
 void LibraryStore::SetProvider(LibraryProvider* provider) {
     const std::lock_guard<std::mutex> lock(mutex_);
     provider_ = provider != nullptr ? provider : &system_;
+    if (setErrorSink_ != nullptr) {
+        setErrorSink_(nullptr, nullptr);
+    }
+    setErrorSink_ = nullptr;
     glCounters_ = nullptr;
     glBaseline_ = {};
 }
@@ -39,13 +58,21 @@ void* LibraryStore::Map(const std::string& devicePath) {
     if (library != nullptr) {
         ++mappings_[library];
         if (glCounters_ == nullptr) {
-            glCounters_ = reinterpret_cast<CounterFunction>(provider_->Symbol(library, "desk_gl_counters"));
-            if (glCounters_ != nullptr) {
-                glCounters_(&glBaseline_);
-            }
+            ConnectGl(library);
         }
     }
     return library;
+}
+
+void LibraryStore::ConnectGl(void* library) {
+    glCounters_ = reinterpret_cast<CounterFunction>(provider_->Symbol(library, "desk_gl_counters"));
+    setErrorSink_ = reinterpret_cast<SinkFunction>(provider_->Symbol(library, "desk_gl_set_error_sink"));
+    if (glCounters_ != nullptr) {
+        glCounters_(&glBaseline_);
+    }
+    if (setErrorSink_ != nullptr) {
+        setErrorSink_(&ReportGlError, &contract_);
+    }
 }
 
 bool LibraryStore::IsMapped(void* library) const {

@@ -7,6 +7,8 @@
 #include <string>
 
 #include "desk/gl/desk_gl_counters.h"
+#include "desk/gl/desk_gl_errors.h"
+#include "desk/host/contract.h"
 
 namespace desk {
 
@@ -41,7 +43,12 @@ private:
 /// The libraries that nodes have mapped. Thread safe.
 class LibraryStore {
 public:
-    explicit LibraryStore(const std::filesystem::path& systemLibraryDir);
+    /// What the driver under the desk's GL libraries reports as an error becomes a finding of the contract,
+    /// which must outlive the store.
+    LibraryStore(const std::filesystem::path& systemLibraryDir, Contract& contract);
+    ~LibraryStore();
+    LibraryStore(const LibraryStore&) = delete;
+    LibraryStore& operator=(const LibraryStore&) = delete;
 
     /// Null for the system's. Must outlive its use; set while nothing is mapped.
     void SetProvider(LibraryProvider* provider);
@@ -62,13 +69,20 @@ public:
 
 private:
     using CounterFunction = void (*)(DeskGlCounters*);
+    using SinkFunction = void (*)(DeskGlErrorSink, void*);
 
+    /// Looks up the desk's own functions, which other GL libraries lack, and makes itself the sink.
+    void ConnectGl(void* library);
+
+    Contract& contract_;
     SystemLibraries system_;
     LibraryProvider* provider_ = &system_;
     mutable std::mutex mutex_;
     std::map<void*, unsigned> mappings_;
     DeskGlCounters glBaseline_ = {};
-    CounterFunction glCounters_ = nullptr;  // stays valid: the desk's EGL never leaves the process
+    // Both stay valid: the desk's EGL never leaves the process.
+    CounterFunction glCounters_ = nullptr;
+    SinkFunction setErrorSink_ = nullptr;
 };
 
 }  // namespace desk

@@ -42,7 +42,7 @@ bool IsZero(const Bytes& bytes) {
 
 HostServices::HostServices(std::ostream* logStream, const std::filesystem::path& systemLibraryDir,
                            const std::filesystem::path& dumpDir)
-    : log(logStream), contract(log), files(dumpDir), libraries(systemLibraryDir) {
+    : log(logStream), contract(log), files(dumpDir), libraries(systemLibraryDir, contract) {
     interface_.size = sizeof(interface_);
     auto* unknown = reinterpret_cast<void*>(&UnknownSlot);
     interface_.reservedSlot3 = unknown;

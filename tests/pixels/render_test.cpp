@@ -1,3 +1,5 @@
+#include <fmt/format.h>
+
 #include <cmath>
 #include <cstring>
 #include <random>
@@ -6,6 +8,8 @@
 #include "tests/pixels/picture.h"
 #include "tests/support/node_fixture.h"
 
+using ::testing::ContainsRegex;
+using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 // Real pixels over the desk's GL. An output pixel index is compared with the scene at the input pixel index
@@ -224,4 +228,49 @@ TEST_F(Render, FourNodesRunOnFourThreads) {
     for (std::thread& thread : threads) {
         thread.join();
     }
+}
+
+namespace {
+
+/// The desk's GL with an application that makes a wrong call before it flushes.
+class WrongBeforeFlush : public desk::SystemLibraries {
+public:
+    WrongBeforeFlush() : desk::SystemLibraries(OptionsFor({}).systemLibraryDir) {}
+    void* Symbol(void* library, const char* symbol) override {
+        void* found = desk::SystemLibraries::Symbol(library, symbol);
+        if (std::string_view(symbol) != "glFlush") {
+            return found;
+        }
+        flush_ = reinterpret_cast<void (*)()>(found);
+        enable_ = reinterpret_cast<void (*)(unsigned)>(desk::SystemLibraries::Symbol(library, "glEnable"));
+        return reinterpret_cast<void*>(+[] {
+            enable_(0xBAD);
+            flush_();
+        });
+    }
+
+private:
+    static inline void (*flush_)();
+    static inline void (*enable_)(unsigned);
+};
+
+}  // namespace
+
+TEST_F(Render, WhatTheDriverCallsAnErrorIsAFindingInItsWords) {
+    static WrongBeforeFlush libraries;
+    host_.SetLibraries(&libraries);
+    Stage stage = MakeStage({160, 120}, 0.2F);
+    const IPEICAGridTransform grid = WarpGrid(*stage.input, Identity);
+    EXPECT_THAT(host_.Findings().List(), IsEmpty());
+    for (unsigned request = 7; request <= 8; ++request) {
+        stage.node->Process(request, &grid, *stage.input, *stage.output);
+    }
+    const auto says = [](unsigned request) {
+        return ContainsRegex(
+            fmt::format("^the real-time node in the second pass of request {} makes the GL driver "
+                        "report an error: .*glEnable",
+                        request));
+    };
+    EXPECT_THAT(host_.Findings().List(), ElementsAre(says(7), says(8)));
+    host_.Findings().Clear();
 }

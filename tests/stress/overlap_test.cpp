@@ -317,9 +317,9 @@ TEST_F(OverlapLoad, EveryRequestIsDrawnOnceWithItsOwnGridAndDumpedWhole) {
 }
 
 /// Over real pixels: a ramp of luma that begins at another level in each request, and a shift of its own.
-class OverlapPixels : public NodeFixture {
+class PixelOverlap : public NodeFixture {
 protected:
-    OverlapPixels() : NodeFixture(nullptr) {
+    PixelOverlap() : NodeFixture(nullptr) {
         host_.SetLogLevels(1 | 2, false);
     }
 
@@ -339,7 +339,7 @@ protected:
     }
 };
 
-TEST_F(OverlapPixels, EveryOutputShowsItsOwnInputThroughItsOwnGrid) {
+TEST_F(PixelOverlap, EveryOutputShowsItsOwnInputThroughItsOwnGrid) {
     for (const auto variant : {desk::Variant::RealTime, desk::Variant::LookAhead}) {
         auto node = host_.CreateNode(variant);
         node->SetReferenceRequest(Predecessor);
