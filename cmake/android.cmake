@@ -1,7 +1,9 @@
 # The NDK's own toolchain file, whichever of its two kinds it takes, and the platform's libraries and headers, which
 # the NDK lacks. Both folders come from the environment when a build folder is made; its cache keeps them.
 foreach(folder ANDROID_NDK_HOME ANDROID_PLATFORM_TREE)
-  set(${folder} "$ENV{${folder}}" CACHE PATH "See docs/DEVICE.md")
+  if(NOT ${folder})
+    set(${folder} "$ENV{${folder}}" CACHE PATH "See docs/DEVICE.md" FORCE)
+  endif()
 endforeach()
 set(ndk_file ${ANDROID_NDK_HOME}/build/cmake/android.toolchain.cmake)
 if(NOT EXISTS ${ndk_file})
