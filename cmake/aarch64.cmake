@@ -12,13 +12,8 @@ set(CMAKE_CROSSCOMPILING_EMULATOR qemu-aarch64 -L ${sysroot})
 set(ANDROID_LIBRARY_DIR ${sysroot}/usr/lib/aarch64-linux-gnu/android CACHE PATH "")
 set(ANDROID_INCLUDE_DIR ${sysroot}/usr/include/android CACHE PATH "")
 
-# Signed return addresses and landing pads where the processor has them; segments that a kernel with pages of
-# 16 KiB can map.
 # The note that GCC 10 laid floating-point pairs out otherwise concerns no library built before it.
-set(CMAKE_CXX_FLAGS_INIT "-mbranch-protection=standard -Wno-psabi")
-foreach(kind EXE SHARED MODULE)
-  set(CMAKE_${kind}_LINKER_FLAGS_INIT -Wl,-z,max-page-size=16384)
-endforeach()
+set(CMAKE_CXX_FLAGS_INIT "-Wno-psabi")
 
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 foreach(kind LIBRARY INCLUDE PACKAGE)

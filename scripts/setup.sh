@@ -14,7 +14,7 @@ packages=(
   lomiri-wallpapers-16.04
 )
 if [ "${1:-}" = "--ci" ]; then
-  packages+=(clang clang-format clang-tidy cppcheck gcovr abigail-tools python3 chromium)
+  packages+=(clang clang-format clang-tidy ninja-build cppcheck gcovr abigail-tools python3 chromium)
 elif [ "${1:-}" = "--bench" ]; then
   packages+=(valgrind libbenchmark-dev libvidstab-dev ffmpeg python3)
 elif [ $# -gt 0 ]; then

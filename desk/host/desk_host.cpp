@@ -74,13 +74,14 @@ DeskHost::DeskHost(HostOptions options)
       library_(LoadLibrary(options_.nodeLibrary), &::dlclose) {
     SetLogLevels(options_.luxBits, options_.systemLog);
     const std::string name = options_.nodeLibrary.string();
-    RedirectImports(library_.get(), {{"posix_memalign", reinterpret_cast<void*>(&NodePosixMemalign)},
-                                     {"malloc", reinterpret_cast<void*>(&NodeMalloc)},
-                                     {"free", reinterpret_cast<void*>(&NodeFree)}});
     auto* entry = reinterpret_cast<NodeGate::Entry>(::dlsym(library_.get(), "LumNodeEntry"));
     if (entry == nullptr) {
         throw std::runtime_error(fmt::format("the node library {} has no LumNodeEntry", name));
     }
+    RedirectImports(reinterpret_cast<const void*>(entry),
+                    {{"posix_memalign", reinterpret_cast<void*>(&NodePosixMemalign)},
+                     {"malloc", reinterpret_cast<void*>(&NodeMalloc)},
+                     {"free", reinterpret_cast<void*>(&NodeFree)}});
     gate_ = std::make_unique<NodeGate>(*services_, entry);
     uint32_t result = Callbacks().SetNodeInterface(&services_->Interface());
     if (result != 0) {

@@ -1,7 +1,9 @@
 #include "desk/host/gralloc_buffer.h"
 
 #include <fmt/core.h>
+#include <linux/memfd.h>
 #include <sys/mman.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -25,7 +27,8 @@ std::atomic<uint64_t> liveBuffers = 0;
 
 /// The descriptor goes to `fd` at once, so that its owner closes it whatever happens next.
 void MakeFile(const char* name, size_t size, int& fd) {
-    fd = ::memfd_create(name, MFD_CLOEXEC);
+    // The kernel's own call: older C libraries of Android lack the function.
+    fd = static_cast<int>(::syscall(SYS_memfd_create, name, MFD_CLOEXEC));
     if (fd < 0 || ::ftruncate(fd, static_cast<off_t>(size)) != 0) {
         Fail("no memory for a gralloc buffer");
     }

@@ -1,6 +1,5 @@
 #include "desk/host/import_redirect.h"
 
-#include <dlfcn.h>
 #include <elf.h>
 #include <link.h>
 #include <sys/mman.h>
@@ -24,77 +23,83 @@ constexpr uint32_t GlobalData = R_AARCH64_GLOB_DAT;
 #error "The desk runs on x86-64 and AArch64"
 #endif
 
-/// The parts of a loaded library's dynamic section that name its imports.
+/// The parts of a loaded library that its imports are found and replaced by.
 struct ImportTables {
+    const void* inside = nullptr;  ///< an address in the library
+    ElfW(Addr) loadAddress = 0;
+    const ElfW(Dyn) * dynamic = nullptr;
     const ElfW(Sym) * symbols = nullptr;
     const char* names = nullptr;
     const ElfW(Rela) * calls = nullptr;
     size_t callBytes = 0;
     const ElfW(Rela) * others = nullptr;
     size_t otherBytes = 0;
+    /// The pages that the loader made read-only after relocation.
+    ElfW(Addr) readOnlyBegin = 0;
+    ElfW(Addr) readOnlyEnd = 0;
 };
 
-// The loader has already added the load address to the addresses in the dynamic section.
+/// glibc has already added the load address to the addresses in the dynamic section, Android's loader has
+/// not.
 template <typename T>
-T At(ElfW(Addr) address) {
-    return reinterpret_cast<T>(address);
+T At(const ImportTables& library, ElfW(Addr) address) {
+    return reinterpret_cast<T>(address < library.loadAddress ? library.loadAddress + address : address);
 }
 
-ImportTables ReadTables(const link_map& library) {
-    ImportTables tables;
-    for (const ElfW(Dyn)* entry = library.l_ld; entry->d_tag != DT_NULL; ++entry) {
+void ReadTables(ImportTables& library) {
+    for (const ElfW(Dyn)* entry = library.dynamic; entry->d_tag != DT_NULL; ++entry) {
         switch (entry->d_tag) {
             case DT_SYMTAB:
-                tables.symbols = At<const ElfW(Sym)*>(entry->d_un.d_ptr);
+                library.symbols = At<const ElfW(Sym)*>(library, entry->d_un.d_ptr);
                 break;
             case DT_STRTAB:
-                tables.names = At<const char*>(entry->d_un.d_ptr);
+                library.names = At<const char*>(library, entry->d_un.d_ptr);
                 break;
             case DT_JMPREL:
-                tables.calls = At<const ElfW(Rela)*>(entry->d_un.d_ptr);
+                library.calls = At<const ElfW(Rela)*>(library, entry->d_un.d_ptr);
                 break;
             case DT_PLTRELSZ:
-                tables.callBytes = entry->d_un.d_val;
+                library.callBytes = entry->d_un.d_val;
                 break;
             case DT_RELA:
-                tables.others = At<const ElfW(Rela)*>(entry->d_un.d_ptr);
+                library.others = At<const ElfW(Rela)*>(library, entry->d_un.d_ptr);
                 break;
             case DT_RELASZ:
-                tables.otherBytes = entry->d_un.d_val;
+                library.otherBytes = entry->d_un.d_val;
                 break;
             default:
                 break;
         }
     }
-    return tables;
 }
-
-/// The pages that the loader made read-only after relocation.
-struct ReadOnlyRange {
-    ElfW(Addr) loadAddress = 0;
-    ElfW(Addr) begin = 0;
-    ElfW(Addr) end = 0;
-};
 
 ElfW(Addr) PageOf(ElfW(Addr) address) {
     return address & ~(static_cast<ElfW(Addr)>(::sysconf(_SC_PAGESIZE)) - 1);
 }
 
-int FindReadOnlyRange(dl_phdr_info* info, size_t, void* data) {
-    auto* range = static_cast<ReadOnlyRange*>(data);
-    if (info->dlpi_addr != range->loadAddress) {
-        return 0;
-    }
+/// Takes the segments' places from the library that `inside` lies in.
+int FindSegments(dl_phdr_info* info, size_t, void* data) {
+    auto* library = static_cast<ImportTables*>(data);
+    const auto inside = reinterpret_cast<ElfW(Addr)>(library->inside);
+    bool isFound = false;
     for (int i = 0; i < info->dlpi_phnum; ++i) {
         const ElfW(Phdr)& segment = info->dlpi_phdr[i];
-        if (segment.p_type == PT_GNU_RELRO) {
+        const ElfW(Addr) begin = info->dlpi_addr + segment.p_vaddr;
+        isFound = isFound || (segment.p_type == PT_LOAD && inside - begin < segment.p_memsz);
+    }
+    for (int i = 0; isFound && i < info->dlpi_phnum; ++i) {
+        const ElfW(Phdr)& segment = info->dlpi_phdr[i];
+        const ElfW(Addr) begin = info->dlpi_addr + segment.p_vaddr;
+        if (segment.p_type == PT_DYNAMIC) {
+            library->loadAddress = info->dlpi_addr;
+            library->dynamic = reinterpret_cast<const ElfW(Dyn)*>(begin);
+        } else if (segment.p_type == PT_GNU_RELRO) {
             // A last page that is only in part of the segment stays writable.
-            const ElfW(Addr) begin = info->dlpi_addr + segment.p_vaddr;
-            range->begin = PageOf(begin);
-            range->end = PageOf(begin + segment.p_memsz);
+            library->readOnlyBegin = PageOf(begin);
+            library->readOnlyEnd = PageOf(begin + segment.p_memsz);
         }
     }
-    return 1;
+    return isFound ? 1 : 0;
 }
 
 void Protect(ElfW(Addr) address, int protection) {
@@ -104,8 +109,8 @@ void Protect(ElfW(Addr) address, int protection) {
     }
 }
 
-void WriteSlot(ElfW(Addr) slot, void* target, const ReadOnlyRange& readOnly) {
-    const bool isReadOnly = slot >= readOnly.begin && slot < readOnly.end;
+void WriteSlot(ElfW(Addr) slot, void* target, const ImportTables& library) {
+    const bool isReadOnly = slot >= library.readOnlyBegin && slot < library.readOnlyEnd;
     if (isReadOnly) {
         Protect(slot, PROT_READ | PROT_WRITE);
     }
@@ -117,18 +122,18 @@ void WriteSlot(ElfW(Addr) slot, void* target, const ReadOnlyRange& readOnly) {
 
 }  // namespace
 
-int RedirectImports(void* library, const std::map<std::string, void*>& replacements) {
-    link_map* map = nullptr;
-    if (::dlinfo(library, RTLD_DI_LINKMAP, &map) != 0 || map == nullptr) {
+int RedirectImports(const void* inside, const std::map<std::string, void*>& replacements) {
+    ImportTables library;
+    library.inside = inside;
+    ::dl_iterate_phdr(FindSegments, &library);
+    if (library.dynamic == nullptr) {
         throw std::runtime_error("the loader does not tell where the node library lies in memory");
     }
-    const ImportTables tables = ReadTables(*map);
-    if (tables.symbols == nullptr || tables.names == nullptr || tables.calls == nullptr ||
-        tables.others == nullptr) {
+    ReadTables(library);
+    if (library.symbols == nullptr || library.names == nullptr || library.calls == nullptr ||
+        library.others == nullptr) {
         throw std::runtime_error("the node library has no symbol or relocation table to find its imports in");
     }
-    ReadOnlyRange readOnly = {map->l_addr};
-    ::dl_iterate_phdr(FindReadOnlyRange, &readOnly);
 
     int changed = 0;
     const auto redirect = [&](const ElfW(Rela) * relocations, size_t bytes) {
@@ -137,16 +142,16 @@ int RedirectImports(void* library, const std::map<std::string, void*>& replaceme
             if (type != JumpSlot && type != GlobalData) {
                 continue;
             }
-            const char* name = tables.names + tables.symbols[ELF64_R_SYM(relocations[i].r_info)].st_name;
+            const char* name = library.names + library.symbols[ELF64_R_SYM(relocations[i].r_info)].st_name;
             const auto replacement = replacements.find(name);
             if (replacement != replacements.end()) {
-                WriteSlot(map->l_addr + relocations[i].r_offset, replacement->second, readOnly);
+                WriteSlot(library.loadAddress + relocations[i].r_offset, replacement->second, library);
                 ++changed;
             }
         }
     };
-    redirect(tables.calls, tables.callBytes);
-    redirect(tables.others, tables.otherBytes);
+    redirect(library.calls, library.callBytes);
+    redirect(library.others, library.otherBytes);
     return changed;
 }
 

@@ -59,6 +59,8 @@ void RequireWholeDumps(const OutputPlace& dumps, int64_t frames) {
     }
 }
 
+constexpr const char* SystemLibraries = "desk/system/lib64";
+
 uint64_t OpenFds() {
     const std::filesystem::directory_iterator open("/proc/self/fd");
     return static_cast<uint64_t>(std::distance(begin(open), end(open)));
@@ -68,8 +70,13 @@ Json SizeJson(cv::Size size) {
     return {{"width", size.width}, {"height", size.height}};
 }
 
+/// What the program loads lies in the build folder that the program itself lies in, in bin.
+std::filesystem::path Built(const char* file) {
+    return std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path() / file;
+}
+
 GlInfo UsableGl(cv::Size input) {
-    GlInfo gl = DescribeGl(DESK_SYSTEM_LIBRARY_DIR);
+    GlInfo gl = DescribeGl(Built(SystemLibraries));
     if (gl.renderer.empty()) {
         throw std::runtime_error(
             "the machine's EGL and OpenGL ES give no context; expected a driver such as Mesa's");
@@ -86,7 +93,7 @@ GlInfo UsableGl(cv::Size input) {
 HostOptions Announce(const std::string& command, const RunOptions& options, const Sizing& sizing,
                      const std::filesystem::path& dumps, Json& json) {
     const cv::Size input = InputFor(sizing.output, sizing.margin);
-    const std::filesystem::path library = DESK_NODE_LIBRARY;
+    const std::filesystem::path library = Built("lib/com.oxa.node.dewarp.so");
     const GlInfo gl = UsableGl(input);
     json = {{"schema", 1},
             {"command", command},
@@ -102,7 +109,7 @@ HostOptions Announce(const std::string& command, const RunOptions& options, cons
     fmt::print(stderr, "dewarp-desk: {}, {}, {}, input {}x{}, output {}x{}, margin {},{}\n",
                library.filename().string(), gl.renderer, NameOf(options.variant), input.width, input.height,
                sizing.output.width, sizing.output.height, sizing.margin.horizontal, sizing.margin.vertical);
-    HostOptions host{library, DESK_SYSTEM_LIBRARY_DIR, dumps};
+    HostOptions host{library, Built(SystemLibraries), dumps};
     host.luxBits = options.luxBits;
     return host;
 }

@@ -43,7 +43,7 @@ TEST_F(Entry, LeavesARefusedTableAsItWas) {
         EXPECT_EQ(TakeLog().at(1), row.message);
     }
     host_.Enter(nullptr);
-    EXPECT_EQ(TakeLog().at(1), "E LumNodeEntry() Invalid Argument: (nil)");
+    EXPECT_EQ(TakeLog().at(1), "E LumNodeEntry() Invalid Argument: " + NullText());
 }
 
 TEST_F(Entry, EveryCallbackRefusesNullAndShortRecords) {

@@ -1,6 +1,10 @@
+#include <dlfcn.h>
 #include <fmt/format.h>
+#include <malloc.h>
 #include <unistd.h>
 
+#include <array>
+#include <atomic>
 #include <cstdlib>
 #include <fstream>
 #include <random>
@@ -32,6 +36,25 @@ size_t ResidentBytes() {
     size_t resident = 0;
     statm >> total >> resident;
     return resident * static_cast<size_t>(::sysconf(_SC_PAGESIZE));
+}
+
+/// Of the heap, in use. 0 under a sanitizer.
+size_t HeapBytes() {
+#if defined(__ANDROID__)
+    return static_cast<size_t>(::mallinfo().uordblks);
+#else
+    return ::mallinfo2().uordblks;
+#endif
+}
+
+/// The ranges of memory that the process has mapped.
+std::vector<std::string> Mappings() {
+    std::ifstream maps("/proc/self/maps");
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(maps, line);) {
+        lines.push_back(line);
+    }
+    return lines;
 }
 
 /// What must not grow, read at two moments of a long run. Memory may, by what allocators round up.
@@ -237,9 +260,46 @@ TEST(Loading, TheLibraryLeavesTheProcessEachTime) {
             node.reset();
             EXPECT_TRUE(host.Findings().Empty());
         }
-        std::ifstream maps("/proc/self/maps");
-        for (std::string line; std::getline(maps, line);) {
+        for (const std::string& line : Mappings()) {
             ASSERT_EQ(line.find("com.oxa.node.dewarp"), std::string::npos) << "round " << round;
         }
     }
+}
+
+// Loads, enters and unloads on two threads that meet at each step; the library leaves with the last of them.
+TEST(Loading, TwoThreadsLeaveNothingBehind) {
+    const std::string library = OptionsFor({}).nodeLibrary;
+    std::array<size_t, 3> warm = {};
+    std::array<size_t, 3> last = {};
+    const unsigned rounds = Times(300);  // as many again before them, until the allocator has what it keeps
+    for (unsigned round = 1; round <= 2 * rounds; ++round) {
+        std::atomic<int> steps = 0;
+        const auto load = [&] {
+            const auto meet = [&steps](int all) {
+                for (++steps; steps < all; std::this_thread::yield()) {
+                }
+            };
+            void* const handle = ::dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL);
+            meet(2);
+            ASSERT_NE(handle, nullptr) << ::dlerror();
+            LumNodeCallbacks table = {};
+            table.size = sizeof(table);
+            reinterpret_cast<decltype(&LumNodeEntry)>(::dlsym(handle, "LumNodeEntry"))(&table);
+            EXPECT_NE(table.ProcRequest, nullptr);
+            meet(4);
+            EXPECT_EQ(::dlclose(handle), 0);
+        };
+        std::thread other(load);
+        load();
+        other.join();
+        ASSERT_EQ(::dlopen(library.c_str(), RTLD_NOW | RTLD_NOLOAD), nullptr) << "round " << round;
+        // In each round alike: the allocator keeps some of what the looking itself takes.
+        last = {Mappings().size(), OpenDescriptors(), HeapBytes()};
+        if (round == rounds) {
+            warm = last;
+        }
+    }
+    EXPECT_LE(last[0], warm[0]) << "mappings";
+    EXPECT_LE(last[1], warm[1]) << "descriptors";
+    EXPECT_LE(last[2], warm[2] + 16384) << "bytes of the heap";
 }

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <utility>
@@ -26,6 +27,12 @@ desk::HostOptions OptionsFor(const std::filesystem::path& dumpDir) {
     options.dumpDir = dumpDir;
     options.log = nullptr;
     return options;
+}
+
+std::string NullText() {
+    char text[16];
+    static_cast<void>(std::snprintf(text, sizeof(text), "%p", nullptr));
+    return text;
 }
 
 NodeFixture::NodeFixture(desk::LibraryProvider* libraries)

@@ -14,6 +14,9 @@
 /// A silent host of the built library over the desk's own GL, dumps in a folder that the caller keeps.
 desk::HostOptions OptionsFor(const std::filesystem::path& dumpDir);
 
+/// A null pointer as the C library prints it: "(nil)", or "0x0" on Android.
+std::string NullText();
+
 /// A host with the built library, as every test that drives the library through its one export needs it:
 /// log lines collected, dumps in a folder of the test's own, no broken rule at the end.
 class NodeFixture : public ::testing::Test {
