@@ -27,13 +27,12 @@ CMAKE_ALONE = {
     "-flifetime-dse=1": "g++ only",
     "-Wno-psabi": "g++ only",
     "-static-libgcc": "Soong's own",
-    "-z undefs": "allow_undefined_symbols",
     "-rpath*": "a device's linker knows where the libraries are, a workstation's does not",
 }
 # The properties that are compared, and those for which CMake has its presets or no need.
 COMPARED = {"srcs", "exclude_srcs", "static_libs", "shared_libs", "header_libs", "local_include_dirs", "cpp_std",
-            "cflags", "cppflags", "ldflags", "version_script", "stl"}
-BLUEPRINT_ALONE = {"type", "name", "defaults", "arch", "vendor", "compile_multilib", "allow_undefined_symbols"}
+            "cflags", "cppflags", "ldflags", "version_script", "stl", "allow_undefined_symbols"}
+BLUEPRINT_ALONE = {"type", "name", "defaults", "arch", "vendor", "compile_multilib"}
 # Whose headers the folders of the includes are.
 HEADERS = {"EGL": "gl_headers", "GLES2": "gl_headers", "GLES3": "gl_headers",
            "android": "liblog", "cutils": "libcutils", "utils": "libutils"}
@@ -136,7 +135,8 @@ def from_blueprint(blueprint, arch):
                 sources[f"{name}, once more" if name in sources else name] = flags
     return sources, {*linker_flags(library["ldflags"]), f"--version-script={library['version_script']}",
                      *(name + ".so" for name in library["shared_libs"]),
-                     *(["-static-libstdc++"] if library["stl"] == "c++_static" else [])}
+                     *(["-static-libstdc++"] if library["stl"] == "c++_static" else []),
+                     *(["-z undefs"] if library["allow_undefined_symbols"] else [])}
 
 
 def from_cmake(preset, build):
