@@ -23,11 +23,13 @@ scripts/setup.sh --ci
 tree="${ANDROID_PLATFORM_TREE:-}"
 bionic="${ANDROID_BIONIC:-${ANDROID_NDK_HOME:-}/../system}"
 
+# Runs a command that has much to say, which is shown when it fails.
+quietly() {
+  "$@" >build/gates-android.log 2>&1 || { cat build/gates-android.log >&2; exit 1; }
+}
 # Makes a build folder of a preset anew; what was compiled stays.
 configure() {  # NAME PRESET OPTION...
-  local name="$1" preset="$2"
-  shift 2
-  cmake --fresh --preset "$preset" -B "build/$name" "$@" >"build/$name.log" || { cat "build/$name.log" >&2; exit 1; }
+  quietly cmake --fresh --preset "$2" -B "build/$1" "${@:3}"
 }
 # The library is what a host may load, and the NDK's own flags are in force beside the project's.
 look() {  # NAME [HOST_LIBRARY]
@@ -59,7 +61,7 @@ for preset in android android-x86_64; do
   configure "$preset-legacy" "$preset" -G Ninja -DANDROID_USE_LEGACY_TOOLCHAIN_FILE=ON
   configure "$preset" "$preset" -DANDROID_USE_LEGACY_TOOLCHAIN_FILE=OFF
   for name in "$preset-legacy" "$preset"; do
-    cmake --build "build/$name" -j2 --target dewarp_node >/dev/null
+    quietly cmake --build "build/$name" -j2 --target dewarp_node
     look "$name"
   done
 done
@@ -78,7 +80,7 @@ ctest --test-dir build/android-x86_64 -j2 --output-on-failure
 
 # The same library, told to need the one that the host's symbols stand in.
 configure android-x86_64-host android-x86_64 -DDEWARP_HOST_LIBRARIES="$tests/loader/libloader_host.so"
-cmake --build build/android-x86_64-host -j2 --target dewarp_node >/dev/null
+quietly cmake --build build/android-x86_64-host -j2 --target dewarp_node
 look android-x86_64-host libloader_host.so
 LD_LIBRARY_PATH="$bionic/lib64:$ANDROID_PLATFORM_TREE/lib64" tests/loader/cases.sh "$tests/loader" \
   "$root"/build/android-x86_64{,-host}/lib/com.oxa.node.dewarp.so

@@ -25,7 +25,8 @@ cppcheck --quiet --enable=warning,performance,portability --error-exitcode=1 --i
   node utils desk/host desk/gl
 echo "gates: cppcheck finds nothing"
 
-# The platform's own headers are not here; those of the arm64 packages stand in for the C library.
+# For machines without an NDK, where scripts/gates-android.sh has nothing to build with: the headers of the arm64
+# packages stand in for those of Android's C library.
 headers=build/aarch64-sysroot/usr/include
 for source in node/dewarp/*.cpp node/dewarp/gpu/*.cpp utils/*.cpp; do
   clang++ --target=aarch64-linux-android29 -fsyntax-only -std=c++17 -fno-exceptions -fno-rtti -Wall -Wextra \

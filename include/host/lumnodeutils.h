@@ -25,8 +25,8 @@ static_assert(offsetof(LUMDateTime, month) == 16, "host layout");
 static_assert(offsetof(LUMDateTime, year) == 20, "host layout");
 static_assert(sizeof(LUMDateTime) == 56, "host layout");
 
-/// The host's node utilities. What is only declared here lives in the host process and is resolved by
-/// the dynamic linker; what is defined here is carried by the node.
+/// The host's node utilities. What is only declared here lives in the host process and is resolved by the
+/// dynamic linker, where that one looks (docs/DEVICE.md); what is defined here is carried by the node.
 namespace LumNodeUtils {
 
 /// Copies the host's table into `copy` and fills the vendor tag base. Returns a result code.
