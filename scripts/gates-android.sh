@@ -40,7 +40,8 @@ look() {  # NAME [HOST_LIBRARY]
     echo "gates-android.sh: expected nothing in $library to name $ANDROID_NDK_HOME or $tree" >&2
     exit 1
   fi
-  if grep '"command":' "$build/compile_commands.json" | grep -qv -- ' -DANDROID ' ||
+  if ! awk '/"command":/ { lines++; if (!/ -DANDROID /) lacking = 1 } END { exit lacking || !lines }' \
+    "$build/compile_commands.json" ||
     ! grep -qse '--build-id=sha1 .*--fatal-warnings' "$build/build.ninja" \
       "$build/node/dewarp/CMakeFiles/dewarp_node.dir/link.txt"; then
     echo "gates-android.sh: expected the NDK's own flags on the command lines of $build" >&2

@@ -31,8 +31,12 @@ if [ ${#missing[@]} -gt 0 ]; then
   DEBIAN_FRONTEND=noninteractive "${as_root[@]}" apt-get install -y -q --no-install-recommends "${missing[@]}"
 fi
 
+# Only what an earlier run began is done anew.
+[ ! -e "$folder" ] || [ -e "$folder/package" ] || rmdir "$folder" 2>/dev/null ||
+  fail "expected $folder to be empty or not to exist"
 rm -rf "$folder"
 mkdir -p "$folder"
+: >"$folder/package"
 folder="$(cd "$folder" && pwd)"
 work="$(mktemp -d "$folder/fetch.XXXXXX")"
 trap 'rm -rf "$work"' EXIT

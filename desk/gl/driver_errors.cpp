@@ -45,8 +45,8 @@ void ListenToDriver() {
     Gl().DebugMessageControlKHR(GL_DONT_CARE, GL_DONT_CARE, GL_DONT_CARE, 0, nullptr, GL_FALSE);
     Gl().DebugMessageControlKHR(GL_DONT_CARE, GL_DEBUG_TYPE_ERROR_KHR, GL_DONT_CARE, 0, nullptr, GL_TRUE);
     Gl().DebugMessageCallbackKHR(TakeMessage, nullptr);
-    Gl().Enable(
-        GL_DEBUG_OUTPUT_SYNCHRONOUS_KHR);  // inside the call in error, so that the host knows whose it is
+    // Inside the call in error, so that the host knows whose it is.
+    Gl().Enable(GL_DEBUG_OUTPUT_SYNCHRONOUS_KHR);
     Gl().Enable(GL_DEBUG_OUTPUT_KHR);
 }
 

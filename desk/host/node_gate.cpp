@@ -185,15 +185,15 @@ uint32_t NodeGate::Destroy(LumNodedestroyInfo* info) {
     }
     void* const handle = info->hNodeSession;
     const std::shared_ptr<NodeState> node = nodes_.Find(handle);
-    const uint32_t result = RunIn<Alone>({PhaseDestroy, node.get()}, [&] {
+    return RunIn<Alone>({PhaseDestroy, node.get()}, [&] {
+        nodes_.Remove(handle);  // before its address can come back as another node's
         const uint32_t destroyed = library_.Destroy(info);
         contract_.Require(destroyed != 0 || info->hNodeSession == nullptr, "leaves its handle in the record");
+        if (destroyed != 0 && node != nullptr) {
+            nodes_.Add(node);
+        }
         return destroyed;
     });
-    if (result == 0) {
-        nodes_.Remove(handle);
-    }
-    return result;
 }
 
 uint32_t NodeGate::QueryBufferInfo(LumNodeQueryBufferInfo* info) {

@@ -1,8 +1,9 @@
 #include "desk/host/pipelined_driver.h"
 
 #include <algorithm>
+#include <exception>
 #include <iterator>
-#include <utility>
+#include <optional>
 
 #include "host/lumresult.h"
 
@@ -61,14 +62,21 @@ void PipelinedDriver::RunPass(Flights::iterator flight, std::unique_lock<std::mu
     const bool isFirst = flight->stage == Stage::Handed;
     flight->stage = isFirst ? Stage::InFirstPass : Stage::InSecondPass;
     lock.unlock();
-    const uint32_t result = isFirst ? flight->request.FirstPass() : flight->request.SecondPass();
+    std::optional<uint32_t> result;
+    try {
+        result = isFirst ? flight->request.FirstPass() : flight->request.SecondPass();
+    } catch (...) {
+        flight->done.set_exception(std::current_exception());
+    }
     lock.lock();
     if (isFirst && result == LumResultSuccess) {
         flight->stage = Stage::Declared;
-    } else {
-        flight->done.set_value(result);
-        flights_.erase(flight);
+        return;
     }
+    if (result) {
+        flight->done.set_value(*result);
+    }
+    flights_.erase(flight);
 }
 
 }  // namespace desk

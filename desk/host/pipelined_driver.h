@@ -27,8 +27,8 @@ public:
     PipelinedDriver(const PipelinedDriver&) = delete;
     PipelinedDriver& operator=(const PipelinedDriver&) = delete;
 
-    /// Hands a frame over, once fewer than `inFlight` are on their way. The future holds the result of the
-    /// pass that failed, or of the second.
+    /// Hands a frame over, once fewer than `inFlight` are on their way, among which no other has its request
+    /// id. The future holds the result of the pass that failed, or of the second.
     std::future<uint32_t> Submit(const NodeFrame& frame);
 
 private:

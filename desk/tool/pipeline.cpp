@@ -59,7 +59,7 @@ void RequireWholeDumps(const OutputPlace& dumps, int64_t frames) {
     }
 }
 
-constexpr const char* SystemLibraries = "desk/system/lib64";
+constexpr const char* SystemLibraryFolder = "desk/system/lib64";
 
 uint64_t OpenFds() {
     const std::filesystem::directory_iterator open("/proc/self/fd");
@@ -72,11 +72,16 @@ Json SizeJson(cv::Size size) {
 
 /// What the program loads lies in the build folder that the program itself lies in, in bin.
 std::filesystem::path Built(const char* file) {
-    return std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path() / file;
+    const auto place = std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path() / file;
+    if (!std::filesystem::exists(place)) {
+        throw std::runtime_error(
+            fmt::format("expected {}, which is built beside the program", place.string()));
+    }
+    return place;
 }
 
 GlInfo UsableGl(cv::Size input) {
-    GlInfo gl = DescribeGl(Built(SystemLibraries));
+    GlInfo gl = DescribeGl(Built(SystemLibraryFolder));
     if (gl.renderer.empty()) {
         throw std::runtime_error(
             "the machine's EGL and OpenGL ES give no context; expected a driver such as Mesa's");
@@ -109,7 +114,7 @@ HostOptions Announce(const std::string& command, const RunOptions& options, cons
     fmt::print(stderr, "dewarp-desk: {}, {}, {}, input {}x{}, output {}x{}, margin {},{}\n",
                library.filename().string(), gl.renderer, NameOf(options.variant), input.width, input.height,
                sizing.output.width, sizing.output.height, sizing.margin.horizontal, sizing.margin.vertical);
-    HostOptions host{library, Built(SystemLibraries), dumps};
+    HostOptions host{library, Built(SystemLibraryFolder), dumps};
     host.luxBits = options.luxBits;
     return host;
 }
@@ -213,7 +218,7 @@ void Pipeline::Collect() {
         throw std::runtime_error(fmt::format("the {} node failed request {} (frame {} of the clip): {}",
                                              NameOf(node_->Kind()), request.id, number, ResultText(result)));
     }
-    const ShownFrame shown{number, request.grid, Input(frame), View(OutputBuffer(frame))};
+    const RenderedFrame shown{number, request.grid, Input(frame), View(OutputBuffer(frame))};
     const SideUse used = WarpMap(shown.grid, shown.input.luma.size(), sizing_.output).MarginUse();
     mostUsed_ = {std::max(mostUsed_.left, used.left), std::max(mostUsed_.top, used.top),
                  std::max(mostUsed_.right, used.right), std::max(mostUsed_.bottom, used.bottom)};

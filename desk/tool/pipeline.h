@@ -38,7 +38,7 @@ struct Sizing {
 };
 
 /// A frame that came out of the node. Grid and pictures are valid while it is handed on.
-struct ShownFrame {
+struct RenderedFrame {
     int64_t number;  ///< in the clip, from 0
     const IPEICAGridTransform& grid;
     Nv12 input;
@@ -49,7 +49,7 @@ struct ShownFrame {
 /// recorded, timed and counted.
 class Pipeline {
 public:
-    using Observer = std::function<void(const ShownFrame&)>;
+    using Observer = std::function<void(const RenderedFrame&)>;
 
     /// Up to `held` frames may be read ahead of the one that is shown. `observer` sees every frame that comes
     /// out of the node, in order; it may be empty. Prints the program's first line on stderr. Options and

@@ -105,7 +105,8 @@ struct LumNodeCallbacks {
     /// 2 unknown capability; 8 out of memory; or a tag lookup's own result. On 1 from the tag lookup
     /// for the extra framework buffers the record still carries a live node.
     uint32_t (*Create)(LumNodeCreateInfo* info);
-    /// Slot 3, last call on a node, when none of its requests is on its way. 0; 5 null record or handle; 1 record too small.
+    /// Slot 3, last call on a node, when none of its requests is on its way. 0; 5 null record or handle;
+    /// 1 record too small.
     uint32_t (*Destroy)(LumNodedestroyInfo* info);
     /// Slot 4, before streaming, as often as needed. 0; 5; 1 as above.
     uint32_t (*QueryBufferInfo)(LumNodeQueryBufferInfo* info);

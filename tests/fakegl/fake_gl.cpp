@@ -249,10 +249,9 @@ uint64_t FakeGl::RespondEgl(const GlCall& call) {
         static const std::vector<uint64_t> order = {EGL_RED_SIZE,       EGL_GREEN_SIZE, EGL_BLUE_SIZE,
                                                     EGL_ALPHA_SIZE,     EGL_DEPTH_SIZE, EGL_STENCIL_SIZE,
                                                     EGL_SAMPLE_BUFFERS, EGL_SAMPLES};
-        const uint64_t config = call.words[1] - FirstConfig;  // of one never offered nothing is known
-        for (size_t i = 0; config < configs.size() && i < order.size(); ++i) {
+        for (size_t i = 0; i < order.size(); ++i) {
             if (order[i] == call.words[2]) {
-                *PointerOf<int>(call.words[3]) = configs[config].at(i);
+                *PointerOf<int>(call.words[3]) = configs.at(call.words[1] - FirstConfig).at(i);
             }
         }
     } else if (name == "eglCreateImageKHR") {

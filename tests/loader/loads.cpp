@@ -23,7 +23,7 @@ const char* LoadAndCall(const char* node, const char* library) {
     LumNodeInterface services = {};
     services.size = sizeof(services);
     if (callbacks.SetNodeInterface(&services) != 0) {
-        return "loads, but does not take the host's services";
+        return "does not take the host's services";
     }
     return "loads";
 }

@@ -26,7 +26,7 @@ class Verifier {
 public:
     Verifier(const VerifyOptions& options, RunResults& results) : options_(options), results_(results) {}
 
-    void Add(const ShownFrame& frame) {
+    void Add(const RenderedFrame& frame) {
         const cv::Size size = frame.output.luma.size();
         const WarpMap map(frame.grid, frame.input.luma.size(), size);
         if (worst_.empty()) {
@@ -91,7 +91,7 @@ private:
 int RunVerify(const VerifyOptions& options) {
     RequireFree(options.heatMap, options.overwrite);
     std::optional<Verifier> verifier;
-    Replay replay("verify", options, [&verifier](const ShownFrame& frame) { verifier->Add(frame); });
+    Replay replay("verify", options, [&verifier](const RenderedFrame& frame) { verifier->Add(frame); });
     verifier.emplace(options, replay.Run().Results());
     while (replay.Next()) {
     }
