@@ -26,11 +26,18 @@ size_t OpenDescriptors() {
     return static_cast<size_t>(std::distance(begin(folder), end(folder)));
 }
 
-/// 0 under a sanitizer, which keeps freed memory and books of its own: there the live allocations have to do.
-size_t ResidentBytes() {
+/// A sanitizer keeps freed memory and books of its own: there the live allocations have to do.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    return 0;
+constexpr bool IsSanitized = true;
+#else
+constexpr bool IsSanitized = false;
 #endif
+
+/// 0 under a sanitizer.
+size_t ResidentBytes() {
+    if (IsSanitized) {
+        return 0;
+    }
     std::ifstream statm("/proc/self/statm");
     size_t total = 0;
     size_t resident = 0;
@@ -38,7 +45,7 @@ size_t ResidentBytes() {
     return resident * static_cast<size_t>(::sysconf(_SC_PAGESIZE));
 }
 
-/// Of the heap, in use; a sanitizer's heap tells 0.
+/// Of the heap, in use.
 size_t HeapBytes() {
 #if defined(__ANDROID__)
     return static_cast<size_t>(::mallinfo().uordblks);
@@ -55,6 +62,14 @@ std::vector<std::string> Mappings() {
         lines.push_back(line);
     }
     return lines;
+}
+
+/// What a host does first with a library that it has loaded.
+void Enter(void* library) {
+    LumNodeCallbacks table = {};
+    table.size = sizeof(table);
+    reinterpret_cast<decltype(&LumNodeEntry)>(::dlsym(library, "LumNodeEntry"))(&table);
+    EXPECT_NE(table.ProcRequest, nullptr);
 }
 
 /// What must not grow, read at two moments of a long run. Memory may, by what allocators round up.
@@ -283,10 +298,7 @@ TEST(Loading, TwoThreadsLeaveNothingBehind) {
             EXPECT_NE(handle, nullptr) << ::dlerror();
             meet(2);
             if (handle != nullptr) {
-                LumNodeCallbacks table = {};
-                table.size = sizeof(table);
-                reinterpret_cast<decltype(&LumNodeEntry)>(::dlsym(handle, "LumNodeEntry"))(&table);
-                EXPECT_NE(table.ProcRequest, nullptr);
+                Enter(handle);
             }
             meet(4);
             EXPECT_EQ(handle != nullptr ? ::dlclose(handle) : 0, 0);
@@ -301,7 +313,9 @@ TEST(Loading, TwoThreadsLeaveNothingBehind) {
             warm = last;
         }
     }
-    EXPECT_LE(last[0], warm[0]) << "mappings";
     EXPECT_LE(last[1], warm[1]) << "descriptors";
-    EXPECT_LE(last[2], warm[2] + 16384) << "bytes of the heap";
+    if (!IsSanitized) {
+        EXPECT_LE(last[0], warm[0]) << "mappings";
+        EXPECT_LE(last[2], warm[2] + 16384) << "bytes of the heap";
+    }
 }
