@@ -238,5 +238,6 @@ TEST_F(Overlap, ARequestThatMeetsANegotiationFailsWithoutItsSecondPass) {
     EXPECT_EQ(secondPasses, 0U);
     released.set_value();
     negotiation.get();
+    host_.SetFault(nullptr);
     EXPECT_EQ(host_.Findings().List().size(), 1U);
 }
