@@ -11,7 +11,7 @@ sysroot="${DEWARP_AARCH64_SYSROOT:-$root/build/aarch64-sysroot}"
 "$root/scripts/setup.sh" --bench
 "$root/scripts/setup-aarch64.sh" "$sysroot" >/dev/null
 cmake -S "$root" -B "$build" -DCMAKE_CXX_COMPILER=g++ -DDEWARP_BENCH=ON -DDEWARP_TESTS=OFF >/dev/null
-cmake --build "$build" -j2 --target bench-instructions bench-node bench-desk >/dev/null
+cmake --build "$build" -j"$(nproc)" --target bench-instructions bench-node bench-desk >/dev/null
 rm -rf "$results"
 mkdir -p "$results"
 
@@ -21,7 +21,7 @@ echo "counting instructions" >&2
 echo "counting AArch64 instructions" >&2
 cmake -S "$root" -B "$build-aarch64" -DCMAKE_TOOLCHAIN_FILE="$root/cmake/aarch64.cmake" \
   -DDEWARP_AARCH64_SYSROOT="$sysroot" -DDEWARP_DESK=OFF -DDEWARP_TESTS=OFF -DDEWARP_BENCH=ON >/dev/null
-cmake --build "$build-aarch64" -j2 --target bench-instructions >/dev/null
+cmake --build "$build-aarch64" -j"$(nproc)" --target bench-instructions >/dev/null
 "$root/bench/count-aarch64.sh" "$build-aarch64" "$sysroot" "$results/counts-aarch64"
 python3 "$root/bench/aarch64_profile.py" "$results/counts-aarch64" \
   "$build-aarch64/lib/com.oxa.node.dewarp.so" >"$results/aarch64.json"

@@ -6,10 +6,10 @@
 set -euo pipefail
 
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
-build="${1:-$root/build/desk}"
-work="${2:-$root/out/peers}"
+build="$(realpath -m "${1:-$root/build/desk}")"
+work="$(realpath -m "${2:-$root/out/peers}")"
 width=1280 height=720 frames=150 window=30
-photo="${PHOTO:-/usr/share/backgrounds/life_by_Aitzol_Berasategi.jpg}"
+photo="$(realpath -m "${PHOTO:-/usr/share/backgrounds/life_by_Aitzol_Berasategi.jpg}")"
 
 "$root/scripts/setup.sh"
 if ! command -v ffmpeg >/dev/null; then
@@ -17,7 +17,7 @@ if ! command -v ffmpeg >/dev/null; then
   $([ "$(id -u)" -eq 0 ] || echo sudo) apt-get install -y -q --no-install-recommends ffmpeg >&2
 fi
 [ -f "$build/CMakeCache.txt" ] || cmake -S "$root" --preset desk -B "$build" >&2
-cmake --build "$build" -j2 --target dewarp-desk desk-peers >&2
+cmake --build "$build" -j"$(nproc)" --target dewarp-desk desk-peers >&2
 mkdir -p "$work"
 cd "$work"
 desk="$build/bin/dewarp-desk"

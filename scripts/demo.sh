@@ -31,7 +31,7 @@ while [ $# -gt 0 ]; do
 done
 
 "$root/scripts/setup.sh"
-(cd "$root" && cmake --preset desk && cmake --build --preset desk -j2 --target dewarp-desk)
+(cd "$root" && cmake --preset desk && cmake --build --preset desk -j"$(nproc)" --target dewarp-desk)
 desk="$root/build/desk/bin/dewarp-desk"
 
 mkdir -p "$out"

@@ -7,5 +7,5 @@ cd "$root"
 
 scripts/setup-aarch64.sh
 cmake --preset aarch64
-cmake --build --preset aarch64 -j2
-ctest --preset aarch64 "$@"
+cmake --build --preset aarch64 -j"$(nproc)"
+ctest --preset aarch64 -j"$(nproc)" "$@"

@@ -62,7 +62,7 @@ for preset in android android-x86_64; do
   configure "$preset-legacy" "$preset" -G Ninja -DANDROID_USE_LEGACY_TOOLCHAIN_FILE=ON
   configure "$preset" "$preset" -DANDROID_USE_LEGACY_TOOLCHAIN_FILE=OFF
   for name in "$preset-legacy" "$preset"; do
-    quietly cmake --build "build/$name" -j2 --target dewarp_node
+    quietly cmake --build "build/$name" -j"$(nproc)" --target dewarp_node
     look "$name"
   done
 done
@@ -75,13 +75,13 @@ bionic="$(cd "$bionic" && pwd)"
 tests="$root/build/android-x86_64/tests"
 configure android-x86_64 android-x86_64 -DANDROID_USE_LEGACY_TOOLCHAIN_FILE=OFF -DDEWARP_TESTS=ON \
   -DANDROID_BIONIC="$bionic"
-cmake --build build/android-x86_64 -j2
+cmake --build build/android-x86_64 -j"$(nproc)"
 say "the tests' programs are run by $(readelf -lW "$tests/stress_tests" | sed -n 's/.*interpreter: \(.*\)]/\1/p')"
-ctest --test-dir build/android-x86_64 -j2 --output-on-failure
+ctest --test-dir build/android-x86_64 -j"$(nproc)" --output-on-failure
 
 # The same library, told to need the one that the host's symbols stand in.
 configure android-x86_64-host android-x86_64 -DDEWARP_HOST_LIBRARIES="$tests/loader/libloader_host.so"
-quietly cmake --build build/android-x86_64-host -j2 --target dewarp_node
+quietly cmake --build build/android-x86_64-host -j"$(nproc)" --target dewarp_node
 look android-x86_64-host libloader_host.so
 LD_LIBRARY_PATH="$bionic/lib64:$ANDROID_PLATFORM_TREE/lib64" tests/loader/cases.sh "$tests/loader" \
   "$root"/build/android-x86_64{,-host}/lib/com.oxa.node.dewarp.so

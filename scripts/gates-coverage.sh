@@ -9,7 +9,7 @@ build="${1:-$root/build/coverage}"
 cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Debug \
   -DCMAKE_CXX_FLAGS="--coverage -fprofile-abs-path -fprofile-update=atomic" >/dev/null
 programs=(pure_tests fakegl_tests stress_tests sweep_tests)
-make -C "$build" -j2 --no-print-directory dewarp_node desk_egl desk_glesv2 "${programs[@]}" records_fuzz >/dev/null
+make -C "$build" -j"$(nproc)" --no-print-directory dewarp_node desk_egl desk_glesv2 "${programs[@]}" records_fuzz >/dev/null
 find "$build" -name '*.gcda' -delete
 # Counts are written when a process ends regularly, which the sweep's children do not.
 for program in "${programs[@]}"; do

@@ -9,7 +9,7 @@ seconds="${1:-60}"
 targets=(records requests mesh dumps)
 
 cmake --preset fuzz >/dev/null
-cmake --build --preset fuzz -j2 --target "${targets[@]/%/_fuzz}"
+cmake --build --preset fuzz -j"$(nproc)" --target "${targets[@]/%/_fuzz}"
 for target in "${targets[@]}"; do
   grown="build/fuzz/grown/$target"
   mkdir -p "$grown"
@@ -18,6 +18,6 @@ for target in "${targets[@]}"; do
 done
 
 cmake --preset desk >/dev/null
-cmake --build --preset desk -j2 --target stress_tests
+cmake --build --preset desk -j"$(nproc)" --target stress_tests
 DEWARP_SOAK=10 build/desk/tests/stress_tests
 scripts/mutants.sh

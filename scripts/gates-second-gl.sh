@@ -8,7 +8,7 @@ cd "$root"
 scripts/setup.sh
 scripts/setup-second-gl.sh
 cmake --preset desk
-cmake --build --preset desk -j2 --target pixel_tests stress_tests dewarp-desk
+cmake --build --preset desk -j"$(nproc)" --target pixel_tests stress_tests dewarp-desk
 desk="$root/build/desk/bin/dewarp-desk"
 work="$(mktemp -d)"
 trap 'rm -rf "$work"' EXIT

@@ -11,7 +11,7 @@ scripts/setup-aarch64.sh
 for preset in desk clang aarch64; do
   library="build/$preset/lib/com.oxa.node.dewarp.so"
   cmake --preset "$preset" >/dev/null
-  cmake --build --preset "$preset" -j2 --target dewarp_node >/dev/null
+  cmake --build --preset "$preset" -j"$(nproc)" --target dewarp_node >/dev/null
   tests/library_file.sh "$library"
   tests/record_layout.py "$library" | diff tests/record_layout.txt - >&2
   echo "gates: $library is what a host may load, its records are laid out as stored"

@@ -12,7 +12,7 @@ programs=(pure_tests fakegl_tests stress_tests pixel_tests sweep_tests)  # the q
 mkdir -p "$work/tree"
 (cd "$root" && tar -c --exclude=./build --exclude=./out --exclude=./.git .) | tar -x --touch -C "$work/tree"  # what an earlier run built of a fault is stale
 cmake -S "$work/tree" -B "$work/build" >/dev/null
-make -C "$work/build" -j2 --no-print-directory dewarp_node desk_egl desk_glesv2 "${programs[@]}" >/dev/null
+make -C "$work/build" -j"$(nproc)" --no-print-directory dewarp_node desk_egl desk_glesv2 "${programs[@]}" >/dev/null
 
 # Names the first test that fails; nothing when all pass.
 killer() {

@@ -11,5 +11,5 @@ preset="${1:-desk}"
 "$root/scripts/setup.sh"
 cd "$root"
 cmake --preset "$preset"
-cmake --build --preset "$preset" -j2
-ctest --preset "$preset" "$@"
+cmake --build --preset "$preset" -j"$(nproc)"
+ctest --preset "$preset" -j"$(nproc)" "$@"
