@@ -138,7 +138,7 @@ TEST_F(OverlapLoad, EveryRequestIsDrawnOnceWithItsOwnGridAndDumpedWhole) {
                 Run(variant, requests, isSequential ? desk::ReferenceRequest() : Predecessor, Threads);
             EXPECT_EQ(together.imports, 2 * InFlight);
             EXPECT_EQ(together.drawn.size(), requests);
-            EXPECT_EQ(isSequential, std::is_sorted(together.drawn.begin(), together.drawn.end()));
+            EXPECT_TRUE(!isSequential || std::is_sorted(together.drawn.begin(), together.drawn.end()));
             // The mesh is dumped where it is drawn; the grid before, by requests that are in flight together.
             EXPECT_EQ(together.dumps["Tex"].order, together.drawn);
             EXPECT_EQ(together.dumps["Vert"].order, together.drawn);
