@@ -39,7 +39,7 @@ struct Sizing {
 
 /// A frame that came out of the node. Grid and pictures are valid while it is handed on.
 struct RenderedFrame {
-    int64_t number;  ///< in the clip, from 0
+    int64_t number = 0;  ///< in the clip, from 0
     const IPEICAGridTransform& grid;
     Nv12 input;
     Nv12 output;
