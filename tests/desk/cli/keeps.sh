@@ -174,6 +174,15 @@ refused_with_y "pictures holds 000001.png; only a folder of numbered pictures" p
 refused_with_y "pictures is no folder; only a folder of numbered pictures" pictures pictures
 refused_with_y "out.mkv is no regular file; expected the name of one" out.mkv/ out.mkv
 
+for outputs in "-o read.y4m" "-o out.mkv --before read.y4m"; do
+  scene "what is read is not replaced, also with -y: $outputs"
+  cp "$in/shaky.y4m" read.y4m
+  listing >"$work/before"
+  read -ra words <<<"$outputs"
+  run replay read.y4m "${grids[@]}" --progress none -y "${words[@]}"
+  expect 2 "read.y4m is a clip that is read" ""
+done
+
 scene "a pipe is not replaced, also with -y"
 mkfifo out.json
 listing >"$work/before"
