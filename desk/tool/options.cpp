@@ -139,7 +139,7 @@ void AddRecordingOptions(CLI::App& command, RunOptions& options) {
 
 void RequireFree(const std::filesystem::path& place, bool overwrite) {
     std::error_code unknown;
-    if (!overwrite && std::filesystem::exists(place, unknown)) {
+    if (!overwrite && std::filesystem::exists(std::filesystem::symlink_status(place, unknown))) {
         throw UsageError(fmt::format("{} exists; -y replaces it", place.string()));
     }
 }

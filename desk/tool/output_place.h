@@ -6,34 +6,39 @@
 namespace desk {
 
 /// A file, a folder of numbered pictures, or files for a folder of dumps, which keeps those it has. What is
-/// made appears under its name when it is complete; until then it grows under a temporary name beside it,
-/// dumps in a folder "unfinished" of their own.
+/// made appears under its name when it is complete; until then it grows beside it under a name that nothing
+/// had, NAME.unfinished- and six digits, dumps in a folder of such a name in theirs. What stands at the place
+/// stays as it is until then, and nothing is removed that was not made here.
 class OutputPlace {
 public:
     enum class Kind { File, PictureFolder, DumpFolder };
 
-    /// Throws as RequireFree does, but not for a folder of dumps; UsageError for a folder to be replaced that
-    /// holds anything but numbered pictures; std::runtime_error when nothing can be made there.
+    /// Throws as RequireFree does, but not for a folder of dumps; UsageError for something to be replaced
+    /// that is not of this kind, such as a folder that holds anything but numbered pictures;
+    /// std::runtime_error when nothing can be made there.
     OutputPlace(std::filesystem::path place, Kind kind, bool overwrite);
-    /// Removes what was not published.
+    /// Removes what was made, unless Publish was called.
     ~OutputPlace();
     OutputPlace(const OutputPlace&) = delete;
     OutputPlace& operator=(const OutputPlace&) = delete;
 
-    /// The temporary file or folder.
+    /// The temporary file or folder; empty once published.
     const std::filesystem::path& Work() const {
         return work_;
     }
     const std::filesystem::path& Place() const {
         return place_;
     }
-    /// Throws std::runtime_error when it cannot be put under its name.
+    /// Puts it under its name. What cannot be put there stays under the temporary name, which the sentence
+    /// tells. Throws UsageError when something has the name that may not be replaced, of dumps always;
+    /// std::runtime_error.
     void Publish();
 
 private:
     std::filesystem::path place_;
     std::filesystem::path work_;
     Kind kind_;
+    bool overwrite_;
 };
 
 /// Writes a file that is complete or not there. Throws as OutputPlace does; std::runtime_error.

@@ -251,7 +251,6 @@ ExitCode Pipeline::Finish() {
     host_.CheckTornDown();
     if (dumps_) {
         RequireWholeDumps(*dumps_, Shown());
-        dumps_->Publish();
     }
     results_.findings = host_.Findings().List();
     const auto margin = [](double most, int input, int output) -> Json {
@@ -265,7 +264,11 @@ ExitCode Pipeline::Finish() {
         {"horizontal", margin(std::max(mostUsed_.left, mostUsed_.right), input.width, sizing_.output.width)},
         {"vertical", margin(std::max(mostUsed_.top, mostUsed_.bottom), input.height, sizing_.output.height)}};
     recording_.Finish();
-    return Tell();
+    const ExitCode code = Tell();
+    if (dumps_) {
+        dumps_->Publish();  // last: dumps of the same second may stand in the way
+    }
+    return code;
 }
 
 /// What was measured and what went wrong, in words.

@@ -59,10 +59,13 @@ Recording::Recording(const RunOptions& options, const ClipFormat& format, RunRes
       isMeasured_(!options.report.empty() || !options.truth.empty() || options.maxMotion),
       sideBySide_(SideBySide(format.size)),
       ideal_(format.size) {
-    std::error_code unknown;
-    if (std::filesystem::equivalent(options.clip, options.out, unknown)) {
-        throw UsageError(fmt::format("{} is the clip that is read; expected another name for the output",
-                                     options.clip.string()));
+    for (const auto& output : {options.out, options.before}) {
+        std::error_code unknown;
+        if (std::filesystem::equivalent(options.clip, output, unknown) ||
+            std::filesystem::equivalent(options.truth, output, unknown)) {
+            throw UsageError(fmt::format("{} is a clip that is read; expected another name for the output",
+                                         output.string()));
+        }
     }
     // What cannot be written is better known before the run than after it.
     if (!options.json.empty() && options.json != "-") {
@@ -148,9 +151,12 @@ void Recording::AddQuality() {
 }
 
 void Recording::Finish() {
-    for (Side* side : {&before_, &after_}) {
-        if (side->writer) {
-            side->writer->Finish();
+    // What is there is replaced when all that takes its place is complete.
+    for (const auto step : {&ClipWriter::Complete, &ClipWriter::Publish}) {
+        for (const Side* side : {&before_, &after_}) {
+            if (side->writer) {
+                ((*side->writer).*step)();
+            }
         }
     }
     if (isMeasured_ && !results_.frames.empty()) {

@@ -13,6 +13,7 @@
 
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::Not;
 using ::testing::StartsWith;
 
 namespace {
@@ -224,9 +225,11 @@ protected:
             EXPECT_EQ(dynamic_cast<const desk::UsageError*>(&error) != nullptr, refusal.isUsage);
             text = error.what();
         }
-        for (const char* left :
-             {"out.mkv", "out.mkv.unfinished", "out.json", "report/report.html", "report/report.json"}) {
+        for (const char* left : {"out.mkv", "out.json", "report/report.html", "report/report.json"}) {
             EXPECT_FALSE(std::filesystem::exists(folder_ / left)) << left;
+        }
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(folder_)) {
+            EXPECT_THAT(entry.path().string(), Not(HasSubstr("unfinished")));
         }
         EXPECT_TRUE(!std::filesystem::exists(folder_ / "dumps") ||
                     std::filesystem::is_empty(folder_ / "dumps"));

@@ -109,8 +109,10 @@ int RunSynth(const SynthOptions& options) {
         throw std::runtime_error(
             fmt::format("{} cannot be written: {}", options.grids.string(), ReasonText(errno)));
     }
-    shaky.Finish();
-    truth.Finish();
+    shaky.Complete();
+    truth.Complete();
+    shaky.Publish();
+    truth.Publish();
     grids.Publish();
     return Interrupted() ? WasInterrupted : Done;
 }

@@ -190,14 +190,17 @@ void ClipWriter::Add(const Nv12& picture) {
     encoder.Send(&frame);
 }
 
-void ClipWriter::Finish() {
+void ClipWriter::Complete() {
     Encoder& encoder = *encoder_;
     encoder.Send(nullptr);
     if (encoder.container != nullptr) {
         encoder.Require(av_write_trailer(encoder.container), "its end is not stored");
         encoder.Require(avio_closep(&encoder.container->pb), "its end is not stored");
     }
-    encoder.place.Publish();
+}
+
+void ClipWriter::Publish() {
+    encoder_->place.Publish();
 }
 
 }  // namespace desk

@@ -10,7 +10,7 @@ namespace desk {
 
 /// Writes a clip of the kind that its name asks for: .mp4 (H.264), .mkv (FFV1, lossless), .y4m, and a folder
 /// of numbered PNGs for a name without extension. It appears under its name when it is complete; until then
-/// it grows under a temporary name beside it, which is removed when the writer goes without Finish.
+/// it grows under a temporary name beside it, which is removed when the writer goes before.
 class ClipWriter {
 public:
     /// Throws UsageError for a name that says no kind, and when the clip exists and may not be overwritten;
@@ -23,8 +23,10 @@ public:
     /// The next frame, of the format's size. Throws std::runtime_error, for example when the disk is full.
     void Add(const Nv12& picture);
 
-    /// Completes the clip and puts it under its name.
-    void Finish();
+    /// Writes the clip's end. Throws as Add does: what is encoded last may fill the disk.
+    void Complete();
+    /// Puts the complete clip under its name. Throws as OutputPlace does.
+    void Publish();
 
 private:
     struct Encoder;
