@@ -286,9 +286,9 @@ void ClipReader::Decoder::Take() {
         return;
     }
     inDecoder += (packet->flags & AV_PKT_FLAG_DISCARD) != 0 ? 0 : 1;
-    const int error = isCorrupt ? AVERROR_INVALIDDATA : avcodec_send_packet(codec.get(), packet.get());
-    if (error < 0 || TakeComplaint()) {
-        Damaged(error < 0 ? AvText(error) : Unfit);
+    const int error = isCorrupt ? 0 : avcodec_send_packet(codec.get(), packet.get());
+    if (isCorrupt || error < 0 || TakeComplaint()) {
+        Damaged(error < 0 ? AvText(error) : isCorrupt ? "it is cut off or overwritten there" : Unfit);
     }
 }
 
