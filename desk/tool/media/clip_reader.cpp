@@ -170,6 +170,7 @@ struct ClipReader::Decoder {
     int64_t indexed = 0;  ///< packets; 0 when the file does not say
     double promised = 0;  ///< seconds; likewise
     int64_t packets = 0;
+    int64_t end = 0;        ///< of the last packet, in bytes of the file
     double reached = 0;     ///< seconds, the end of the last frame in time
     int64_t inDecoder = 0;  ///< packets that have not become frames yet
     int64_t next = 0;       ///< number of the next frame
@@ -234,7 +235,7 @@ void ClipReader::Decoder::Damaged(const std::string& how) {
 
 /// What the clip lacks at the end of the file, in words; empty when it is whole.
 std::string ClipReader::Decoder::FindEnd(int error) {
-    const AVIOContext* bytes = container->pb;
+    AVIOContext* bytes = container->pb;
     const bool isAtEnd = bytes != nullptr && bytes->eof_reached != 0 && bytes->error == 0;
     const bool isNoisy = TakeComplaint() || error != AVERROR_EOF;
     if (error != AVERROR_EOF && !isAtEnd) {
@@ -245,6 +246,11 @@ std::string ClipReader::Decoder::FindEnd(int error) {
         return missingFrames == 0 ? ""
                                   : fmt::format("it ends after {} of the {} frames that its header promises",
                                                 packets, indexed);
+    }
+    // Of raw frames one that is cut off is passed over in silence.
+    if (std::string(container->iformat->name) == "yuv4mpegpipe" && avio_tell(bytes) > end) {
+        missingFrames = 1;
+        return "it ends within a frame";
     }
     // Headers round, or count what was cut off at the start; but a file cut within its last frame makes
     // FFmpeg complain too. Without a promise what stands behind the last whole packet is not the clip's.
@@ -272,6 +278,7 @@ bool ClipReader::Decoder::IsDropped() {
 /// Hands the packet to the decoder.
 void ClipReader::Decoder::Take() {
     packets++;
+    end = packet->pos + packet->size;
     const double tick = av_q2d(stream->time_base);
     const int64_t time = packet->pts != AV_NOPTS_VALUE ? packet->pts : packet->dts;
     if (time != AV_NOPTS_VALUE) {

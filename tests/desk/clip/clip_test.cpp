@@ -74,7 +74,7 @@ void MakeClip(const std::filesystem::path& file, const Kind& kind) {
     const desk::AvOwned<AVCodecContext> codec(avcodec_alloc_context3(found));
     codec->width = Size.width;
     codec->height = Size.height;
-    codec->pix_fmt = AV_PIX_FMT_YUV420P;
+    codec->pix_fmt = found->pix_fmts != nullptr ? found->pix_fmts[0] : AV_PIX_FMT_YUV420P;
     codec->time_base = {1, 25};
     codec->framerate = {25, 1};
     AVFormatContext* container = nullptr;
@@ -85,21 +85,21 @@ void MakeClip(const std::filesystem::path& file, const Kind& kind) {
     AVDictionary* options = nullptr;
     av_dict_parse_string(&options, kind.options, "=", ":", 0);
     Require(avcodec_open2(codec.get(), found, &options));
-    EXPECT_EQ(av_dict_count(options), 0);
-    av_dict_free(&options);
     AVStream* stream = avformat_new_stream(container, nullptr);
     Require(avcodec_parameters_from_context(stream->codecpar, codec.get()));
     stream->time_base = codec->time_base;
     stream->avg_frame_rate = codec->framerate;
     Require(avio_open(&container->pb, file.c_str(), AVIO_FLAG_WRITE));
-    Require(avformat_write_header(container, nullptr));
+    Require(avformat_write_header(container, &options));
+    EXPECT_EQ(av_dict_count(options), 0);
+    av_dict_free(&options);
     const desk::AvOwned<AVPacket> packet(av_packet_alloc());
     for (int n = 0; n <= Frames; n++) {
         const desk::AvOwned<AVFrame> frame(av_frame_alloc());
         frame->format = codec->pix_fmt;
         frame->width = Size.width;
         frame->height = Size.height;
-        frame->pts = n;
+        frame->pts = n < Frames / 2 ? n : n + 3;  // a pause, for which some files list empty frames
         Require(av_frame_get_buffer(frame.get(), 0));
         Paint(n, *frame);
         Require(avcodec_send_frame(codec.get(), n < Frames ? frame.get() : nullptr));
