@@ -248,7 +248,7 @@ std::string ClipReader::Decoder::FindEnd(int error) {
                                                 packets, indexed);
     }
     // Of raw frames one that is cut off is passed over in silence.
-    if (std::string(container->iformat->name) == "yuv4mpegpipe" && avio_tell(bytes) > end) {
+    if (std::string(container->iformat->name) == "yuv4mpegpipe" && packets > 0 && avio_tell(bytes) > end) {
         missingFrames = 1;
         return "it ends within a frame";
     }
