@@ -123,6 +123,9 @@ void AddNodeOptions(CLI::App& command, RunOptions& options) {
                     "requests in the node at a time, each on a thread of its own")
         ->check(CLI::Range(size_t{1}, Most))
         ->capture_default_str();
+    AddChoice<OnDamage>(command, "--damaged",
+                        "what damage in the clip does to the run [stop]: ", options.onDamage,
+                        {{"stop", OnDamage::Stop}, {"skip", OnDamage::Skip}});
 }
 
 void AddRecordingOptions(CLI::App& command, RunOptions& options) {

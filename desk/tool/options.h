@@ -22,6 +22,9 @@ struct FrameRange {
     int64_t end = std::numeric_limits<int64_t>::max();
 };
 
+/// What a clip's damage does to the run: it ends, or the damaged frames are left out.
+enum class OnDamage { Stop, Skip };
+
 enum class ProgressKind { Auto, Bar, Pipe, None };
 
 /// The options that every command has. What a command does not use it accepts and leaves alone.
@@ -42,13 +45,14 @@ struct CommonOptions {
 /// The options of commands that take a clip through the node. What is not asked for is empty.
 struct RunOptions : CommonOptions {
     std::filesystem::path clip;
-    std::filesystem::path out;        ///< clip of the node's output
-    std::filesystem::path before;     ///< clip of the input's middle, as large as the output
-    std::filesystem::path truth;      ///< clip of the output as it should be
-    std::optional<double> maxMotion;  ///< limit between frames of the output, pixels RMS
-    std::optional<double> minPsnr;    ///< limit of the luma against the truth, dB
-    std::string credit;               ///< line under the picture before and after; ASCII
-    size_t inFlight = 1;              ///< requests in the node at a time
+    std::filesystem::path out;           ///< clip of the node's output
+    std::filesystem::path before;        ///< clip of the input's middle, as large as the output
+    std::filesystem::path truth;         ///< clip of the output as it should be
+    std::optional<double> maxMotion;     ///< limit between frames of the output, pixels RMS
+    std::optional<double> minPsnr;       ///< limit of the luma against the truth, dB
+    std::string credit;                  ///< line under the picture before and after; ASCII
+    size_t inFlight = 1;                 ///< requests in the node at a time
+    OnDamage onDamage = OnDamage::Stop;  ///< of the clip
 };
 
 /// What the command line asks for; returns the exit code. Set by the subcommand that was named.

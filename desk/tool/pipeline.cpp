@@ -147,6 +147,9 @@ Pipeline::Pipeline(const std::string& command, const RunOptions& options, ClipRe
       recording_(options, OutputFormat(reader, sizing.output), results_),
       progress_(options.progress, reader.ExpectedFrames()),
       observer_(std::move(observer)) {
+    if (options.onDamage == OnDamage::Skip && !options.truth.empty()) {
+        throw UsageError("--truth is compared frame by frame; expected no --damaged skip with it");
+    }
     results_.json["frames_per_second"] = reader.Format().FramesPerSecond();
     host_.SetDumps(dumps_ != nullptr);
     node_ = host_.CreateNode(options.variant);
@@ -174,7 +177,10 @@ bool Pipeline::Read() {
     Nv12 picture = Input(taken_);
     const StageTimer timer(results_, "read");
     const bool isRead = reader_.Read(picture);
-    taken_ += isRead ? 1 : 0;
+    if (isRead) {
+        numbers_.push_back(reader_.Frame());
+        taken_++;
+    }
     return isRead;
 }
 
@@ -208,7 +214,7 @@ void Pipeline::Drain() {
 void Pipeline::Collect() {
     Request& request = inFlight_.front();
     const auto frame = static_cast<int64_t>(results_.frames.size());
-    const int64_t number = options_.frames.first + frame;
+    const int64_t number = Number(frame);
     uint32_t result = LumResultSuccess;
     {
         const StageTimer timer(results_, "node");
@@ -240,6 +246,14 @@ ExitCode Pipeline::Finish() {
     Drain();
     driver_.reset();
     progress_.Finish(Shown());
+    if (Interrupted() && Shown() == 0) {
+        fmt::print(stderr, "dewarp-desk: interrupted before the first frame; nothing was made\n");
+        return WasInterrupted;
+    }
+    results_.json["damaged_frames"] = Json::array();
+    for (const FrameRange& range : reader_.DamagedFrames()) {
+        results_.json["damaged_frames"].push_back({{"first", range.first}, {"last", range.end - 1}});
+    }
     // The node keeps every image that it makes of a buffer until it is destroyed.
     const uint64_t imports = host_.Counters().gl.value_or(DeskGlCounters{}).liveImages;
     results_.json["counters"] = {{"imports", imports},
@@ -278,6 +292,10 @@ ExitCode Pipeline::Tell() const {
         fmt::print("{}: {}node call {:.1f} ms (p95 {:.1f}), {} findings\n", NameOf(options_.variant),
                    results_.summary, node["p50"].get<double>(), node["p95"].get<double>(),
                    results_.findings.size());
+    }
+    for (const FrameRange& range : reader_.DamagedFrames()) {
+        fmt::print(stderr, "dewarp-desk: {} is damaged: skipped frames {} to {}\n", options_.clip.string(),
+                   range.first, range.end - 1);
     }
     for (const std::string& finding : results_.findings) {
         fmt::print(stderr, "dewarp-desk: the node broke a rule: {}\n", finding);

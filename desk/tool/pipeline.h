@@ -61,12 +61,17 @@ public:
     /// Takes the clip's next frame in. False when there is none, or the user has interrupted the run.
     bool Read();
 
-    /// Numbers of frames so far; they count from the first of the range, not of the clip.
+    /// How many frames so far. Taken frames are counted from 0, from the first of the range on.
     int64_t Taken() const {
         return taken_;
     }
     int64_t Shown() const {
         return shown_;
+    }
+
+    /// The number in the clip, from 0, of a frame that was taken.
+    int64_t Number(int64_t frame) const {
+        return numbers_[static_cast<size_t>(frame)];
     }
 
     /// The input of a frame that was read, until it has been shown and `held` more were read.
@@ -120,6 +125,7 @@ private:
     std::vector<std::shared_ptr<GrallocBuffer>> outputs_;
     Progress progress_;
     Observer observer_;
+    std::vector<int64_t> numbers_;  ///< in the clip, of the frames taken
     int64_t taken_ = 0;
     int64_t shown_ = 0;
     SideUse mostUsed_{};

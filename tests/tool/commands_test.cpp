@@ -177,6 +177,40 @@ TEST_F(Commands, ReplayingTheDumpOfAStabilisedClipGivesTheSameFrames) {
     EXPECT_EQ(frames, 6);
 }
 
+TEST_F(Commands, SkippedFramesLeaveTheOthersTheirNumbersAndGrids) {
+    Synthesise("20");
+    std::string clip = Read(folder_ / "shaky.mkv");
+    clip.replace(clip.size() / 4, 64, 64, '\x55');
+    Write("damaged.mkv", clip);
+    const auto replay = [this](const std::string& from, const std::string& to) {
+        const Outcome outcome = Run({"replay", from, "--grids", "grids.txt", "-o", to, "--size", "320x240",
+                                     "--damaged", "skip", "--json", "-"});
+        EXPECT_EQ(outcome.code, desk::Done);
+        return nlohmann::json::parse(outcome.out);
+    };
+    EXPECT_TRUE(replay("shaky.mkv", "whole.mkv")["damaged_frames"].empty());
+    const auto json = replay("damaged.mkv", "rest.mkv");
+    const auto lost = json["damaged_frames"].at(0);
+    const int lostFrames = lost["last"].get<int>() - lost["first"].get<int>() + 1;
+    EXPECT_GT(lostFrames, 0);
+    EXPECT_EQ(json["frames"].size(), 20U - static_cast<size_t>(lostFrames));
+    desk::ClipReader rest(folder_ / "rest.mkv", {});
+    desk::Nv12 one({320, 240});
+    desk::Nv12 other({320, 240});
+    for (const auto& frame : json["frames"]) {
+        const auto number = frame["frame"].get<int64_t>();
+        EXPECT_TRUE(number < lost["first"] || number > lost["last"]) << number;
+        EXPECT_EQ(frame["request"], number + 1);
+        desk::ClipReader whole(folder_ / "whole.mkv", {number, number + 1});
+        ASSERT_TRUE(rest.Read(one) && whole.Read(other));
+        EXPECT_EQ(cv::norm(one.luma, other.luma, cv::NORM_INF), 0) << number;
+    }
+    EXPECT_THROW(
+        Run({"replay", "damaged.mkv", "--grids", "grids.txt", "-o", "none.mkv", "--size", "320x240"}),
+        desk::UsageError);
+    EXPECT_FALSE(std::filesystem::exists(folder_ / "none.mkv"));
+}
+
 /// A command line that cannot be carried out, and a part of the sentence that says so.
 struct Refusal {
     std::vector<std::string> arguments;
@@ -244,8 +278,8 @@ TEST_F(BadInput, IsNamedInASentenceAndLeavesNothingThatLooksWhole) {
         {{"stabilise", "text.mp4"}, "text.mp4 is not a clip"},
         {{"stabilise", "sound.wav"}, "sound.wav has no video stream"},
         {{"stabilise", "empty.y4m"}, "empty.y4m has 0 frames; expected more than 0"},
-        {{"stabilise", "cut.mkv"}, "cut.mkv is damaged near frame "},
-        {{"stabilise", "damaged.mkv"}, "damaged.mkv is damaged near frame "},
+        {{"stabilise", "cut.mkv"}, "cut.mkv is damaged at frame "},
+        {{"stabilise", "damaged.mkv"}, "damaged.mkv is damaged at frame "},
         {{"stabilise", "shaky.mkv", "--size", "20000x20000"}, "too large for"},
         {{"stabilise", "shaky.mkv", "--frames", "6:"}, "shaky.mkv has 6 frames; expected more than 6"},
         {{"replay", "odd.y4m", "--grids", "grids.txt"}, "the clip is 385 pixels wide"},
@@ -259,6 +293,8 @@ TEST_F(BadInput, IsNamedInASentenceAndLeavesNothingThatLooksWhole) {
         {{"replay", "shaky.mkv", "--size", "320x240", "--grids", "far.txt"}, "got -230000000.0"},
         {{"replay", "shaky.mkv", "--size", "320x240", "--grids", "grids.txt", "--first-request", "4"},
          "no line of request 7, which frame 3"},
+        {{"stabilise", "shaky.mkv", "--damaged", "skip", "--truth", "truth.mkv", "--size", "320x240"},
+         "expected no --damaged skip with it"},
         {{"inspect", "none.txt"}, "none.txt: cannot be opened"},
         {{"inspect", "grids.txt", "--margin", "0.2"}, "expected --size with --margin"},
         {{"diff", "grids.txt", "none.txt"}, "none.txt: cannot be opened"},

@@ -35,7 +35,7 @@ void AddReplayOptions(CLI::App& command, ReplayOptions& options) {
 
 Replay::Replay(const std::string& command, const ReplayOptions& options, Pipeline::Observer observer)
     : options_(options),
-      reader_(options.clip, options.frames),
+      reader_(options.clip, options.frames, options.onDamage),
       dump_(options.grids, reader_.Format().size),
       pipeline_(command, options, reader_, ReplaySizing(options, reader_.Format().size), 0,
                 std::move(observer)) {}
@@ -44,7 +44,7 @@ bool Replay::Next() {
     if (!pipeline_.Read()) {
         return false;
     }
-    const size_t line = LineOf(options_.frames.first + pipeline_.Shown());
+    const size_t line = LineOf(reader_.Frame());
     pipeline_.Show(dump_.RequestId(line), dump_.Grid(line));
     return true;
 }

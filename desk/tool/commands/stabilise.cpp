@@ -42,7 +42,7 @@ Json PlaceJson(const CameraPlace& place, const CameraPlace& last) {
 /// camera then looks.
 int RunStabilise(const StabiliseOptions& options) {
     const int64_t window = options.variant == Variant::LookAhead ? options.window : 0;
-    ClipReader reader(options.clip, options.frames);
+    ClipReader reader(options.clip, options.frames, options.onDamage);
     const Sizing sizing = ChooseSizing(options, reader.Format().size);
     Pipeline pipeline("stabilise", options, reader, sizing, window);
     MotionEstimator motion;
@@ -52,7 +52,7 @@ int RunStabilise(const StabiliseOptions& options) {
         const int64_t frame = pipeline.Shown();
         const SteadyCamera::View view = camera.Next();
         last = last.value_or(view);
-        pipeline.Show(static_cast<uint64_t>(options.frames.first + frame + 1), view.grid,
+        pipeline.Show(static_cast<uint64_t>(pipeline.Number(frame) + 1), view.grid,
                       {{"camera_before", PlaceJson(view.shaky, last->shaky)},
                        {"camera_after", PlaceJson(view.steady, last->steady)}});
         last = view;
@@ -66,7 +66,7 @@ int RunStabilise(const StabiliseOptions& options) {
             show();
         }
     }
-    while (pipeline.Shown() < pipeline.Taken()) {
+    while (pipeline.Shown() < pipeline.Taken() && !Interrupted()) {
         show();
     }
     return pipeline.Finish();

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstdarg>
 #include <string>
+#include <utility>
 
 #include "desk/tool/errors.h"
 #include "desk/tool/media/av_handles.h"
@@ -18,18 +19,20 @@ extern "C" {
 namespace desk {
 namespace {
 
-/// Whether FFmpeg has complained since a clip was opened. It patches up some damage and tells only its log.
-std::atomic<bool> hasComplained = false;
+constexpr const char* Unfit = "its data does not fit together";
 
+/// FFmpeg patches up some damage and tells only its log. Both kinds of context carry the flag of the reader
+/// they belong to, on whichever thread they complain; other contexts carry none.
 void WatchLog(void* source, int level, const char* /*format*/, va_list /*arguments*/) {
     const AVClass* kind = source == nullptr ? nullptr : *static_cast<AVClass**>(source);
-    if (level > AV_LOG_ERROR || kind == nullptr) {
-        return;
+    void* flag = nullptr;
+    if (kind == avcodec_get_class()) {
+        flag = static_cast<AVCodecContext*>(source)->opaque;
+    } else if (kind == avformat_get_class()) {
+        flag = static_cast<AVFormatContext*>(source)->opaque;
     }
-    const AVClassCategory category =
-        kind->get_category != nullptr ? kind->get_category(source) : kind->category;
-    if (category == AV_CLASS_CATEGORY_DECODER || category == AV_CLASS_CATEGORY_DEMUXER) {
-        hasComplained = true;
+    if (flag != nullptr && level <= AV_LOG_ERROR) {
+        *static_cast<std::atomic<bool>*>(flag) = true;
     }
 }
 
@@ -68,7 +71,10 @@ AvOwned<AVCodecContext> OpenDecoder(const std::filesystem::path& clip, AVStream&
                                     const AVCodec* codec) {
     AvOwned<AVCodecContext> decoder(avcodec_alloc_context3(codec));
     avcodec_parameters_to_context(decoder.get(), stream.codecpar);
-    decoder->thread_count = 0;  // as many as there are cores
+    // Frame threads tell damage early or late, as they are scheduled, and so do slices that are patched up
+    // from one another. Those of FFV1 stand alone.
+    decoder->thread_type = FF_THREAD_SLICE;
+    decoder->thread_count = codec->id == AV_CODEC_ID_FFV1 ? 0 : 1;  // 0: as many as there are cores
     decoder->err_recognition = AV_EF_CRCCHECK | AV_EF_EXPLODE;
     if (const int error = avcodec_open2(decoder.get(), codec, nullptr); error < 0) {
         throw UsageError(
@@ -108,17 +114,52 @@ void CropToShape(AVFrame& frame, cv::Size shape) {
     av_frame_apply_cropping(&frame, AV_FRAME_CROP_UNALIGNED);
 }
 
+/// Packets that the file's index lists for the stream; 0 when the header counts something else, as AVI counts
+/// the fields of H.264.
+int64_t IndexedPackets(AVStream* stream) {
+    const int entries = avformat_index_get_entries_count(stream);
+    if (entries != stream->nb_frames) {
+        return 0;
+    }
+    int64_t packets = 0;
+    for (int i = 0; i < entries; i++) {
+        packets += avformat_index_get_entry(stream, i)->size > 0 ? 1 : 0;
+    }
+    return packets;
+}
+
+/// Seconds that the header promises of the stream; 0 when it does not.
+double PromisedSeconds(const AVFormatContext& container, const AVStream& stream) {
+    if (container.duration_estimation_method != AVFMT_DURATION_FROM_STREAM) {
+        return 0;
+    }
+    const double own =
+        stream.duration > 0 ? static_cast<double>(stream.duration) * av_q2d(stream.time_base) : 0;
+    // Of several streams another one may be the longest.
+    const bool isAll = container.nb_streams == 1 && container.duration > 0;
+    return std::max(own, isAll ? static_cast<double>(container.duration) / AV_TIME_BASE : 0);
+}
+
 }  // namespace
 
 struct ClipReader::Decoder {
-    Decoder(const std::filesystem::path& clip, const FrameRange& range);
+    Decoder(const std::filesystem::path& clip, const FrameRange& range, OnDamage damage);
     bool NextFrame();
+    void Give(Nv12& picture);
     void Feed();
-    void RequireWhole() const;
-    [[noreturn]] void FailDamaged(const std::string& how) const;
+    void Take();
+    bool IsDropped();
+    std::string FindEnd(int error);
+    void Damaged(const std::string& how);
+    void Lose(int64_t count);
+    bool TakeComplaint() {
+        return hasComplained.exchange(false);
+    }
 
     std::filesystem::path file;
     FrameRange frames;
+    OnDamage onDamage;
+    std::atomic<bool> hasComplained = false;  ///< FFmpeg, about this clip; set by its log
     AvOwned<AVFormatContext> container;
     AVStream* stream = nullptr;
     AvOwned<AVCodecContext> codec;
@@ -126,14 +167,27 @@ struct ClipReader::Decoder {
     AvOwned<AVPacket> packet{av_packet_alloc()};
     AvScaler scaler;
     ClipFormat format;
+    int64_t indexed = 0;  ///< packets; 0 when the file does not say
+    double promised = 0;  ///< seconds; likewise
     int64_t packets = 0;
-    double lastSeconds = 0;  ///< of the packets read
-    int64_t decoded = 0;
+    int64_t end = 0;        ///< of the last packet, in bytes of the file
+    double reached = 0;     ///< seconds, the end of the last frame in time
+    int64_t inDecoder = 0;  ///< packets that have not become frames yet
+    int64_t next = 0;       ///< number of the next frame
+    bool seeksKey = false;  ///< after damage, until a frame that needs no other one
+    int64_t keyTime = AV_NOPTS_VALUE;
+    bool hasGiven = false;
+    bool hasEnded = false;
+    std::string missing;  ///< at the end of the file: in words; empty when nothing is
+    int64_t missingFrames = 0;
+    std::vector<FrameRange> damaged;
 };
 
-ClipReader::Decoder::Decoder(const std::filesystem::path& clip, const FrameRange& range)
-    : file(clip), frames(range) {
-    av_log_set_callback(&WatchLog);  // what goes wrong is said in the sentence of the error
+ClipReader::Decoder::Decoder(const std::filesystem::path& clip, const FrameRange& range, OnDamage damage)
+    : file(clip), frames(range), onDamage(damage) {
+    // What goes wrong is said in the sentence of the error.
+    static const bool isWatched = (av_log_set_callback(&WatchLog), true);
+    static_cast<void>(isWatched);
     container = OpenContainer(clip);
     const AVCodec* found = nullptr;
     const int index = av_find_best_stream(container.get(), AVMEDIA_TYPE_VIDEO, -1, -1, &found, 0);
@@ -148,72 +202,161 @@ ClipReader::Decoder::Decoder(const std::filesystem::path& clip, const FrameRange
             fmt::format("{} has no picture in its video stream; expected a clip", clip.string()));
     }
     format = FormatOf(container.get(), stream, codec->pix_fmt);
-    hasComplained = false;  // what was probed for the kind of clip does not count
+    indexed = IndexedPackets(stream);
+    promised = PromisedSeconds(*container, *stream);
+    // What was said while the kind of clip was probed does not count.
+    codec->opaque = &hasComplained;
+    container->opaque = &hasComplained;
 }
 
-void ClipReader::Decoder::FailDamaged(const std::string& how) const {
-    throw UsageError(
-        fmt::format("{} is damaged near frame {}: {}; expected a clip that decodes without error",
-                    file.string(), decoded, how));
+/// The next frames, so many of them, are lost.
+void ClipReader::Decoder::Lose(int64_t count) {
+    if (count > 0 && !damaged.empty() && damaged.back().end == next) {
+        damaged.back().end += count;
+    } else if (count > 0) {
+        damaged.push_back({next, next + count});
+    }
+    next += count;
 }
 
-void ClipReader::Decoder::RequireWhole() const {
-    if (hasComplained) {
-        FailDamaged("it ends within a frame");
+/// What is in the decoder, and what needs it, cannot be trusted.
+void ClipReader::Decoder::Damaged(const std::string& how) {
+    if (onDamage == OnDamage::Stop) {
+        throw UsageError(
+            fmt::format("{} is damaged at frame {}: {}; expected a clip that decodes without error, or "
+                        "--damaged skip",
+                        file.string(), next, how));
     }
-    if (packets < stream->nb_frames) {
-        FailDamaged(fmt::format("it ends after {} of the {} frames that its header promises", packets,
-                                stream->nb_frames));
+    avcodec_flush_buffers(codec.get());
+    Lose(inDecoder);
+    inDecoder = 0;
+    seeksKey = true;
+}
+
+/// What the clip lacks at the end of the file, in words; empty when it is whole.
+std::string ClipReader::Decoder::FindEnd(int error) {
+    AVIOContext* bytes = container->pb;
+    const bool isAtEnd = bytes != nullptr && bytes->eof_reached != 0 && bytes->error == 0;
+    const bool isNoisy = TakeComplaint() || error != AVERROR_EOF;
+    if (error != AVERROR_EOF && !isAtEnd) {
+        return AvText(error);
     }
-    // Of several streams another one may be the longest.
-    const bool isTimed = container->nb_streams == 1 && container->duration > 0 &&
-                         container->duration_estimation_method == AVFMT_DURATION_FROM_STREAM;
-    const double promised = isTimed ? static_cast<double>(container->duration) / AV_TIME_BASE : 0;
-    constexpr double Tolerance = 0.5;  // seconds
-    if (lastSeconds + Tolerance < promised) {
-        FailDamaged(fmt::format("it ends after {:.2f} of the {:.2f} seconds that its header promises",
-                                lastSeconds, promised));
+    if (indexed > 0) {
+        missingFrames = std::max<int64_t>(indexed - packets, 0);
+        return missingFrames == 0 ? ""
+                                  : fmt::format("it ends after {} of the {} frames that its header promises",
+                                                packets, indexed);
+    }
+    // Of raw frames one that is cut off is passed over in silence.
+    if (std::string(container->iformat->name) == "yuv4mpegpipe" && packets > 0 && avio_tell(bytes) > end) {
+        missingFrames = 1;
+        return "it ends within a frame";
+    }
+    // Headers round, or count what was cut off at the start; but a file cut within its last frame makes
+    // FFmpeg complain too. Without a promise what stands behind the last whole packet is not the clip's.
+    const double frameRate = format.FramesPerSecond();
+    const double tolerance = isNoisy ? 0.75 / frameRate : 0.5;  // seconds
+    if (reached + tolerance >= promised) {
+        return "";
+    }
+    missingFrames = std::llround((promised - reached) * frameRate);
+    return fmt::format("it ends after {:.2f} of the {:.2f} seconds that its header promises", reached,
+                       promised);
+}
+
+/// Whether the packet waits for a frame that stands alone, or belongs before it in time.
+bool ClipReader::Decoder::IsDropped() {
+    if (seeksKey && (packet->flags & AV_PKT_FLAG_KEY) != 0) {
+        seeksKey = false;
+        keyTime = packet->pts;
+        return false;
+    }
+    const bool isTimed = packet->pts != AV_NOPTS_VALUE && keyTime != AV_NOPTS_VALUE;
+    return seeksKey || (isTimed && packet->pts < keyTime);
+}
+
+/// Hands the packet to the decoder.
+void ClipReader::Decoder::Take() {
+    packets++;
+    end = packet->pos + packet->size;
+    const double tick = av_q2d(stream->time_base);
+    const int64_t time = packet->pts != AV_NOPTS_VALUE ? packet->pts : packet->dts;
+    if (time != AV_NOPTS_VALUE) {
+        const int64_t start = stream->start_time != AV_NOPTS_VALUE ? stream->start_time : 0;
+        const double length = packet->duration > 0 ? static_cast<double>(packet->duration) * tick
+                                                   : 1 / format.FramesPerSecond();
+        reached = std::max(reached, static_cast<double>(time - start) * tick + length);
+    }
+    const bool isCorrupt = TakeComplaint() || (packet->flags & AV_PKT_FLAG_CORRUPT) != 0;
+    if (!isCorrupt && IsDropped()) {
+        Lose(1);
+        return;
+    }
+    inDecoder += (packet->flags & AV_PKT_FLAG_DISCARD) != 0 ? 0 : 1;
+    const int error = isCorrupt ? 0 : avcodec_send_packet(codec.get(), packet.get());
+    if (isCorrupt || error < 0 || TakeComplaint()) {
+        Damaged(error < 0 ? AvText(error) : isCorrupt ? "it is cut off or overwritten there" : Unfit);
     }
 }
 
 /// Hands the decoder one more packet, or tells it that there are no more.
 void ClipReader::Decoder::Feed() {
-    int error = av_read_frame(container.get(), packet.get());
-    if (error == AVERROR_EOF) {
-        RequireWhole();
-        avcodec_send_packet(codec.get(), nullptr);
+    const int error = hasEnded ? AVERROR_EOF : av_read_frame(container.get(), packet.get());
+    if (error >= 0) {
+        if (packet->stream_index == stream->index && packet->size > 0) {
+            Take();
+        }
+        av_packet_unref(packet.get());
         return;
     }
-    if (error >= 0 && packet->stream_index == stream->index) {
-        packets++;
-        lastSeconds = std::max(lastSeconds, static_cast<double>(packet->pts) * av_q2d(stream->time_base));
-        error = avcodec_send_packet(codec.get(), packet.get());
+    if (!hasEnded) {
+        hasEnded = true;
+        missing = FindEnd(error);
     }
-    av_packet_unref(packet.get());
-    if (error < 0) {
-        FailDamaged(AvText(error));
-    }
+    avcodec_send_packet(codec.get(), nullptr);
+}
+
+/// Converts the frame to the picture's format and size.
+void ClipReader::Decoder::Give(Nv12& picture) {
+    hasGiven = true;
+    CropToShape(*frame, picture.luma.size());
+    const AvPlanes planes(picture);
+    const AvScaler::Side from = {frame->width, frame->height, static_cast<AVPixelFormat>(frame->format),
+                                 format.fullRange};
+    const AvScaler::Side to = {picture.luma.cols, picture.luma.rows, AV_PIX_FMT_NV12, format.fullRange};
+    scaler.Convert(from, frame->data, frame->linesize, to, planes.data, planes.stride, format.matrix);
 }
 
 bool ClipReader::Decoder::NextFrame() {
-    int error = avcodec_receive_frame(codec.get(), frame.get());
-    while (error == AVERROR(EAGAIN)) {
-        Feed();
-        error = avcodec_receive_frame(codec.get(), frame.get());
+    while (true) {
+        const int error = avcodec_receive_frame(codec.get(), frame.get());
+        const bool isPatched =
+            TakeComplaint() ||
+            (error >= 0 && (frame->decode_error_flags != 0 || (frame->flags & AV_FRAME_FLAG_CORRUPT) != 0));
+        if (isPatched) {
+            Damaged(Unfit);
+        } else if (error == AVERROR(EAGAIN)) {
+            Feed();
+        } else if (error == AVERROR_EOF) {
+            break;
+        } else if (error < 0) {
+            Damaged(AvText(error));
+        } else {
+            inDecoder--;
+            next++;
+            return true;
+        }
     }
-    if (error == AVERROR_EOF) {
-        return false;
+    inDecoder = 0;
+    if (!missing.empty()) {
+        Damaged(std::exchange(missing, ""));
+        Lose(missingFrames);
     }
-    if (error < 0 || hasComplained || frame->decode_error_flags != 0 ||
-        (frame->flags & AV_FRAME_FLAG_CORRUPT) != 0) {
-        FailDamaged(error < 0 ? AvText(error) : "its data does not fit together");
-    }
-    decoded++;
-    return true;
+    return false;
 }
 
-ClipReader::ClipReader(const std::filesystem::path& clip, const FrameRange& frames)
-    : decoder_(std::make_unique<Decoder>(clip, frames)) {}
+ClipReader::ClipReader(const std::filesystem::path& clip, const FrameRange& frames, OnDamage onDamage)
+    : decoder_(std::make_unique<Decoder>(clip, frames, onDamage)) {}
 
 ClipReader::~ClipReader() = default;
 
@@ -223,7 +366,7 @@ const ClipFormat& ClipReader::Format() const {
 
 int64_t ClipReader::ExpectedFrames() const {
     const FrameRange& range = decoder_->frames;
-    int64_t all = decoder_->stream->nb_frames;
+    int64_t all = decoder_->indexed;
     const AVFormatContext& container = *decoder_->container;
     if (all == 0 && container.duration > 0 &&
         container.duration_estimation_method != AVFMT_DURATION_FROM_BITRATE) {
@@ -234,33 +377,30 @@ int64_t ClipReader::ExpectedFrames() const {
 }
 
 int64_t ClipReader::Frame() const {
-    return decoder_->decoded - 1;
+    return decoder_->next - 1;
+}
+
+const std::vector<FrameRange>& ClipReader::DamagedFrames() const {
+    return decoder_->damaged;
 }
 
 bool ClipReader::Read(Nv12& picture) {
     Decoder& decoder = *decoder_;
-    do {
-        if (decoder.decoded >= decoder.frames.end) {
-            return false;
+    const FrameRange& range = decoder.frames;
+    while (decoder.next < range.end && decoder.NextFrame()) {
+        if (decoder.next > range.first && decoder.next <= range.end) {
+            decoder.Give(picture);
+            return true;
         }
-        if (!decoder.NextFrame()) {
-            if (decoder.decoded <= decoder.frames.first) {
-                throw UsageError(fmt::format("{} has {} frames; expected more than {}", decoder.file.string(),
-                                             decoder.decoded, decoder.frames.first));
-            }
-            return false;
-        }
-    } while (decoder.decoded <= decoder.frames.first);
-    AVFrame& frame = *decoder.frame;
-    CropToShape(frame, picture.luma.size());
-    const AvPlanes planes(picture);
-    const AvScaler::Side from = {frame.width, frame.height, static_cast<AVPixelFormat>(frame.format),
-                                 decoder.format.fullRange};
-    const AvScaler::Side to = {picture.luma.cols, picture.luma.rows, AV_PIX_FMT_NV12,
-                               decoder.format.fullRange};
-    decoder.scaler.Convert(from, frame.data, frame.linesize, to, planes.data, planes.stride,
-                           decoder.format.matrix);
-    return true;
+    }
+    if (!decoder.hasGiven) {
+        throw UsageError(decoder.damaged.empty()
+                             ? fmt::format("{} has {} frames; expected more than {}", decoder.file.string(),
+                                           decoder.next, range.first)
+                             : fmt::format("{} has only damaged frames from frame {} on",
+                                           decoder.file.string(), range.first));
+    }
+    return false;
 }
 
 }  // namespace desk

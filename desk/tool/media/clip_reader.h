@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <memory>
 #include <opencv2/core.hpp>
+#include <vector>
 
 #include "desk/tool/media/nv12.h"
 #include "desk/tool/options.h"
@@ -24,11 +25,13 @@ struct ClipFormat {
 };
 
 /// Reads the frames of a clip: any file that FFmpeg reads, or a folder of pictures numbered from 1
-/// (000001.png, ...).
+/// (000001.png, ...). The same clip gives the same frames, and the same damage, every time. Readers may work
+/// on threads of their own.
 class ClipReader {
 public:
     /// Throws UsageError, naming the file, when there is no clip with a video stream.
-    ClipReader(const std::filesystem::path& clip, const FrameRange& frames);
+    ClipReader(const std::filesystem::path& clip, const FrameRange& frames,
+               OnDamage onDamage = OnDamage::Stop);
     ~ClipReader();
     ClipReader(const ClipReader&) = delete;
     ClipReader& operator=(const ClipReader&) = delete;
@@ -38,10 +41,14 @@ public:
     int64_t ExpectedFrames() const;
     /// The number in the clip, from 0, of the frame that Read returned last.
     int64_t Frame() const;
+    /// What was skipped so far, in order: the damaged frames, and those up to the next that needs no other
+    /// one.
+    const std::vector<FrameRange>& DamagedFrames() const;
 
     /// Fills the picture with the next frame: scaled, when sizes differ, until it just covers the picture,
     /// what is too much cut off evenly on both sides. False at the end of the range or the clip. Throws
-    /// UsageError, naming file and frame, for a damaged frame or a clip that has no frame in the range.
+    /// UsageError, naming the file, when the clip has no frame in the range, and, with the number of the
+    /// first frame that cannot be trusted, when it is damaged and damage is not skipped.
     bool Read(Nv12& picture);
 
 private:
