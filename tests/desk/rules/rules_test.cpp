@@ -416,15 +416,16 @@ struct Shown {
 };
 
 std::vector<Shown> ShownRecords() {
-    const auto own = [](RogueCall& c) { return c.record; };
-    const auto output = [](RogueCall& c) -> void* {
-        return c.As<LumNodeQueryBufferInfo>().pOutputPortQueryInfo;
-    };
-    const auto input = [](RogueCall& c) -> void* { return c.As<LumNodeQueryBufferInfo>().pInputOptions; };
-    const auto downstream = [=](RogueCall& c) -> void* {
-        return const_cast<LumNodeBufferRequirement*>(
-            static_cast<LumOutputPortQueryInfo*>(output(c))->pDownstreamRequirement);
-    };
+#define AT(...) [](RogueCall& c) -> void* { return __VA_ARGS__; }
+    const auto own = AT(c.record);
+    const auto output = AT(c.As<LumNodeQueryBufferInfo>().pOutputPortQueryInfo);
+    const auto input = AT(c.As<LumNodeQueryBufferInfo>().pInputOptions);
+    const auto downstream = AT(const_cast<LumNodeBufferRequirement*>(
+        c.As<LumNodeQueryBufferInfo>().pOutputPortQueryInfo->pDownstreamRequirement));
+    const auto dependency = AT(c.As<LumNodeProcessRequestInfo>().pDependency);
+    const auto inputs = AT(c.As<LumNodeProcessRequestInfo>().inputImageLists[0]);
+    const auto outputs = AT(c.As<LumNodeProcessRequestInfo>().outputImageLists[0]);
+#undef AT
     constexpr size_t Format = offsetof(LumNodeBufferRequirement, format);
     constexpr size_t Plane2 = offsetof(LumNodeBufferRequirement, planeAlignment[2]);
     constexpr size_t OfOutput = offsetof(LumOutputPortQueryInfo, outputBufferOption);
@@ -432,7 +433,7 @@ std::vector<Shown> ShownRecords() {
     std::vector<RecordField> create = CreateFields();
     create.erase(create.begin() + 1);  // the handle is the node's to fill
     std::vector<Shown> shown = {
-        {PhaseEntry, "LumNodeCallbacks", own, {}, {offsetof(LumNodeCallbacks, reserved12)}},
+        {PhaseEntry, "LumNodeCallbacks", own, {}, {12}},
         {PhaseCreate, "LumNodeCreateInfo", own, create, {4, 71}},
         {PhaseQuery, "LumNodeQueryBufferInfo", own, {}, {4, 16}},
         {PhaseQuery, "LumOutputPortQueryInfo", output, {}, {0, OfOutput + Format, OfOutput + Plane2, 95}},
@@ -441,23 +442,9 @@ std::vector<Shown> ShownRecords() {
     };
     for (const Phase pass : {PhaseFirstPass, PhaseSecondPass}) {
         shown.push_back({pass, "LumNodeProcessRequestInfo", own, RequestFields(), {4, 103}});
-        shown.push_back({pass,
-                         "LumDependencyInfo",
-                         [](RogueCall& c) -> void* { return c.As<LumNodeProcessRequestInfo>().pDependency; },
-                         DependencyFields(),
-                         {0, 276}});
-        shown.push_back(
-            {pass,
-             "LumImageList",
-             [](RogueCall& c) -> void* { return c.As<LumNodeProcessRequestInfo>().inputImageLists[0]; },
-             {},
-             {0}});
-        shown.push_back(
-            {pass,
-             "LumImageList",
-             [](RogueCall& c) -> void* { return c.As<LumNodeProcessRequestInfo>().outputImageLists[0]; },
-             ImageListFields(),
-             {0}});
+        shown.push_back({pass, "LumDependencyInfo", dependency, DependencyFields(), {0, 276}});
+        shown.push_back({pass, "LumImageList", inputs, {}, {0}});
+        shown.push_back({pass, "LumImageList", outputs, ImageListFields(), {0}});
     }
     return shown;
 }
@@ -504,33 +491,25 @@ void LeaveGl(RogueCall&) {
                                                                                    EGL_NO_CONTEXT, version);
     auto* const makeCurrent = find(PFNEGLMAKECURRENTPROC{}, "eglMakeCurrent");
     makeCurrent(display, EGL_NO_SURFACE, EGL_NO_SURFACE, context);
-    const GrallocMetadata metadata = {
-        GrallocMetadataMagic,
-        1,
-        {static_cast<int>(buffer->Stride()), static_cast<int>(buffer->Scanline())},
-        1,
-        {}};
+    const GrallocMetadata metadata = {GrallocMetadataMagic, 1, {128, 64}, 1, {}};
     ASSERT_EQ(static_cast<ssize_t>(sizeof(metadata)),
               ::pwrite(buffer->Handle()->data[GrallocMetadataFd], &metadata, sizeof(metadata), 0));
     static ANativeWindowBuffer window;
     window.common.incRef = window.common.decRef = [](android_native_base_t*) {};
     window.width = 64;
     window.height = 48;
-    window.stride = static_cast<int>(buffer->Stride());
+    window.stride = 128;
     window.format = GrallocFormatNv12;
     window.handle = buffer->Handle();
     const EGLImageKHR image = find(PFNEGLCREATEIMAGEKHRPROC{}, "eglCreateImageKHR")(
         display, EGL_NO_CONTEXT, EGL_NATIVE_BUFFER_ANDROID, reinterpret_cast<EGLClientBuffer>(&window),
         nullptr);
     EXPECT_NE(nullptr, image);
-    auto* const destroyImage = find(PFNEGLDESTROYIMAGEKHRPROC{}, "eglDestroyImageKHR");
-    auto* const destroyContext = find(PFNEGLDESTROYCONTEXTPROC{}, "eglDestroyContext");
-    auto* const terminate = find(PFNEGLTERMINATEPROC{}, "eglTerminate");
-    cleanUp = [=] {
-        destroyImage(display, image);
+    cleanUp = [=, destroy = find(PFNEGLDESTROYIMAGEKHRPROC{}, "eglDestroyImageKHR"),
+               end = find(PFNEGLTERMINATEPROC{}, "eglTerminate")] {
+        destroy(display, image);
         makeCurrent(display, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
-        destroyContext(display, context);
-        terminate(display);
+        end(display);
     };
 }
 
