@@ -9,10 +9,10 @@
 #include <gmock/gmock.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <map>
 
 #include "desk/host/desk_host.h"
 #include "desk/host/desk_node.h"
@@ -35,6 +35,7 @@ using ::testing::IsEmpty;
 constexpr auto RT = Variant::RealTime;
 constexpr auto LA = Variant::LookAhead;
 constexpr const char* DumpFile = "/data/vendor/camera/x";
+constexpr const char* RoguePath = "/system/lib64/" TEST_ROGUE_NAME;
 const TagRegistry tags;  // with the ids of every host
 
 /// The rogue stays loaded from one host to the next. A function of its own, by name.
@@ -44,25 +45,10 @@ Function OfRogue(const char* name) {
     return reinterpret_cast<Function>(::dlsym(library, name));
 }
 
-struct NoLibraries : LibraryProvider {
-    void* Map(const std::string&) override {
-        return this;
-    }
-    void* Symbol(void*, const char*) override {
-        return nullptr;
-    }
-    bool Unmap(void*) override {
-        return true;
-    }
-};
-
-HostOptions Options() {
-    HostOptions options;
-    options.nodeLibrary = TEST_ROGUE_LIBRARY;
-    options.systemLibraryDir = TEST_SYSTEM_LIBRARIES;
-    options.dumpDir = ::testing::TempDir();
-    options.log = nullptr;
-    return options;
+/// Of libraries a device of the test's own has the rogue, or the desk's GL.
+HostOptions Options(bool needsGl = false) {
+    const std::filesystem::path rogue = TEST_ROGUE_LIBRARY;
+    return {rogue, needsGl ? TEST_SYSTEM_LIBRARIES : rogue.parent_path(), ::testing::TempDir(), nullptr};
 }
 
 /// A misdeed of one step.
@@ -80,9 +66,7 @@ std::function<void()> cleanUp = nullptr;  // what a misdeed leaves to be done wh
 std::vector<std::string> FindingsOf(Variant variant, const Misdeed& misdeed, bool needsGl = false,
                                     const std::vector<uint64_t>& requests = {7}) {
     OfRogue<decltype(&RogueSet)>("RogueSet")(misdeed ? &misdeed : nullptr);
-    NoLibraries libraries;
-    DeskHost host(Options());
-    host.SetLibraries(needsGl ? nullptr : &libraries);
+    DeskHost host(Options(needsGl));
     if (const auto node = host.CreateNode(variant); node->Handle() != nullptr) {
         node->Negotiate({64, 48}, {});
         const auto input = node->AllocateInput();
@@ -107,23 +91,13 @@ std::vector<std::string> FindingsOf(Variant variant, const Misdeed& misdeed, boo
 
 /// A sentence about what was done in a step; one that begins with "the" or "after" is a whole one.
 std::string Sentence(Variant variant, Phase step, const std::string& text) {
-    static const std::map<Phase, std::string> places = {{PhaseOutside, "outside of every callback"},
-                                                        {PhaseEntry, "in LumNodeEntry"},
-                                                        {PhaseInterface, "in SetNodeInterface"},
-                                                        {PhaseCaps, "in GetCaps"},
-                                                        {PhaseCreate, "in its creation"},
-                                                        {PhaseQuery, "in QueryBufferInfo"},
-                                                        {PhaseSetBuffer, "in SetBufferInfo"},
-                                                        {PhaseFirstPass, "in the first pass of request 7"},
-                                                        {PhaseDestroy, "in its destruction"},
-                                                        {PhaseSecondPass, "in the second pass of request 7"},
-                                                        {PhaseRefusal, "in a call that it has to refuse"}};
     if (text.rfind("the ", 0) == 0 || text.rfind("after ", 0) == 0) {
         return text;
     }
+    NodeState node;
+    node.variant = variant;
     const bool isOfNode = step > PhaseCaps && step != PhaseRefusal;
-    const char* node = variant == LA ? "look-ahead node" : "real-time node";
-    return fmt::format("the {} {} {}", isOfNode ? node : "library", places.at(step), text);
+    return Describe({step, isOfNode ? &node : nullptr, 7, nullptr}) + " " + text;
 }
 
 struct Row {
@@ -520,7 +494,8 @@ TEST(Rules, WhatIsLeftBehind) {
            {{DO(c.As<LumNodeCreateInfo>().phNodeSession = nullptr),
              {"the library created a node with success but returned no handle"}},
             {DO(FOpen(DumpFile, "a")), {Left(1, "open files")}},
-            {DO(LibMapFullName("x"); LibUnmap(LibMapFullName("x"))), {Left(1, "mapped libraries")}}});
+            {DO(LibMapFullName(RoguePath); LibUnmap(LibMapFullName(RoguePath))),
+             {Left(1, "mapped libraries")}}});
     Expect(RT, PhaseSecondPass,
            {{DO(keep(c.allocate(1))), {Left(1, "allocated blocks")}},
             {DO(copy(::dup(OutputOf(c)->data[GrallocPixelFd]))), {Left(1, "buffer descriptors")}}});
