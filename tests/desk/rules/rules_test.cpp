@@ -328,7 +328,10 @@ TEST(Rules, Publications) {
     const Tag& extra = ExtraBuffersTag();
     const std::string it = "publishes " + extra.FullName();
     const std::string reserved = it + " with reserved bytes that are not zero";
-    const std::pair<Spoil<Publication>, std::string> rows[] = {
+    const struct {
+        Spoil<Publication> spoil;
+        std::string sentence;
+    } rows[] = {
         {WITH(info.size = 48), "publishes with a LumMetadataInfo of size 48; expected 56"},
         {WITH(info.tagCount = 2), "publishes 2 tags; expected one, with its payload"},
         {WITH(info.pTagData = nullptr), "publishes 1 tags; expected one, with its payload"},
@@ -348,8 +351,8 @@ TEST(Rules, Publications) {
         {WITH(data.pData = nullptr), it + " with 4 bytes; expected 4"},
     };
     Expect(RT, PhaseCreate, {{DO(c.services.SetMetadata(nullptr)), {"publishes with a null record"}}});
-    for (const auto& [spoil, sentence] : rows) {
-        Expect(RT, PhaseCreate, {{DO(Publish(c, extra, spoil)), {sentence}}});
+    for (const auto& row : rows) {
+        Expect(RT, PhaseCreate, {{DO(Publish(c, extra, row.spoil)), {row.sentence}}});
     }
 }
 
@@ -518,10 +521,11 @@ TEST(Rules, NullArguments) {
     static char text[PropertyValueSize];
     LumNodeInterface copy;
     uint32_t base = 0;
+    static int32_t (*const vprint)(char*, size_t, const char*, va_list) = VSNPrintF;
     const auto print = [](char* buffer, const char* format, ...) {
         va_list arguments;
         va_start(arguments, format);
-        EXPECT_GT(0, VSNPrintF(buffer, sizeof(text), format, arguments));
+        EXPECT_GT(0, vprint(buffer, sizeof(text), format, arguments));
         va_end(arguments);
     };
     const struct {
