@@ -27,9 +27,4 @@ bool Contract::Empty() const {
     return sentences_.empty();
 }
 
-void Contract::Clear() {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    sentences_.clear();
-}
-
 }  // namespace desk

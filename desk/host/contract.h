@@ -35,7 +35,6 @@ public:
 
     std::vector<std::string> List() const;
     bool Empty() const;
-    void Clear();
 
 private:
     mutable std::mutex mutex_;

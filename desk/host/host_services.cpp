@@ -28,6 +28,11 @@ constexpr LogLevel LogLevels[] = {
 // The desk's alignments per plane of NV12: cache lines of the stride, and tiles of 32 lines.
 constexpr Alignment PlaneAlignments[] = {{128, 32}, {128, 16}};
 
+/// What a service is asked about; nothing when it is not said.
+std::string_view Subject(const char* text) {
+    return text != nullptr ? text : "";
+}
+
 bool WriteAt(int fd, size_t offset, const void* data, size_t size) {
     return ::pwrite(fd, data, size, static_cast<off_t>(offset)) == static_cast<ssize_t>(size);
 }
@@ -45,10 +50,18 @@ bool HostServices::Fails(const Service& service, std::string_view subject, uint3
     return fault && fault({service.name, subject, CurrentCall()}, result);
 }
 
+bool HostServices::RequireArguments(const Service& service, std::initializer_list<const void*> arguments) {
+    const bool holds = std::find(arguments.begin(), arguments.end(), nullptr) == arguments.end();
+    return contract.Require(holds, "calls {} with a null argument", service.name);
+}
+
 void HostServices::GetAlignment(uint32_t width, uint32_t height, uint32_t plane, LumFormat format,
                                 int32_t* strideAlignment, int32_t* scanlineAlignment) {
     uint32_t result = 0;
     const bool fails = Fails(service::GetAlignment, {}, result);
+    if (!RequireArguments(service::GetAlignment, {strideAlignment, scanlineAlignment})) {
+        return;
+    }
     contract.Require(width != 0 && height != 0, "asks for the alignment of an image of {} x {} pixels", width,
                      height);
     if (!fails && format == LumFormatNv12 && plane < std::size(PlaneAlignments)) {
@@ -59,7 +72,8 @@ void HostServices::GetAlignment(uint32_t width, uint32_t height, uint32_t plane,
 
 void HostServices::GetDateTime(LUMDateTime* dateTime) {
     uint32_t result = 0;
-    if (Fails(service::GetDateTime, {}, result)) {
+    const bool fails = Fails(service::GetDateTime, {}, result);
+    if (!RequireArguments(service::GetDateTime, {dateTime}) || fails) {
         return;
     }
     if (clock) {
@@ -80,7 +94,10 @@ void HostServices::GetDateTime(LUMDateTime* dateTime) {
 
 FILE* HostServices::FOpen(const char* path, const char* mode) {
     uint32_t result = 0;
-    const bool fails = Fails(service::FOpen, path, result);
+    const bool fails = Fails(service::FOpen, Subject(path), result);
+    if (!RequireArguments(service::FOpen, {path, mode})) {
+        return nullptr;
+    }
     contract.Require(std::string_view(mode) == "a", "opens {} with the mode \"{}\"; expected \"a\"", path,
                      mode);
     contract.Require(std::filesystem::path(path).parent_path() == FileStore::DeviceDir,
@@ -101,7 +118,8 @@ int32_t HostServices::FClose(FILE* file) {
 size_t HostServices::FWrite(const void* buffer, size_t size, size_t count, FILE* file) {
     uint32_t result = 0;
     const bool fails = Fails(service::FWrite, {}, result);
-    if (!contract.Require(files.IsOpen(file), "writes to a file that is not open")) {
+    if (!RequireArguments(service::FWrite, {buffer}) ||
+        !contract.Require(files.IsOpen(file), "writes to a file that is not open")) {
         return 0;
     }
     return fails ? result : std::fwrite(buffer, size, count, file);
@@ -109,18 +127,24 @@ size_t HostServices::FWrite(const void* buffer, size_t size, size_t count, FILE*
 
 int32_t HostServices::VSNPrintF(char* buffer, size_t size, const char* format, va_list arguments) {
     RequirePhase(service::VSNPrintF, {});
-    return std::vsnprintf(buffer, size, format, arguments);
+    return !RequireArguments(service::VSNPrintF, {buffer, format})
+               ? -1
+               : std::vsnprintf(buffer, size, format, arguments);
 }
 
 void* HostServices::LibMapFullName(const char* fullPath) {
     uint32_t result = 0;
-    const bool fails = Fails(service::LibMapFullName, fullPath, result);
-    return fails ? nullptr : libraries.Map(fullPath);
+    const bool fails = Fails(service::LibMapFullName, Subject(fullPath), result);
+    return !RequireArguments(service::LibMapFullName, {fullPath}) || fails ? nullptr
+                                                                           : libraries.Map(fullPath);
 }
 
 void* HostServices::LibGetAddr(void* library, const char* symbol) {
     uint32_t result = 0;
-    const bool fails = Fails(service::LibGetAddr, symbol, result);
+    const bool fails = Fails(service::LibGetAddr, Subject(symbol), result);
+    if (!RequireArguments(service::LibGetAddr, {symbol})) {
+        return nullptr;
+    }
     contract.Require(libraries.IsMapped(library), "looks {} up in a library that is not mapped", symbol);
     return fails ? nullptr : libraries.Symbol(library, symbol);
 }
@@ -170,8 +194,12 @@ int32_t HostServices::SetGrallocMetaData(const native_handle* handle, uint32_t i
 
 int HostServices::PropertyGet(const char* key, char* value, const char* fallback) {
     uint32_t result = 0;
-    const std::optional<std::string> set =
-        Fails(service::PropertyGet, key, result) ? std::nullopt : properties.Get(key);
+    const bool fails = Fails(service::PropertyGet, Subject(key), result);
+    const bool isWhole = RequireArguments(service::PropertyGet, {key, value});
+    if (value == nullptr) {
+        return 0;
+    }
+    const std::optional<std::string> set = fails || !isWhole ? std::nullopt : properties.Get(key);
     const std::string text =
         set.value_or(fallback != nullptr ? fallback : "").substr(0, PropertyValueSize - 1);
     std::memcpy(value, text.c_str(), text.size() + 1);
@@ -203,7 +231,8 @@ void HostServices::Log(LogRecord record, const char* format, va_list arguments) 
 
 int HostServices::PosixMemalign(void** block, size_t alignment, size_t size) {
     uint32_t result = 0;
-    if (Fails(service::PosixMemalign, {}, result)) {
+    const bool fails = Fails(service::PosixMemalign, {}, result);
+    if (!RequireArguments(service::PosixMemalign, {block}) || fails) {
         return static_cast<int>(result);
     }
     const int error = ::posix_memalign(block, alignment, size);

@@ -3,6 +3,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <filesystem>
+#include <initializer_list>
 #include <optional>
 #include <string_view>
 
@@ -73,6 +74,10 @@ public:
     int PropertyGet(const char* key, char* value, const char* fallback);
     /// `record` with the head filled; the message is formatted here.
     __attribute__((format(printf, 3, 0))) void Log(LogRecord record, const char* format, va_list arguments);
+
+    /// Reports a call of a service that has an object's address or a text among its arguments, and null
+    /// there. Returns whether none is; the service that is not called so answers with its failure.
+    bool RequireArguments(const Service& service, std::initializer_list<const void*> arguments);
 
     // The library's allocations.
     int PosixMemalign(void** block, size_t alignment, size_t size);

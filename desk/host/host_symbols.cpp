@@ -27,7 +27,9 @@ Result Forward(Result otherwise, Call&& call) {
 void LumLog::LogSystem(const char* levelWord, const char* levelLetter, const char* fileName,
                        const char* functionName, int32_t line, const char* format, ...) {
     HostServices* services = HostServices::Current();
-    if (services == nullptr) {
+    if (services == nullptr ||
+        !services->RequireArguments(desk::service::LogSystem,
+                                    {levelWord, levelLetter, fileName, functionName, format})) {
         return;
     }
     va_list arguments;

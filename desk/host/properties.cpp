@@ -17,11 +17,6 @@ void Properties::Set(const std::string& key, const std::string& value) {
     values_[key] = value;
 }
 
-void Properties::Remove(const std::string& key) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    values_.erase(key);
-}
-
 std::optional<std::string> Properties::Get(const std::string& key) const {
     const std::lock_guard<std::mutex> lock(mutex_);
     const auto found = values_.find(key);

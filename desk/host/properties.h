@@ -12,7 +12,6 @@ class Properties {
 public:
     /// Throws std::invalid_argument when the value is longer than a property can hold (91 bytes).
     void Set(const std::string& key, const std::string& value);
-    void Remove(const std::string& key);
     std::optional<std::string> Get(const std::string& key) const;
 
 private:

@@ -5,7 +5,6 @@
 #include <cstring>
 
 namespace desk {
-namespace {
 
 // Spares every table below from writing each name three times.
 #define DESK_FIELD(record, field) \
@@ -56,6 +55,8 @@ const std::vector<RecordField>& ImageListFields() {
 }
 
 #undef DESK_FIELD
+
+namespace {
 
 std::vector<int> WordsOf(const native_handle_t* handle) {
     if (handle == nullptr) {

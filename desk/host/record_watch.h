@@ -17,6 +17,12 @@ struct RecordField {
     size_t size;
 };
 
+/// The named fields of the records that a node gets to see. Bytes without a name belong to the host.
+const std::vector<RecordField>& CreateFields();      ///< LumNodeCreateInfo
+const std::vector<RecordField>& RequestFields();     ///< LumNodeProcessRequestInfo
+const std::vector<RecordField>& DependencyFields();  ///< LumDependencyInfo
+const std::vector<RecordField>& ImageListFields();   ///< LumImageList
+
 /// Compares a record with what it should hold; a difference becomes a finding that names the record, the
 /// field and both values.
 void RequireRecord(Contract& contract, const char* record, const std::vector<RecordField>& fields,
