@@ -203,4 +203,9 @@ void ClipWriter::Publish() {
     encoder_->place.Publish();
 }
 
+void ClipWriter::Finish() {
+    Complete();
+    Publish();
+}
+
 }  // namespace desk

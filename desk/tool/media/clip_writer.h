@@ -27,6 +27,8 @@ public:
     void Complete();
     /// Puts the complete clip under its name. Throws as OutputPlace does.
     void Publish();
+    /// Both, for a clip that is the only output.
+    void Finish();
 
 private:
     struct Encoder;

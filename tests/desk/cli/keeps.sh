@@ -5,11 +5,12 @@
 set -euo pipefail
 
 desk="$(realpath "$1")"
-without_flags="$(realpath "$2")"
+flags_library="$(realpath "$2")"
 work="$(mktemp -d)"
 trap 'kill $(jobs -p) 2>/dev/null || true; rm -rf "$work"' EXIT
 in="$work/in"
 failures=0
+preload=""
 
 # The options that every run of a clip needs.
 clip=("$in/shaky.y4m" --progress none --log-level none)
@@ -51,7 +52,7 @@ scene() {
 # Runs the program. What it says goes to a file.
 run() {
   status=0
-  "$desk" "$@" >/dev/null 2>"$work/said" || status=$?
+  LD_PRELOAD="$preload" "$desk" "$@" >/dev/null 2>"$work/said" || status=$?
 }
 
 # Ends a row: the status, a part of what was said, and what differs now.
@@ -74,7 +75,7 @@ start() {
   mkfifo "$work/clip.y4m" "$work/go"
   { head -c 150000 "$in/shaky.y4m"; read -r _ <"$work/go"; tail -c +150001 "$in/shaky.y4m"; } >"$work/clip.y4m" 2>"$work/pipe" &
   feeder=$!
-  "$desk" stabilise "$work/clip.y4m" --progress none --log-level none -o "$@" >/dev/null 2>"$work/said" &
+  LD_PRELOAD="$preload" "$desk" stabilise "$work/clip.y4m" --progress none --log-level none -o "$@" >/dev/null 2>"$work/said" &
   program=$!
   local tries
   for ((tries = 0; tries < 600; tries++)); do
@@ -257,15 +258,15 @@ while_it_runs() {
 +pictures.unfinished-N +pictures.unfinished-N/notes"
 
   # The node names its dumps by the second. One of a set that has its name taken keeps the set together.
-  scene "dumps of the same second stay$1" $(for s in {0..20}; do date -d "$s seconds" +dumps/Warp2_Tex_%Y%m%d_%H%M%S.txt; done)
+  scene "dumps of the same second stay$1" $(for s in {0..90}; do date -d "$s seconds" +dumps/Warp2_Tex_%Y%m%d_%H%M%S.txt; done)
   run "${replay[@]}" -o out.mkv --dump-dir dumps -y
   expect 2 ".txt exists; what was made is in dumps/dumps.unfinished-" "+dumps/dumps.unfinished-N \
 +dumps/dumps.unfinished-N/Grid +dumps/dumps.unfinished-N/Tex +dumps/dumps.unfinished-N/Vert +out.mkv"
 }
 while_it_runs ""
-export LD_PRELOAD="$without_flags"
+preload="$flags_library"
 while_it_runs ", without flags for renaming"
-unset LD_PRELOAD
+preload=""
 
 scene "two runs into one folder of dumps keep all dumps"
 "$desk" "${replay[@]}" -o one.y4m --dump-dir dumps >/dev/null 2>&1 &
