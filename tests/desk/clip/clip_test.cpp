@@ -235,11 +235,12 @@ TEST_F(Clips, IntactOnesPassWithAllTheirFramesInEveryContainer) {
 TEST_F(Clips, ThatEndTooEarlyAreToldInEveryContainer) {
     for (const Kind& kind : Kinds) {
         const std::filesystem::path clip = Make(kind);
-        for (const double share : {0.61, 0.97}) {  // neither lies between two frames
+        const bool isAvi = clip.extension() == ".avi";  // its last packet says that it is not whole
+        for (const double share : {0.61, 0.97}) {       // neither lies between two frames
             const Outcome outcome = ReadOften(Cut(clip, share));
-            EXPECT_THAT(outcome.error, HasSubstr(kind.opensWhenCut ? fmt::format("is damaged at frame {}: ",
-                                                                                 outcome.frames.size())
-                                                                   : "is not a clip"))
+            const std::string told = fmt::format("is damaged at frame {}: {}", outcome.frames.size(),
+                                                 isAvi ? "it is cut off" : "");
+            EXPECT_THAT(outcome.error, HasSubstr(kind.opensWhenCut ? told : "is not a clip"))
                 << kind.name << " " << share;
         }
     }
