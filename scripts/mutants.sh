@@ -7,6 +7,7 @@ set -euo pipefail
 
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 work="${3:-$root/build/mutants}"
+libraries=(dewarp_node desk_host desk_egl desk_glesv2)  # what the programs load, so that a fault in it meets them all
 programs=(pure_tests rules_tests fakegl_tests stress_tests pixel_tests sweep_tests)  # the quickest first
 
 mkdir -p "$work/tree"
@@ -16,7 +17,7 @@ cmake -S "$work/tree" -B "$work/build" >/dev/null
 build() {
   make -C "$work/build" -j"$(nproc)" --no-print-directory "$@" >"$work/output" 2>&1
 }
-build dewarp_node desk_host desk_egl desk_glesv2 "${programs[@]}" || { cat "$work/output" >&2; exit 1; }
+build "${libraries[@]}" "${programs[@]}" || { cat "$work/output" >&2; exit 1; }
 
 # Names the first test of the programs that fails; nothing when all pass.
 killer() {
@@ -35,19 +36,10 @@ if [ -n "$unharmed" ]; then
   exit 1
 fi
 
-# What has to be built anew for a fault in a file, so that the programs meet it.
-targets_of() {
-  case "$1" in
-    desk/host/*) echo desk_host ;;
-    desk/gl/*) echo desk_egl desk_glesv2 ;;
-    *) echo dewarp_node pure_tests ;;
-  esac
-}
-
 # run_list NAME FILE AT_LEAST: its faults one after the other. In the desk's list each names the program to begin with.
 run_list() {
   local killed=0 total=0 names rest file first expression note by
-  local -a files targets
+  local -a files
   while IFS='|' read -r names rest; do
     read -ra files <<<"$names"
     first=""
@@ -66,8 +58,7 @@ run_list() {
         exit 1
       fi
     done
-    read -ra targets <<<"$(targets_of "${files[0]}") $first"
-    if ! build "${targets[@]}"; then
+    if ! build "${libraries[@]}" pure_tests ${first:+"$first"}; then
       echo "mutants.sh: $names does not compile after $expression" >&2
       exit 1
     fi
@@ -86,9 +77,5 @@ run_list() {
 
 failed=0
 [ "${1:-}" = - ] || run_list node "$root/tests/mutants/list.txt" "${1:-}"
-if [ "${2:-}" != - ]; then
-  # What an earlier list left built of its last fault is made good.
-  build dewarp_node desk_host pure_tests
-  run_list desk "$root/tests/mutants/desk.txt" "${2:-}"
-fi
+[ "${2:-}" = - ] || run_list desk "$root/tests/mutants/desk.txt" "${2:-}"
 exit "$failed"

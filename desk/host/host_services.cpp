@@ -127,16 +127,18 @@ size_t HostServices::FWrite(const void* buffer, size_t size, size_t count, FILE*
 
 int32_t HostServices::VSNPrintF(char* buffer, size_t size, const char* format, va_list arguments) {
     RequirePhase(service::VSNPrintF, {});
-    return !RequireArguments(service::VSNPrintF, {buffer, format})
-               ? -1
-               : std::vsnprintf(buffer, size, format, arguments);
+    // Who only measures has no buffer.
+    if (!RequireArguments(service::VSNPrintF, {size != 0 ? buffer : format, format})) {
+        return -1;
+    }
+    return std::vsnprintf(buffer, size, format, arguments);
 }
 
 void* HostServices::LibMapFullName(const char* fullPath) {
     uint32_t result = 0;
     const bool fails = Fails(service::LibMapFullName, Subject(fullPath), result);
-    return !RequireArguments(service::LibMapFullName, {fullPath}) || fails ? nullptr
-                                                                           : libraries.Map(fullPath);
+    const bool isWhole = RequireArguments(service::LibMapFullName, {fullPath});
+    return fails || !isWhole ? nullptr : libraries.Map(fullPath);
 }
 
 void* HostServices::LibGetAddr(void* library, const char* symbol) {
