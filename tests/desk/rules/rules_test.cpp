@@ -461,12 +461,12 @@ void LeaveGl(RogueCall&) {
     const auto find = [&](auto type, const char* name) {
         return reinterpret_cast<decltype(type)>(LibGetAddr(library, name));
     };
-    const EGLDisplay display = find(PFNEGLGETDISPLAYPROC{}, "eglGetDisplay")(EGL_DEFAULT_DISPLAY);
-    find(PFNEGLINITIALIZEPROC{}, "eglInitialize")(display, nullptr, nullptr);
+    const EGLDisplay display = find(decltype(&eglGetDisplay){}, "eglGetDisplay")(EGL_DEFAULT_DISPLAY);
+    find(decltype(&eglInitialize){}, "eglInitialize")(display, nullptr, nullptr);
     const EGLint version[] = {EGL_CONTEXT_CLIENT_VERSION, 3, EGL_NONE};
-    const EGLContext context = find(PFNEGLCREATECONTEXTPROC{}, "eglCreateContext")(display, EGL_NO_CONFIG_KHR,
-                                                                                   EGL_NO_CONTEXT, version);
-    auto* const makeCurrent = find(PFNEGLMAKECURRENTPROC{}, "eglMakeCurrent");
+    const EGLContext context = find(decltype(&eglCreateContext){}, "eglCreateContext")(
+        display, EGL_NO_CONFIG_KHR, EGL_NO_CONTEXT, version);
+    auto* const makeCurrent = find(decltype(&eglMakeCurrent){}, "eglMakeCurrent");
     makeCurrent(display, EGL_NO_SURFACE, EGL_NO_SURFACE, context);
     const GrallocMetadata metadata = {GrallocMetadataMagic, 1, {128, 64}, 1, {}};
     ASSERT_EQ(static_cast<ssize_t>(sizeof(metadata)),
@@ -483,7 +483,7 @@ void LeaveGl(RogueCall&) {
         nullptr);
     EXPECT_NE(nullptr, image);
     cleanUp = [=, destroy = find(PFNEGLDESTROYIMAGEKHRPROC{}, "eglDestroyImageKHR"),
-               end = find(PFNEGLTERMINATEPROC{}, "eglTerminate")] {
+               end = find(decltype(&eglTerminate){}, "eglTerminate")] {
         destroy(display, image);
         makeCurrent(display, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
         end(display);
