@@ -24,7 +24,10 @@ constexpr const char* Unfit = "its data does not fit together";
 /// FFmpeg patches up some damage and tells only its log. Both kinds of context carry the flag of the reader
 /// they belong to, on whichever thread they complain; other contexts carry none.
 void WatchLog(void* source, int level, const char* /*format*/, va_list /*arguments*/) {
-    const AVClass* kind = source == nullptr ? nullptr : *static_cast<AVClass**>(source);
+    if (source == nullptr) {
+        return;
+    }
+    const AVClass* kind = *static_cast<AVClass**>(source);
     void* flag = nullptr;
     if (kind == avcodec_get_class()) {
         flag = static_cast<AVCodecContext*>(source)->opaque;

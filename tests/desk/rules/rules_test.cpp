@@ -131,10 +131,10 @@ uint32_t LookUp(RogueCall& call, const Tag& tag, const Spoil<LumVendorTagBaseInf
 
 /// The arguments of a GetMetaData.
 struct Reading {
-    uint32_t tag;
-    uint64_t request;
-    LumNodeInterface services;
-    void* session;
+    uint32_t tag = 0;
+    uint64_t request = 0;
+    LumNodeInterface services = {};
+    void* session = nullptr;
     LumMetadataType type = LumMetadataTypeVendorTag;
     uint32_t reserved = 0;
 };
@@ -147,7 +147,7 @@ void* Read(RogueCall& call, uint32_t tag, const Spoil<Reading>& spoil) {
 
 /// A publication with all that it points to; whatever the tag, 8 bytes are enough.
 struct Publication {
-    uint32_t id;
+    uint32_t id = 0;
     uint64_t payload = 0;
     LumTagData data = {};
     LumMetadataInfo info = {};
@@ -280,7 +280,7 @@ TEST(Rules, TableAndTags) {
     const std::string name = GridTag(RT).FullName();
     const std::string other = GridTag(LA).FullName();
     const Tag& margin = MarginTag(RT);
-    LumNodeInterface copy;
+    LumNodeInterface copy = {};
     uint32_t base = 0;
     Expect(RT, PhaseInterface,
            {{DO(SetNodeInterface(&c.services, "com.other", &copy, &base)),
@@ -519,7 +519,7 @@ TEST(Rules, WhatIsLeftBehind) {
 TEST(Rules, NullArguments) {
     static const char* const none = nullptr;  // of which the compiler knows nothing
     static char text[PropertyValueSize];
-    LumNodeInterface copy;
+    LumNodeInterface copy = {};
     uint32_t base = 0;
     static int32_t (*const vprint)(char*, size_t, const char*, va_list) = VSNPrintF;
     const auto print = [](char* buffer, const char* format, ...) {
