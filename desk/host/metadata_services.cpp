@@ -92,15 +92,15 @@ bool HostServices::RequireSession(const char* service, const void* session) {
 uint32_t HostServices::SetNodeInterface(LumNodeInterface* host, const char* nodeName, LumNodeInterface* copy,
                                         uint32_t* vendorTagBase) {
     uint32_t result = 0;
-    const bool fails = Fails(service::SetNodeInterface, nodeName != nullptr ? nodeName : "", result);
+    const std::string_view name = nodeName != nullptr ? nodeName : "";
+    const bool fails = Fails(service::SetNodeInterface, name, result);
     if (!RequireArguments(service::SetNodeInterface, {host, nodeName, copy, vendorTagBase})) {
         return LumResultInvalidArgument;
     }
     if (fails) {
         return result;
     }
-    contract.Require(std::string_view(nodeName) == NodeName, "gives its name as \"{}\"; expected \"{}\"",
-                     nodeName, NodeName);
+    contract.Require(name == NodeName, "gives its name as \"{}\"; expected \"{}\"", name, NodeName);
     // A host's table may be longer than what the node has room for.
     std::memcpy(copy, host, std::min<size_t>(host->size, sizeof(*copy)));
     *vendorTagBase = VendorTagBase;
