@@ -246,8 +246,7 @@ ExitCode Pipeline::Finish() {
     Drain();
     driver_.reset();
     progress_.Finish(Shown());
-    if (Interrupted() && Shown() == 0) {
-        fmt::print(stderr, "dewarp-desk: interrupted before the first frame; nothing was made\n");
+    if (InterruptedAtOnce(Shown())) {
         return WasInterrupted;
     }
     results_.json["damaged_frames"] = Json::array();

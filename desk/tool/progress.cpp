@@ -31,6 +31,14 @@ bool Interrupted() {
     return isInterrupted;
 }
 
+bool InterruptedAtOnce(int64_t done) {
+    const bool isAtOnce = isInterrupted && done == 0;
+    if (isAtOnce) {
+        fmt::print(stderr, "dewarp-desk: interrupted before the first frame; nothing was made\n");
+    }
+    return isAtOnce;
+}
+
 Progress::Progress(ProgressKind kind, int64_t expected)
     : kind_(kind), expected_(expected), start_(std::chrono::steady_clock::now()), shown_(start_) {
     if (kind_ == ProgressKind::Auto) {

@@ -10,6 +10,8 @@ namespace desk {
 /// Makes SIGINT and SIGTERM end the run after the frame that is under way.
 void CatchInterrupts();
 bool Interrupted();
+/// Whether that came while `done` was still 0, so that there is nothing to keep; says so on stderr.
+bool InterruptedAtOnce(int64_t done);
 
 /// Tells on stderr how far a run is: a bar that is drawn over, or blocks of key=value lines.
 class Progress {

@@ -104,6 +104,9 @@ int RunSynth(const SynthOptions& options) {
         progress.Step(done + 1);
     }
     progress.Finish(done);
+    if (InterruptedAtOnce(done)) {
+        return WasInterrupted;
+    }
     lines.close();
     if (!lines) {
         throw std::runtime_error(
