@@ -34,8 +34,8 @@ configure() {  # NAME PRESET OPTION...
 # The library is what a host may load, and the NDK's own flags are in force beside the project's.
 look() {  # NAME [HOST_LIBRARY]
   local build="build/$1" library="build/$1/lib/com.oxa.node.dewarp.so"
-  tests/library_file.sh "$library" "${@:2}"
-  tests/record_layout.py "$library" | diff tests/record_layout.txt - >&2
+  tests/node/file/library_file.sh "$library" "${@:2}"
+  tests/node/file/record_layout.py "$library" | diff tests/node/file/record_layout.txt - >&2
   if grep -qaF -e "$ANDROID_NDK_HOME" -e "$tree" "$library"; then
     echo "gates-android.sh: expected nothing in $library to name $ANDROID_NDK_HOME or $tree" >&2
     exit 1
@@ -83,5 +83,5 @@ ctest --test-dir build/android-x86_64 -j"$(nproc)" --output-on-failure
 configure android-x86_64-host android-x86_64 -DDEWARP_HOST_LIBRARIES="$tests/loader/libloader_host.so"
 quietly cmake --build build/android-x86_64-host -j"$(nproc)" --target dewarp_node
 look android-x86_64-host libloader_host.so
-LD_LIBRARY_PATH="$bionic/lib64:$ANDROID_PLATFORM_TREE/lib64" tests/loader/cases.sh "$tests/loader" \
+LD_LIBRARY_PATH="$bionic/lib64:$ANDROID_PLATFORM_TREE/lib64" tests/node/loader/cases.sh "$tests/loader" \
   "$root"/build/android-x86_64{,-host}/lib/com.oxa.node.dewarp.so

@@ -15,7 +15,7 @@ find "$build" -name '*.gcda' -delete
 for program in "${programs[@]}"; do
   DEWARP_SWEEP_TOGETHER=1 "$build/tests/$program" >/dev/null
 done
-"$build/tests/records_fuzz" "$root/tests/fuzz/corpus/records" >/dev/null
+"$build/tests/records_fuzz" "$root/tests/node/fuzz/corpus/records" >/dev/null
 gcovr --root "$root" --filter "$root/node/" --filter "$root/utils/" --exclude-throw-branches \
   --exclude-unreachable-branches --object-directory "$build" --txt "$build/coverage.txt" --print-summary \
   --fail-under-line 97 --fail-under-branch 90 "$build"

@@ -14,7 +14,7 @@ for target in "${targets[@]}"; do
   grown="build/fuzz/grown/$target"
   mkdir -p "$grown"
   "build/fuzz/tests/${target}_fuzz" -max_total_time="$seconds" -print_final_stats=1 -artifact_prefix="$grown." \
-    "$grown" "tests/fuzz/corpus/$target"
+    "$grown" tests/*/*/corpus/"$target"
 done
 
 cmake --preset desk >/dev/null

@@ -12,8 +12,8 @@ for preset in desk clang aarch64; do
   library="build/$preset/lib/com.oxa.node.dewarp.so"
   cmake --preset "$preset" >/dev/null
   cmake --build --preset "$preset" -j"$(nproc)" --target dewarp_node >/dev/null
-  tests/library_file.sh "$library"
-  tests/record_layout.py "$library" | diff tests/record_layout.txt - >&2
+  tests/node/file/library_file.sh "$library"
+  tests/node/file/record_layout.py "$library" | diff tests/node/file/record_layout.txt - >&2
   echo "gates: $library is what a host may load, its records are laid out as stored"
 done
 

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Puts one fault after the other into a copy of the library (tests/mutants/list.txt) and of the desk that proves it
+# Puts one fault after the other into a copy of the library (tests/mutants/node.txt) and of the desk that proves it
 # (tests/mutants/desk.txt) and has the tests find it: prints a table, and fails when fewer are found of a list than its
 # argument says (all of them unless given; - leaves the list out).
 #   scripts/mutants.sh [AT_LEAST_OF_NODE [AT_LEAST_OF_DESK [BUILD_FOLDER]]]
@@ -76,6 +76,6 @@ run_list() {
 }
 
 failed=0
-[ "${1:-}" = - ] || run_list node "$root/tests/mutants/list.txt" "${1:-}"
+[ "${1:-}" = - ] || run_list node "$root/tests/mutants/node.txt" "${1:-}"
 [ "${2:-}" = - ] || run_list desk "$root/tests/mutants/desk.txt" "${2:-}"
 exit "$failed"

@@ -9,8 +9,8 @@
 #include <system_error>
 #include <utility>
 
+#include "desk/abi/gralloc_layout.h"
 #include "desk/host/desk_node.h"
-#include "desk/host/gralloc_layout.h"
 #include "desk/host/import_redirect.h"
 #include "host/lumlog.h"
 

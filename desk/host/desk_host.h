@@ -6,9 +6,9 @@
 #include <memory>
 #include <optional>
 
-#include "desk/host/host_services.h"
-#include "desk/host/host_types.h"
-#include "desk/host/node_gate.h"
+#include "desk/abi/node_types.h"
+#include "desk/host/rules/node_gate.h"
+#include "desk/host/services/host_services.h"
 
 namespace desk {
 

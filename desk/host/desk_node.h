@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "desk/abi/node_types.h"
 #include "desk/host/gralloc_buffer.h"
-#include "desk/host/host_types.h"
-#include "desk/host/node_call.h"
+#include "desk/host/rules/node_call.h"
 #include "host/lumnoderequest.h"
 
 namespace desk {

@@ -14,7 +14,7 @@
 #include <stdexcept>
 #include <system_error>
 
-#include "desk/host/gralloc_layout.h"
+#include "desk/abi/gralloc_layout.h"
 
 namespace desk {
 namespace {

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <memory>
 
-#include "desk/host/host_types.h"
+#include "desk/abi/node_types.h"
 #include "host/lumimage.h"
 
 namespace desk {

@@ -4,11 +4,11 @@
 #include <opencv2/videostab.hpp>
 #include <string>
 
-#include "desk/tool/media/clip_reader.h"
-#include "desk/tool/media/clip_writer.h"
-#include "desk/tool/media/nv12.h"
-#include "desk/tool/media/quality.h"
-#include "desk/tool/motion/motion_meter.h"
+#include "desk/clip/clip_reader.h"
+#include "desk/clip/clip_writer.h"
+#include "desk/clip/nv12.h"
+#include "desk/measure/motion_meter.h"
+#include "desk/measure/quality.h"
 
 // What comparing the desk with other stabilisers takes beside the desk itself: OpenCV's video stabiliser on a
 // clip, and the same measurements for everybody's clip.

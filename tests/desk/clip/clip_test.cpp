@@ -8,9 +8,9 @@
 #include <sstream>
 #include <vector>
 
-#include "desk/tool/errors.h"
-#include "desk/tool/media/av_handles.h"
-#include "desk/tool/media/clip_reader.h"
+#include "desk/base/usage_error.h"
+#include "desk/clip/av_handles.h"
+#include "desk/clip/clip_reader.h"
 
 using ::testing::HasSubstr;
 

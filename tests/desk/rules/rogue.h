@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <functional>
 
-#include "desk/host/node_call.h"
+#include "desk/host/rules/node_call.h"
 #include "host/lumnodeutils.h"
 
 /// One step of the rogue node, as a misdeed sees it when the node has done its duty there.

@@ -14,11 +14,11 @@
 #include <cstring>
 #include <fstream>
 
+#include "desk/abi/gralloc_layout.h"
 #include "desk/host/desk_host.h"
 #include "desk/host/desk_node.h"
-#include "desk/host/gralloc_layout.h"
 #include "desk/host/node_request.h"
-#include "desk/host/record_watch.h"
+#include "desk/host/rules/record_watch.h"
 #include "host/lumlog.h"
 #include "platform/nativewindowbuffer.h"
 #include "platform/properties.h"

@@ -1,0 +1,93 @@
+#include <algorithm>
+#include <cmath>
+#include <memory>
+#include <optional>
+
+#include "desk/cli/commands.h"
+#include "desk/motion/motion_estimator.h"
+#include "desk/motion/steady_camera.h"
+#include "desk/run/pipeline.h"
+
+namespace desk {
+namespace {
+
+struct StabiliseOptions : RunOptions {
+    int64_t window = 30;
+};
+
+/// Without --size no pixel of the clip is scaled: the output is what the margin leaves of it.
+Sizing ChooseSizing(const CommonOptions& options, cv::Size clip) {
+    constexpr float UsualMargin = 0.2F;
+    const Margin margin = options.margin.value_or(Margin{UsualMargin, UsualMargin});
+    if (options.size) {
+        return {*options.size, margin};
+    }
+    const auto left = [](int pixels, float fraction) {
+        const int pairs = pixels / 2;
+        return 2 * std::max(1, static_cast<int>(std::lround(static_cast<float>(pairs) / (1 + fraction))));
+    };
+    const cv::Size output(left(clip.width, margin.horizontal), left(clip.height, margin.vertical));
+    return {output, MarginFor(clip / 2 * 2, output)};
+}
+
+Json PlaceJson(const CameraPlace& place, const CameraPlace& last) {
+    return {{"x", place.shift.real()},
+            {"y", place.shift.imag()},
+            {"roll", place.turn.imag()},
+            {"log_scale", place.turn.real()},
+            {"step", std::abs(place.shift - last.shift)}};
+}
+
+/// Every frame is read and its motion estimated, and `window` frames later it is shown from where the steady
+/// camera then looks.
+int RunStabilise(const StabiliseOptions& options) {
+    const int64_t window = options.variant == Variant::LookAhead ? options.window : 0;
+    ClipReader reader(options.clip, options.frames, options.onDamage);
+    const Sizing sizing = ChooseSizing(options, reader.Format().size);
+    Pipeline pipeline("stabilise", options, reader, sizing, window);
+    MotionEstimator motion;
+    SteadyCamera camera(options.variant, window, InputFor(sizing.output, sizing.margin), sizing.output);
+    std::optional<SteadyCamera::View> last;
+    const auto show = [&] {
+        const int64_t frame = pipeline.Shown();
+        const SteadyCamera::View view = camera.Next();
+        last = last.value_or(view);
+        pipeline.Show(static_cast<uint64_t>(pipeline.Number(frame) + 1), view.grid,
+                      {{"camera_before", PlaceJson(view.shaky, last->shaky)},
+                       {"camera_after", PlaceJson(view.steady, last->steady)}});
+        last = view;
+    };
+    while (pipeline.Read()) {
+        {
+            const StageTimer timer(pipeline.Results(), "estimate");
+            camera.Add(motion.Add(pipeline.Input(pipeline.Taken() - 1).luma));
+        }
+        if (pipeline.Taken() - pipeline.Shown() > window) {
+            show();
+        }
+    }
+    while (pipeline.Shown() < pipeline.Taken() && !Interrupted()) {
+        show();
+    }
+    return pipeline.Finish();
+}
+
+}  // namespace
+
+void AddStabilise(CLI::App& app, ChosenCommand& chosen) {
+    CLI::App& command =
+        AddCommand(app, "stabilise", "Steadies a clip through the node.",
+                   "dewarp-desk stabilise walk.mp4 -o steady.mp4 --variant lookahead --compare");
+    const auto options = std::make_shared<StabiliseOptions>();
+    command.add_option("CLIP", options->clip, "any clip that FFmpeg reads, or a folder of pictures")
+        ->required();
+    command.add_option("--window", options->window, "frames that the look-ahead node sees ahead")
+        ->check(CLI::Range(1, 300))
+        ->capture_default_str();
+    AddCommonOptions(command, *options);
+    AddNodeOptions(command, *options);
+    AddRecordingOptions(command, *options);
+    command.callback([&chosen, options] { chosen = [options] { return RunStabilise(*options); }; });
+}
+
+}  // namespace desk

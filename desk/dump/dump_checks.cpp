@@ -1,0 +1,211 @@
+#include "desk/dump/dump_checks.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <map>
+
+#include "desk/warp/warp_grid.h"
+#include "desk/warp/warp_map.h"
+
+namespace desk {
+namespace {
+
+constexpr int MeshColumns = GridColumns - 2;
+
+/// A motion is a jump when it is this many times the usual one, and more than a share of the mesh's width.
+constexpr double JumpFactor = 6;
+constexpr double JumpShare = 0.01;
+/// Vertices stand still; their last decimal may differ.
+constexpr double StillShare = 0.0002;
+
+/// Four decimals round a reach by less than this.
+constexpr double ReachTolerance = 0.001;
+
+/// The points that are drawn, row by row. A mesh dump ends within a row.
+std::vector<cv::Point2d> MeshPoints(const DumpLine& line, DumpKind kind) {
+    std::vector<cv::Point2d> points;
+    const auto add = [&](size_t point) {
+        points.emplace_back(line.values[2 * point], line.values[2 * point + 1]);
+    };
+    if (kind != DumpKind::Grid) {
+        for (size_t point = 0; point < MeshValueCount / 2; point++) {
+            add(point);
+        }
+        return points;
+    }
+    for (size_t row = 1; row < GridRows - 1; row++) {
+        for (size_t column = 1; column < GridColumns - 1; column++) {
+            add(row * GridColumns + column);
+        }
+    }
+    return points;
+}
+
+/// Mean way between the points of two lines, in widths of the mesh.
+double Motion(const std::vector<cv::Point2d>& before, const std::vector<cv::Point2d>& after) {
+    double sum = 0;
+    for (size_t i = 0; i < after.size(); i++) {
+        sum += cv::norm(after[i] - before[i]);
+    }
+    const double width = cv::norm(before[MeshColumns - 1] - before[0]);
+    return width > 0 ? sum / static_cast<double>(after.size()) / width : 0;
+}
+
+/// One side of the margin: its name, what a frame uses of it, and what there is.
+struct Side {
+    const char* name;
+    double SideUse::*used;
+    int cv::Size::*extent;
+};
+constexpr Side Sides[] = {{"left", &SideUse::left, &cv::Size::width},
+                          {"top", &SideUse::top, &cv::Size::height},
+                          {"right", &SideUse::right, &cv::Size::width},
+                          {"bottom", &SideUse::bottom, &cv::Size::height}};
+
+class DumpChecker {
+public:
+    DumpChecker(DumpReader& reader, WarpSizes sizes) : reader_(reader) {
+        check_.kind = reader.Kind();
+        check_.sizes = check_.kind == DumpKind::Grid ? sizes : WarpSizes{};
+    }
+
+    DumpCheck Run() {
+        for (bool isMore = true; isMore;) {
+            try {
+                const std::optional<DumpLine> line = reader_.Next();
+                isMore = line.has_value();
+                if (isMore) {
+                    CheckLine(*line);
+                }
+            } catch (const DumpError& error) {
+                Add(error.Line(), error.Column(), "malformed", error.Reason());
+            }
+        }
+        CheckJumps();
+        CheckReach();
+        std::stable_sort(check_.findings.begin(), check_.findings.end(),
+                         [](const DumpFinding& a, const DumpFinding& b) { return a.line < b.line; });
+        return std::move(check_);
+    }
+
+private:
+    void Add(size_t line, size_t column, const char* kind, const std::string& text) {
+        check_.findings.push_back({line, column, kind, text});
+    }
+
+    void CheckLine(const DumpLine& line) {
+        const auto [first, isNew] = lineOfRequest_.emplace(line.requestId, line.number);
+        if (!isNew) {
+            Add(line.number, 1, "repeated-request",
+                fmt::format("request {} was already in line {}", line.requestId, first->second));
+        }
+        if (const std::optional<BadValue> bad = FindBadValue(line)) {
+            Add(line.number, bad->column, bad->isFinite ? "out-of-range" : "not-finite", bad->text);
+            return;
+        }
+        std::vector<cv::Point2d> points = MeshPoints(line, check_.kind);
+        CheckFolds(line, points);
+        AddFrame(line, points);
+        previous_ = std::move(points);
+    }
+
+    void CheckFolds(const DumpLine& line, const std::vector<cv::Point2d>& points) {
+        const std::vector<cv::Point> folded = FoldedCells(points, MeshColumns);
+        if (!folded.empty()) {
+            Add(line.number, 0, "fold-over",
+                fmt::format("{} of the mesh's cells have a negative area, the first is column {} of row {}",
+                            folded.size(), folded.front().x, folded.front().y));
+        }
+        if (pictureIsOfFinding_) {
+            return;
+        }
+        pictureIsOfFinding_ = !folded.empty();
+        check_.points = points;
+        check_.pointsLine = line.number;
+    }
+
+    void AddFrame(const DumpLine& line, const std::vector<cv::Point2d>& points) {
+        DumpFrame frame{line.number, line.requestId, 0, std::nullopt};
+        if (!check_.frames.empty()) {
+            // Frames that were left out between two lines had their motion too.
+            const uint64_t last = check_.frames.back().requestId;
+            const uint64_t frames = line.requestId > last ? line.requestId - last : 1;
+            frame.motion = Motion(previous_, points) / static_cast<double>(frames);
+        }
+        WarpSizes& sizes = check_.sizes;
+        if (check_.frames.empty() && sizes.input.empty() && check_.kind == DumpKind::Grid) {
+            sizes.input = {static_cast<int>(std::min(line.header[0], MostPixels)),
+                           static_cast<int>(std::min(line.header[1], MostPixels))};
+        }
+        if (sizes.IsKnown()) {
+            frame.used = WarpMap(ToGrid(line), sizes.input, sizes.output).MarginUse();
+        }
+        check_.frames.push_back(frame);
+    }
+
+    void CheckJumps() {
+        std::vector<double> motions;
+        for (size_t i = 1; i < check_.frames.size(); i++) {
+            motions.push_back(check_.frames[i].motion);
+        }
+        if (motions.empty()) {
+            return;
+        }
+        const auto middle = motions.begin() + static_cast<std::ptrdiff_t>(motions.size() / 2);
+        std::nth_element(motions.begin(), middle, motions.end());
+        const double limit =
+            check_.kind == DumpKind::Vertices ? StillShare : std::max(JumpFactor * *middle, JumpShare);
+        for (size_t i = 1; i < check_.frames.size(); i++) {
+            const DumpFrame& frame = check_.frames[i];
+            if (frame.motion > limit) {
+                Add(frame.line, 0, "jump",
+                    fmt::format(
+                        "from request {} to {} the mesh moves by {:.2f} % of its width a frame, expected "
+                        "at most {:.2f} %",
+                        check_.frames[i - 1].requestId, frame.requestId, 100 * frame.motion, 100 * limit));
+            }
+        }
+    }
+
+    void CheckReach() {
+        for (const Side& side : Sides) {
+            const double margin = (check_.sizes.input.*side.extent - check_.sizes.output.*side.extent) / 2.0;
+            const DumpFrame* first = nullptr;
+            double most = 0;
+            size_t count = 0;
+            for (const DumpFrame& frame : check_.frames) {
+                const double beyond = frame.used ? *frame.used.*side.used - margin : 0;
+                if (beyond > ReachTolerance) {
+                    first = first == nullptr ? &frame : first;
+                    most = std::max(most, beyond);
+                    count++;
+                }
+            }
+            if (first != nullptr) {
+                Add(first->line, 0, "reach",
+                    fmt::format("request {} is the first of {} to read beyond the input's {} side, by {:.2f} "
+                                "pixels at most",
+                                first->requestId, count, side.name, most));
+            }
+        }
+    }
+
+    static constexpr uint32_t MostPixels = 65536;
+
+    DumpReader& reader_;
+    DumpCheck check_;
+    std::vector<cv::Point2d> previous_;
+    std::map<uint64_t, size_t> lineOfRequest_;
+    bool pictureIsOfFinding_ = false;
+};
+
+}  // namespace
+
+DumpCheck CheckDump(const std::filesystem::path& file, WarpSizes sizes) {
+    DumpReader reader(file);
+    return DumpChecker(reader, sizes).Run();
+}
+
+}  // namespace desk

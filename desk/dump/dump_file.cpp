@@ -1,0 +1,241 @@
+#include "desk/dump/dump_file.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cmath>
+#include <iterator>
+#include <string_view>
+#include <system_error>
+
+#include "desk/warp/warp_grid.h"
+
+namespace desk {
+namespace {
+
+constexpr int MeshColumns = GridColumns - 2;
+constexpr int MeshRows = GridRows - 2;
+static_assert(GridValueCount == 2 * GridColumns * GridRows);
+static_assert(MeshValueCount == MeshColumns * MeshRows + 1);
+
+/// Takes a line apart from the left. Errors name the column at which they arise.
+class LineScanner {
+public:
+    LineScanner(const std::filesystem::path& file, size_t line, const std::string& text)
+        : file_(file), line_(line), text_(text) {}
+
+    size_t Column() const {
+        return at_ + 1;
+    }
+    bool Skip(std::string_view expected) {
+        if (text_.compare(at_, expected.size(), expected) != 0) {
+            return false;
+        }
+        at_ += expected.size();
+        return true;
+    }
+    template <typename Number>
+    bool Read(Number& number) {
+        const char* end = text_.data() + text_.size();
+        const auto [rest, error] = std::from_chars(text_.data() + at_, end, number);
+        if (error != std::errc()) {
+            return false;
+        }
+        at_ = static_cast<size_t>(rest - text_.data());
+        return true;
+    }
+    [[noreturn]] void Fail(const std::string& expected) const {
+        constexpr size_t Shown = 16;
+        const std::string got =
+            at_ >= text_.size() ? "the end of the line" : fmt::format("\"{}\"", text_.substr(at_, Shown));
+        throw DumpError(file_, line_, Column(), fmt::format("expected {}, got {}", expected, got));
+    }
+
+private:
+    const std::filesystem::path& file_;
+    size_t line_;
+    const std::string& text_;
+    size_t at_ = 0;
+};
+
+/// The values that follow, each after a comma and a blank, up to the blank that ends the line.
+void ReadValues(LineScanner& scanner, size_t count, DumpLine& line) {
+    line.values.reserve(count);
+    line.columns.reserve(count);
+    for (size_t i = 0; i < count; i++) {
+        double value = 0;
+        const bool isAfterComma = scanner.Skip(", ");
+        line.columns.push_back(scanner.Column());
+        if (!isAfterComma || !scanner.Read(value)) {
+            scanner.Fail(
+                fmt::format("{}value {} of {}", isAfterComma ? "" : "a comma, a blank and ", i + 1, count));
+        }
+        line.values.push_back(value);
+    }
+}
+
+/// A mesh line prints every value but the first and the last twice; the copies must agree.
+void DropRepeated(DumpLine& line, const LineScanner& scanner) {
+    for (size_t i = 1; i < MeshValueCount; i++) {
+        const double value = line.values[2 * i - 1];
+        const bool isLast = i + 1 == MeshValueCount;
+        if (!isLast && std::isfinite(value) && value != line.values[2 * i]) {
+            scanner.Fail(fmt::format("value {} and its copy to agree, but they are {:.4f} and {:.4f}", i + 1,
+                                     value, line.values[2 * i]));
+        }
+        line.values[i] = value;
+        line.columns[i] = line.columns[2 * i - 1];
+    }
+    line.values.resize(MeshValueCount);
+    line.columns.resize(MeshValueCount);
+}
+
+/// Only a grid has whole numbers, without a decimal point, after its request id.
+bool HasGridHeader(const std::string& text) {
+    const size_t comma = text.find(", ");
+    const size_t next = comma == std::string::npos ? comma : text.find(", ", comma + 2);
+    return next != std::string::npos && text.find_first_not_of("0123456789", comma + 2) == next;
+}
+
+}  // namespace
+
+const char* NameOf(DumpKind kind) {
+    constexpr const char* Names[] = {"grid", "texture coordinate", "vertex"};
+    return Names[static_cast<size_t>(kind)];
+}
+
+DumpError::DumpError(const std::filesystem::path& file, size_t line, size_t column, const std::string& reason)
+    : UsageError(file.string() + (line == 0 ? "" : fmt::format(":{}", line)) +
+                 (column == 0 ? "" : fmt::format(":{}", column)) + ": " + reason),
+      line_(line),
+      column_(column),
+      reason_(reason) {}
+
+DumpReader::DumpReader(std::filesystem::path file)
+    : file_(std::move(file)), stream_(file_, std::ios::binary) {
+    if (!stream_ && errno == EACCES) {
+        throw std::runtime_error(fmt::format(
+            "{} cannot be read: Permission denied; expected a dump file of the node", file_.string()));
+    }
+    if (!stream_ || std::filesystem::is_directory(file_)) {
+        throw DumpError(file_, 0, 0, "cannot be opened, expected a dump file of the node");
+    }
+    if (!ReadText()) {
+        throw DumpError(file_, 0, 0, "expected a dump file of the node, got an empty file");
+    }
+    if (text_.compare(0, 6, "Frame ") != 0) {
+        throw DumpError(file_, 1, 1, "expected a dump file of the node, whose lines begin with \"Frame \"");
+    }
+    kind_ = HasGridHeader(text_) ? DumpKind::Grid : DumpKind::TexCoordinates;
+    if (kind_ != DumpKind::Grid) {
+        // The two mesh files look alike but for their values: those of the vertices lie about 0.
+        try {
+            const DumpLine first = Parse();
+            const double middle = (first.values[0] + first.values[size_t{2} * (MeshColumns - 1)]) / 2;
+            kind_ = std::abs(middle) < 0.25 ? DumpKind::Vertices : DumpKind::TexCoordinates;
+        } catch (const DumpError&) {
+            kind_ = DumpKind::TexCoordinates;  // Next will report the line
+        }
+    }
+}
+
+bool DumpReader::ReadText() {
+    if (!std::getline(stream_, text_)) {
+        return false;
+    }
+    isComplete_ = !stream_.eof();
+    line_++;
+    return true;
+}
+
+std::optional<DumpLine> DumpReader::Next() {
+    if (!isAhead_ && !ReadText()) {
+        return std::nullopt;
+    }
+    isAhead_ = false;
+    return Parse();
+}
+
+DumpLine DumpReader::Parse() const {
+    DumpLine line;
+    line.number = line_;
+    LineScanner scanner(file_, line.number, text_);
+    if (!scanner.Skip("Frame ") || !scanner.Read(line.requestId)) {
+        scanner.Fail("\"Frame \" and a request id");
+    }
+    if (kind_ == DumpKind::Grid) {
+        for (uint32_t& number : line.header) {
+            if (!scanner.Skip(", ") || !scanner.Read(number)) {
+                scanner.Fail("a whole number of the header");
+            }
+        }
+        ReadValues(scanner, GridValueCount, line);
+    } else {
+        ReadValues(scanner, 2 * (MeshValueCount - 1), line);
+        DropRepeated(line, scanner);
+    }
+    if (!scanner.Skip(" ") || scanner.Column() <= text_.size()) {
+        scanner.Fail(fmt::format("a blank and the end of the line after {} values", line.columns.size()));
+    }
+    if (!isComplete_) {
+        scanner.Fail("a line feed: the file is cut off");
+    }
+    return line;
+}
+
+std::optional<BadValue> FindBadValue(const DumpLine& line) {
+    const auto isBad = [](double value) { return !(std::abs(value) <= MaxCoordinate); };  // NaN is
+    const auto bad = std::find_if(line.values.begin(), line.values.end(), isBad);
+    if (bad == line.values.end()) {
+        return std::nullopt;
+    }
+    const auto more = std::count_if(bad + 1, line.values.end(), isBad);
+    return BadValue{line.columns[static_cast<size_t>(bad - line.values.begin())], std::isfinite(*bad),
+                    fmt::format("expected a coordinate within {} pixels, got {:.4f}{}", MaxCoordinate, *bad,
+                                more == 0 ? "" : fmt::format(" and {} more such in the line", more))};
+}
+
+void WriteDumpLine(std::ostream& out, DumpKind kind, const DumpLine& line) {
+    fmt::memory_buffer text;
+    const auto end = std::back_inserter(text);
+    fmt::format_to(end, "Frame {}", line.requestId);
+    if (kind == DumpKind::Grid) {
+        fmt::format_to(end, ", {}, {}", line.header[0], line.header[1]);
+    }
+    for (size_t i = 0; i < line.values.size(); i++) {
+        const bool isTwice = kind != DumpKind::Grid && i > 0 && i + 1 < line.values.size();
+        for (int copy = 0; copy < (isTwice ? 2 : 1); copy++) {
+            fmt::format_to(end, ", {:.4f}", line.values[i]);
+        }
+    }
+    fmt::format_to(end, " \n");
+    out.write(text.data(), static_cast<std::streamsize>(text.size()));
+}
+
+DumpLine ToDumpLine(uint64_t requestId, const IPEICAGridTransform& grid) {
+    DumpLine line;
+    line.requestId = requestId;
+    line.header = {grid.dumpValue0, grid.dumpValue1};
+    line.values.reserve(GridValueCount);
+    for (size_t i = 0; i < GridValueCount / 2; i++) {
+        line.values.push_back(static_cast<double>(grid.gridTransformArray[i].x));
+        line.values.push_back(static_cast<double>(grid.gridTransformArray[i].y));
+    }
+    return line;
+}
+
+IPEICAGridTransform ToGrid(const DumpLine& line) {
+    IPEICAGridTransform grid{};
+    grid.gridTransformEnable = 1;
+    grid.dumpValue0 = line.header[0];
+    grid.dumpValue1 = line.header[1];
+    for (size_t i = 0; i < GridValueCount / 2; i++) {
+        grid.gridTransformArray[i] = {static_cast<float>(line.values[2 * i]),
+                                      static_cast<float>(line.values[2 * i + 1])};
+    }
+    return grid;
+}
+
+}  // namespace desk

@@ -1,0 +1,85 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+
+#include "desk/gl/driver/real_gl.h"
+
+/// The application must find the GL state as it left it, so the layer changes state only through these
+/// scopes, which put it back. All need a current context from construction to destruction.
+namespace desk {
+
+/// One value of the state, which `State` is the name of and `PutBack` sets.
+template <GLenum State, void (*PutBack)(GLuint)>
+class StateScope {
+public:
+    StateScope() : value_(static_cast<GLuint>(GlInteger(State))) {}
+    ~StateScope() {
+        PutBack(value_);
+    }
+    StateScope(const StateScope&) = delete;
+    StateScope& operator=(const StateScope&) = delete;
+
+private:
+    GLuint value_;
+};
+
+inline void ActivateUnit(GLuint unit) {
+    Gl().ActiveTexture(unit);
+}
+inline void BindTexture2D(GLuint texture) {
+    Gl().BindTexture(GL_TEXTURE_2D, texture);
+}
+inline void BindDrawFramebuffer(GLuint framebuffer) {
+    Gl().BindFramebuffer(GL_DRAW_FRAMEBUFFER, framebuffer);
+}
+inline void BindReadFramebuffer(GLuint framebuffer) {
+    Gl().BindFramebuffer(GL_READ_FRAMEBUFFER, framebuffer);
+}
+inline void UseProgram(GLuint program) {
+    Gl().UseProgram(program);
+}
+
+using ActiveTextureScope = StateScope<GL_ACTIVE_TEXTURE, ActivateUnit>;
+using TextureScope = StateScope<GL_TEXTURE_BINDING_2D, BindTexture2D>;  ///< of the unit that is active
+using DrawFramebufferScope = StateScope<GL_DRAW_FRAMEBUFFER_BINDING, BindDrawFramebuffer>;
+using ReadFramebufferScope = StateScope<GL_READ_FRAMEBUFFER_BINDING, BindReadFramebuffer>;
+using ProgramScope = StateScope<GL_CURRENT_PROGRAM, UseProgram>;
+
+/// Lets pixel transfers run between the GL and rows of client memory of any length.
+class PixelTransferScope {
+public:
+    enum Direction { Unpack, Pack };
+    explicit PixelTransferScope(Direction direction);
+    ~PixelTransferScope();
+    PixelTransferScope(const PixelTransferScope&) = delete;
+    PixelTransferScope& operator=(const PixelTransferScope&) = delete;
+
+    /// Pixels from one row's start to the next one's.
+    void SetRowLength(GLint pixels);
+
+private:
+    static constexpr std::size_t ParameterCount = 4;
+    struct State;
+    static const State States[2];
+
+    const State& state_;
+    GLint buffer_;
+    std::array<GLint, ParameterCount> values_{};
+};
+
+/// Another draw framebuffer of half the size, with viewport and scissor box halved to match.
+class HalfSizeScope {
+public:
+    explicit HalfSizeScope(GLuint framebuffer);
+    ~HalfSizeScope();
+    HalfSizeScope(const HalfSizeScope&) = delete;
+    HalfSizeScope& operator=(const HalfSizeScope&) = delete;
+
+private:
+    DrawFramebufferScope framebuffer_;
+    std::array<GLint, 4> viewport_{};
+    std::array<GLint, 4> scissor_{};
+};
+
+}  // namespace desk

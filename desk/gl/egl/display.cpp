@@ -1,0 +1,190 @@
+#include "desk/gl/egl/display.h"
+
+#include <dlfcn.h>
+#include <link.h>
+
+#include <array>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "desk/gl/driver/counters.h"
+#include "desk/gl/driver/egl_call.h"
+#include "desk/gl/driver/export.h"
+#include "desk/gl/yuv/context_state.h"
+#include "desk/gl/yuv/image.h"
+
+namespace desk {
+namespace {
+
+/// How often each display was initialised and not yet terminated. On a device all users of the display share
+/// it, and only the last one to terminate it really does.
+struct Initialisations {
+    std::mutex mutex;
+    std::map<EGLDisplay, int> counts;
+};
+
+Initialisations& AllInitialisations() {
+    static auto* all = new Initialisations;  // threads may outlive the static objects
+    return *all;
+}
+
+bool HasClientExtension(const char* name) {
+    const char* extensions = Egl().QueryString(EGL_NO_DISPLAY, EGL_EXTENSIONS);
+    return extensions != nullptr && std::strstr(extensions, name) != nullptr;
+}
+
+bool CanInitialise(EGLDisplay display) {
+    if (display == EGL_NO_DISPLAY || Egl().Initialize(display, nullptr, nullptr) == EGL_FALSE) {
+        return false;
+    }
+    Egl().Terminate(display);
+    return true;
+}
+
+EGLDisplay FirstDeviceDisplay() {
+    std::array<EGLDeviceEXT, 16> devices{};
+    EGLint count = 0;
+    if (Egl().QueryDevicesEXT == nullptr ||
+        Egl().QueryDevicesEXT(static_cast<EGLint>(devices.size()), devices.data(), &count) == EGL_FALSE) {
+        return EGL_NO_DISPLAY;
+    }
+    for (size_t i = 0; i < static_cast<size_t>(count); ++i) {
+        const EGLDisplay display = Egl().GetPlatformDisplay(EGL_PLATFORM_DEVICE_EXT, devices[i], nullptr);
+        if (CanInitialise(display)) {
+            return display;
+        }
+    }
+    return EGL_NO_DISPLAY;
+}
+
+// Of ANGLE's own header, which no package has.
+constexpr EGLenum PlatformAngle = 0x3202;
+constexpr EGLAttrib AngleType = 0x3203;
+constexpr EGLAttrib AngleTypeVulkan = 0x3450;
+constexpr EGLAttrib AngleDeviceType = 0x3209;
+constexpr EGLAttrib AngleDeviceTypeSwiftShader = 0x3487;
+
+constexpr EGLAttrib SwiftShader[] = {AngleType, AngleTypeVulkan, AngleDeviceType, AngleDeviceTypeSwiftShader,
+                                     EGL_NONE};
+
+/// What needs no window system, the best first: ANGLE has the surfaceless platform too, but over the
+/// machine's own Vulkan, of which there may be none.
+constexpr struct {
+    const char* extension;
+    EGLenum platform;
+    const EGLAttrib* attributes;
+} HeadlessPlatforms[] = {
+    {"EGL_ANGLE_platform_angle_device_type_swiftshader", PlatformAngle, SwiftShader},
+    {"EGL_MESA_platform_surfaceless", EGL_PLATFORM_SURFACELESS_MESA, nullptr},
+};
+
+/// A display that needs no window system: a device's default display has one, a workstation's may not.
+EGLDisplay OpenHeadlessDisplay() {
+    for (const auto& row : HeadlessPlatforms) {
+        if (HasClientExtension(row.extension)) {
+            const EGLDisplay display =
+                Egl().GetPlatformDisplay(row.platform, EGL_DEFAULT_DISPLAY, row.attributes);
+            if (CanInitialise(display)) {
+                return display;
+            }
+        }
+    }
+    if (HasClientExtension("EGL_EXT_platform_device")) {
+        const EGLDisplay display = FirstDeviceDisplay();
+        if (display != EGL_NO_DISPLAY) {
+            return display;
+        }
+    }
+    return Egl().GetDisplay(EGL_DEFAULT_DISPLAY);
+}
+
+/// Keeps the driver that EGL has loaded in the process for good, as a device does: Mesa and ANGLE would
+/// unload it with the last display and load it again with the next.
+void KeepDriver() {
+    dl_iterate_phdr(
+        [](dl_phdr_info* object, size_t /*size*/, void* /*unused*/) {
+            for (const char* part : {"_dri.so", "/libvulkan", "/libvk_"}) {
+                if (std::strstr(object->dlpi_name, part) != nullptr) {
+                    dlopen(object->dlpi_name, RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE);
+                }
+            }
+            return 0;
+        },
+        nullptr);
+}
+
+EGLBoolean Initialise(EGLDisplay display, EGLint* major, EGLint* minor) {
+    Initialisations& all = AllInitialisations();
+    const std::lock_guard<std::mutex> lock(all.mutex);
+    const EGLBoolean done = Egl().Initialize(display, major, minor);
+    if (done == EGL_TRUE) {
+        if (all.counts.empty()) {
+            KeepDriver();
+        }
+        ++all.counts[display];
+        GlobalCounters().initialisedDisplays = all.counts.size();
+    }
+    return done;
+}
+
+EGLBoolean Terminate(EGLDisplay display) {
+    // Dropped after the lock, because the last owner of an image calls its buffer's owner.
+    std::vector<std::shared_ptr<ContextState>> contexts;
+    std::vector<std::shared_ptr<Image>> images;
+    Initialisations& all = AllInitialisations();
+    const std::lock_guard<std::mutex> lock(all.mutex);
+    const auto found = all.counts.find(display);
+    if (found == all.counts.end()) {
+        return Egl().Terminate(display);
+    }
+    if (found->second > 1) {
+        --found->second;
+        SetEglResult(EGL_SUCCESS);
+        return EGL_TRUE;
+    }
+    const EGLBoolean isDone = Egl().Terminate(display);
+    if (isDone == EGL_TRUE) {
+        all.counts.erase(found);
+        GlobalCounters().initialisedDisplays = all.counts.size();
+        contexts = TakeContexts(display);
+        images = TakeImages(display);
+    }
+    return isDone;
+}
+
+}  // namespace
+
+void RequireInitialised(EGLDisplay display) {
+    Initialisations& all = AllInitialisations();
+    const std::lock_guard<std::mutex> lock(all.mutex);
+    if (all.counts.count(display) == 0) {
+        throw display == EGL_NO_DISPLAY
+            ? EglError(EGL_BAD_DISPLAY, "expected a display, got EGL_NO_DISPLAY")
+            : EglError(EGL_NOT_INITIALIZED, "expected an initialised display, got one that is not");
+    }
+}
+
+}  // namespace desk
+
+DESK_GL_EXPORT EGLDisplay EGLAPIENTRY eglGetDisplay(EGLNativeDisplayType native) {
+    return desk::EglCall("eglGetDisplay", EGLDisplay{EGL_NO_DISPLAY}, [&] {
+        if (native != EGL_DEFAULT_DISPLAY) {
+            return desk::Egl().GetDisplay(native);
+        }
+        static const EGLDisplay headless = desk::OpenHeadlessDisplay();
+        desk::SetEglResult(EGL_SUCCESS);
+        return headless;
+    });
+}
+
+DESK_GL_EXPORT EGLBoolean EGLAPIENTRY eglInitialize(EGLDisplay display, EGLint* major, EGLint* minor) {
+    return desk::EglCall("eglInitialize", EGLBoolean{EGL_FALSE},
+                         [&] { return desk::Initialise(display, major, minor); });
+}
+
+DESK_GL_EXPORT EGLBoolean EGLAPIENTRY eglTerminate(EGLDisplay display) {
+    return desk::EglCall("eglTerminate", EGLBoolean{EGL_FALSE}, [&] { return desk::Terminate(display); });
+}

@@ -1,0 +1,107 @@
+#include "desk/gl/yuv/shader_translate.h"
+
+#include <algorithm>
+#include <mutex>
+#include <regex>
+
+namespace desk {
+namespace {
+
+/// Regular expressions fill a cache of the process's locale as they go, and do not lock it.
+std::unique_lock<std::mutex> LockLocale() {
+    static std::mutex mutex;
+    return std::unique_lock<std::mutex>(mutex);
+}
+
+std::regex ExtensionLine() {
+    return std::regex(R"(#[ \t]*extension[ \t]+GL_EXT_YUV_target[ \t]*:[^\n]*)");
+}
+
+/// Groups: precision, name.
+std::regex SamplerDeclaration() {
+    return std::regex(R"(\buniform\s+((?:(?:highp|mediump|lowp)\s+)?)__samplerExternal2DY2YEXT\s+(\w+)\s*;)");
+}
+
+/// Groups: precision, name.
+std::regex YuvOutput() {
+    return std::regex(R"(\blayout\s*\(\s*yuv\s*\)\s*out\s+((?:(?:highp|mediump|lowp)\s+)?)vec4\s+(\w+)\s*;)");
+}
+
+/// The statement that tells a luma from a chroma text. Group: the YUV value's name.
+std::regex LumaStatement() {
+    return std::regex(R"(\bdesk_plane = (\w+)\.xxxw;)");
+}
+
+/// What one group of the pattern matches, wherever the text has it.
+std::vector<std::string> FindAll(const std::string& text, const std::regex& pattern, int group) {
+    return {std::sregex_token_iterator(text.begin(), text.end(), pattern, group),
+            std::sregex_token_iterator()};
+}
+
+/// A call becomes one of a function that stands beside the declaration, so that its coordinates may be any
+/// expression.
+std::string TranslateSamplers(std::string text) {
+    const std::regex declaration = SamplerDeclaration();
+    for (const std::string& name : FindAll(text, declaration, 2)) {
+        text = std::regex_replace(text, std::regex(R"(\btexture\s*\(\s*)" + name + R"(\s*,)"),
+                                  "desk_texture_" + name + "(");
+    }
+    return std::regex_replace(text, declaration,
+                              "uniform $1sampler2D $2; uniform $1sampler2D desk_chroma_$2; "
+                              "highp vec4 desk_texture_$2(highp vec2 at) { "
+                              "return vec4(texture($2, at).r, texture(desk_chroma_$2, at).rg, 1.0); }");
+}
+
+/// The YUV output becomes a variable, of which a main function around the shader's own writes one plane.
+std::string TranslateOutput(const std::string& text) {
+    std::smatch output;
+    if (!std::regex_search(text, output, YuvOutput())) {
+        return text;
+    }
+    const std::string name = output[2];
+    std::string translated =
+        std::regex_replace(text, YuvOutput(), "$1vec4 $2; layout(location = 0) out $1vec4 desk_plane;");
+    translated = std::regex_replace(translated, std::regex(R"(\bvoid\s+main\s*\(\s*(?:void)?\s*\))"),
+                                    "void desk_main()");
+    return translated + "\nvoid main() { desk_main(); desk_plane = " + name + ".xxxw; }\n";
+}
+
+}  // namespace
+
+std::string TranslateYuvShader(const std::string& source) {
+    const auto lock = LockLocale();
+    if (!std::regex_search(source, ExtensionLine())) {
+        return source;
+    }
+    return TranslateOutput(TranslateSamplers(std::regex_replace(source, ExtensionLine(), "")));
+}
+
+std::string LeadWithVersion(const std::string& source) {
+    const size_t version = source.find_first_not_of(" \t\r\n");
+    if (version == std::string::npos || source.compare(version, 8, "#version") != 0) {
+        return source;
+    }
+    const size_t next = std::min(source.find('\n', version), source.size() - 1) + 1;
+    return source.substr(version, next - version) + source.substr(0, version) + source.substr(next);
+}
+
+bool WritesPlanes(const std::string& translated) {
+    const auto lock = LockLocale();
+    return std::regex_search(translated, LumaStatement());
+}
+
+std::string ChromaVariant(const std::string& translated) {
+    const auto lock = LockLocale();
+    return std::regex_replace(translated, LumaStatement(), "desk_plane = $1.yzzw;");
+}
+
+std::vector<std::string> ExternalSamplers(const std::string& translated) {
+    const auto lock = LockLocale();
+    return FindAll(translated, std::regex(R"(\bsampler2D desk_chroma_(\w+);)"), 1);
+}
+
+std::string ChromaSampler(const std::string& externalSampler) {
+    return "desk_chroma_" + externalSampler;
+}
+
+}  // namespace desk

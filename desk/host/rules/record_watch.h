@@ -1,0 +1,83 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "desk/host/rules/contract.h"
+#include "desk/host/rules/tag_registry.h"
+#include "host/lumnode.h"
+
+namespace desk {
+
+/// One named field of a host record.
+struct RecordField {
+    const char* name;
+    size_t offset;
+    size_t size;
+};
+
+/// The named fields of the records that a node gets to see. Bytes without a name belong to the host.
+const std::vector<RecordField>& CreateFields();      ///< LumNodeCreateInfo
+const std::vector<RecordField>& RequestFields();     ///< LumNodeProcessRequestInfo
+const std::vector<RecordField>& DependencyFields();  ///< LumDependencyInfo
+const std::vector<RecordField>& ImageListFields();   ///< LumImageList
+
+/// Compares a record with what it should hold; a difference becomes a finding that names the record, the
+/// field and both values.
+void RequireRecord(Contract& contract, const char* record, const std::vector<RecordField>& fields,
+                   const void* expected, const void* actual, size_t size);
+
+/// Remembers the records of a creation and tells afterwards whether the node changed only what is its own.
+class CreateWatch {
+public:
+    explicit CreateWatch(const LumNodeCreateInfo& info);
+    void Check(Contract& contract, uint32_t result) const;
+
+private:
+    const LumNodeCreateInfo& info_;
+    LumNodeCreateInfo expected_;
+};
+
+/// The same for a buffer query, all ports of it.
+class QueryWatch {
+public:
+    explicit QueryWatch(const LumNodeQueryBufferInfo& info);
+    void Check(Contract& contract);
+
+private:
+    const LumNodeQueryBufferInfo& info_;
+    LumNodeQueryBufferInfo expected_;
+    std::vector<LumOutputPortQueryInfo> outputs_;
+    std::vector<LumInputPortQueryInfo> inputs_;
+    std::vector<LumNodeBufferRequirement> downstream_;
+};
+
+/// The same for one pass of a request: its record, the dependency record, the image lists and the handles
+/// in them.
+class RequestWatch {
+public:
+    explicit RequestWatch(const LumNodeProcessRequestInfo& request);
+    /// After a first pass that returned `result`.
+    void CheckFirstPass(Contract& contract, const TagRegistry& tags, uint32_t result);
+    /// After a second pass, whatever it returned.
+    void CheckSecondPass(Contract& contract);
+
+private:
+    struct WatchedList {
+        const LumImageList* list;
+        LumImageList expected;
+        std::vector<int> handle;
+    };
+
+    void WatchLists(LumImageList** lists, uint32_t count);
+    void ExpectDependencies(const NodeCall& caller, const TagRegistry& tags);
+    void CheckRecords(Contract& contract) const;
+
+    const LumNodeProcessRequestInfo& request_;
+    LumNodeProcessRequestInfo expected_;
+    LumDependencyInfo dependency_;
+    std::vector<WatchedList> lists_;
+};
+
+}  // namespace desk

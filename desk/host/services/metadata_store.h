@@ -1,0 +1,48 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <tuple>
+#include <vector>
+
+#include "desk/host/rules/tag_registry.h"
+
+namespace desk {
+
+/// The payloads of the host's vendor tags, per session and request. Request 0 holds what is not tied to
+/// a request. Thread safe; a payload handed to a node stays valid until it is replaced or removed.
+class MetadataStore {
+public:
+    /// Copies `size` bytes; replaces what is there.
+    void Set(const void* session, uint64_t requestId, const Tag& tag, const void* data, size_t size);
+    template <typename Payload>
+    void Set(const void* session, uint64_t requestId, const Tag& tag, const Payload& payload) {
+        Set(session, requestId, tag, &payload, sizeof(payload));
+    }
+
+    /// The payload in place, or null.
+    void* Find(const void* session, uint64_t requestId, const Tag& tag);
+    /// A copy of the payload; empty when there is none or its size is another.
+    template <typename Payload>
+    std::optional<Payload> Get(const void* session, uint64_t requestId, const Tag& tag) const {
+        Payload payload = {};
+        return Copy(session, requestId, tag, &payload, sizeof(payload)) ? std::optional<Payload>(payload)
+                                                                        : std::nullopt;
+    }
+
+    void Remove(const void* session, uint64_t requestId, const Tag& tag);
+    void RemoveSession(const void* session);
+
+private:
+    using Key = std::tuple<const void*, uint64_t, const Tag*>;
+
+    bool Copy(const void* session, uint64_t requestId, const Tag& tag, void* to, size_t size) const;
+
+    mutable std::mutex mutex_;
+    std::map<Key, std::vector<std::byte>> payloads_;
+};
+
+}  // namespace desk

@@ -1,0 +1,241 @@
+#include "desk/output/output_place.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <fnmatch.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <fstream>
+#include <random>
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include "desk/base/usage_error.h"
+
+namespace desk {
+namespace {
+
+using Path = std::filesystem::path;
+
+[[noreturn]] void Fail(const Path& place, const char* what, int error) {
+    throw std::runtime_error(fmt::format("{} cannot be {}: {}", place.string(), what, ReasonText(error)));
+}
+
+/// Also when it is a link that leads nowhere.
+bool IsThere(const Path& place) {
+    std::error_code unknown;
+    return std::filesystem::exists(std::filesystem::symlink_status(place, unknown));
+}
+
+/// Whether it is a file such as a run makes in a folder of this kind.
+bool IsMadeIn(OutputPlace::Kind folder, const std::filesystem::directory_entry& entry) {
+    const char* names =
+        folder == OutputPlace::Kind::DumpFolder ? "Warp*.txt" : "[0-9][0-9][0-9][0-9][0-9][0-9].png";
+    return fnmatch(names, entry.path().filename().c_str(), 0) == 0 &&
+           entry.symlink_status().type() == std::filesystem::file_type::regular;
+}
+
+/// Why what stands at the place may not be replaced; empty when it may. Nobody's own files go with it.
+std::string ReasonToStay(const Path& place, OutputPlace::Kind kind) {
+    if (kind == OutputPlace::Kind::File) {
+        return std::filesystem::is_regular_file(place)
+                   ? ""
+                   : place.string() + " is no regular file; expected the name of one";
+    }
+    constexpr const char* Expected = "only a folder of numbered pictures is replaced";
+    if (!std::filesystem::is_directory(place)) {
+        return fmt::format("{} is no folder; {}", place.string(), Expected);
+    }
+    for (const auto& entry : std::filesystem::directory_iterator(place)) {
+        if (!IsMadeIn(kind, entry)) {
+            return fmt::format("{} holds {}; {}", place.string(), entry.path().filename().string(), Expected);
+        }
+    }
+    return "";
+}
+
+/// Makes an empty file or folder beside the place, under a name that nothing has, and with the rights that
+/// new files and folders have, which those of mkstemp and mkdtemp have not.
+Path MakeBeside(const Path& place, bool isFolder) {
+    std::random_device random;
+    for (;;) {
+        const Path made = fmt::format("{}.unfinished-{:06}", place.string(), random() % 1000000);
+        const int result = isFolder ? mkdir(made.c_str(), 0777)
+                                    : open(made.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        if (result >= 0) {
+            if (!isFolder) {
+                close(result);
+            }
+            return made;
+        }
+        if (errno != EEXIST) {
+            Fail(place, "made", errno);
+        }
+    }
+}
+
+/// Removes a file, or a folder with what a run makes in it. What somebody else put there stays, and with it
+/// the folder.
+void Remove(const Path& made, OutputPlace::Kind kind) {
+    std::error_code left;
+    if (kind != OutputPlace::Kind::File) {
+        for (const auto& entry : std::filesystem::directory_iterator(made, left)) {
+            if (IsMadeIn(kind, entry)) {
+                std::filesystem::remove(entry, left);
+            }
+        }
+    }
+    std::filesystem::remove(made, left);
+}
+
+/// As renameat2 renames with these flags. Returns 0 or the error, as errno has it; so do the next two.
+int Rename(const Path& from, const Path& to, unsigned int flags = 0) {
+    return renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), flags) == 0 ? 0 : errno;
+}
+
+bool IsUnknownToFileSystem(int error) {
+    return error == EINVAL || error == ENOSYS;
+}
+
+/// Replaces nothing, not even what came a moment ago: EEXIST.
+int RenameToFree(const Path& from, const Path& to) {
+    const int error = Rename(from, to, RENAME_NOREPLACE);
+    if (!IsUnknownToFileSystem(error)) {
+        return error;
+    }
+    if (std::filesystem::is_directory(from)) {
+        return mkdir(to.c_str(), 0777) == 0 ? Rename(from, to) : errno;
+    }
+    return link(from.c_str(), to.c_str()) == 0 && unlink(from.c_str()) == 0 ? 0 : errno;
+}
+
+/// All files of a folder go into another, or none does: 0, or the error and the file that it is about.
+std::pair<int, Path> MoveAll(const Path& from, const Path& to) {
+    std::vector<Path> moved;
+    for (const auto& entry : std::filesystem::directory_iterator(from)) {
+        const Path file = entry.path().filename();
+        if (const int error = RenameToFree(from / file, to / file); error != 0) {
+            for (const Path& back : moved) {
+                RenameToFree(to / back, from / back);
+            }
+            return {error, to / file};
+        }
+        moved.push_back(file);
+    }
+    return {0, to};
+}
+
+/// Each gets the other's name.
+int Exchange(const Path& one, const Path& other) {
+    int error = Rename(one, other, RENAME_EXCHANGE);
+    if (!IsUnknownToFileSystem(error)) {
+        return error;
+    }
+    const Path aside = one.string() + ".replaced";
+    error = RenameToFree(other, aside);
+    if (error != 0) {
+        return error;
+    }
+    error = Rename(one, other);
+    return error == 0 ? Rename(aside, one) : (Rename(aside, other), error);
+}
+
+}  // namespace
+
+void RequireFree(const std::filesystem::path& place, bool overwrite) {
+    std::error_code unknown;
+    if (!overwrite && std::filesystem::exists(std::filesystem::symlink_status(place, unknown))) {
+        throw UsageError(fmt::format("{} exists; -y replaces it", place.string()));
+    }
+}
+
+OutputPlace::OutputPlace(std::filesystem::path place, Kind kind, bool overwrite)
+    : place_(std::move(place)), kind_(kind), overwrite_(overwrite) {
+    if (!place_.has_filename()) {
+        place_ = place_.parent_path();
+    }
+    if (kind == Kind::DumpFolder) {
+        MakeFolder(place_);
+        work_ = MakeBeside(place_ / "dumps", true);
+        return;
+    }
+    RequireFree(place_, overwrite);
+    if (IsThere(place_)) {
+        if (const std::string reason = ReasonToStay(place_, kind); !reason.empty()) {
+            throw UsageError(reason);
+        }
+        // What a link leads to is replaced, not the link.
+        place_ = std::filesystem::is_symlink(place_) ? std::filesystem::canonical(place_) : place_;
+    }
+    work_ = MakeBeside(place_, kind == Kind::PictureFolder);
+}
+
+OutputPlace::~OutputPlace() {
+    if (!work_.empty()) {
+        Remove(work_, kind_);
+    }
+}
+
+void OutputPlace::Publish() {
+    // It is complete, and not to be lost when it does not get its name.
+    const Path made = std::exchange(work_, {});
+    const std::string kept = "; what was made is in " + made.string();
+    const auto require = [&](int error, const Path& place) {
+        if (error == EEXIST) {
+            throw UsageError(fmt::format("{} exists{}{}", place.string(),
+                                         kind_ == Kind::DumpFolder ? "" : "; -y replaces it", kept));
+        }
+        if (error != 0) {
+            throw std::runtime_error(
+                fmt::format("{} cannot be put in place: {}{}", place.string(), ReasonText(error), kept));
+        }
+    };
+    if (kind_ == Kind::DumpFolder) {
+        const auto [error, file] = MoveAll(made, place_);
+        require(error, file);
+        Remove(made, kind_);
+    } else if (!overwrite_ || !IsThere(place_)) {
+        require(RenameToFree(made, place_), place_);
+    } else if (const std::string reason = ReasonToStay(place_, kind_); !reason.empty()) {
+        throw UsageError(reason + kept);
+    } else if (kind_ == Kind::File) {
+        require(Rename(made, place_), place_);
+    } else {
+        require(Exchange(made, place_), place_);
+        Remove(made, kind_);  // which is now what was replaced
+    }
+}
+
+void WriteWhole(const std::filesystem::path& file, const std::string& bytes, bool overwrite) {
+    OutputPlace output(file, OutputPlace::Kind::File, overwrite);
+    std::ofstream out(output.Work(), std::ios::binary);
+    out << bytes;
+    out.close();
+    if (!out) {
+        Fail(file, "written", errno);
+    }
+    output.Publish();
+}
+
+void MakeFolder(const std::filesystem::path& folder) {
+    std::error_code error;
+    std::filesystem::create_directories(folder, error);
+    if (error) {
+        Fail(folder, "made", error.value());
+    }
+}
+
+std::string ReasonText(int error) {
+    const char* expected = error == EACCES || error == EROFS ? "; expected a folder that may be written to"
+                           : error == ENOSPC                 ? "; expected room for all of it"
+                           : error == ENOENT || error == ENOTDIR ? "; expected a folder that exists"
+                                                                 : "";
+    return std::error_code(error, std::generic_category()).message() + expected;
+}
+
+}  // namespace desk

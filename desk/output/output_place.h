@@ -1,0 +1,56 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+namespace desk {
+
+/// Throws UsageError when the file or folder exists and may not be overwritten.
+void RequireFree(const std::filesystem::path& place, bool overwrite);
+
+/// A file, a folder of numbered pictures, or files for a folder of dumps, which keeps those it has. What is
+/// made appears under its name when it is complete; until then it grows beside it under a name that nothing
+/// had, NAME.unfinished- and six digits, dumps in a folder of such a name in theirs. What stands at the place
+/// stays as it is until then, and nothing is removed that was not made here.
+class OutputPlace {
+public:
+    enum class Kind { File, PictureFolder, DumpFolder };
+
+    /// Throws as RequireFree does, but not for a folder of dumps; UsageError for something to be replaced
+    /// that is not of this kind, such as a folder that holds anything but numbered pictures;
+    /// std::runtime_error when nothing can be made there.
+    OutputPlace(std::filesystem::path place, Kind kind, bool overwrite);
+    /// Removes what was made, unless Publish was called.
+    ~OutputPlace();
+    OutputPlace(const OutputPlace&) = delete;
+    OutputPlace& operator=(const OutputPlace&) = delete;
+
+    /// The temporary file or folder; empty once published.
+    const std::filesystem::path& Work() const {
+        return work_;
+    }
+    const std::filesystem::path& Place() const {
+        return place_;
+    }
+    /// Puts it under its name. What cannot be put there stays under the temporary name, which the sentence
+    /// tells. Throws UsageError when something has the name that may not be replaced, of dumps always;
+    /// std::runtime_error.
+    void Publish();
+
+private:
+    std::filesystem::path place_;
+    std::filesystem::path work_;
+    Kind kind_;
+    bool overwrite_;
+};
+
+/// Writes a file that is complete or not there. Throws as OutputPlace does; std::runtime_error.
+void WriteWhole(const std::filesystem::path& file, const std::string& bytes, bool overwrite);
+
+/// Makes a folder, and those that it lies in, unless it is there. Throws std::runtime_error.
+void MakeFolder(const std::filesystem::path& folder);
+
+/// An error of the system, as errno has it, in words: what it is, and what was expected of the place instead.
+std::string ReasonText(int error);
+
+}  // namespace desk

@@ -1,0 +1,57 @@
+#include "desk/run/gl_info.h"
+
+#include <EGL/egl.h>
+#include <GLES3/gl3.h>
+#include <dlfcn.h>
+
+namespace desk {
+namespace {
+
+/// A function of a library, to be called by name as a node does.
+template <typename Function>
+Function* Find(void* library, const char* name) {
+    return reinterpret_cast<Function*>(dlsym(library, name));
+}
+
+/// Of the context that is current.
+GlInfo CurrentInfo(void* gl) {
+    GlInfo info;
+    const GLubyte* renderer = Find<decltype(glGetString)>(gl, "glGetString")(GL_RENDERER);
+    info.renderer = renderer == nullptr ? "" : reinterpret_cast<const char*>(renderer);
+    Find<decltype(glGetIntegerv)>(gl, "glGetIntegerv")(GL_MAX_TEXTURE_SIZE, &info.maxTextureSize);
+    return info;
+}
+
+}  // namespace
+
+GlInfo DescribeGl(const std::filesystem::path& libraryDir) {
+    // The libraries stay loaded, as GL drivers want it.
+    void* egl = dlopen((libraryDir / "libEGL.so").c_str(), RTLD_NOW);
+    void* gl = dlopen((libraryDir / "libGLESv2.so").c_str(), RTLD_NOW);
+    if (egl == nullptr || gl == nullptr) {
+        return {};
+    }
+    EGLDisplay display = Find<decltype(eglGetDisplay)>(egl, "eglGetDisplay")(EGL_DEFAULT_DISPLAY);
+    if (Find<decltype(eglInitialize)>(egl, "eglInitialize")(display, nullptr, nullptr) != EGL_TRUE) {
+        return {};
+    }
+    const EGLint wanted[] = {EGL_SURFACE_TYPE, EGL_PBUFFER_BIT, EGL_NONE};
+    const EGLint version[] = {EGL_CONTEXT_CLIENT_VERSION, 2, EGL_NONE};
+    EGLConfig config = nullptr;
+    EGLint configs = 0;
+    Find<decltype(eglBindAPI)>(egl, "eglBindAPI")(EGL_OPENGL_ES_API);
+    Find<decltype(eglChooseConfig)>(egl, "eglChooseConfig")(display, wanted, &config, 1, &configs);
+    EGLContext context =
+        Find<decltype(eglCreateContext)>(egl, "eglCreateContext")(display, config, EGL_NO_CONTEXT, version);
+    auto* const makeCurrent = Find<decltype(eglMakeCurrent)>(egl, "eglMakeCurrent");
+    GlInfo info;
+    if (makeCurrent(display, EGL_NO_SURFACE, EGL_NO_SURFACE, context) == EGL_TRUE) {
+        info = CurrentInfo(gl);
+        makeCurrent(display, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
+    }
+    Find<decltype(eglDestroyContext)>(egl, "eglDestroyContext")(display, context);
+    Find<decltype(eglTerminate)>(egl, "eglTerminate")(display);
+    return info;
+}
+
+}  // namespace desk

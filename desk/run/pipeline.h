@@ -1,0 +1,136 @@
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <future>
+#include <memory>
+#include <opencv2/core.hpp>
+#include <string>
+#include <vector>
+
+#include "desk/clip/clip_reader.h"
+#include "desk/clip/nv12.h"
+#include "desk/host/desk_host.h"
+#include "desk/host/desk_node.h"
+#include "desk/host/pipelined_driver.h"
+#include "desk/output/output_place.h"
+#include "desk/report/results.h"
+#include "desk/run/exit_code.h"
+#include "desk/run/progress.h"
+#include "desk/run/recording.h"
+#include "desk/run/settings.h"
+#include "desk/warp/warp_map.h"
+
+namespace desk {
+
+/// The margin with which the node asks for an input of exactly this size. Throws UsageError when there is
+/// none: the input is even, and at least as large as the output.
+Margin MarginFor(cv::Size input, cv::Size output);
+
+/// The input that the node asks for: both sizes are even.
+cv::Size InputFor(cv::Size output, Margin margin);
+
+/// What a node is set up for.
+struct Sizing {
+    cv::Size output;  ///< pixels, both even
+    Margin margin;
+};
+
+/// A frame that came out of the node. Grid and pictures are valid while it is handed on.
+struct RenderedFrame {
+    int64_t number = 0;  ///< in the clip, from 0
+    const IPEICAGridTransform& grid;
+    Nv12 input;
+    Nv12 output;
+};
+
+/// A clip on its way through one node: frames are read into input buffers, rendered, and in their order
+/// recorded, timed and counted.
+class Pipeline {
+public:
+    using Observer = std::function<void(const RenderedFrame&)>;
+
+    /// Up to `held` frames may be read ahead of the one that is shown. `observer` sees every frame that comes
+    /// out of the node, in order; it may be empty. Prints the program's first line on stderr. Options and
+    /// reader must outlive the pipeline. Throws UsageError for sizes that the GL cannot hold, and as
+    /// Recording does; std::runtime_error when there is no node.
+    Pipeline(const std::string& command, const RunOptions& options, ClipReader& reader, const Sizing& sizing,
+             int64_t held, Observer observer = {});
+
+    /// Takes the clip's next frame in. False when there is none, or the user has interrupted the run.
+    bool Read();
+
+    /// How many frames so far. Taken frames are counted from 0, from the first of the range on.
+    int64_t Taken() const {
+        return taken_;
+    }
+    int64_t Shown() const {
+        return shown_;
+    }
+
+    /// The number in the clip, from 0, of a frame that was taken.
+    int64_t Number(int64_t frame) const {
+        return numbers_[static_cast<size_t>(frame)];
+    }
+
+    /// The input of a frame that was read, until it has been shown and `held` more were read.
+    Nv12 Input(int64_t frame);
+
+    /// Takes the next frame to the node; the grid is the request's metadata, the details go into the frame's
+    /// results. The frame comes out at once, or as soon as as many others as may be in flight have followed
+    /// it. Throws std::runtime_error naming the request when the node fails.
+    void Show(uint64_t requestId, const IPEICAGridTransform& grid, const Json& details = Json::object());
+
+    /// Has every frame come out that was shown. Throws as Show does.
+    void Drain();
+
+    /// Destroys the node, which completes its dump files, completes what is recorded, and says what was
+    /// measured and what went wrong. Returns the program's exit code. Throws std::runtime_error when the
+    /// dumps lack a frame.
+    ExitCode Finish();
+
+    RunResults& Results() {
+        return results_;
+    }
+
+private:
+    GrallocBuffer& InputBuffer(int64_t frame) {
+        return *inputs_[static_cast<size_t>(frame) % inputs_.size()];
+    }
+    GrallocBuffer& OutputBuffer(int64_t frame) {
+        return *outputs_[static_cast<size_t>(frame) % outputs_.size()];
+    }
+    /// Waits for the frame that was shown first of those in flight, and records it.
+    void Collect();
+    ExitCode Tell() const;
+
+    /// A frame in flight.
+    struct Request {
+        uint64_t id;
+        IPEICAGridTransform grid;
+        Json details;
+        std::future<uint32_t> result;
+    };
+
+    const RunOptions& options_;
+    ClipReader& reader_;
+    Sizing sizing_;
+    RunResults results_;
+    std::unique_ptr<OutputPlace> dumps_;  ///< null without --dump-dir
+    DeskHost host_;
+    Recording recording_;
+    std::unique_ptr<DeskNode> node_;
+    std::vector<std::shared_ptr<GrallocBuffer>> inputs_;
+    std::vector<std::shared_ptr<GrallocBuffer>> outputs_;
+    Progress progress_;
+    Observer observer_;
+    std::vector<int64_t> numbers_;  ///< in the clip, of the frames taken
+    int64_t taken_ = 0;
+    int64_t shown_ = 0;
+    SideUse mostUsed_{};
+    std::deque<Request> inFlight_;
+    std::unique_ptr<PipelinedDriver> driver_;  ///< null for one request at a time, on the caller's thread
+};
+
+}  // namespace desk

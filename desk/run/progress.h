@@ -1,0 +1,37 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+
+namespace desk {
+
+enum class ProgressKind { Auto, Bar, Pipe, None };
+
+/// Makes SIGINT and SIGTERM end the run after the frame that is under way.
+void CatchInterrupts();
+bool Interrupted();
+/// Whether that came while `done` was still 0, so that there is nothing to keep; says so on stderr.
+bool InterruptedAtOnce(int64_t done);
+
+/// Tells on stderr how far a run is: a bar that is drawn over, or blocks of key=value lines.
+class Progress {
+public:
+    /// `expected` is the number of frames; 0 when nobody knows. Auto draws the bar on a terminal and the
+    /// blocks elsewhere.
+    Progress(ProgressKind kind, int64_t expected);
+
+    /// After every frame; shows at most two states a second.
+    void Step(int64_t done);
+    /// Shows the final state.
+    void Finish(int64_t done);
+
+private:
+    void Show(int64_t done, bool last);
+
+    ProgressKind kind_;
+    int64_t expected_;
+    std::chrono::steady_clock::time_point start_;
+    std::chrono::steady_clock::time_point shown_;
+};
+
+}  // namespace desk

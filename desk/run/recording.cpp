@@ -1,0 +1,174 @@
+#include "desk/run/recording.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <opencv2/imgproc.hpp>
+
+#include "desk/base/usage_error.h"
+#include "desk/output/output_place.h"
+#include "desk/report/before_after.h"
+#include "desk/report/page.h"
+
+namespace desk {
+namespace {
+
+constexpr int GapInCompare = 4;  // pixels between the two pictures
+
+// Enough for shake to blur; over more, a camera that is moved on purpose would blur as well.
+constexpr int PicturesInMean = 15;
+
+cv::Size SideBySide(cv::Size size) {
+    return {2 * size.width + GapInCompare, size.height};
+}
+
+void CopyInto(const Nv12& picture, int column, Nv12& wide) {
+    picture.luma.copyTo(wide.luma(cv::Rect({column, 0}, picture.luma.size())));
+    picture.chroma.copyTo(wide.chroma(cv::Rect({column / 2, 0}, picture.chroma.size())));
+}
+
+std::unique_ptr<ClipWriter> WriterOf(const std::filesystem::path& clip, ClipFormat format, cv::Size size,
+                                     bool overwrite) {
+    format.size = size;
+    return clip.empty() ? nullptr : std::make_unique<ClipWriter>(clip, format, overwrite);
+}
+
+}  // namespace
+
+void Recording::Side::Measure(const Nv12& picture) {
+    if (pictures++ == 0) {
+        lumaMean = cv::Mat::zeros(picture.luma.size(), CV_32FC1);
+        chromaMean = cv::Mat::zeros(picture.chroma.size(), CV_32FC2);
+    }
+    const double share = 1.0 / std::min(pictures, PicturesInMean);
+    cv::accumulateWeighted(picture.luma, lumaMean, share);
+    cv::accumulateWeighted(picture.chroma, chromaMean, share);
+    motion.Add(picture.luma);
+}
+
+cv::Mat Recording::Side::Mean() const {
+    Nv12 mean(lumaMean.size());
+    lumaMean.convertTo(mean.luma, CV_8U);
+    chromaMean.convertTo(mean.chroma, CV_8U);
+    return ReadNv12(mean);
+}
+
+Recording::Recording(const RunOptions& options, const ClipFormat& format, RunResults& results)
+    : options_(options),
+      results_(results),
+      isMeasured_(!options.report.empty() || !options.truth.empty() || options.maxMotion),
+      sideBySide_(SideBySide(format.size)),
+      ideal_(format.size) {
+    for (const auto& output : {options.out, options.before}) {
+        std::error_code unknown;
+        if (std::filesystem::equivalent(options.clip, output, unknown) ||
+            std::filesystem::equivalent(options.truth, output, unknown)) {
+            throw UsageError(fmt::format("{} is a clip that is read; expected another name for the output",
+                                         output.string()));
+        }
+    }
+    // What cannot be written is better known before the run than after it.
+    if (!options.json.empty() && options.json != "-") {
+        const OutputPlace trial(options.json, OutputPlace::Kind::File, options.overwrite);
+    }
+    if (!options.report.empty()) {
+        PrepareReport(options.report, options.overwrite);
+    }
+    if (!options.truth.empty()) {
+        truth_ = std::make_unique<ClipReader>(options.truth, options.frames);
+        if (const cv::Size size = truth_->Format().size; size != format.size) {
+            throw UsageError(fmt::format("{} has frames of {} x {}; expected those of the output, {} x {}",
+                                         options.truth.string(), size.width, size.height, format.size.width,
+                                         format.size.height));
+        }
+    }
+    sideBySide_.luma.setTo(0);
+    sideBySide_.chroma.setTo(cv::Scalar::all(128));
+    before_.writer = WriterOf(options.before, format, format.size, options.overwrite);
+    after_.writer = WriterOf(options.out, format, options.compare ? SideBySide(format.size) : format.size,
+                             options.overwrite);
+}
+
+void Recording::Add(const Nv12& input, const Nv12& output) {
+    const Nv12 before = Middle(input, output.luma.size());
+    if (before_.writer) {
+        before_.writer->Add(before);
+    }
+    if (after_.writer) {
+        const StageTimer timer(results_, "write");
+        if (options_.compare) {
+            CopyInto(before, 0, sideBySide_);
+            CopyInto(output, output.luma.cols + GapInCompare, sideBySide_);
+        }
+        after_.writer->Add(options_.compare ? sideBySide_ : output);
+    }
+    if (isMeasured_) {
+        const StageTimer timer(results_, "measure");
+        before_.Measure(before);
+        after_.Measure(output);
+    }
+    if (truth_) {
+        CompareWithTruth(output);
+    }
+}
+
+void Recording::CompareWithTruth(const Nv12& output) {
+    if (!truth_->Read(ideal_)) {
+        throw UsageError(fmt::format("{} ends before the clip; expected a frame for each of the clip's",
+                                     options_.truth.string()));
+    }
+    luma_.Add(output.luma, ideal_.luma);
+    chroma_.Add(output.chroma, ideal_.chroma);
+}
+
+void Recording::AddMotion() {
+    const double before = before_.motion.Rms();
+    const double after = after_.motion.Rms();
+    results_.json["motion_px_rms"] = {{"before", before}, {"after", after}};
+    results_.summary += fmt::format("motion {:.2f} -> {:.3f} px RMS, ", before, after);
+    if (options_.maxMotion && !(after <= *options_.maxMotion)) {
+        results_.missedLimits.push_back(
+            fmt::format("the output moves by {:.3f} pixels RMS between frames, the limit is {}", after,
+                        *options_.maxMotion));
+    }
+    const auto caption = [](const char* when, double motion) {
+        return fmt::format("{}: the last frames laid over one another, motion {:.2f} px RMS", when, motion);
+    };
+    results_.beforeAfter = BeforeAfter(before_.Mean(), caption("before", before), after_.Mean(),
+                                       caption("after", after), options_.credit);
+}
+
+void Recording::AddQuality() {
+    results_.json["psnr_db"] = {{"luma", luma_.Psnr()},
+                                {"luma_worst_frame", luma_.WorstPsnr()},
+                                {"chroma", chroma_.Psnr()},
+                                {"chroma_worst_frame", chroma_.WorstPsnr()}};
+    results_.summary += fmt::format("PSNR luma {:.2f} dB, chroma {:.2f} dB, ", luma_.Psnr(), chroma_.Psnr());
+    if (options_.minPsnr && !(luma_.Psnr() >= *options_.minPsnr)) {
+        results_.missedLimits.push_back(fmt::format(
+            "luma PSNR against the truth is {:.2f} dB, the limit is {}", luma_.Psnr(), *options_.minPsnr));
+    }
+}
+
+void Recording::Finish() {
+    // What is there is replaced when all that takes its place is complete.
+    for (const auto step : {&ClipWriter::Complete, &ClipWriter::Publish}) {
+        for (const Side* side : {&before_, &after_}) {
+            if (side->writer) {
+                ((*side->writer).*step)();
+            }
+        }
+    }
+    if (isMeasured_ && !results_.frames.empty()) {
+        AddMotion();
+    }
+    if (truth_ && !results_.frames.empty()) {
+        AddQuality();
+    }
+    WriteJson(ToJson(results_), options_.json, options_.overwrite);
+    if (!options_.report.empty()) {
+        WriteReport(results_, options_.report, options_.overwrite);
+    }
+}
+
+}  // namespace desk

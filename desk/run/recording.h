@@ -1,0 +1,59 @@
+#pragma once
+
+#include <memory>
+
+#include "desk/clip/clip_reader.h"
+#include "desk/clip/clip_writer.h"
+#include "desk/measure/motion_meter.h"
+#include "desk/measure/quality.h"
+#include "desk/report/results.h"
+#include "desk/run/settings.h"
+
+namespace desk {
+
+/// What a run makes of its frames: clips, measurements on the pictures, JSON and report.
+class Recording {
+public:
+    /// `format` is that of the node's output. Options and results must outlive this. Throws as ClipReader and
+    /// ClipWriter do; UsageError when the truth has another size, or the place of the JSON or the report may
+    /// not be overwritten.
+    Recording(const RunOptions& options, const ClipFormat& format, RunResults& results);
+
+    /// The next frame: the node's input and output. Throws UsageError when the truth has ended.
+    void Add(const Nv12& input, const Nv12& output);
+
+    /// Completes the clips, adds the measurements to the results, tells which limits they miss, and writes
+    /// JSON and report.
+    void Finish();
+
+private:
+    /// A clip, and what is measured on its pictures.
+    struct Side {
+        void Measure(const Nv12& picture);
+        /// The mean of the last pictures, 8-bit BGR: what stands still is sharp, what moves is blurred.
+        cv::Mat Mean() const;
+
+        std::unique_ptr<ClipWriter> writer;
+        int pictures = 0;
+        cv::Mat lumaMean;
+        cv::Mat chromaMean;
+        MotionMeter motion;
+    };
+
+    void CompareWithTruth(const Nv12& output);
+    void AddMotion();
+    void AddQuality();
+
+    const RunOptions& options_;
+    RunResults& results_;
+    bool isMeasured_;
+    Nv12 sideBySide_;
+    Side before_;
+    Side after_;
+    std::unique_ptr<ClipReader> truth_;
+    Nv12 ideal_;
+    PlaneMeter luma_;
+    PlaneMeter chroma_;
+};
+
+}  // namespace desk

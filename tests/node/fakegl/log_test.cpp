@@ -1,0 +1,119 @@
+#include <cstdarg>
+#include <cstdio>
+
+#include "tests/node/fakegl/fake_gl_fixture.h"
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+namespace {
+
+std::vector<std::string> g_lines;  // of both sinks, in order
+bool g_isWatched = false;
+
+}  // namespace
+
+// The platform's log, as the library reaches it in this process.
+extern "C" __attribute__((format(printf, 3, 4))) int __android_log_print(int priority, const char* tag,
+                                                                         const char* format, ...) {
+    if (g_isWatched) {
+        char text[512];
+        va_list arguments;
+        va_start(arguments, format);
+        static_cast<void>(std::vsnprintf(text, sizeof(text), format, arguments));
+        va_end(arguments);
+        g_lines.push_back(std::to_string(priority) + "/" + tag + ": " + text);
+    }
+    return 0;
+}
+
+class Logs : public FakeGlFixture {
+protected:
+    void Watch(uint32_t levels, bool isSystemOn) {
+        host_.SetLogLevels(levels, isSystemOn);
+        host_.SetLogObserver([](const desk::LogRecord& record) {
+            g_lines.push_back(record.levelWord + " " + record.levelLetter + " " + record.file + " " +
+                              record.format);
+        });
+        g_lines.clear();
+        g_isWatched = true;
+    }
+    ~Logs() override {
+        g_isWatched = false;
+    }
+};
+
+TEST_F(Logs, GoToTheSystemFirstAndThenToTheHost) {
+    Watch(1, true);
+    host_.Callbacks().GetCaps(nullptr);
+    ASSERT_EQ(g_lines.size(), 2U);
+    EXPECT_EQ(g_lines[0].rfind("6/DEWARP: [ERROR  ] orbalumnodedewarp.cpp:", 0), 0U) << g_lines[0];
+    const std::string tail = " DewarpNodeGetCaps() Invalid argument: pCapsInfo is NULL\n";
+    EXPECT_EQ(g_lines[0].substr(g_lines[0].size() - tail.size()), tail);
+    EXPECT_EQ(g_lines[1], "[ERROR  ] E orbalumnodedewarp.cpp Invalid argument: pCapsInfo is NULL");
+}
+
+TEST_F(Logs, FollowEachLevelsSwitch) {
+    const struct {
+        uint32_t bit;
+        std::string head;
+    } rows[] = {{1, "6/DEWARP: [ERROR  ] "},
+                {2, "5/DEWARP: [WARN   ] "},
+                {8, "4/DEWARP: [INFO   ] "},
+                {32, "4/DEWARP: [VERBOSE] "}};
+    for (const auto& row : rows) {
+        MakeNode();
+        grid_.gridTransformEnable = 0;
+        gl_->RaiseAfter("glDrawElements", 0x502);
+        Watch(row.bit, true);
+        ASSERT_EQ(Frame(1), 0U);
+        EXPECT_FALSE(g_lines.empty());
+        for (size_t i = 0; i < g_lines.size(); i += 2) {
+            EXPECT_EQ(g_lines[i].rfind(row.head, 0), 0U) << g_lines[i];
+        }
+        Watch(~row.bit, false);
+        ASSERT_EQ(Frame(2), 0U);
+        for (const std::string& line : g_lines) {
+            EXPECT_EQ(line.find(row.head.substr(10, 9)), std::string::npos) << line;
+        }
+        Watch(0, true);
+        ASSERT_EQ(Frame(3), 0U);
+        EXPECT_THAT(g_lines, IsEmpty());
+        node_.reset();
+    }
+}
+
+TEST_F(Logs, SayNothingOfRefusalsWhenSwitchedOff) {
+    for (const bool isOn : {false, true}) {
+        host_.SetLogLevels(isOn ? AllLevels : 0, false);
+        TakeLog();
+        LumNodeCallbacks table = {};
+        LumNodeCapsInfo caps = {};
+        host_.Enter(nullptr);
+        host_.Enter(&table);
+        EXPECT_EQ(host_.Callbacks().GetCaps(nullptr), 5U);
+        EXPECT_EQ(host_.Callbacks().GetCaps(&caps), 1U);
+        EXPECT_EQ(TakeLog().size(), isOn ? 6U : 0U);
+    }
+}
+
+TEST_F(Logs, EvaluateArgumentsOncePerSink) {
+    expectFindings_ = true;
+    gl_->fault = [](const GlCall& call) {
+        return call.name == "eglMakeCurrent" ? GlFault{0x3002, true} : GlFault{};
+    };
+    Watch(1, true);
+    std::vector<std::string> texts;
+    host_.SetLogObserver([&texts](const desk::LogRecord& record) { texts.push_back(record.text); });
+    EXPECT_THROW(host_.CreateNode(desk::Variant::RealTime), desk::NodeError);
+    EXPECT_NE(g_lines.at(0).find("eglMakeCurrent failed with error code: 3002"), std::string::npos);
+    EXPECT_EQ(texts.at(0), "[DEWARP_2] eglMakeCurrent failed with error code: 3000")
+        << "the first read took the error";
+    std::vector<std::string> calls = gl_->Take();
+    EXPECT_EQ(std::count(calls.begin(), calls.end(), "eglGetError()"), 2);
+    Watch(0, true);
+    EXPECT_THROW(host_.CreateNode(desk::Variant::RealTime), desk::NodeError);
+    calls = gl_->Take();
+    EXPECT_EQ(std::count(calls.begin(), calls.end(), "eglGetError()"), 0)
+        << "switched off, arguments are left alone";
+}

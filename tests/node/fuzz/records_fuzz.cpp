@@ -1,0 +1,169 @@
+// The host's records, with sizes from 0 up and fields of any value. A record is as large on the heap as it
+// says it is, or as the little that every callback reads; so any step outside of it is seen.
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cmath>
+#include <csignal>
+#include <memory>
+#include <vector>
+
+#include "tests/node/fuzz/fuzz_host.h"
+
+namespace {
+
+/// Runs a call of which it is known beforehand whether it has to end the process; if so, in a child.
+template <typename Call>
+void RunPredicted(bool isAborting, Call call) {
+    if (!isAborting) {
+        return call();
+    }
+    const pid_t child = ::fork();
+    Require(child >= 0, "no child process can be made");
+    if (child == 0) {
+        static_cast<void>(std::signal(SIGABRT, SIG_DFL));
+        call();
+        ::_exit(0);
+    }
+    int status = 0;
+    while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
+        // The fuzzer's own timer interrupts the wait.
+    }
+    Require(WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT, "a call goes on that has to end the process");
+}
+
+/// A record too small for its callback, which has to refuse it, and to leave it alone.
+template <typename Record>
+void SendSmall(FuzzInput& input, uint32_t (*callback)(Record*), void* handle) {
+    constexpr bool hasHandle = sizeof(Record) > 16 || std::is_same_v<Record, LumNodedestroyInfo>;
+    constexpr size_t readAnyway = (hasHandle && !std::is_same_v<Record, LumNodeCreateInfo>) ? 16 : 4;
+    const auto size = static_cast<uint32_t>(input.Take<uint16_t>() % sizeof(Record));
+    const size_t bytes = std::max<size_t>(size, readAnyway);
+    const std::unique_ptr<uint64_t[]> block(new uint64_t[(bytes + 7) / 8]());
+    auto* memory = reinterpret_cast<unsigned char*>(block.get()) + ((bytes + 7) / 8 * 8 - bytes);
+    const bool isAligned = reinterpret_cast<uintptr_t>(memory) % 8 == 0;
+    memory = isAligned ? memory : reinterpret_cast<unsigned char*>(block.get());
+    for (size_t i = 0; i < bytes; ++i) {
+        memory[i] = input.Take<unsigned char>();
+    }
+    std::memcpy(memory, &size, sizeof(size));
+    void* session = input.Below(2) == 0 ? nullptr : handle;
+    if (readAnyway == 16) {
+        std::memcpy(memory + 8, &session, sizeof(session));
+    }
+    const std::vector<unsigned char> before(memory, memory + bytes);
+    const uint32_t expected = (readAnyway == 16 && session == nullptr) ? 5 : 1;
+    Require(callback(reinterpret_cast<Record*>(memory)) == expected, "a small record has another result");
+    Require(std::equal(before.begin(), before.end(), memory), "a refused record is written to");
+}
+
+/// What negotiation makes of one size, in wide arithmetic; false when it does not fit 32 bits.
+bool IsFitting(uint32_t size, float margin) {
+    const float product = static_cast<float>(size) * margin;
+    const uint64_t border = !(product > 0)             ? 0
+                            : product >= 4294967296.0F ? 0xffffffffU
+                                                       : static_cast<uint64_t>(product);
+    return (size & ~uint64_t{1}) + (border & ~uint64_t{1}) <= 0xffffffffU;
+}
+
+void SendQuery(FuzzInput& input, FuzzHost& fuzz, desk::DeskNode& node) {
+    const uint32_t ports = input.Below(4);
+    const LumStabilizationMargin margin = {input.Take<float>(), input.Take<float>()};
+    fuzz.host.Metadata().Set(node.Session(), 0, desk::MarginTag(node.Kind()), margin);
+    std::vector<LumNodeBufferRequirement> downstream(ports);
+    std::vector<LumOutputPortQueryInfo> outputs(ports);
+    std::vector<LumInputPortQueryInfo> inputs(ports);
+    bool isAborting = false;
+    for (uint32_t i = 0; i < ports; ++i) {
+        downstream[i] = input.Take<LumNodeBufferRequirement>();
+        downstream[i].optimalWidth +=
+            downstream[i].optimalWidth < 2 ? 2U : 0U;  // the host asks for no empty image
+        downstream[i].optimalHeight += downstream[i].optimalHeight < 2 ? 2U : 0U;
+        outputs[i].pDownstreamRequirement = &downstream[i];
+        isAborting = isAborting || !IsFitting(downstream[i].optimalWidth, margin.horizontal) ||
+                     !IsFitting(downstream[i].optimalHeight, margin.vertical);
+    }
+    LumNodeQueryBufferInfo query = {};
+    query.size = sizeof(query) + input.Below(9);
+    query.hNodeSession = node.Handle();
+    query.numOutputPorts = ports;
+    query.pOutputPortQueryInfo = outputs.data();
+    query.pInputOptions = inputs.data();
+    RunPredicted(isAborting,
+                 [&] { Require(fuzz.host.Callbacks().QueryBufferInfo(&query) == 0, "a query fails"); });
+}
+
+void SendRequest(FuzzInput& input, FuzzHost& fuzz, desk::DeskNode& node) {
+    std::vector<LumImageList> lists(input.Below(12));
+    std::vector<LumImageList*> pointers;
+    char fence = 0;
+    unsigned fences = 0;
+    for (LumImageList& list : lists) {
+        list.pFenceHandle = input.Below(4) != 0 ? &fence : nullptr;
+        list.pFenceSignaled = input.Below(4) != 0 ? &fence : nullptr;
+        const bool isListed = input.Below(8) != 0;
+        pointers.push_back(isListed ? &list : nullptr);
+        fences += (isListed && list.pFenceHandle != nullptr && list.pFenceSignaled != nullptr) ? 1U : 0U;
+    }
+    const auto dependency = std::make_unique<LumDependencyInfo>();
+    dependency->processSequenceId = input.Take<uint32_t>();
+    LumNodeProcessRequestInfo request = {};
+    request.size = sizeof(request);
+    request.hNodeSession = node.Handle();
+    request.requestId = input.Take<uint64_t>();
+    request.pDependency = dependency.get();
+    request.inputCount = static_cast<uint32_t>(pointers.size());
+    request.inputImageLists = input.Below(8) != 0 ? pointers.data() : nullptr;
+    fences = request.inputImageLists == nullptr ? 0 : fences;
+    const uint32_t sequence = dependency->processSequenceId & 0xffffU;
+    RunPredicted(sequence == 0 && fences > 8, [&] {
+        // The second pass finds no grid and fails before it looks at the lists.
+        Require(fuzz.host.Callbacks().ProcRequest(&request) == (sequence == 1 ? 1U : 0U),
+                "a request's result differs");
+        Require(sequence != 0 || dependency->fenceCount == fences, "another number of fences is declared");
+    });
+}
+
+}  // namespace
+
+int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    FuzzHost& fuzz = FuzzHost::Get();
+    FuzzInput input(data, size);
+    LumNodeCallbacks& callbacks = fuzz.host.Callbacks();
+    {
+        auto node =
+            fuzz.host.CreateNode(input.Below(2) == 0 ? desk::Variant::RealTime : desk::Variant::LookAhead);
+        while (!input.IsEmpty()) {
+            switch (input.Below(8)) {
+                case 0:
+                    SendSmall(input, callbacks.GetCaps, node->Handle());
+                    break;
+                case 1:
+                    SendSmall(input, callbacks.Create, node->Handle());
+                    break;
+                case 2:
+                    SendSmall(input, callbacks.Destroy, node->Handle());
+                    break;
+                case 3:
+                    SendSmall(input, callbacks.QueryBufferInfo, node->Handle());
+                    break;
+                case 4:
+                    SendSmall(input, callbacks.SetBufferInfo, node->Handle());
+                    break;
+                case 5:
+                    SendSmall(input, callbacks.ProcRequest, node->Handle());
+                    break;
+                case 6:
+                    SendQuery(input, fuzz, *node);
+                    break;
+                default:
+                    SendRequest(input, fuzz, *node);
+                    break;
+            }
+        }
+    }
+    fuzz.RequireClean();
+    return 0;
+}

@@ -1,0 +1,79 @@
+// Any sequence of what a host may do with two nodes: frames with grids of any bits or none, buffers that come
+// and go and move, GL calls that raise their flag. Results follow from the sequence; in the end nothing is
+// left.
+
+#include <array>
+#include <memory>
+
+#include "tests/node/fuzz/fuzz_host.h"
+
+namespace {
+
+struct Stage {
+    std::unique_ptr<desk::DeskNode> node;
+    std::array<std::shared_ptr<desk::GrallocBuffer>, 3> inputs;
+    std::array<std::shared_ptr<desk::GrallocBuffer>, 3> outputs;
+};
+
+Stage MakeStage(desk::DeskHost& host, desk::Variant variant) {
+    Stage stage;
+    stage.node = host.CreateNode(variant);
+    stage.node->Negotiate({16, 16}, {0.25F, 0.25F});
+    for (size_t i = 0; i < stage.inputs.size(); ++i) {
+        stage.inputs[i] = stage.node->AllocateInput();
+        stage.outputs[i] = stage.node->AllocateOutput();
+    }
+    return stage;
+}
+
+void Render(FuzzInput& input, Stage& stage) {
+    IPEICAGridTransform grid = {};
+    grid.gridTransformEnable = input.Below(3);
+    for (int i = 0; i < 8; ++i) {
+        grid.gridTransformArray[input.Take<uint16_t>() % 945] = input.Take<GridPoint>();
+    }
+    const bool hasGrid = input.Below(8) != 0;
+    const uint32_t result =
+        stage.node->Process(input.Take<uint64_t>(), hasGrid ? &grid : nullptr, *stage.inputs[input.Below(3)],
+                            *stage.outputs[input.Below(3)]);
+    Require(result == (hasGrid ? 0U : 1U), "a frame has another result");
+}
+
+}  // namespace
+
+int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    FuzzHost& fuzz = FuzzHost::Get();
+    FuzzInput input(data, size);
+    {
+        std::array<Stage, 2> stages;
+        // Every flag but those that the generation of names looks at is logged and nothing more.
+        const char* harmless[] = {"glDrawElements", "glClear", "glViewport", "glBindBuffer", "glScissor"};
+        while (!input.IsEmpty()) {
+            const auto variant = input.Below(2) == 0 ? desk::Variant::RealTime : desk::Variant::LookAhead;
+            Stage& stage = stages[variant == desk::Variant::RealTime ? 0 : 1];
+            if (stage.node == nullptr) {
+                stage = MakeStage(fuzz.host, variant);
+            }
+            switch (input.Below(6)) {
+                case 0:
+                    stage = Stage();
+                    break;
+                case 1:
+                    stage.inputs[input.Below(3)]->Remap();
+                    break;
+                case 2:
+                    stage.outputs[input.Below(3)]->Remap();
+                    break;
+                case 3:
+                    fuzz.gl.RaiseAfter(harmless[input.Below(5)], 0x500 + input.Below(6));
+                    break;
+                default:
+                    Render(input, stage);
+                    break;
+            }
+        }
+    }
+    fuzz.gl.Behave();
+    fuzz.RequireClean();
+    return 0;
+}

@@ -1,0 +1,243 @@
+// Several requests in one node at a time, as a camera framework has them all day.
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <future>
+#include <mutex>
+#include <set>
+#include <thread>
+
+#include "desk/host/node_request.h"
+#include "desk/host/pipelined_driver.h"
+#include "tests/node/fakegl/fake_gl_fixture.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr size_t Threads = 8;
+
+/// Every request follows its reference directly, so none has to wait for its predecessor.
+uint64_t Predecessor(uint64_t requestId) {
+    return requestId - 1;
+}
+
+}  // namespace
+
+class Overlap : public FakeGlFixture {
+protected:
+    Overlap() {
+        host_.SetLogLevels(1 | 2, false);
+        ::alarm(200);  // a pass that waits for good
+    }
+    ~Overlap() override {
+        ::alarm(0);
+    }
+
+    desk::NodeFrame FrameOf(uint64_t requestId) {
+        return {requestId, &grid_, input_.get(), output_.get()};
+    }
+
+    /// Renders a request on a thread of its own and holds it in its `nth` call of `name` until released.
+    class HeldRequest {
+    public:
+        HeldRequest(FakeGl& gl, desk::NodeRequest& request, const std::string& name, unsigned nth) : gl_(gl) {
+            EXPECT_EQ(request.FirstPass(), 0U);
+            gl_.hold = [this, name, nth](const GlCall& call) {
+                if (std::this_thread::get_id() != id_) {
+                    ++callsOfOthers;
+                } else if (call.name == name && ++seen_ == nth) {
+                    reached_.set_value();
+                    released_.get_future().wait();
+                }
+            };
+            std::promise<void> started;
+            thread_ = std::thread([&request, begin = started.get_future().share()] {
+                begin.wait();
+                EXPECT_EQ(request.SecondPass(), 0U);
+            });
+            id_ = thread_.get_id();
+            started.set_value();
+            reached_.get_future().wait();
+        }
+        void Release() {
+            released_.set_value();
+            thread_.join();
+        }
+        ~HeldRequest() {
+            gl_.hold = nullptr;
+        }
+
+        std::atomic<unsigned> callsOfOthers = 0;
+
+    private:
+        FakeGl& gl_;
+        unsigned seen_ = 0;
+        std::promise<void> reached_;
+        std::promise<void> released_;
+        std::thread thread_;
+        std::thread::id id_;  // set before the thread renders
+    };
+};
+
+TEST_F(Overlap, WhileOneRendersFirstPassesReturnAndSecondPassesWait) {
+    MakeNode();
+    node_->SetReferenceRequest(Predecessor);
+    ASSERT_EQ(Frame(), 0U);
+    const struct {
+        const char* call;
+        unsigned nth;
+    } rows[] = {{"eglMakeCurrent", 1}, {"glVertexAttribPointer", 1}, {"glDrawElements", 1}, {"glFlush", 1},
+                {"glFinish", 1},       {"eglMakeCurrent", 2}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(fmt::format("held in {} {}", row.call, row.nth));
+        desk::NodeRequest rendering(host_, *node_, FrameOf(2));
+        desk::NodeRequest other(host_, *node_, FrameOf(3));
+        std::promise<void> hasGrid;
+        host_.SetFault([&](const desk::HostCall& call, uint32_t&) {
+            if (call.caller.requestId == 3 && call.service == "GetMetaData") {
+                hasGrid.set_value();
+            }
+            return false;
+        });
+        HeldRequest held(*gl_, rendering, row.call, row.nth);
+        EXPECT_EQ(other.FirstPass(), 0U);
+
+        auto waiting = std::async(std::launch::async, [&] { return other.SecondPass(); });
+        hasGrid.get_future().wait();
+        EXPECT_EQ(waiting.wait_for(50ms), std::future_status::timeout);
+        EXPECT_EQ(held.callsOfOthers, 0U);
+        held.Release();
+        EXPECT_EQ(waiting.get(), 0U);
+        EXPECT_GT(held.callsOfOthers, 0U);
+        host_.SetFault(nullptr);
+    }
+}
+
+TEST_F(Overlap, EveryOtherCallStandsAlone) {
+    MakeNode();
+    expectFindings_ = true;
+    desk::NodeRequest rendering(host_, *node_, FrameOf(2));
+    HeldRequest held(*gl_, rendering, "glFlush", 1);
+    EXPECT_THROW(node_->Destroy(), desk::NodeError);
+    EXPECT_THROW(node_->Negotiate({64, 48}, {0.25F, 0.25F}), desk::NodeError);
+    const LumBufferFormat format = {64, 48};
+    LumNodeSetBufferPropertiesInfo properties = {};
+    properties.size = sizeof(properties);
+    properties.hNodeSession = node_->Handle();
+    properties.pFormat = &format;
+    EXPECT_EQ(host_.Callbacks().SetBufferInfo(&properties), 1U);
+    EXPECT_EQ(held.callsOfOthers, 0U);
+    held.Release();
+    std::vector<std::string> expected;
+    for (const char* call : {"its destruction", "QueryBufferInfo", "SetBufferInfo"}) {
+        expected.push_back(
+            fmt::format("the real-time node in {} meets another call on the same node; expected "
+                        "the host to let only requests overlap",
+                        call));
+    }
+    EXPECT_EQ(host_.Findings().List(), expected);
+    EXPECT_EQ(Frame(3), 0U) << "the node still lives";
+}
+
+TEST_F(Overlap, TheDriverLetsRequestsOvertakeOnlyWhereTheNodeAllowsIt) {
+    for (const bool isSequential : {true, false}) {
+        MakeNode();
+        node_->SetReferenceRequest(isSequential ? desk::ReferenceRequest() : Predecessor);
+        std::mutex mutex;
+        std::condition_variable changed;
+        std::set<uint64_t> declared;
+        std::set<uint64_t> rendering;
+        host_.SetFault([&](const desk::HostCall& call, uint32_t&) {
+            const std::lock_guard<std::mutex> lock(mutex);
+            if (call.service == "QueryRequestWindow") {
+                declared.insert(call.caller.requestId);
+            } else if (call.service == "GetMetaData") {
+                rendering.insert(call.caller.requestId);
+            }
+            changed.notify_all();
+            return false;
+        });
+        // The first to render is held until all that may come beside it are there.
+        std::atomic<bool> isFirst = true;
+        gl_->hold = [&](const GlCall& call) {
+            if (call.name == "glFlush" && isFirst.exchange(false)) {
+                std::unique_lock<std::mutex> lock(mutex);
+                changed.wait(lock, [&] {
+                    return declared.size() == Threads && rendering.size() == (isSequential ? 1 : Threads);
+                });
+            }
+        };
+        {
+            desk::PipelinedDriver driver(host_, *node_, Threads, Threads);
+            for (uint64_t request = 1; request <= Threads; ++request) {
+                driver.Submit(FrameOf(request));
+            }
+        }
+        EXPECT_EQ(rendering.size(), Threads);
+        gl_->hold = nullptr;
+        host_.SetFault(nullptr);
+        node_.reset();
+    }
+}
+
+TEST_F(Overlap, TheDriverHandsOverNoMoreThanItMayAndEveryResult) {
+    MakeNode();
+    std::promise<void> released;
+    std::atomic<bool> isFirst = true;
+    gl_->hold = [&, gate = released.get_future().share()](const GlCall& call) {
+        if (call.name == "glFlush" && isFirst.exchange(false)) {
+            gate.wait();
+        }
+    };
+    {
+        desk::PipelinedDriver driver(host_, *node_, 2, Threads);
+        auto drawn = driver.Submit(FrameOf(1));
+        desk::NodeFrame gridless = FrameOf(2);
+        gridless.grid = nullptr;
+        auto failed = driver.Submit(gridless);
+        auto third = std::async(std::launch::async, [&] { return driver.Submit(FrameOf(3)); });
+        EXPECT_EQ(third.wait_for(50ms), std::future_status::timeout) << "two are in flight";
+        released.set_value();
+        EXPECT_EQ(drawn.get(), 0U);
+        EXPECT_EQ(failed.get(), 1U);
+        EXPECT_EQ(third.get().get(), 0U);
+        for (uint64_t request = 1; request <= 3; ++request) {
+            EXPECT_EQ(host_.Metadata().Find(node_->Session(), request, desk::GridTag(node_->Kind())), nullptr)
+                << request;
+        }
+    }
+    gl_->hold = nullptr;
+}
+
+TEST_F(Overlap, ARequestThatMeetsANegotiationFailsWithoutItsSecondPass) {
+    MakeNode();
+    expectFindings_ = true;
+    std::promise<void> reached;
+    std::promise<void> released;
+    std::atomic<unsigned> secondPasses = 0;
+    std::atomic<bool> isFirst = true;
+    host_.SetFault([&](const desk::HostCall& call, uint32_t&) {
+        secondPasses += call.caller.phase == desk::PhaseSecondPass ? 1 : 0;
+        if (call.service == "GetAlignment" && isFirst.exchange(false)) {
+            reached.set_value();
+            released.get_future().wait();
+        }
+        return false;
+    });
+    auto negotiation = std::async(std::launch::async, [&] { node_->Negotiate({64, 48}, {0.25F, 0.25F}); });
+    reached.get_future().wait();
+    {
+        desk::PipelinedDriver driver(host_, *node_, 1, 1);
+        EXPECT_EQ(driver.Submit(FrameOf(1)).get(), 1U);
+    }
+    EXPECT_EQ(secondPasses, 0U);
+    released.set_value();
+    negotiation.get();
+    host_.SetFault(nullptr);
+    EXPECT_EQ(host_.Findings().List().size(), 1U);
+}
