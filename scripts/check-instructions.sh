@@ -14,8 +14,9 @@ if [ $# -gt 0 ] && [ "$1" != "--store" ]; then
 fi
 
 "$root/scripts/setup.sh" --bench
-cmake -S "$root" -B "$build" -DCMAKE_CXX_COMPILER=g++ -DDEWARP_BENCH=ON -DDEWARP_TESTS=OFF >/dev/null
-cmake --build "$build" -j"$(nproc)" --target bench-instructions >/dev/null
+cd "$root"
+cmake --preset bench >/dev/null
+cmake --build --preset bench -j"$(nproc)" --target bench-instructions >/dev/null
 "$root/bench/count.sh" "$build" "$counts" --grid-only
 # The dump named after the scenario; its sum is that of a hundred frames.
 dump="$(grep -l '^desc: Trigger: Client Request: grid$' "$counts"/callgrind.out*)"

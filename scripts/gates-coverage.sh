@@ -1,15 +1,15 @@
 #!/usr/bin/env bash
 # Builds for coverage, runs the tests of the library and fails when fewer than 97 % of its lines or 90 % of its
 # branches were taken. What was not is in the report that it names.
-#   scripts/gates-coverage.sh [BUILD_FOLDER]
+#   scripts/gates-coverage.sh
 set -euo pipefail
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
-build="${1:-$root/build/coverage}"
+cd "$root"
+build="$root/build/coverage"
 
-cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Debug \
-  -DCMAKE_CXX_FLAGS="--coverage -fprofile-abs-path -fprofile-update=atomic" >/dev/null
+cmake --preset coverage >/dev/null
 programs=(pure_tests fakegl_tests stress_tests sweep_tests)
-make -C "$build" -j"$(nproc)" --no-print-directory dewarp_node desk_egl desk_glesv2 "${programs[@]}" records_fuzz >/dev/null
+cmake --build --preset coverage -j"$(nproc)" --target dewarp_node "${programs[@]}" records_fuzz >/dev/null
 find "$build" -name '*.gcda' -delete
 # Counts are written when a process ends regularly, which the sweep's children do not.
 for program in "${programs[@]}"; do
