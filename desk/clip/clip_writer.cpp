@@ -8,7 +8,7 @@
 
 #include "desk/base/usage_error.h"
 #include "desk/clip/av_handles.h"
-#include "desk/output/output_place.h"
+#include "desk/output/output.h"
 
 namespace desk {
 namespace {
@@ -40,8 +40,8 @@ const ClipKind& KindOf(const std::filesystem::path& clip) {
         clip.string()));
 }
 
-OutputPlace::Kind PlaceOf(const ClipKind& kind) {
-    return kind.container == nullptr ? OutputPlace::Kind::PictureFolder : OutputPlace::Kind::File;
+Output::Kind PlaceOf(const ClipKind& kind) {
+    return kind.container == nullptr ? Output::Kind::PictureFolder : Output::Kind::File;
 }
 
 }  // namespace
@@ -58,7 +58,7 @@ struct ClipWriter::Encoder {
 
     const ClipKind& kind;
     ClipFormat format;
-    OutputPlace place;
+    Output place;
     AvOwned<AVCodecContext> codec;
     AVFormatContext* container = nullptr;
     AvOwned<AVFrame> frame{av_frame_alloc()};

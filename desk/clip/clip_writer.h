@@ -25,7 +25,7 @@ public:
 
     /// Writes the clip's end. Throws as Add does: what is encoded last may fill the disk.
     void Complete();
-    /// Puts the complete clip under its name. Throws as OutputPlace does.
+    /// Puts the complete clip under its name. Throws as Output does.
     void Publish();
     /// Both, for a clip that is the only output.
     void Finish();
