@@ -7,7 +7,7 @@
 #include "desk/base/usage_error.h"
 #include "desk/cli/commands.h"
 #include "desk/dump/dump_checks.h"
-#include "desk/output/output_place.h"
+#include "desk/output/output.h"
 #include "desk/report/chart.h"
 #include "desk/report/results.h"
 #include "desk/run/exit_code.h"

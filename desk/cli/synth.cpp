@@ -10,7 +10,7 @@
 #include "desk/clip/clip_reader.h"
 #include "desk/clip/clip_writer.h"
 #include "desk/dump/dump_file.h"
-#include "desk/output/output_place.h"
+#include "desk/output/output.h"
 #include "desk/run/exit_code.h"
 #include "desk/run/pipeline.h"
 #include "desk/run/progress.h"
@@ -75,7 +75,7 @@ int RunSynth(const SynthOptions& options) {
     World world(options);
     const ShakyCamera camera(options.shake, input, output.height, world.Format().FramesPerSecond());
     camera.RequireRoom(output);
-    OutputPlace grids(options.grids, OutputPlace::Kind::File, options.overwrite);
+    Output grids(options.grids, Output::Kind::File, options.overwrite);
     ClipWriter shaky(options.out, world.Format(input), options.overwrite);
     ClipWriter truth(options.truth, world.Format(output), options.overwrite);
     std::ofstream lines(grids.Work(), std::ios::binary);

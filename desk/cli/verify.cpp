@@ -6,7 +6,7 @@
 
 #include "desk/cli/commands.h"
 #include "desk/cli/replay.h"
-#include "desk/output/output_place.h"
+#include "desk/output/output.h"
 #include "desk/report/chart.h"
 #include "desk/warp/reference_renderer.h"
 

@@ -9,8 +9,6 @@ extern "C" {
 #include <memory>
 #include <string>
 
-#include "desk/clip/nv12.h"
-
 namespace desk {
 
 struct AvFree {
@@ -26,8 +24,14 @@ struct AvFree {
     void operator()(SwsContext* scaler) const {
         sws_freeContext(scaler);
     }
-    void operator()(AVFormatContext* input) const {
-        avformat_close_input(&input);
+    /// Of a clip that is read, or one that is written.
+    void operator()(AVFormatContext* container) const {
+        if (container->oformat != nullptr) {
+            avio_closep(&container->pb);
+            avformat_free_context(container);
+        } else {
+            avformat_close_input(&container);
+        }
     }
 };
 
@@ -39,33 +43,5 @@ inline std::string AvText(int error) {
     char text[AV_ERROR_MAX_STRING_SIZE] = {};
     return av_make_error_string(text, sizeof(text), error);
 }
-
-/// The planes of a picture as FFmpeg takes them; valid as long as the picture.
-struct AvPlanes {
-    explicit AvPlanes(const Nv12& picture)
-        : data{picture.luma.data, picture.chroma.data, nullptr, nullptr},
-          stride{static_cast<int>(picture.luma.step), static_cast<int>(picture.chroma.step), 0, 0} {}
-
-    uint8_t* data[4];
-    int stride[4];
-};
-
-/// Converts between pixel formats and sizes; samples keep their range and matrix where both sides are YCbCr.
-class AvScaler {
-public:
-    struct Side {
-        int width;
-        int height;
-        AVPixelFormat format;
-        bool fullRange;
-    };
-
-    /// Throws std::runtime_error when the conversion is not known.
-    void Convert(const Side& from, const uint8_t* const* fromData, const int* fromStride, const Side& to,
-                 uint8_t* const* toData, const int* toStride, int matrix);
-
-private:
-    AvOwned<SwsContext> scaler_;
-};
 
 }  // namespace desk

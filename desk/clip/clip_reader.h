@@ -2,27 +2,15 @@
 
 #include <cstdint>
 #include <filesystem>
-#include <memory>
-#include <opencv2/core.hpp>
+#include <string>
 #include <vector>
 
-#include "desk/clip/frame_range.h"
+#include "desk/clip/av_scaler.h"
+#include "desk/clip/clip_format.h"
 #include "desk/clip/nv12.h"
+#include "desk/clip/packet_reader.h"
 
 namespace desk {
-
-/// What a clip's frames are, apart from their pixels.
-struct ClipFormat {
-    cv::Size size;
-    int rateNumerator = 30;  ///< frames per second, as a fraction
-    int rateDenominator = 1;
-    bool fullRange = true;  ///< whether luma goes from 0 to 255 or from 16 to 235
-    int matrix = 5;         ///< H.273's number of the matrix coefficients; 5 is BT.601
-
-    double FramesPerSecond() const {
-        return static_cast<double>(rateNumerator) / rateDenominator;
-    }
-};
 
 /// What a clip's damage does to the run: it ends, or the damaged frames are left out.
 enum class OnDamage { Stop, Skip };
@@ -32,21 +20,25 @@ enum class OnDamage { Stop, Skip };
 /// on threads of their own.
 class ClipReader {
 public:
-    /// Throws UsageError, naming the file, when there is no clip with a video stream.
+    /// Throws UsageError, naming the file, when there is no clip with a video stream; std::runtime_error when
+    /// it may not be read.
     ClipReader(const std::filesystem::path& clip, const FrameRange& frames,
                OnDamage onDamage = OnDamage::Stop);
-    ~ClipReader();
-    ClipReader(const ClipReader&) = delete;
-    ClipReader& operator=(const ClipReader&) = delete;
 
-    const ClipFormat& Format() const;
+    const ClipFormat& Format() const {
+        return packets_.Format();
+    }
     /// Frames in the range, as the file's header tells; 0 when it does not.
     int64_t ExpectedFrames() const;
     /// The number in the clip, from 0, of the frame that Read returned last.
-    int64_t Frame() const;
+    int64_t Frame() const {
+        return next_ - 1;
+    }
     /// What was skipped so far, in order: the damaged frames, and those up to the next that needs no other
     /// one.
-    const std::vector<FrameRange>& DamagedFrames() const;
+    const std::vector<FrameRange>& DamagedFrames() const {
+        return damaged_;
+    }
 
     /// Fills the picture with the next frame: scaled, when sizes differ, until it just covers the picture,
     /// what is too much cut off evenly on both sides. False at the end of the range or the clip. Throws
@@ -55,8 +47,27 @@ public:
     bool Read(Nv12& picture);
 
 private:
-    struct Decoder;
-    std::unique_ptr<Decoder> decoder_;
+    bool NextFrame();
+    void Feed();
+    bool IsDropped();
+    void Damaged(const std::string& how);
+    void Lose(int64_t count);
+    void Give(Nv12& picture);
+
+    std::filesystem::path file_;
+    FrameRange frames_;
+    OnDamage onDamage_;
+    PacketReader packets_;
+    AvOwned<AVCodecContext> codec_;
+    AvOwned<AVFrame> frame_{av_frame_alloc()};
+    AvOwned<AVPacket> packet_{av_packet_alloc()};
+    AvScaler scaler_;
+    int64_t inDecoder_ = 0;  ///< packets that have not become frames yet
+    int64_t next_ = 0;       ///< number of the next frame
+    bool seeksKey_ = false;  ///< after damage, until a frame that needs no other one
+    int64_t keyTime_ = AV_NOPTS_VALUE;
+    bool hasGiven_ = false;
+    std::vector<FrameRange> damaged_;
 };
 
 }  // namespace desk

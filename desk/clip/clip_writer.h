@@ -1,10 +1,11 @@
 #pragma once
 
 #include <filesystem>
-#include <memory>
 
-#include "desk/clip/clip_reader.h"
+#include "desk/clip/av_scaler.h"
+#include "desk/clip/clip_format.h"
 #include "desk/clip/nv12.h"
+#include "desk/output/output.h"
 
 namespace desk {
 
@@ -15,24 +16,38 @@ class ClipWriter {
 public:
     /// Throws UsageError for a name that says no kind, and when the clip exists and may not be overwritten;
     /// std::runtime_error when it cannot be made there.
-    ClipWriter(std::filesystem::path clip, const ClipFormat& format, bool overwrite);
-    ~ClipWriter();
-    ClipWriter(const ClipWriter&) = delete;
-    ClipWriter& operator=(const ClipWriter&) = delete;
+    ClipWriter(const std::filesystem::path& clip, const ClipFormat& format, bool overwrite);
 
     /// The next frame, of the format's size. Throws std::runtime_error, for example when the disk is full.
     void Add(const Nv12& picture);
 
     /// Writes the clip's end. Throws as Add does: what is encoded last may fill the disk.
     void Complete();
-    /// Puts the complete clip under its name. Throws as OutputPlace does.
-    void Publish();
-    /// Both, for a clip that is the only output.
-    void Finish();
+    /// Puts the complete clip under its name. Throws as Output does.
+    void Publish() {
+        output_.Publish();
+    }
 
 private:
-    struct Encoder;
-    std::unique_ptr<Encoder> encoder_;
+    struct Kind;
+    static const Kind& KindOf(const std::filesystem::path& clip);
+
+    void OpenEncoder();
+    void OpenContainer();
+    void Send(const AVFrame* picture);
+    void Write();
+    void WritePicture();
+    void Require(int result, const char* action) const;
+
+    const Kind& kind_;
+    ClipFormat format_;
+    Output output_;
+    AvOwned<AVCodecContext> codec_;
+    AvOwned<AVFormatContext> container_;  ///< null for pictures
+    AvOwned<AVFrame> frame_{av_frame_alloc()};
+    AvOwned<AVPacket> packet_{av_packet_alloc()};
+    AvScaler scaler_;
+    int64_t pictures_ = 0;
 };
 
 }  // namespace desk

@@ -66,7 +66,8 @@ void Stabilise(const std::string& clip, const std::string& out, cv::Size size) {
         WriteNv12(steady, whole);
         writer.Add(Middle(whole, size));
     }
-    writer.Finish();
+    writer.Complete();
+    writer.Publish();
 }
 
 /// One line: frames, luma PSNR over all frames and without the first ones, motion between frames.

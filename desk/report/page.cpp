@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "desk/output/output_place.h"
+#include "desk/output/output.h"
 #include "desk/report/chart.h"
 
 extern "C" {

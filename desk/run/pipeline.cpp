@@ -47,7 +47,7 @@ float MarginFor(const char* direction, int input, int output) {
 }
 
 /// The node does not say when it could not write one of its three dump files, so their lines are counted.
-void RequireWholeDumps(const OutputPlace& dumps, int64_t frames) {
+void RequireWholeDumps(const Output& dumps, int64_t frames) {
     const std::filesystem::directory_iterator files(dumps.Work());
     const auto whole = std::count_if(begin(files), end(files), [frames](const auto& file) {
         std::ifstream in(file.path(), std::ios::binary);
@@ -143,7 +143,7 @@ Pipeline::Pipeline(const std::string& command, const RunOptions& options, ClipRe
       sizing_(sizing),
       dumps_(options.dumpDir.empty()
                  ? nullptr
-                 : std::make_unique<OutputPlace>(options.dumpDir, OutputPlace::Kind::DumpFolder, false)),
+                 : std::make_unique<Output>(options.dumpDir, Output::Kind::DumpFolder, false)),
       host_(Announce(command, options, sizing, dumps_ ? dumps_->Work() : "", results_.json)),
       recording_(options, OutputFormat(reader, sizing.output), results_),
       progress_(options.progress, reader.ExpectedFrames()),

@@ -14,7 +14,7 @@
 #include "desk/host/desk_host.h"
 #include "desk/host/desk_node.h"
 #include "desk/host/pipelined_driver.h"
-#include "desk/output/output_place.h"
+#include "desk/output/output.h"
 #include "desk/report/results.h"
 #include "desk/run/exit_code.h"
 #include "desk/run/progress.h"
@@ -117,7 +117,7 @@ private:
     ClipReader& reader_;
     Sizing sizing_;
     RunResults results_;
-    std::unique_ptr<OutputPlace> dumps_;  ///< null without --dump-dir
+    std::unique_ptr<Output> dumps_;  ///< null without --dump-dir
     DeskHost host_;
     Recording recording_;
     std::unique_ptr<DeskNode> node_;

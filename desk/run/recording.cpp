@@ -6,7 +6,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include "desk/base/usage_error.h"
-#include "desk/output/output_place.h"
+#include "desk/output/output.h"
 #include "desk/report/before_after.h"
 #include "desk/report/page.h"
 
@@ -69,7 +69,7 @@ Recording::Recording(const RunOptions& options, const ClipFormat& format, RunRes
     }
     // What cannot be written is better known before the run than after it.
     if (!options.json.empty() && options.json != "-") {
-        const OutputPlace trial(options.json, OutputPlace::Kind::File, options.overwrite);
+        const Output trial(options.json, Output::Kind::File, options.overwrite);
     }
     if (!options.report.empty()) {
         PrepareReport(options.report, options.overwrite);

@@ -1,4 +1,4 @@
-#include "desk/output/output_place.h"
+#include "desk/output/output.h"
 
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -33,16 +33,16 @@ bool IsThere(const Path& place) {
 }
 
 /// Whether it is a file such as a run makes in a folder of this kind.
-bool IsMadeIn(OutputPlace::Kind folder, const std::filesystem::directory_entry& entry) {
+bool IsMadeIn(Output::Kind folder, const std::filesystem::directory_entry& entry) {
     const char* names =
-        folder == OutputPlace::Kind::DumpFolder ? "Warp*.txt" : "[0-9][0-9][0-9][0-9][0-9][0-9].png";
+        folder == Output::Kind::DumpFolder ? "Warp*.txt" : "[0-9][0-9][0-9][0-9][0-9][0-9].png";
     return fnmatch(names, entry.path().filename().c_str(), 0) == 0 &&
            entry.symlink_status().type() == std::filesystem::file_type::regular;
 }
 
 /// Why what stands at the place may not be replaced; empty when it may. Nobody's own files go with it.
-std::string ReasonToStay(const Path& place, OutputPlace::Kind kind) {
-    if (kind == OutputPlace::Kind::File) {
+std::string ReasonToStay(const Path& place, Output::Kind kind) {
+    if (kind == Output::Kind::File) {
         return std::filesystem::is_regular_file(place)
                    ? ""
                    : place.string() + " is no regular file; expected the name of one";
@@ -81,9 +81,9 @@ Path MakeBeside(const Path& place, bool isFolder) {
 
 /// Removes a file, or a folder with what a run makes in it. What somebody else put there stays, and with it
 /// the folder.
-void Remove(const Path& made, OutputPlace::Kind kind) {
+void Remove(const Path& made, Output::Kind kind) {
     std::error_code left;
-    if (kind != OutputPlace::Kind::File) {
+    if (kind != Output::Kind::File) {
         for (const auto& entry : std::filesystem::directory_iterator(made, left)) {
             if (IsMadeIn(kind, entry)) {
                 std::filesystem::remove(entry, left);
@@ -154,7 +154,7 @@ void RequireFree(const std::filesystem::path& place, bool overwrite) {
     }
 }
 
-OutputPlace::OutputPlace(std::filesystem::path place, Kind kind, bool overwrite)
+Output::Output(std::filesystem::path place, Kind kind, bool overwrite)
     : place_(std::move(place)), kind_(kind), overwrite_(overwrite) {
     if (!place_.has_filename()) {
         place_ = place_.parent_path();
@@ -175,13 +175,13 @@ OutputPlace::OutputPlace(std::filesystem::path place, Kind kind, bool overwrite)
     work_ = MakeBeside(place_, kind == Kind::PictureFolder);
 }
 
-OutputPlace::~OutputPlace() {
+Output::~Output() {
     if (!work_.empty()) {
         Remove(work_, kind_);
     }
 }
 
-void OutputPlace::Publish() {
+void Output::Publish() {
     // It is complete, and not to be lost when it does not get its name.
     const Path made = std::exchange(work_, {});
     const std::string kept = "; what was made is in " + made.string();
@@ -212,7 +212,7 @@ void OutputPlace::Publish() {
 }
 
 void WriteWhole(const std::filesystem::path& file, const std::string& bytes, bool overwrite) {
-    OutputPlace output(file, OutputPlace::Kind::File, overwrite);
+    Output output(file, Output::Kind::File, overwrite);
     std::ofstream out(output.Work(), std::ios::binary);
     out << bytes;
     out.close();

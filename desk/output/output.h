@@ -12,18 +12,18 @@ void RequireFree(const std::filesystem::path& place, bool overwrite);
 /// made appears under its name when it is complete; until then it grows beside it under a name that nothing
 /// had, NAME.unfinished- and six digits, dumps in a folder of such a name in theirs. What stands at the place
 /// stays as it is until then, and nothing is removed that was not made here.
-class OutputPlace {
+class Output {
 public:
     enum class Kind { File, PictureFolder, DumpFolder };
 
     /// Throws as RequireFree does, but not for a folder of dumps; UsageError for something to be replaced
     /// that is not of this kind, such as a folder that holds anything but numbered pictures;
     /// std::runtime_error when nothing can be made there.
-    OutputPlace(std::filesystem::path place, Kind kind, bool overwrite);
+    Output(std::filesystem::path place, Kind kind, bool overwrite);
     /// Removes what was made, unless Publish was called.
-    ~OutputPlace();
-    OutputPlace(const OutputPlace&) = delete;
-    OutputPlace& operator=(const OutputPlace&) = delete;
+    ~Output();
+    Output(const Output&) = delete;
+    Output& operator=(const Output&) = delete;
 
     /// The temporary file or folder; empty once published.
     const std::filesystem::path& Work() const {
@@ -44,7 +44,7 @@ private:
     bool overwrite_;
 };
 
-/// Writes a file that is complete or not there. Throws as OutputPlace does; std::runtime_error.
+/// Writes a file that is complete or not there. Throws as Output does; std::runtime_error.
 void WriteWhole(const std::filesystem::path& file, const std::string& bytes, bool overwrite);
 
 /// Makes a folder, and those that it lies in, unless it is there. Throws std::runtime_error.

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <atomic>
+#include <filesystem>
+#include <string>
+#include <utility>
+
+#include "desk/clip/av_handles.h"
+#include "desk/clip/clip_format.h"
+
+namespace desk {
+
+/// The packets of a clip's video stream; how many of them its file promises; and whether FFmpeg complains
+/// about the clip, some of whose damage it patches up and tells only its log.
+class PacketReader {
+public:
+    /// Throws UsageError, naming the file, when there is no clip with a video stream that can be decoded;
+    /// std::runtime_error when it may not be read.
+    explicit PacketReader(const std::filesystem::path& clip);
+
+    /// A decoder of the stream. What it complains about from now on counts.
+    AvOwned<AVCodecContext> OpenDecoder();
+
+    const ClipFormat& Format() const {
+        return format_;
+    }
+    /// Frames of the clip, as its header tells; 0 when it does not.
+    int64_t ExpectedFrames() const;
+
+    /// The next packet of the stream. False at the end of the file.
+    bool Next(AVPacket& packet);
+    /// Whether there was a complaint since the last time, whoever made it.
+    bool TakeComplaint() {
+        return hasComplained_.exchange(false);
+    }
+
+    struct Missing {
+        std::string what;  ///< in words; empty when the clip is whole
+        int64_t frames = 0;
+    };
+    /// What the clip lacks at the end of its file; nothing the second time.
+    Missing TakeMissing() {
+        return std::exchange(missing_, {});
+    }
+
+private:
+    void Count(const AVPacket& packet);
+    Missing FindMissing(int error);
+
+    std::filesystem::path file_;
+    std::atomic<bool> hasComplained_ = false;  ///< set by FFmpeg's log
+    AvOwned<AVFormatContext> container_;
+    const AVCodec* codec_ = nullptr;
+    AVStream* stream_ = nullptr;
+    ClipFormat format_;
+    int64_t indexed_ = 0;  ///< packets; 0 when the file does not say
+    double promised_ = 0;  ///< seconds; likewise
+    int64_t packets_ = 0;
+    int64_t end_ = 0;     ///< of the last packet, in bytes of the file
+    double reached_ = 0;  ///< seconds, the end of the last frame in time
+    bool hasEnded_ = false;
+    Missing missing_;
+};
+
+}  // namespace desk
