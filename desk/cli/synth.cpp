@@ -16,7 +16,7 @@
 #include "desk/run/progress.h"
 #include "desk/synth/scene.h"
 #include "desk/synth/shaky_camera.h"
-#include "desk/warp/warp_grid.h"
+#include "desk/warp/warp_map.h"
 
 namespace desk {
 namespace {

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "desk/warp/warp_grid.h"
+#include "desk/warp/warp_map.h"
 
 namespace desk {
 namespace {
