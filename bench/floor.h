@@ -15,7 +15,7 @@ public:
 
     void Frame(const IPEICAGridTransform& grid);
 
-    /// Positions, then texture coordinates of the last frame: 825 vertices of two floats each.
+    /// Positions, then texture coordinates of the last frame: two floats for each vertex.
     const float* Mesh() const;
 
 private:

@@ -17,6 +17,7 @@
 
 #include "bench/floor.h"
 #include "bench/null_host.h"
+#include "desk/warp/grid_size.h"
 #include "node/dewarp/gpu/gpumesh.h"
 
 /// Runs steady frames for callgrind to count: one dump per scenario, named after it, of a hundred frames.
@@ -76,10 +77,10 @@ void MeasurePasses() {
 
 /// A floor that computed something else would be none.
 void RequireSameMesh(bench::Floor& floor) {
-    constexpr size_t Floats = 33 * 25 * 2;
+    constexpr size_t Floats = desk::MeshFloats;
     std::vector<float> mesh(2 * Floats);
     UpdateMesh(mesh.data(), mesh.data() + Floats, &bench::Grid().gridTransformArray[0].x,
-               {33, 25, 1920, 1080, 1920, 1080}, true);
+               {desk::MeshColumns, desk::MeshRows, 1920, 1080, 1920, 1080}, true);
     floor.Frame(bench::Grid());
     if (std::memcmp(mesh.data(), floor.Mesh(), mesh.size() * sizeof(float)) != 0) {
         throw std::runtime_error("expected the floor to give the node's mesh bit for bit, got another");

@@ -6,6 +6,7 @@
 
 #include "bench/floor.h"
 #include "bench/null_host.h"
+#include "desk/warp/grid_size.h"
 #include "node/dewarp/gpu/gpumesh.h"
 #include "utils/orbamutex.h"
 
@@ -52,17 +53,18 @@ void FirstPass(benchmark::State& state) {
 }
 
 void Mesh(benchmark::State& state) {
-    std::vector<float> vertices(33 * 25 * 2);
+    std::vector<float> vertices(desk::MeshFloats);
     std::vector<float> texCoordinates(vertices.size());
     const float* grid = &bench::Grid().gridTransformArray[0].x;
     while (state.KeepRunning()) {
-        UpdateMesh(vertices.data(), texCoordinates.data(), grid, {33, 25, 1920, 1080, 1920, 1080}, true);
+        UpdateMesh(vertices.data(), texCoordinates.data(), grid,
+                   {desk::MeshColumns, desk::MeshRows, 1920, 1080, 1920, 1080}, true);
         benchmark::ClobberMemory();
     }
 }
 
 void GridCopy(benchmark::State& state) {
-    float copy[945 * 2];
+    float copy[desk::GridPoints * 2];
     while (state.KeepRunning()) {
         std::memcpy(copy, bench::Grid().gridTransformArray, sizeof(copy));
         benchmark::DoNotOptimize(copy);

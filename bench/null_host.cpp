@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "desk/warp/grid_size.h"
 #include "host/grallocmetadata.h"
 #include "host/lumlog.h"
 #include "host/lumnodeutils.h"
@@ -119,11 +120,12 @@ const LumNodeCallbacks& Callbacks(const char* nodeLibrary) {
 IPEICAGridTransform MakeGrid() {
     IPEICAGridTransform grid = {};
     grid.gridTransformEnable = 1;
-    for (int row = 0; row < 27; ++row) {
-        for (int column = 0; column < 35; ++column) {
-            const auto x = static_cast<float>(column - 17);
-            const auto y = static_cast<float>(row - 13);
-            grid.gridTransformArray[row * 35 + column] = {x * 60.0F + 3.0F * std::sin(y), y * 45.0F + 2.0F};
+    for (int row = 0; row < desk::GridRows; ++row) {
+        for (int column = 0; column < desk::GridColumns; ++column) {
+            const auto x = static_cast<float>(column - desk::GridColumns / 2);
+            const auto y = static_cast<float>(row - desk::GridRows / 2);
+            grid.gridTransformArray[row * desk::GridColumns + column] = {x * 60.0F + 3.0F * std::sin(y),
+                                                                         y * 45.0F + 2.0F};
         }
     }
     return grid;

@@ -41,9 +41,8 @@ struct PlaneMap {
         const float scale = 1.0F / static_cast<float>(step);
         const auto centre = [this](int samples) { return static_cast<float>(step * samples - 1) / 2.0F; };
         for (int row = 0; row < x.rows; ++row) {
-            const GridPoint* upper =
-                grid.gridTransformArray + (down.cell[size_t(row)] + 1) * GridRowPoints + 1;
-            const GridPoint* lower = upper + GridRowPoints;
+            const GridPoint* upper = grid.gridTransformArray + (down.cell[size_t(row)] + 1) * GridColumns + 1;
+            const GridPoint* lower = upper + GridColumns;
             const float f = down.fraction[size_t(row)];
             float lineX[MeshColumns];
             float lineY[MeshColumns];

@@ -3,14 +3,15 @@
 #include <cstdint>
 #include <vector>
 
+#include "desk/warp/grid_size.h"
 #include "host/lumnoderequest.h"
 
 /// The frames and the warp that everyone who renders a real picture is measured with.
 namespace bench {
 
-constexpr int MeshColumns = 33;
-constexpr int MeshRows = 25;
-constexpr int GridRowPoints = MeshColumns + 2;
+using desk::GridColumns;
+using desk::MeshColumns;
+using desk::MeshRows;
 
 /// One NV12 frame without padding; even sizes.
 struct Picture {

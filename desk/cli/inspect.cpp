@@ -64,8 +64,8 @@ void WritePictures(const InspectOptions& options, const std::filesystem::path& d
     const std::filesystem::path stem = options.pictures / dump.stem();
     const std::string title = fmt::format("{}, line {}", dump.filename().string(), check.pointsLine);
     const cv::Size2d frame = check.kind == DumpKind::Grid ? cv::Size2d(check.sizes.input) : cv::Size2d();
-    WriteWhole(stem.string() + "_mesh.png", Encoded(DrawMesh(title, check.points, 33, frame), ".png"),
-               options.common.overwrite);
+    WriteWhole(stem.string() + "_mesh.png",
+               Encoded(DrawMesh(title, check.points, MeshColumns, frame), ".png"), options.common.overwrite);
     if (check.sizes.IsKnown()) {
         WriteWhole(stem.string() + "_margin.png", Encoded(MarginPicture(check), ".png"),
                    options.common.overwrite);

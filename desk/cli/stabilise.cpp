@@ -30,12 +30,12 @@ Sizing ChooseSizing(const CommonOptions& options, cv::Size clip) {
     return {output, MarginFor(clip / 2 * 2, output)};
 }
 
-Json PlaceJson(const CameraPlace& place, const CameraPlace& last) {
-    return {{"x", place.shift.real()},
-            {"y", place.shift.imag()},
-            {"roll", place.turn.imag()},
-            {"log_scale", place.turn.real()},
-            {"step", std::abs(place.shift - last.shift)}};
+Json PoseJson(const FramePose& pose, const FramePose& last) {
+    return {{"x", pose.shift.real()},
+            {"y", pose.shift.imag()},
+            {"roll", pose.turn.imag()},
+            {"log_scale", pose.turn.real()},
+            {"step", std::abs(pose.shift - last.shift)}};
 }
 
 /// Every frame is read and its motion estimated, and `window` frames later it is shown from where the steady
@@ -53,8 +53,8 @@ int RunStabilise(const StabiliseOptions& options) {
         const SteadyCamera::View view = camera.Next();
         last = last.value_or(view);
         pipeline.Show(static_cast<uint64_t>(pipeline.Number(frame) + 1), view.grid,
-                      {{"camera_before", PlaceJson(view.shaky, last->shaky)},
-                       {"camera_after", PlaceJson(view.steady, last->steady)}});
+                      {{"camera_before", PoseJson(view.shaky, last->shaky)},
+                       {"camera_after", PoseJson(view.steady, last->steady)}});
         last = view;
     };
     while (pipeline.Read()) {

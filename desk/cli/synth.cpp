@@ -16,7 +16,7 @@
 #include "desk/run/progress.h"
 #include "desk/synth/scene.h"
 #include "desk/synth/shaky_camera.h"
-#include "desk/warp/warp_grid.h"
+#include "desk/warp/warp_map.h"
 
 namespace desk {
 namespace {
@@ -91,16 +91,16 @@ int RunSynth(const SynthOptions& options) {
             if (picture.empty()) {
                 break;
             }
-            scene.emplace(picture, camera);
+            scene.emplace(picture, input, camera.Reach(input));
             WriteNv12(scene->Still(output), ideal);
         }
-        scene->Record(camera, done, recorded);
+        scene->Record([&](double row) { return camera.RowPose(done, row); }, recorded);
         WriteNv12(recorded, frame);
         shaky.Add(frame);
         truth.Add(ideal);
         const auto requestId = static_cast<uint64_t>(done) + 1;
         const IPEICAGridTransform grid =
-            MakeGrid(input, [&](cv::Point2d q) { return camera.FromScene(done, q); });
+            MakeGrid(input, [&](cv::Point2d q) { return camera.FrameOf(done, q); });
         WriteDumpLine(lines, DumpKind::Grid, ToDumpLine(requestId, grid));
         progress.Step(done + 1);
     }

@@ -6,13 +6,11 @@
 #include <cmath>
 #include <map>
 
-#include "desk/warp/warp_grid.h"
+#include "desk/warp/grid_size.h"
 #include "desk/warp/warp_map.h"
 
 namespace desk {
 namespace {
-
-constexpr int MeshColumns = GridColumns - 2;
 
 /// A motion is a jump when it is this many times the usual one, and more than a share of the mesh's width.
 constexpr double JumpFactor = 6;

@@ -10,15 +10,8 @@
 #include <string_view>
 #include <system_error>
 
-#include "desk/warp/warp_grid.h"
-
 namespace desk {
 namespace {
-
-constexpr int MeshColumns = GridColumns - 2;
-constexpr int MeshRows = GridRows - 2;
-static_assert(GridValueCount == 2 * GridColumns * GridRows);
-static_assert(MeshValueCount == MeshColumns * MeshRows + 1);
 
 /// Takes a line apart from the left. Errors name the column at which they arise.
 class LineScanner {

@@ -11,20 +11,22 @@
 #include <vector>
 
 #include "desk/base/usage_error.h"
+#include "desk/warp/grid_size.h"
 #include "host/lumnoderequest.h"
 
 namespace desk {
 
 /// What a node's dump file holds, one line per frame:
-///   grid           945 points x, y in input pixels about the input's centre, after two header numbers
-///   tex, vertices  the first 826 floats of the mesh's array, each but the first and the last printed twice
+///   grid           every point x, y in input pixels about the input's centre, after two header numbers
+///   tex, vertices  the mesh array's first floats, one for each vertex and one more, each but the first and
+///                  the last printed twice
 enum class DumpKind { Grid, TexCoordinates, Vertices };
 
 /// "grid", "texture coordinate" or "vertex".
 const char* NameOf(DumpKind kind);
 
-constexpr size_t GridValueCount = 2 * 35 * 27;
-constexpr size_t MeshValueCount = 33 * 25 + 1;
+constexpr size_t GridValueCount = size_t{2} * GridPoints;
+constexpr size_t MeshValueCount = MeshVertices + 1;
 
 /// One line of a dump.
 struct DumpLine {

@@ -5,7 +5,7 @@
 #include <array>
 
 #include "desk/dump/dump_file.h"
-#include "desk/warp/warp_grid.h"
+#include "desk/warp/grid_size.h"
 
 namespace desk {
 namespace {

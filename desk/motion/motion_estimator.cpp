@@ -8,75 +8,72 @@
 namespace desk {
 namespace {
 
-constexpr int EnoughRows = 540;  // more rows cost time and hardly sharpen the estimate
-constexpr size_t MinAgreeing = 12;
-constexpr double MinLeft = 0.6;  // of a key frame's corners
-
-/// A whole number, so that every pixel of the shrunken picture is the mean of as many.
-int ShrinkFactor(int rows) {
-    return std::max(1, (rows + EnoughRows / 2) / EnoughRows);
-}
+constexpr int EnoughRows = 540;     // more rows cost time and hardly sharpen the estimate
+constexpr size_t MinAgreeing = 12;  // 24 numbers for the pose's 9: fewer hardly average any error
+constexpr double MinLeft = 0.6;     // of a key frame's corners: fewer leave a large part of the frame bare
 
 /// Positions about the middle of the unshrunken picture.
-Position ToPosition(cv::Point2f point, cv::Size shrunken, double factor) {
-    return factor * Position(point.x - (shrunken.width - 1) / 2.0, point.y - (shrunken.height - 1) / 2.0);
+Position ToPosition(cv::Point2f point, cv::Size shrunken, int factor) {
+    return static_cast<double>(factor) *
+           Position(point.x - (shrunken.width - 1) / 2.0, point.y - (shrunken.height - 1) / 2.0);
 }
 
-/// Small where a pair is far off the place: such pairs belong to something else that moves.
-double WeightOf(double error, double scale) {
-    const double share = error / (4 * scale);
+/// Tukey's biweight (Beaton and Tukey 1974): 0 where a pair is far off the pose, which then belongs to
+/// something else that moves. Four medians of errors in a plane are the 4.7 standard deviations that are
+/// usual: without such pairs the fit loses 5 % of its precision.
+double TukeyBiweight(double error, double median) {
+    const double share = error / (4 * median);
     return share >= 1 ? 0 : (1 - share * share) * (1 - share * share);
 }
 
-/// The place that most pairs agree on, when all of them are more or less right.
-CameraPlace FitMost(const std::vector<Position>& frame, const std::vector<Position>& scene, double height) {
-    constexpr int Rounds = 5;
-    constexpr double SmallestScale = 0.1;  // pixels: corners are not followed more closely
+/// The pose that most pairs agree on, when all of them are more or less right: least squares, reweighted.
+FramePose FitRobustly(const std::vector<Position>& frame, const std::vector<Position>& scene, double height) {
+    constexpr int Rounds = 5;               // after which the pose changes by less than corners are off
+    constexpr double SmallestMedian = 0.1;  // pixels: corners are not followed more closely
     std::vector<double> weights(frame.size(), 1);
-    CameraPlace place;
+    FramePose pose;
     for (int round = 0; round < Rounds; round++) {
-        place = FitPlace(frame, scene, weights, height);
-        std::vector<double> errors;
+        pose = FitPose(frame, scene, weights, height);
         for (size_t i = 0; i < frame.size(); i++) {
-            errors.push_back(std::abs(SceneOf(place, frame[i]) - scene[i]));
+            weights[i] = std::abs(SceneOf(pose, frame[i]) - scene[i]);
         }
-        std::vector<double> sorted = errors;
-        std::nth_element(sorted.begin(), sorted.begin() + static_cast<std::ptrdiff_t>(sorted.size() / 2),
-                         sorted.end());
-        const double scale = std::max(sorted[sorted.size() / 2], SmallestScale);
-        std::transform(errors.begin(), errors.end(), weights.begin(),
-                       [scale](double error) { return WeightOf(error, scale); });
+        std::vector<double> sorted = weights;
+        const auto middle = sorted.begin() + static_cast<std::ptrdiff_t>(sorted.size() / 2);
+        std::nth_element(sorted.begin(), middle, sorted.end());
+        const double median = std::max(*middle, SmallestMedian);
+        for (double& weight : weights) {
+            weight = TukeyBiweight(weight, median);
+        }
     }
-    return place;
+    return pose;
 }
 
 }  // namespace
 
-CameraPlace MotionEstimator::Add(const cv::Mat& luma) {
-    const int factor = ShrinkFactor(luma.rows);
-    factor_ = factor;
-    cv::resize(luma, picture_, luma.size() / factor, 0, 0, cv::INTER_AREA);
-    const size_t enough =
-        std::max(MinAgreeing, static_cast<size_t>(MinLeft * static_cast<double>(corners_.size())));
-    if (key_.empty() || Follow() < enough) {
+FramePose MotionEstimator::Add(const cv::Mat& luma) {
+    // Whole, so that every pixel of the shrunken picture is the mean of as many.
+    factor_ = std::max(1, (luma.rows + EnoughRows / 2) / EnoughRows);
+    cv::resize(luma, picture_, luma.size() / factor_, 0, 0, cv::INTER_AREA);
+    const auto left = static_cast<size_t>(MinLeft * static_cast<double>(corners_.size()));
+    if (key_.empty() || Follow() < std::max(MinAgreeing, left)) {
         MakeKey();
     }
-    return place_;
+    return pose_;
 }
 
 void MotionEstimator::MakeKey() {
-    constexpr int MaxCorners = 400;
-    constexpr double Quality = 0.005;
+    constexpr int MaxCorners = 400;    // the time grows with their number, precision with its root only
+    constexpr double Quality = 0.005;  // of the best corner's: low, so that dull parts of the frame count too
     picture_.copyTo(key_);
-    cv::goodFeaturesToTrack(key_, corners_, MaxCorners, Quality, key_.rows / 40.0);
+    cv::goodFeaturesToTrack(key_, corners_, MaxCorners, Quality, key_.rows / 40.0);  // spread over the frame
     moved_ = corners_;
     scene_.clear();
     for (const cv::Point2f& corner : corners_) {
-        scene_.push_back(SceneOf(place_, ToPosition(corner, key_.size(), factor_)));
+        scene_.push_back(SceneOf(pose_, ToPosition(corner, key_.size(), factor_)));
     }
 }
 
-/// Finds the key frame's corners in the picture and the place from them. Returns how many agree.
+/// Finds the key frame's corners in the picture and the pose from them. Returns how many agree.
 size_t MotionEstimator::Follow() {
     if (corners_.size() < MinAgreeing) {
         return 0;
@@ -85,6 +82,7 @@ size_t MotionEstimator::Follow() {
     cv::calcOpticalFlowPyrLK(key_, picture_, corners_, moved_, found, cv::noArray(), {21, 21}, 3,
                              {cv::TermCriteria::COUNT | cv::TermCriteria::EPS, 30, 0.01},
                              cv::OPTFLOW_USE_INITIAL_FLOW);
+    // RANSAC (Fischler and Bolles 1981) drops what moves by itself. What agrees is not refined: the fit is.
     std::vector<uchar> agrees;
     constexpr double MaxDisagreement = 3;  // shrunken pixels; a rolling shutter bends what no affine map does
     if (cv::estimateAffine2D(corners_, moved_, agrees, cv::RANSAC, MaxDisagreement, 500, 0.995, 0).empty()) {
@@ -101,11 +99,10 @@ size_t MotionEstimator::Follow() {
     if (frame.size() < MinAgreeing) {
         return frame.size();
     }
-    place_ = FitMost(frame, scene, factor_ * key_.rows);
+    pose_ = FitRobustly(frame, scene, factor_ * key_.rows);
     for (size_t i = 0; i < corners_.size(); i++) {
-        const Position at = FrameOf(place_, scene_[i]) / factor_;
-        moved_[i] = cv::Point2f(static_cast<float>(at.real() + (key_.cols - 1) / 2.0),
-                                static_cast<float>(at.imag() + (key_.rows - 1) / 2.0));
+        const Position at = FrameOf(pose_, scene_[i]) / static_cast<double>(factor_);
+        moved_[i] = cv::Point2d(at.real() + (key_.cols - 1) / 2.0, at.imag() + (key_.rows - 1) / 2.0);
     }
     return frame.size();
 }

@@ -3,27 +3,19 @@
 #include <algorithm>
 #include <cmath>
 
-#include "desk/warp/warp_grid.h"
+#include "desk/warp/warp_map.h"
 
 namespace desk {
-namespace {
 
-/// The place a share of the way from one to another.
-CameraPlace Between(const CameraPlace& from, const CameraPlace& to, double share) {
-    return (1 - share) * from + share * to;
-}
-
-}  // namespace
-
-void SteadyCamera::Add(const CameraPlace& shaky) {
-    places_.push_back(shaky);
+void SteadyCamera::Add(const FramePose& shaky) {
+    poses_.push_back(shaky);
 }
 
 SteadyCamera::View SteadyCamera::Next() {
-    const CameraPlace shaky = places_[static_cast<size_t>(frame_ - oldest_)];
-    steady_ = Inside(shaky, variant_ == Variant::LookAhead ? MeanAround() : Follow(shaky));
+    const FramePose shaky = poses_[static_cast<size_t>(frame_ - oldest_)];
+    steady_ = Inside(shaky, variant_ == Variant::LookAhead ? SmoothAround() : SmoothSoFar(shaky));
     if (++frame_ - oldest_ > window_) {
-        places_.pop_front();
+        poses_.pop_front();
         oldest_++;
     }
     return {shaky, steady_, MakeGrid(input_, [&](cv::Point2d q) {
@@ -32,29 +24,30 @@ SteadyCamera::View SteadyCamera::Next() {
             })};
 }
 
-/// The near places weigh most.
-CameraPlace SteadyCamera::MeanAround() const {
+/// Gaussian smoothing: the window holds two standard deviations on either side.
+FramePose SteadyCamera::SmoothAround() const {
     // Where the clip begins or ends, fewer frames have to even out the same shake: the far ones weigh more.
-    const double missing = static_cast<double>(2 * window_ + 1) / static_cast<double>(places_.size());
+    const double missing = static_cast<double>(2 * window_ + 1) / static_cast<double>(poses_.size());
     const double deviation = std::max(static_cast<double>(window_) / 2, 0.5) * missing;
-    CameraPlace sum;
+    FramePose mean;
     double weights = 0;
     double distance = static_cast<double>(oldest_ - frame_);
-    for (const CameraPlace& place : places_) {
+    for (const FramePose& pose : poses_) {
         const double weight = std::exp(-distance * distance / (2 * deviation * deviation));
-        sum = sum + weight * place;
         weights += weight;
+        mean = Between(mean, pose, weight / weights);
         distance++;
     }
-    return (1 / weights) * sum;
+    return mean;
 }
 
-/// First the mean of all places up to now, later of about the last 50, and of the last few only as the margin
-/// runs out: then the camera is being turned. The steps that the mean makes are evened out in their turn.
-CameraPlace SteadyCamera::Follow(const CameraPlace& shaky) {
-    constexpr double SlowestMean = 0.02;
-    constexpr double SlowestStep = 0.15;
-    constexpr double Reluctance = 4;
+/// Exponential smoothing, twice: of the poses, and of the steps that their mean makes. The mean begins as
+/// that of all poses up to now. As the margin runs out the newest pose counts more and more: then the camera
+/// is being turned.
+FramePose SteadyCamera::SmoothSoFar(const FramePose& shaky) {
+    constexpr double SlowestMean = 0.02;  // later the last 50 frames count: a hand sways faster
+    constexpr double SlowestStep = 0.15;  // some 7 frames, too few to fall behind a camera that is turned
+    constexpr double Reluctance = 4;      // half of the margin is shake's: it speeds the mean up by 1/16 only
     const double newest = 1 / static_cast<double>(frame_ + 1);
     const double usual = std::max(newest, SlowestMean);
     const double urgent = std::pow(std::min(MarginShare(shaky, steady_), 1.0), Reluctance);
@@ -63,7 +56,7 @@ CameraPlace SteadyCamera::Follow(const CameraPlace& shaky) {
 }
 
 /// How much of the margin the steady camera uses: 1 when it just sees the input's edge.
-double SteadyCamera::MarginShare(const CameraPlace& shaky, const CameraPlace& steady) const {
+double SteadyCamera::MarginShare(const FramePose& shaky, const FramePose& steady) const {
     double share = 0;
     for (const int x : {-1, 0, 1}) {
         for (const int y : {-1, 0, 1}) {
@@ -77,12 +70,12 @@ double SteadyCamera::MarginShare(const CameraPlace& shaky, const CameraPlace& st
     return share;
 }
 
-/// The steady place, moved towards the shaky camera's just so far that all it sees is in the input.
-CameraPlace SteadyCamera::Inside(const CameraPlace& shaky, const CameraPlace& steady) const {
+/// The steady pose, moved towards the shaky camera's just so far that all it sees is in the input.
+FramePose SteadyCamera::Inside(const FramePose& shaky, const FramePose& steady) const {
     if (MarginShare(shaky, steady) <= 1) {
         return steady;
     }
-    constexpr int Halvings = 12;
+    constexpr int Halvings = 12;  // to 1/4096 of the way
     double inside = 0;
     double outside = 1;
     for (int i = 0; i < Halvings; i++) {

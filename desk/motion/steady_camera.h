@@ -5,14 +5,13 @@
 #include <opencv2/core.hpp>
 
 #include "desk/abi/node_types.h"
-#include "desk/motion/camera_place.h"
+#include "desk/motion/frame_pose.h"
 #include "host/lumnoderequest.h"
 
 namespace desk {
 
-/// A steady camera in place of a shaky one, frame by frame.
-/// Look-ahead: it goes along the mean of the places around. Real time: it knows no frame that is still to
-/// come and goes after the mean of those that were.
+/// A steady camera in place of a shaky one, frame by frame. Look-ahead: Gaussian smoothing of the poses
+/// around. Real time: it knows no frame that is still to come, and smooths those that were exponentially.
 class SteadyCamera {
 public:
     /// `window` is the number of frames ahead, 0 in real time. Sizes of the node's input and output in
@@ -20,13 +19,13 @@ public:
     SteadyCamera(Variant variant, int64_t window, cv::Size input, cv::Size output)
         : variant_(variant), window_(window), input_(input), output_(output) {}
 
-    /// Where the shaky camera looks in the next frame.
-    void Add(const CameraPlace& shaky);
+    /// Where the shaky camera points in the next frame.
+    void Add(const FramePose& shaky);
 
     /// What belongs to one frame.
     struct View {
-        CameraPlace shaky;
-        CameraPlace steady;
+        FramePose shaky;
+        FramePose steady;
         IPEICAGridTransform grid{};  ///< with which the node shows what the steady camera sees
     };
     /// The next frame's; it was added, and so were as many frames after it as are seen ahead, unless the clip
@@ -34,20 +33,20 @@ public:
     View Next();
 
 private:
-    CameraPlace MeanAround() const;
-    CameraPlace Follow(const CameraPlace& shaky);
-    double MarginShare(const CameraPlace& shaky, const CameraPlace& steady) const;
-    CameraPlace Inside(const CameraPlace& shaky, const CameraPlace& steady) const;
+    FramePose SmoothAround() const;
+    FramePose SmoothSoFar(const FramePose& shaky);
+    double MarginShare(const FramePose& shaky, const FramePose& steady) const;
+    FramePose Inside(const FramePose& shaky, const FramePose& steady) const;
 
     Variant variant_;
     int64_t window_;
     cv::Size input_;
     cv::Size output_;
-    std::deque<CameraPlace> places_;  ///< of the shaky camera, no further back than the window
-    int64_t oldest_ = 0;              ///< the frame of the first of them
-    int64_t frame_ = 0;               ///< the next one
-    CameraPlace mean_;                ///< in real time: of the places up to now
-    CameraPlace steady_;              ///< in the last frame
+    std::deque<FramePose> poses_;  ///< of the shaky camera, no further back than the window
+    int64_t oldest_ = 0;           ///< the frame of the first of them
+    int64_t frame_ = 0;            ///< the next one
+    FramePose mean_;               ///< in real time: of the poses up to now
+    FramePose steady_;             ///< in the last frame
 };
 
 }  // namespace desk

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <opencv2/core.hpp>
 
 #include "desk/synth/shaky_camera.h"
@@ -10,23 +11,22 @@ namespace desk {
 /// from the same pixels, so the ideal picture is exactly what a perfect stabiliser would make.
 class Scene {
 public:
-    /// Shrinks the picture's centre (8-bit BGR) until it just holds everything that the camera may see, and
-    /// softens it as a lens does. Throws UsageError when the picture is too small: enlarged pixels would be
-    /// blurred from the start.
-    Scene(const cv::Mat& photo, const ShakyCamera& camera);
+    /// Shrinks the picture's middle (8-bit BGR) until it just holds all that may be seen around frames of the
+    /// given size, and softens it as a lens does. Throws UsageError when the picture is too small: enlarged
+    /// pixels would be blurred from the start.
+    Scene(const cv::Mat& photo, cv::Size frame, cv::Size reach);
 
-    /// What a camera that stands still sees: the scene's central pixels. The size is even in both directions
-    /// and no larger than the camera's frames.
+    /// What a camera that stands still sees: the scene's middle. The size is even in both directions and no
+    /// larger than the frames.
     cv::Mat Still(cv::Size size) const;
 
-    /// What the shaky camera records as the given frame, into an 8-bit BGR picture of the camera's frame
-    /// size.
-    void Record(const ShakyCamera& camera, int frame, cv::Mat& picture);
+    /// Films an 8-bit BGR frame whose rows are exposed with the poses that `camera` names. Rows are pixel
+    /// indexes.
+    void Record(const std::function<CameraPose(double row)>& camera, cv::Mat& picture);
 
 private:
     cv::Mat pixels_;
-    cv::Mat mapX_;  // kept between frames; as large as a frame
-    cv::Mat mapY_;
+    cv::Mat_<cv::Vec2f> map_;  ///< as large as a frame; kept between frames
 };
 
 }  // namespace desk

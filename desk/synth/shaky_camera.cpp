@@ -7,28 +7,43 @@
 #include "desk/base/usage_error.h"
 
 namespace desk {
+namespace {
 
-ShakyCamera::Tremor::Tremor(std::mt19937& engine, double amplitudeAt1Hz) {
-    // The standard distributions may differ from library to library; the engine's own numbers may not.
-    const auto fraction = [&engine] { return static_cast<double>(engine()) / 4294967296.0; };
-    for (size_t i = 0; i < waves_.size(); i++) {
-        const double frequency = static_cast<double>(i) + 1 + fraction();
-        // A hand's fast movements are small ones: each band adds the same speed.
-        waves_[i] = {amplitudeAt1Hz / frequency, frequency, 2 * CV_PI * fraction()};
-    }
+cv::Matx22d Turn(const CameraPose& pose) {
+    const double c = pose.scale * std::cos(pose.roll);
+    const double s = pose.scale * std::sin(pose.roll);
+    return {c, -s, s, c};
 }
 
-double ShakyCamera::Tremor::At(double seconds) const {
+}  // namespace
+
+cv::Point2d SceneOf(const CameraPose& pose, cv::Point2d frame) {
+    return Turn(pose) * frame + cv::Point2d(pose.x, pose.y);
+}
+
+ShakyCamera::Tremor ShakyCamera::MakeTremor(std::mt19937& engine, double amplitudeAt1Hz) {
+    // The standard distributions may differ from library to library; the engine's own numbers may not.
+    const auto fraction = [&engine] { return static_cast<double>(engine()) / 4294967296.0; };
+    Tremor tremor{};
+    for (size_t i = 0; i < tremor.size(); i++) {
+        const double frequency = static_cast<double>(i) + 1 + fraction();
+        // A hand's fast movements are small ones: each band adds the same speed.
+        tremor[i] = {amplitudeAt1Hz / frequency, frequency, 2 * CV_PI * fraction()};
+    }
+    return tremor;
+}
+
+double ShakyCamera::At(const Tremor& tremor, double seconds) {
     double sum = 0;
-    for (const Wave& wave : waves_) {
+    for (const Wave& wave : tremor) {
         sum += wave.amplitude * std::sin(2 * CV_PI * wave.frequency * seconds + wave.phase);
     }
     return sum;
 }
 
-double ShakyCamera::Tremor::Bound() const {
+double ShakyCamera::Bound(const Tremor& tremor) {
     double sum = 0;
-    for (const Wave& wave : waves_) {
+    for (const Wave& wave : tremor) {
         sum += wave.amplitude;
     }
     return sum;
@@ -39,35 +54,32 @@ ShakyCamera::ShakyCamera(const Shake& shake, cv::Size frameSize, int viewHeight,
     constexpr double ShiftAt1Hz = 0.018;  // of the view's height
     constexpr double RollAt1Hz = 0.0085;  // radians
     std::mt19937 engine(shake.seed);
-    x_ = Tremor(engine, shake.strength * ShiftAt1Hz * viewHeight);
-    y_ = Tremor(engine, shake.strength * ShiftAt1Hz * viewHeight);
-    roll_ = Tremor(engine, shake.strength * RollAt1Hz);
+    x_ = MakeTremor(engine, shake.strength * ShiftAt1Hz * viewHeight);
+    y_ = MakeTremor(engine, shake.strength * ShiftAt1Hz * viewHeight);
+    roll_ = MakeTremor(engine, shake.strength * RollAt1Hz);
 }
 
 CameraPose ShakyCamera::RowPose(int frame, double row) const {
     const double seconds = (frame + readout_ * row / frameSize_.height) / framesPerSecond_;
-    return {x_.At(seconds), y_.At(seconds), roll_.At(seconds)};
+    return {At(x_, seconds), At(y_, seconds), At(roll_, seconds)};
 }
 
-cv::Point2d ShakyCamera::FromScene(int frame, cv::Point2d q) const {
+cv::Point2d ShakyCamera::FrameOf(int frame, cv::Point2d scene) const {
     // The pose depends on the row that is looked for. During the readout the hand moves by a small part of
     // the frame's height, so each round shrinks the error by a factor of a hundred or more.
     constexpr int Rounds = 8;
-    cv::Point2d p = q;
+    cv::Point2d position = scene;
     for (int round = 0; round < Rounds; round++) {
-        const CameraPose pose = RowPose(frame, p.y + (frameSize_.height - 1) / 2.0);
-        const double c = std::cos(pose.roll);
-        const double s = std::sin(pose.roll);
-        const cv::Point2d d = q - cv::Point2d(pose.x, pose.y);
-        p = {c * d.x + s * d.y, c * d.y - s * d.x};
+        const CameraPose pose = RowPose(frame, position.y + (frameSize_.height - 1) / 2.0);
+        position = Turn(pose).inv() * (scene - cv::Point2d(pose.x, pose.y));
     }
-    return p;
+    return position;
 }
 
 cv::Size ShakyCamera::Reach(cv::Size view) const {
-    const double s = std::sin(roll_.Bound());
+    const double s = std::sin(Bound(roll_));
     const auto border = [](double pixels) { return 2 * static_cast<int>(std::ceil(pixels)); };
-    return view + cv::Size(border(x_.Bound() + s * view.height / 2), border(y_.Bound() + s * view.width / 2));
+    return view + cv::Size(border(Bound(x_) + s * view.height / 2), border(Bound(y_) + s * view.width / 2));
 }
 
 void ShakyCamera::RequireRoom(cv::Size view) const {

@@ -3,13 +3,29 @@
 #include <algorithm>
 #include <cmath>
 
-#include "desk/warp/warp_grid.h"
-
 namespace desk {
+
+IPEICAGridTransform MakeGrid(cv::Size input, const std::function<cv::Point2d(cv::Point2d)>& inputOf) {
+    IPEICAGridTransform grid{};
+    grid.gridTransformEnable = 1;
+    grid.dumpValue0 = static_cast<uint32_t>(input.width);
+    grid.dumpValue1 = static_cast<uint32_t>(input.height);
+    GridPoint* point = grid.gridTransformArray;
+    for (int row = -1; row <= MeshRows; row++) {
+        for (int column = -1; column <= MeshColumns; column++) {
+            // The mesh spans the input's size about the output's centre and lies half a texel to the upper
+            // left; a grid value g samples the input at index position g - 1/2 from its centre.
+            const cv::Point2d q(input.width * (static_cast<double>(column) / CellColumns - 0.5) - 0.5,
+                                input.height * (static_cast<double>(row) / CellRows - 0.5) - 0.5);
+            const cv::Point2d p = inputOf(q);
+            *point++ = {static_cast<float>(p.x + 0.5), static_cast<float>(p.y + 0.5)};
+        }
+    }
+    return grid;
+}
 
 WarpMap::WarpMap(const IPEICAGridTransform& grid, cv::Size input, cv::Size output)
     : input_(input), output_(output) {
-    static_assert(CellColumns == GridColumns - 3 && CellRows == GridRows - 3);
     // A grid value g samples the input at index g - 1/2 from the input's centre.
     const cv::Point2d centre((input.width - 1) / 2.0 - 0.5, (input.height - 1) / 2.0 - 0.5);
     for (int row = 0; row <= CellRows; row++) {

@@ -1,12 +1,17 @@
 #pragma once
 
-#include <array>
+#include <functional>
 #include <opencv2/core.hpp>
 #include <vector>
 
+#include "desk/warp/grid_size.h"
 #include "host/lumnoderequest.h"
 
 namespace desk {
+
+/// The warp grid with which the node shows input position inputOf(q) at output position q, both relative to
+/// the centre of their picture. Enabled; the two dump values are the input's width and height.
+IPEICAGridTransform MakeGrid(cv::Size input, const std::function<cv::Point2d(cv::Point2d)>& inputOf);
 
 /// Pixels of the input that a frame's grid reads beyond the output's window, on each side; negative where the
 /// window is not used up to its edge.
@@ -22,9 +27,6 @@ struct SideUse {
 /// centre.
 class WarpMap {
 public:
-    static constexpr int CellColumns = 32;
-    static constexpr int CellRows = 24;
-
     /// Sizes in pixels. The grid is taken as enabled.
     WarpMap(const IPEICAGridTransform& grid, cv::Size input, cv::Size output);
 
@@ -40,7 +42,7 @@ public:
 
 private:
     const cv::Point2d& Vertex(int column, int row) const {
-        return vertices_.data()[row * (CellColumns + 1) + column];
+        return vertices_.data()[row * MeshColumns + column];
     }
     cv::Point2d MeshPosition(cv::Point2d output) const;
 

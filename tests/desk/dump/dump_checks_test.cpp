@@ -24,7 +24,7 @@ std::string WithNumber(const std::string& line, size_t n, const std::string& num
 
 /// Where x of a grid's point stands among the numbers of its line.
 constexpr size_t NumberOfX(size_t column, size_t row) {
-    return 2 + 2 * (row * 35 + column);
+    return 2 + 2 * (row * desk::GridColumns + column);
 }
 
 /// One defect, put into a clean dump of 20 lines.

@@ -8,6 +8,7 @@
 #include <stdexcept>
 
 #include "desk/dump/dump_file.h"
+#include "desk/warp/warp_map.h"
 
 #ifdef __SANITIZE_THREAD__
 namespace {
@@ -42,19 +43,9 @@ std::string ToolTest::Read(const std::filesystem::path& file) {
 }
 
 IPEICAGridTransform ShiftGrid(int inputWidth, int inputHeight, float x, float y) {
-    IPEICAGridTransform grid{};
-    grid.gridTransformEnable = 1;
-    grid.dumpValue0 = static_cast<uint32_t>(inputWidth);
-    grid.dumpValue1 = static_cast<uint32_t>(inputHeight);
-    GridPoint* point = grid.gridTransformArray;
-    for (int row = -1; row < 26; row++) {
-        for (int column = -1; column < 34; column++) {
-            const float u = static_cast<float>(column) / 32.0F - 0.5F;
-            const float v = static_cast<float>(row) / 24.0F - 0.5F;
-            *point++ = {static_cast<float>(inputWidth) * u + x, static_cast<float>(inputHeight) * v + y};
-        }
-    }
-    return grid;
+    return desk::MakeGrid({inputWidth, inputHeight}, [&](cv::Point2d q) {
+        return q + cv::Point2d(static_cast<double>(x), static_cast<double>(y));
+    });
 }
 
 std::string GridLine(uint64_t requestId, const IPEICAGridTransform& grid) {

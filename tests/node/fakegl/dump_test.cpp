@@ -78,22 +78,23 @@ TEST_F(Dumps, HoldOneLinePerFrame) {
     node_.reset();
 
     std::string grid = fmt::sprintf("Frame %lu, %u, %u", request, 4000000000U, 7U);
-    for (int i = 0; i < 945; ++i) {
-        const int row = i / 35;
-        grid += fmt::sprintf(", %4.4f, %4.4f", static_cast<double>(static_cast<float>(i % 35) - 0.5F),
+    for (int i = 0; i < desk::GridPoints; ++i) {
+        const int row = i / desk::GridColumns;
+        grid += fmt::sprintf(", %4.4f, %4.4f",
+                             static_cast<double>(static_cast<float>(i % desk::GridColumns) - 0.5F),
                              static_cast<double>(-static_cast<float>(row) / 3.0F));
     }
     EXPECT_THAT(DumpLines("Grid"), ElementsAre(grid + " ")) << "a disabled grid is not written";
 
-    // The mesh of a disabled grid: texture coordinates c / 32 and r / 24, overlapping by one float.
+    // The mesh of a disabled grid: fractions of its cells, overlapping by one float.
     std::vector<double> floats;
     for (int vertex = 0; vertex < 414; ++vertex) {
-        const int row = vertex / 33;
-        floats.push_back((vertex % 33) / 32.0);
-        floats.push_back(static_cast<double>(static_cast<float>(row) / 24.0F));
+        const int row = vertex / desk::MeshColumns;
+        floats.push_back(static_cast<double>(vertex % desk::MeshColumns) / desk::CellColumns);
+        floats.push_back(static_cast<double>(static_cast<float>(row) / desk::CellRows));
     }
     std::string tex = "Frame 43";
-    for (size_t i = 0; i < 825; ++i) {
+    for (size_t i = 0; i < desk::MeshVertices; ++i) {
         tex += fmt::sprintf(", %4.4f, %4.4f", floats[i], floats[i + 1]);
     }
     const std::vector<std::string> lines = DumpLines("Tex");

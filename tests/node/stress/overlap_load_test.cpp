@@ -111,7 +111,6 @@ private:
         return grid;
     }
     void Watch(const GlCall& call) {
-        constexpr size_t MeshFloats = 2 * 33 * 25;
         if (call.name == "eglCreateImageKHR") {
             ++seen_.imports;
         } else if (call.name == "glVertexAttribPointer" && call.words[0] == 5) {
@@ -119,7 +118,7 @@ private:
         } else if (call.name == "glDrawElements") {
             const uint64_t request = desk::CurrentCall().requestId;
             seen_.drawn.push_back(request);
-            seen_.meshes[request].assign(texCoordinates_, texCoordinates_ + MeshFloats);
+            seen_.meshes[request].assign(texCoordinates_, texCoordinates_ + desk::MeshFloats);
         }
     }
 
@@ -222,9 +221,10 @@ TEST_F(PixelOverlap, EveryOutputShowsItsOwnInputThroughItsOwnGrid) {
                     const auto at = [](uint32_t pixels, float fraction) {
                         return static_cast<float>(pixels) * (fraction - 0.5F);
                     };
-                    return GridPoint{at(sizes.input.width, static_cast<float>(column - 1) / 32) +
-                                         static_cast<float>(Shift(request)),
-                                     at(sizes.input.height, static_cast<float>(row - 1) / 24)};
+                    return GridPoint{
+                        at(sizes.input.width, static_cast<float>(column - 1) / desk::CellColumns) +
+                            static_cast<float>(Shift(request)),
+                        at(sizes.input.height, static_cast<float>(row - 1) / desk::CellRows)};
                 });
                 Fill(*lane.input, request);
                 lane.result = driver.Submit({request, &lane.grid, lane.input.get(), lane.output.get()});

@@ -97,8 +97,9 @@ public:
         host_.SetClock(LUMDateTime{});
         host_.SetDumps(true);
         grid_.gridTransformEnable = 1;
-        for (int i = 0; i < 945; ++i) {
-            grid_.gridTransformArray[i] = {static_cast<float>(i % 35) - 17.0F, static_cast<float>(i) / 70.0F};
+        for (int i = 0; i < desk::GridPoints; ++i) {
+            grid_.gridTransformArray[i] = {static_cast<float>(i % desk::GridColumns) - 17.0F,
+                                           static_cast<float>(i) / 70.0F};
         }
     }
 
@@ -198,8 +199,8 @@ private:
             arrays_[call.words[0] == 4 ? 0 : 1] = reinterpret_cast<const float*>(call.words[5]);
         } else if (call.name == "glDrawElements") {
             auto& drawn = drawn_[IsWatched() ? 0 : 1];
-            drawn.assign(arrays_[0], arrays_[0] + 1650);
-            drawn.insert(drawn.end(), arrays_[1], arrays_[1] + 1650);
+            drawn.assign(arrays_[0], arrays_[0] + desk::MeshFloats);
+            drawn.insert(drawn.end(), arrays_[1], arrays_[1] + desk::MeshFloats);
         }
         if (IsWatched()) {
             prediction_.OnGl(call, fault, answer);
