@@ -4,8 +4,6 @@
 #include <mutex>
 #include <string>
 
-#include "desk/abi/gl_errors.h"
-#include "desk/gl/driver/export.h"
 #include "desk/gl/driver/real_gl.h"
 
 namespace desk {
@@ -50,11 +48,11 @@ void ListenToDriver() {
     Gl().Enable(GL_DEBUG_OUTPUT_KHR);
 }
 
-}  // namespace desk
-
-DESK_GL_EXPORT void desk_gl_set_error_sink(DeskGlErrorSink function, void* owner) {
-    desk::Sink& sink = desk::TheSink();
+void SetDriverErrorSink(DeskGlErrorSink function, void* owner) {
+    Sink& sink = TheSink();
     const std::lock_guard<std::mutex> lock(sink.mutex);
     sink.function = function;
     sink.owner = owner;
 }
+
+}  // namespace desk

@@ -1,47 +1,6 @@
 #include "desk/gl/driver/gl_scope.h"
 
 namespace desk {
-
-struct PixelTransferScope::State {
-    GLenum bufferTarget;
-    GLenum bufferBinding;
-    GLenum rowLength;
-    std::array<GLenum, ParameterCount> parameters;  ///< all that a transfer of a 2D image reads
-};
-
-const PixelTransferScope::State PixelTransferScope::States[2] = {
-    {GL_PIXEL_UNPACK_BUFFER,
-     GL_PIXEL_UNPACK_BUFFER_BINDING,
-     GL_UNPACK_ROW_LENGTH,
-     {GL_UNPACK_ROW_LENGTH, GL_UNPACK_SKIP_ROWS, GL_UNPACK_SKIP_PIXELS, GL_UNPACK_ALIGNMENT}},
-    {GL_PIXEL_PACK_BUFFER,
-     GL_PIXEL_PACK_BUFFER_BINDING,
-     GL_PACK_ROW_LENGTH,
-     {GL_PACK_ROW_LENGTH, GL_PACK_SKIP_ROWS, GL_PACK_SKIP_PIXELS, GL_PACK_ALIGNMENT}},
-};
-
-PixelTransferScope::PixelTransferScope(Direction direction)
-    : state_(States[direction]), buffer_(GlInteger(state_.bufferBinding)) {
-    Gl().BindBuffer(state_.bufferTarget, 0);
-    for (std::size_t i = 0; i < ParameterCount; ++i) {
-        const GLenum parameter = state_.parameters[i];
-        values_[i] = GlInteger(parameter);
-        const bool isAlignment = parameter == GL_UNPACK_ALIGNMENT || parameter == GL_PACK_ALIGNMENT;
-        Gl().PixelStorei(parameter, isAlignment ? 1 : 0);
-    }
-}
-
-PixelTransferScope::~PixelTransferScope() {
-    for (std::size_t i = 0; i < ParameterCount; ++i) {
-        Gl().PixelStorei(state_.parameters[i], values_[i]);
-    }
-    Gl().BindBuffer(state_.bufferTarget, static_cast<GLuint>(buffer_));
-}
-
-void PixelTransferScope::SetRowLength(GLint pixels) {
-    Gl().PixelStorei(state_.rowLength, pixels);
-}
-
 namespace {
 
 /// Both edges rounded outwards, so that a half-size plane's sample for an odd last column is covered too.

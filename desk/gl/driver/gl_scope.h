@@ -1,7 +1,6 @@
 #pragma once
 
 #include <array>
-#include <cstddef>
 
 #include "desk/gl/driver/real_gl.h"
 
@@ -45,28 +44,6 @@ using TextureScope = StateScope<GL_TEXTURE_BINDING_2D, BindTexture2D>;  ///< of 
 using DrawFramebufferScope = StateScope<GL_DRAW_FRAMEBUFFER_BINDING, BindDrawFramebuffer>;
 using ReadFramebufferScope = StateScope<GL_READ_FRAMEBUFFER_BINDING, BindReadFramebuffer>;
 using ProgramScope = StateScope<GL_CURRENT_PROGRAM, UseProgram>;
-
-/// Lets pixel transfers run between the GL and rows of client memory of any length.
-class PixelTransferScope {
-public:
-    enum Direction { Unpack, Pack };
-    explicit PixelTransferScope(Direction direction);
-    ~PixelTransferScope();
-    PixelTransferScope(const PixelTransferScope&) = delete;
-    PixelTransferScope& operator=(const PixelTransferScope&) = delete;
-
-    /// Pixels from one row's start to the next one's.
-    void SetRowLength(GLint pixels);
-
-private:
-    static constexpr std::size_t ParameterCount = 4;
-    struct State;
-    static const State States[2];
-
-    const State& state_;
-    GLint buffer_;
-    std::array<GLint, ParameterCount> values_{};
-};
 
 /// Another draw framebuffer of half the size, with viewport and scissor box halved to match.
 class HalfSizeScope {

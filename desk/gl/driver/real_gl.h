@@ -18,87 +18,39 @@ void* FindGl(const char* name);
 /// The same of an extension, null where the driver has none of that name.
 void* FindExtension(const char* name);
 
-#define DESK_REAL(find, prefix, name) \
-    decltype(&::prefix##name) name = reinterpret_cast<decltype(&::prefix##name)>(find(#prefix #name))
+// clang-format off
+#define DESK_EGL_FUNCTIONS(X)                                                                              \
+    X(CreateContext) X(DestroyContext) X(GetCurrentDisplay) X(GetDisplay) X(GetError)                      \
+    X(GetPlatformDisplay) X(Initialize) X(MakeCurrent) X(QueryString) X(ReleaseThread) X(Terminate)
+#define DESK_GL_FUNCTIONS(X)                                                                               \
+    X(ActiveTexture) X(AttachShader) X(BindAttribLocation) X(BindFramebuffer) X(BindTexture) X(Clear)      \
+    X(ClearColor) X(CompileShader) X(CreateProgram) X(CreateShader) X(DeleteFramebuffers)                  \
+    X(DeleteProgram) X(DeleteRenderbuffers) X(DeleteShader) X(DeleteTextures) X(DetachShader)              \
+    X(DrawArrays) X(DrawElements) X(Enable) X(Finish) X(FramebufferRenderbuffer) X(FramebufferTexture2D)   \
+    X(GenFramebuffers) X(GenTextures) X(GetActiveAttrib) X(GetAttachedShaders) X(GetAttribLocation)        \
+    X(GetError) X(GetFloatv) X(GetFramebufferAttachmentParameteriv) X(GetIntegerv) X(GetProgramInfoLog)    \
+    X(GetProgramiv) X(GetShaderSource) X(GetShaderiv) X(GetString) X(GetUniformLocation) X(GetUniformiv)   \
+    X(IsEnabled) X(IsProgram) X(LinkProgram) X(PixelStorei) X(ReadPixels) X(Scissor) X(ShaderSource)       \
+    X(TexParameteri) X(TexStorage2D) X(TexSubImage2D) X(Uniform1i) X(UseProgram) X(Viewport)
+#define DESK_GL_EXTENSIONS(X) X(DebugMessageCallbackKHR) X(DebugMessageControlKHR)
+// clang-format on
+
+#define DESK_EGL(name) \
+    decltype(&::egl##name) name = reinterpret_cast<decltype(&::egl##name)>(FindEgl("egl" #name));
+#define DESK_GL(name) \
+    decltype(&::gl##name) name = reinterpret_cast<decltype(&::gl##name)>(FindGl("gl" #name));
+#define DESK_GL_EXTENSION(name) \
+    decltype(&::gl##name) name = reinterpret_cast<decltype(&::gl##name)>(FindExtension("gl" #name));
 
 struct RealEgl {
-    DESK_REAL(FindEgl, egl, CreateContext);
-    DESK_REAL(FindEgl, egl, DestroyContext);
-    DESK_REAL(FindEgl, egl, GetDisplay);
-    DESK_REAL(FindEgl, egl, GetError);
-    DESK_REAL(FindEgl, egl, GetPlatformDisplay);
-    DESK_REAL(FindEgl, egl, Initialize);
-    DESK_REAL(FindEgl, egl, MakeCurrent);
-    DESK_REAL(FindEgl, egl, QueryString);
-    DESK_REAL(FindEgl, egl, ReleaseThread);
-    DESK_REAL(FindEgl, egl, Terminate);
-
-    DESK_REAL(FindExtension, egl, CreateImageKHR);
-    DESK_REAL(FindExtension, egl, DestroyImageKHR);
-    DESK_REAL(FindExtension, egl, QueryDevicesEXT);
+    DESK_EGL_FUNCTIONS(DESK_EGL)
+    PFNEGLQUERYDEVICESEXTPROC QueryDevicesEXT =
+        reinterpret_cast<PFNEGLQUERYDEVICESEXTPROC>(FindExtension("eglQueryDevicesEXT"));
 };
-
 struct RealGl {
-    DESK_REAL(FindGl, gl, ActiveTexture);
-    DESK_REAL(FindGl, gl, AttachShader);
-    DESK_REAL(FindGl, gl, BindAttribLocation);
-    DESK_REAL(FindGl, gl, BindBuffer);
-    DESK_REAL(FindGl, gl, BindFramebuffer);
-    DESK_REAL(FindGl, gl, BindTexture);
-    DESK_REAL(FindGl, gl, Clear);
-    DESK_REAL(FindGl, gl, ClearColor);
-    DESK_REAL(FindGl, gl, CompileShader);
-    DESK_REAL(FindGl, gl, CreateProgram);
-    DESK_REAL(FindGl, gl, CreateShader);
-    DESK_REAL(FindGl, gl, DeleteFramebuffers);
-    DESK_REAL(FindGl, gl, DeleteProgram);
-    DESK_REAL(FindGl, gl, DeleteRenderbuffers);
-    DESK_REAL(FindGl, gl, DeleteShader);
-    DESK_REAL(FindGl, gl, DeleteTextures);
-    DESK_REAL(FindGl, gl, DetachShader);
-    DESK_REAL(FindGl, gl, DrawArrays);
-    DESK_REAL(FindGl, gl, DrawElements);
-    DESK_REAL(FindGl, gl, Enable);
-    DESK_REAL(FindGl, gl, Finish);
-    DESK_REAL(FindGl, gl, FramebufferRenderbuffer);
-    DESK_REAL(FindGl, gl, FramebufferTexture2D);
-    DESK_REAL(FindGl, gl, GenFramebuffers);
-    DESK_REAL(FindGl, gl, GenTextures);
-    DESK_REAL(FindGl, gl, GetActiveAttrib);
-    DESK_REAL(FindGl, gl, GetAttachedShaders);
-    DESK_REAL(FindGl, gl, GetAttribLocation);
-    DESK_REAL(FindGl, gl, GetError);
-    DESK_REAL(FindGl, gl, GetFloatv);
-    DESK_REAL(FindGl, gl, GetFramebufferAttachmentParameteriv);
-    DESK_REAL(FindGl, gl, GetIntegerv);
-    DESK_REAL(FindGl, gl, GetProgramInfoLog);
-    DESK_REAL(FindGl, gl, GetProgramiv);
-    DESK_REAL(FindGl, gl, GetShaderSource);
-    DESK_REAL(FindGl, gl, GetShaderiv);
-    DESK_REAL(FindGl, gl, GetString);
-    DESK_REAL(FindGl, gl, GetUniformLocation);
-    DESK_REAL(FindGl, gl, GetUniformiv);
-    DESK_REAL(FindGl, gl, IsEnabled);
-    DESK_REAL(FindGl, gl, IsProgram);
-    DESK_REAL(FindGl, gl, LinkProgram);
-    DESK_REAL(FindGl, gl, PixelStorei);
-    DESK_REAL(FindGl, gl, ReadPixels);
-    DESK_REAL(FindGl, gl, Scissor);
-    DESK_REAL(FindGl, gl, ShaderSource);
-    DESK_REAL(FindGl, gl, TexParameteri);
-    DESK_REAL(FindGl, gl, TexStorage2D);
-    DESK_REAL(FindGl, gl, TexSubImage2D);
-    DESK_REAL(FindGl, gl, Uniform1i);
-    DESK_REAL(FindGl, gl, UseProgram);
-    DESK_REAL(FindGl, gl, Viewport);
-
-    DESK_REAL(FindExtension, gl, DebugMessageCallbackKHR);
-    DESK_REAL(FindExtension, gl, DebugMessageControlKHR);
-    DESK_REAL(FindExtension, gl, EGLImageTargetTexture2DOES);
-    DESK_REAL(FindExtension, gl, EGLImageTargetRenderbufferStorageOES);
+    DESK_GL_FUNCTIONS(DESK_GL)
+    DESK_GL_EXTENSIONS(DESK_GL_EXTENSION)
 };
-
-#undef DESK_REAL
 
 /// Both are filled on first use.
 const RealEgl& Egl();

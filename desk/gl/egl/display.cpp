@@ -6,21 +6,17 @@
 #include <array>
 #include <cstring>
 #include <map>
-#include <memory>
 #include <mutex>
-#include <vector>
 
 #include "desk/gl/driver/counters.h"
-#include "desk/gl/driver/egl_call.h"
-#include "desk/gl/driver/export.h"
-#include "desk/gl/yuv/context_state.h"
-#include "desk/gl/yuv/image.h"
+#include "desk/gl/driver/egl_error.h"
+#include "desk/gl/egl/contexts.h"
+#include "desk/gl/egl/images.h"
 
 namespace desk {
 namespace {
 
-/// How often each display was initialised and not yet terminated. On a device all users of the display share
-/// it, and only the last one to terminate it really does.
+/// How often each display was initialised and not yet terminated.
 struct Initialisations {
     std::mutex mutex;
     std::map<EGLDisplay, int> counts;
@@ -81,7 +77,6 @@ constexpr struct {
     {"EGL_MESA_platform_surfaceless", EGL_PLATFORM_SURFACELESS_MESA, nullptr},
 };
 
-/// A display that needs no window system: a device's default display has one, a workstation's may not.
 EGLDisplay OpenHeadlessDisplay() {
     for (const auto& row : HeadlessPlatforms) {
         if (HasClientExtension(row.extension)) {
@@ -116,18 +111,27 @@ void KeepDriver() {
         nullptr);
 }
 
+}  // namespace
+
+EGLDisplay GetDisplay(EGLNativeDisplayType native) {
+    if (native != EGL_DEFAULT_DISPLAY) {
+        return Egl().GetDisplay(native);
+    }
+    static const EGLDisplay headless = OpenHeadlessDisplay();
+    SetEglResult(EGL_SUCCESS);
+    return headless;
+}
+
 EGLBoolean Initialise(EGLDisplay display, EGLint* major, EGLint* minor) {
     Initialisations& all = AllInitialisations();
     const std::lock_guard<std::mutex> lock(all.mutex);
-    const EGLBoolean done = Egl().Initialize(display, major, minor);
-    if (done == EGL_TRUE) {
-        if (all.counts.empty()) {
-            KeepDriver();
-        }
+    const EGLBoolean isDone = Egl().Initialize(display, major, minor);
+    if (isDone == EGL_TRUE) {
+        KeepDriver();
         ++all.counts[display];
         GlobalCounters().initialisedDisplays = all.counts.size();
     }
-    return done;
+    return isDone;
 }
 
 EGLBoolean Terminate(EGLDisplay display) {
@@ -137,25 +141,20 @@ EGLBoolean Terminate(EGLDisplay display) {
     Initialisations& all = AllInitialisations();
     const std::lock_guard<std::mutex> lock(all.mutex);
     const auto found = all.counts.find(display);
-    if (found == all.counts.end()) {
-        return Egl().Terminate(display);
-    }
-    if (found->second > 1) {
+    if (found != all.counts.end() && found->second > 1) {
         --found->second;
         SetEglResult(EGL_SUCCESS);
         return EGL_TRUE;
     }
     const EGLBoolean isDone = Egl().Terminate(display);
     if (isDone == EGL_TRUE) {
-        all.counts.erase(found);
+        all.counts.erase(display);
         GlobalCounters().initialisedDisplays = all.counts.size();
-        contexts = TakeContexts(display);
-        images = TakeImages(display);
+        contexts = Contexts().TakeAll(display);
+        images = Images().TakeAll(display);
     }
     return isDone;
 }
-
-}  // namespace
 
 void RequireInitialised(EGLDisplay display) {
     Initialisations& all = AllInitialisations();
@@ -168,23 +167,3 @@ void RequireInitialised(EGLDisplay display) {
 }
 
 }  // namespace desk
-
-DESK_GL_EXPORT EGLDisplay EGLAPIENTRY eglGetDisplay(EGLNativeDisplayType native) {
-    return desk::EglCall("eglGetDisplay", EGLDisplay{EGL_NO_DISPLAY}, [&] {
-        if (native != EGL_DEFAULT_DISPLAY) {
-            return desk::Egl().GetDisplay(native);
-        }
-        static const EGLDisplay headless = desk::OpenHeadlessDisplay();
-        desk::SetEglResult(EGL_SUCCESS);
-        return headless;
-    });
-}
-
-DESK_GL_EXPORT EGLBoolean EGLAPIENTRY eglInitialize(EGLDisplay display, EGLint* major, EGLint* minor) {
-    return desk::EglCall("eglInitialize", EGLBoolean{EGL_FALSE},
-                         [&] { return desk::Initialise(display, major, minor); });
-}
-
-DESK_GL_EXPORT EGLBoolean EGLAPIENTRY eglTerminate(EGLDisplay display) {
-    return desk::EglCall("eglTerminate", EGLBoolean{EGL_FALSE}, [&] { return desk::Terminate(display); });
-}

@@ -1,64 +1,139 @@
 #include "desk/gl/yuv/context_state.h"
 
+#include <mutex>
+#include <string>
 #include <utility>
 
 #include "desk/gl/driver/driver_errors.h"
-#include "desk/gl/driver/export.h"
+#include "desk/gl/driver/gl_scope.h"
 
 namespace desk {
+namespace {
+
+GLuint ActiveUnit() {
+    return static_cast<GLuint>(GlInteger(GL_ACTIVE_TEXTURE)) - GL_TEXTURE0;
+}
+
+/// All contexts have the same, so the first one's is kept.
+void NoteRenderer() {
+    static std::once_flag isNoted;
+    std::call_once(isNoted, [] {
+        Counters& counters = GlobalCounters();
+        const GLubyte* name = Gl().GetString(GL_RENDERER);
+        const std::string text = name == nullptr ? "" : reinterpret_cast<const char*>(name);
+        text.copy(counters.renderer.data(), counters.renderer.size() - 1);
+        counters.maxTextureSize = GlInteger(GL_MAX_TEXTURE_SIZE);
+    });
+}
+
+void DeletePlanes(std::unordered_map<GLuint, PlaneSet>& sets, GLuint name) {
+    const auto found = sets.find(name);
+    if (found != sets.end()) {
+        found->second.Delete();
+        sets.erase(found);
+    }
+}
+
+}  // namespace
 
 void ContextState::BecomeCurrent() {
     if (!isListening_) {
         isListening_ = true;
+        NoteRenderer();
         ListenToDriver();
     }
 }
 
-void ContextState::BindExternalTexture(GLuint unit, GLuint texture) {
-    if (texture == 0) {
-        externalBindings_.erase(unit);
-    } else {
-        externalTextures_.try_emplace(texture);
-        externalBindings_[unit] = texture;
-    }
-}
-
-ExternalTexture* ContextState::BoundExternalTexture(GLuint unit) {
-    const auto binding = externalBindings_.find(unit);
-    return binding == externalBindings_.end() ? nullptr : &externalTextures_.at(binding->second);
-}
-
-void ContextState::DeleteExternalTexture(GLuint texture) {
-    const auto found = externalTextures_.find(texture);
-    if (found == externalTextures_.end()) {
+void ContextState::BindTexture(GLenum target, GLuint texture) {
+    if (target != GL_TEXTURE_EXTERNAL_OES) {
+        Gl().BindTexture(target, texture);
         return;
     }
-    for (auto binding = externalBindings_.begin(); binding != externalBindings_.end();) {
-        binding = binding->second == texture ? externalBindings_.erase(binding) : std::next(binding);
-    }
-    found->second.Delete();
-    externalTextures_.erase(found);
-}
-
-void ContextState::SetRenderTarget(GLuint renderbuffer, std::shared_ptr<Image> image) {
-    DeleteRenderTarget(renderbuffer);
-    renderTargets_.try_emplace(renderbuffer, std::move(image));
-}
-
-RenderTarget* ContextState::FindRenderTarget(GLuint renderbuffer) {
-    const auto found = renderTargets_.find(renderbuffer);
-    return found == renderTargets_.end() ? nullptr : &found->second;
-}
-
-void ContextState::DeleteRenderTarget(GLuint renderbuffer) {
-    const auto found = renderTargets_.find(renderbuffer);
-    if (found != renderTargets_.end()) {
-        found->second.Delete();
-        renderTargets_.erase(found);
+    externalBindings_[ActiveUnit()] = texture;
+    if (texture != 0) {
+        externalTextures_.try_emplace(texture);
     }
 }
 
-RenderTarget* ContextState::DrawTarget() {
+PlaneSet* ContextState::ExternalTexture(GLuint unit) {
+    const auto found = externalTextures_.find(externalBindings_[unit]);
+    return found == externalTextures_.end() ? nullptr : &found->second;
+}
+
+void ContextState::TexParameter(GLenum target, GLenum name, GLint value) {
+    if (target != GL_TEXTURE_EXTERNAL_OES) {
+        Gl().TexParameteri(target, name, value);
+        return;
+    }
+    // External textures have one level and end at their edges, so only these values are left.
+    const bool isFilter = name == GL_TEXTURE_MIN_FILTER || name == GL_TEXTURE_MAG_FILTER;
+    const bool isWrap = name == GL_TEXTURE_WRAP_S || name == GL_TEXTURE_WRAP_T;
+    PlaneSet* texture = ExternalTexture(ActiveUnit());
+    if (isFilter && (value == GL_NEAREST || value == GL_LINEAR)) {
+        if (texture != nullptr) {
+            texture->SetFilter(name, value);
+        }
+    } else if (!isWrap || value != GL_CLAMP_TO_EDGE) {
+        SetError(GL_INVALID_ENUM);
+    }
+}
+
+void ContextState::SetTextureImage(GLenum target, std::shared_ptr<Image> image) {
+    PlaneSet* texture = ExternalTexture(ActiveUnit());
+    if (image == nullptr) {
+        SetError(GL_INVALID_VALUE);
+    } else if (target != GL_TEXTURE_EXTERNAL_OES && target != GL_TEXTURE_2D) {
+        SetError(GL_INVALID_ENUM);
+    } else if (target == GL_TEXTURE_2D || texture == nullptr) {
+        SetError(GL_INVALID_OPERATION);
+    } else {
+        texture->SetImage(std::move(image));
+    }
+}
+
+void ContextState::DeleteTextures(GLsizei count, const GLuint* textures) {
+    for (GLsizei i = 0; i < count; ++i) {
+        for (auto& [unit, bound] : externalBindings_) {
+            bound = bound == textures[i] ? 0 : bound;
+        }
+        DeletePlanes(externalTextures_, textures[i]);
+    }
+    Gl().DeleteTextures(count, textures);
+}
+
+void ContextState::SetRenderbufferImage(GLenum target, std::shared_ptr<Image> image) {
+    const auto renderbuffer = static_cast<GLuint>(GlInteger(GL_RENDERBUFFER_BINDING));
+    if (image == nullptr) {
+        SetError(GL_INVALID_VALUE);
+    } else if (target != GL_RENDERBUFFER) {
+        SetError(GL_INVALID_ENUM);
+    } else if (renderbuffer == 0) {
+        SetError(GL_INVALID_OPERATION);
+    } else {
+        renderTargets_[renderbuffer].SetImage(std::move(image));
+    }
+}
+
+void ContextState::AttachRenderbuffer(GLenum target, GLenum attachment, GLenum renderbufferTarget,
+                                      GLuint renderbuffer) {
+    const auto found = renderTargets_.find(renderbuffer);
+    if (found == renderTargets_.end() || renderbufferTarget != GL_RENDERBUFFER) {
+        Gl().FramebufferRenderbuffer(target, attachment, renderbufferTarget, renderbuffer);
+    } else if (attachment != GL_COLOR_ATTACHMENT0) {
+        SetError(GL_INVALID_OPERATION);
+    } else {
+        Gl().FramebufferTexture2D(target, attachment, GL_TEXTURE_2D, found->second.Texture(Luma), 0);
+    }
+}
+
+void ContextState::DeleteRenderbuffers(GLsizei count, const GLuint* renderbuffers) {
+    for (GLsizei i = 0; i < count; ++i) {
+        DeletePlanes(renderTargets_, renderbuffers[i]);
+    }
+    Gl().DeleteRenderbuffers(count, renderbuffers);
+}
+
+PlaneSet* ContextState::DrawTarget() {
     if (renderTargets_.empty() || GlInteger(GL_DRAW_FRAMEBUFFER_BINDING) == 0) {
         return nullptr;
     }
@@ -73,59 +148,18 @@ RenderTarget* ContextState::DrawTarget() {
     }
     const auto texture = static_cast<GLuint>(attached(GL_FRAMEBUFFER_ATTACHMENT_OBJECT_NAME));
     for (auto& [renderbuffer, target] : renderTargets_) {
-        if (target.LumaTexture() == texture) {
+        if (target.Texture(Luma) == texture) {
             return &target;
         }
     }
     return nullptr;
 }
 
-void ContextState::FinishRenderTargets() {
+void ContextState::Finish() {
     for (auto& [renderbuffer, target] : renderTargets_) {
         target.Finish();
     }
-}
-
-void ContextState::AddProgram(PlaneProgram program) {
-    const GLuint name = program.lumaProgram;
-    programs_[name] = std::move(program);
-}
-
-const PlaneProgram* ContextState::ProgramInUse() const {
-    if (programs_.empty()) {
-        return nullptr;
-    }
-    const auto found = programs_.find(static_cast<GLuint>(GlInteger(GL_CURRENT_PROGRAM)));
-    return found == programs_.end() ? nullptr : &found->second;
-}
-
-void ContextState::ForgetProgram(GLuint program) {
-    const auto found = programs_.find(program);
-    if (found != programs_.end()) {
-        Gl().DeleteProgram(found->second.chromaProgram);
-        programs_.erase(found);
-    }
-}
-
-void ContextState::ForgetDeletedPrograms() {
-    for (auto program = programs_.begin(); program != programs_.end();) {
-        const auto next = std::next(program);
-        if (Gl().IsProgram(program->first) == GL_FALSE) {
-            ForgetProgram(program->first);
-        }
-        program = next;
-    }
-}
-
-std::shared_ptr<Image> ContextState::ImageFor(GLenum target, GLeglImageOES handle,
-                                              PFNGLEGLIMAGETARGETTEXTURE2DOESPROC driverFunction) {
-    auto image = FindImage(handle);
-    if (!image && handle != nullptr && driverFunction != nullptr) {
-        driverFunction(target, handle);
-    } else if (!image) {
-        SetError(GL_INVALID_VALUE);
-    }
-    return image;
+    Gl().Finish();
 }
 
 void ContextState::SetError(GLenum error) {
@@ -135,18 +169,7 @@ void ContextState::SetError(GLenum error) {
 }
 
 GLenum ContextState::TakeError() {
-    return std::exchange(error_, GLenum{GL_NO_ERROR});
+    return error_ == GL_NO_ERROR ? Gl().GetError() : std::exchange(error_, GLenum{GL_NO_ERROR});
 }
 
 }  // namespace desk
-
-DESK_GL_EXPORT GLenum GL_APIENTRY glGetError() {
-    GLenum error = GL_NO_ERROR;
-    desk::GlCall([&](desk::ContextState& context) {
-        error = context.TakeError();
-        if (error == GL_NO_ERROR) {
-            error = desk::Gl().GetError();
-        }
-    });
-    return error;
-}

@@ -1,13 +1,10 @@
 #pragma once
 
-#include <exception>
 #include <memory>
 #include <unordered_map>
-#include <vector>
 
-#include "desk/gl/yuv/external_texture.h"
+#include "desk/gl/yuv/planes.h"
 #include "desk/gl/yuv/program.h"
-#include "desk/gl/yuv/render_target.h"
 
 namespace desk {
 
@@ -18,67 +15,35 @@ public:
     /// Called each time the context has become current.
     void BecomeCurrent();
 
-    void BindExternalTexture(GLuint unit, GLuint texture);
-    /// Null when no external texture is bound to the unit.
-    ExternalTexture* BoundExternalTexture(GLuint unit);
-    /// Does nothing to a texture that is not external.
-    void DeleteExternalTexture(GLuint texture);
-
-    /// Gives the renderbuffer the image in place of any storage it had.
-    void SetRenderTarget(GLuint renderbuffer, std::shared_ptr<Image> image);
-    /// Null when the renderbuffer was not made from an image.
-    RenderTarget* FindRenderTarget(GLuint renderbuffer);
-    void DeleteRenderTarget(GLuint renderbuffer);
-    /// The target that the bound draw framebuffer shows to the application; null when it is an ordinary one.
-    RenderTarget* DrawTarget();
-    void FinishRenderTargets();
-
-    void AddProgram(PlaneProgram program);
-    /// The program in use; null when it needs nothing of the layer.
-    const PlaneProgram* ProgramInUse() const;
-    void ForgetProgram(GLuint program);
-    /// A program deleted while in use stays until another one is used, so what to forget is what is gone.
-    void ForgetDeletedPrograms();
-
-    /// The image that an image target function was given. Null when it is not the layer's; the driver's own
-    /// function has then dealt with it, or the error is set where the driver has none.
-    std::shared_ptr<Image> ImageFor(GLenum target, GLeglImageOES handle,
-                                    PFNGLEGLIMAGETARGETTEXTURE2DOESPROC driverFunction);
+    // As the GL's functions of these names. An image is null when its handle is none of the display's.
+    void BindTexture(GLenum target, GLuint texture);
+    void TexParameter(GLenum target, GLenum name, GLint value);
+    void SetTextureImage(GLenum target, std::shared_ptr<Image> image);
+    void DeleteTextures(GLsizei count, const GLuint* textures);
+    void SetRenderbufferImage(GLenum target, std::shared_ptr<Image> image);
+    void AttachRenderbuffer(GLenum target, GLenum attachment, GLenum renderbufferTarget, GLuint renderbuffer);
+    void DeleteRenderbuffers(GLsizei count, const GLuint* renderbuffers);
+    void Finish();
+    /// The layer's own error, or else the driver's.
+    GLenum TakeError();
 
     /// The first error stays until it is taken, as GL errors do.
     void SetError(GLenum error);
-    /// GL_NO_ERROR when there is none.
-    GLenum TakeError();
+    /// Null when no external texture is bound to the unit.
+    PlaneSet* ExternalTexture(GLuint unit);
+    /// The renderbuffer that the bound draw framebuffer shows to the application; null when it shows none
+    /// that was made from an image.
+    PlaneSet* DrawTarget();
+
+    PlanePrograms programs;
 
 private:
-    std::unordered_map<GLuint, GLuint> externalBindings_;  ///< texture by unit
-    std::unordered_map<GLuint, ExternalTexture> externalTextures_;
-    std::unordered_map<GLuint, RenderTarget> renderTargets_;  ///< by renderbuffer
-    std::unordered_map<GLuint, PlaneProgram> programs_;       ///< by the application's program
+    std::unordered_map<GLuint, GLuint> externalBindings_;  ///< texture by unit; 0 for none
+    std::unordered_map<GLuint, PlaneSet> externalTextures_;
+    std::unordered_map<GLuint, PlaneSet> renderTargets_;  ///< by renderbuffer
     GLenum error_ = GL_NO_ERROR;
     bool isListening_ = false;
     LiveCount live_{GlobalCounters().liveContexts};
 };
-
-/// Null when the calling thread has no context current.
-ContextState* CurrentContext();
-
-/// Hands over the table's share of the display's contexts, which leaves only those that are still current.
-std::vector<std::shared_ptr<ContextState>> TakeContexts(EGLDisplay display);
-
-/// Runs the body of an exported GL function on the current context; without one there is nothing to do, as in
-/// any GL. What it throws becomes GL_OUT_OF_MEMORY, since nothing may be thrown at a caller of a C library.
-template <typename Body>
-void GlCall(Body&& body) noexcept {
-    ContextState* context = CurrentContext();
-    if (context == nullptr) {
-        return;
-    }
-    try {
-        body(*context);
-    } catch (const std::exception&) {
-        context->SetError(GL_OUT_OF_MEMORY);
-    }
-}
 
 }  // namespace desk

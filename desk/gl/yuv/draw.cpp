@@ -1,21 +1,24 @@
-#include <array>
+#include "desk/gl/yuv/draw.h"
 
-#include "desk/gl/driver/export.h"
+#include <array>
+#include <optional>
+
 #include "desk/gl/driver/gl_scope.h"
-#include "desk/gl/yuv/context_state.h"
 
 namespace desk {
 namespace {
 
-/// One texture in the place of another on a unit. Leaves that unit active.
+/// One texture in the place of another on a unit.
 class BoundPlane {
 public:
     BoundPlane(GLuint unit, GLuint texture) : unit_(GL_TEXTURE0 + unit) {
+        const ActiveTextureScope activeTexture;
         ActivateUnit(unit_);
         previous_ = static_cast<GLuint>(GlInteger(GL_TEXTURE_BINDING_2D));
         BindTexture2D(texture);
     }
     ~BoundPlane() {
+        const ActiveTextureScope activeTexture;
         ActivateUnit(unit_);
         BindTexture2D(previous_);
     }
@@ -27,72 +30,51 @@ private:
     GLuint previous_;
 };
 
-/// The unit that the application gave to the sampler; 0, its initial value, when only chroma is read.
-GLuint SamplerUnit(const PlaneProgram& program, const ExternalSampler& sampler) {
-    GLint unit = 0;
-    if (sampler.unitLocation >= 0) {
-        Gl().GetUniformiv(program.lumaProgram, sampler.unitLocation, &unit);
-    }
-    return static_cast<GLuint>(unit);
-}
-
-/// Calls `draw` with the program's external images, from the sampler `first` on, loaded and bound.
-template <typename Draw>
-void WithSamplers(ContextState& context, const PlaneProgram& program, size_t first, const Draw& draw) {
-    if (first == program.samplers.size()) {
-        draw();
-        return;
-    }
-    const ExternalSampler& sampler = program.samplers[first];
-    const GLuint unit = SamplerUnit(program, sampler);
-    const ExternalTexture* texture = context.BoundExternalTexture(unit);
-    if (texture != nullptr) {
-        texture->Upload();
-    }
-    const ActiveTextureScope activeTexture;
-    const BoundPlane luma(unit, texture == nullptr ? 0 : texture->PlaneName(Luma));
-    const BoundPlane chroma(sampler.chromaUnit, texture == nullptr ? 0 : texture->PlaneName(Chroma));
-    WithSamplers(context, program, first + 1, draw);
-}
-
-void UseChromaProgram(const PlaneProgram& program) {
-    UseProgram(program.chromaProgram);
-    for (const ExternalSampler& sampler : program.samplers) {
-        Gl().Uniform1i(sampler.repeatedUnitLocation, static_cast<GLint>(SamplerUnit(program, sampler)));
-    }
-}
-
-/// Draws what the application asks for: once on an ordinary target, once a plane on a YUV target, so that
-/// every chroma sample is evaluated at its own centre.
-template <typename Draw>
-void DrawPlanes(ContextState& context, const Draw& draw) {
-    RenderTarget* target = context.DrawTarget();
-    const PlaneProgram* program = context.ProgramInUse();
-    const bool writesPlanes = program != nullptr && program->chromaProgram != 0;
-    if (writesPlanes != (target != nullptr)) {
-        context.SetError(GL_INVALID_OPERATION);  // YUV on an ordinary target, or the reverse
-        return;
-    }
-    if (program == nullptr) {
-        draw();
-        return;
-    }
-    WithSamplers(context, *program, 0, [&] {
-        if (target == nullptr) {
-            draw();
-            return;
+/// The external image that a program samples, loaded and bound; black when there is none.
+class BoundImage {
+public:
+    BoundImage(const PlaneProgram& program, PlaneSet* image)
+        : luma_(program.Unit(), image == nullptr ? 0 : image->Texture(Luma)),
+          chroma_(program.chromaPlaneUnit, image == nullptr ? 0 : image->Texture(Chroma)) {
+        if (image != nullptr) {
+            image->Upload();
         }
-        target->BeginDrawing(false);
+    }
+
+private:
+    BoundPlane luma_;
+    BoundPlane chroma_;
+};
+
+}  // namespace
+
+void Draw(ContextState& context, const std::function<void()>& draw) {
+    PlaneSet* target = context.DrawTarget();
+    const PlaneProgram* program = context.programs.InUse();
+    const bool writesPlanes = program != nullptr && program->chroma != 0;
+    if (writesPlanes != (target != nullptr)) {
+        context.SetError(GL_INVALID_OPERATION);
+        return;
+    }
+    std::optional<BoundImage> image;
+    if (program != nullptr && program->samplesImage) {
+        image.emplace(*program, context.ExternalTexture(program->Unit()));
+    }
+    if (target == nullptr) {
         draw();
-        const ProgramScope programScope;
-        const HalfSizeScope half(target->ChromaFramebuffer());
-        UseChromaProgram(*program);
-        draw();
-    });
+        return;
+    }
+    target->BeginDrawing(false);
+    draw();
+    const ProgramScope programScope;
+    const HalfSizeScope half(target->Framebuffer(Chroma));
+    UseProgram(program->chroma);
+    Gl().Uniform1i(program->chromaSampler, static_cast<GLint>(program->Unit()));
+    draw();
 }
 
 void Clear(ContextState& context, GLbitfield mask) {
-    RenderTarget* target = (mask & GL_COLOR_BUFFER_BIT) != 0 ? context.DrawTarget() : nullptr;
+    PlaneSet* target = (mask & GL_COLOR_BUFFER_BIT) != 0 ? context.DrawTarget() : nullptr;
     if (target != nullptr) {
         target->BeginDrawing(Gl().IsEnabled(GL_SCISSOR_TEST) == GL_FALSE);
     }
@@ -100,28 +82,11 @@ void Clear(ContextState& context, GLbitfield mask) {
     if (target != nullptr) {
         std::array<GLfloat, 4> yuva{};
         Gl().GetFloatv(GL_COLOR_CLEAR_VALUE, yuva.data());
-        const HalfSizeScope half(target->ChromaFramebuffer());
+        const HalfSizeScope half(target->Framebuffer(Chroma));
         Gl().ClearColor(yuva[1], yuva[2], 0.0F, yuva[3]);
         Gl().Clear(GL_COLOR_BUFFER_BIT);
         Gl().ClearColor(yuva[0], yuva[1], yuva[2], yuva[3]);
     }
 }
 
-}  // namespace
 }  // namespace desk
-
-DESK_GL_EXPORT void GL_APIENTRY glClear(GLbitfield mask) {
-    desk::GlCall([&](desk::ContextState& context) { desk::Clear(context, mask); });
-}
-
-DESK_GL_EXPORT void GL_APIENTRY glDrawElements(GLenum mode, GLsizei count, GLenum type, const void* indices) {
-    desk::GlCall([&](desk::ContextState& context) {
-        desk::DrawPlanes(context, [&] { desk::Gl().DrawElements(mode, count, type, indices); });
-    });
-}
-
-DESK_GL_EXPORT void GL_APIENTRY glDrawArrays(GLenum mode, GLint first, GLsizei count) {
-    desk::GlCall([&](desk::ContextState& context) {
-        desk::DrawPlanes(context, [&] { desk::Gl().DrawArrays(mode, first, count); });
-    });
-}

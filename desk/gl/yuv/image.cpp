@@ -10,7 +10,7 @@
 #include <system_error>
 
 #include "desk/abi/gralloc_layout.h"
-#include "desk/gl/driver/egl_call.h"
+#include "desk/gl/driver/egl_error.h"
 
 namespace desk {
 namespace {
@@ -22,7 +22,11 @@ void Require(EGLint code, const char* what, Value expected, Value got) {
     }
 }
 
-void CheckBuffer(const ANativeWindowBuffer& buffer) {
+void CheckBuffer(const ANativeWindowBuffer* given) {
+    if (given == nullptr) {
+        throw EglError(EGL_BAD_PARAMETER, "expected a window buffer, got null");
+    }
+    const ANativeWindowBuffer& buffer = *given;
     Require(EGL_BAD_PARAMETER, "a window buffer of magic", AndroidNativeBufferMagic, buffer.common.magic);
     Require(EGL_BAD_PARAMETER, "a window buffer of version", static_cast<int>(sizeof(ANativeWindowBuffer)),
             buffer.common.version);
@@ -94,47 +98,34 @@ void CheckGeometry(const ANativeWindowBuffer& buffer, Orba::Gralloc::BufferGeome
     }
 }
 
-}  // namespace
-
-std::shared_ptr<Image> Image::Import(ANativeWindowBuffer* buffer, const EGLint* attributes) {
-    if (buffer == nullptr) {
-        throw EglError(EGL_BAD_PARAMETER, "expected a window buffer, got null");
+uint8_t* MapPixels(int file, size_t bytes) {
+    struct stat status {};
+    if (fstat(file, &status) != 0 || status.st_size < static_cast<off_t>(bytes)) {
+        throw EglError(EGL_BAD_PARAMETER, fmt::format("expected a pixel file of {} bytes or more, got {}",
+                                                      bytes, status.st_size));
     }
-    CheckBuffer(*buffer);
-    CheckAttributes(*buffer, attributes);
-    const auto geometry = ReadGeometry(buffer->handle->data[GrallocMetadataFd]);
-    const int pixelFd = buffer->handle->data[GrallocPixelFd];
-    const int64_t bytes = GrallocInt(buffer->handle, GrallocIntSize);
-    CheckGeometry(*buffer, geometry, bytes);
-
-    struct stat file {};
-    if (fstat(pixelFd, &file) != 0 || file.st_size < bytes) {
-        throw EglError(EGL_BAD_PARAMETER,
-                       fmt::format("expected a pixel file of {} bytes or more, got {}", bytes, file.st_size));
-    }
-    const auto size = static_cast<size_t>(bytes);
-    void* pixels = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, pixelFd, 0);
+    void* pixels = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
     if (pixels == MAP_FAILED) {
         throw EglError(EGL_BAD_ALLOC, fmt::format("expected to map {} bytes of pixels, got \"{}\"", bytes,
                                                   std::generic_category().message(errno)));
     }
-    try {
-        return std::make_shared<Image>(buffer, pixels, size, geometry);
-    } catch (...) {
-        munmap(pixels, size);
-        throw;
-    }
+    return static_cast<uint8_t*>(pixels);
 }
 
-Image::Image(ANativeWindowBuffer* buffer, void* pixels, size_t bytes, Orba::Gralloc::BufferGeometry geometry)
-    : buffer_(buffer),
-      width_(buffer->width),
-      height_(buffer->height),
-      pixels_(static_cast<uint8_t*>(pixels)),
-      bytes_(bytes),
-      geometry_(geometry),
-      live_(GlobalCounters().liveImages) {
-    buffer_->common.incRef(&buffer_->common);
+}  // namespace
+
+Image::Image(ANativeWindowBuffer* buffer, const EGLint* attributes) : buffer_(buffer) {
+    CheckBuffer(buffer);
+    CheckAttributes(*buffer, attributes);
+    width_ = buffer->width;
+    height_ = buffer->height;
+    geometry_ = ReadGeometry(buffer->handle->data[GrallocMetadataFd]);
+    const int64_t bytes = GrallocInt(buffer->handle, GrallocIntSize);
+    CheckGeometry(*buffer, geometry_, bytes);
+    bytes_ = static_cast<size_t>(bytes);
+    pixels_ = MapPixels(buffer->handle->data[GrallocPixelFd], bytes_);
+    buffer->common.incRef(&buffer->common);
+    ++GlobalCounters().imports;
 }
 
 Image::~Image() {

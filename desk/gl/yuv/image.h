@@ -2,8 +2,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
-#include <vector>
 
 #include "desk/gl/driver/counters.h"
 #include "desk/gl/driver/real_gl.h"
@@ -22,10 +20,7 @@ class Image {
 public:
     /// Throws EglError when the buffer is not one of the desk's, or `attributes` (null or an EGL_NONE
     /// terminated list) ask for another size.
-    static std::shared_ptr<Image> Import(ANativeWindowBuffer* buffer, const EGLint* attributes);
-
-    /// Takes over the mapping of `bytes` bytes at `pixels`, and a reference on the buffer.
-    Image(ANativeWindowBuffer* buffer, void* pixels, size_t bytes, Orba::Gralloc::BufferGeometry geometry);
+    Image(ANativeWindowBuffer* buffer, const EGLint* attributes);
     ~Image();
     Image(const Image&) = delete;
     Image& operator=(const Image&) = delete;
@@ -41,24 +36,12 @@ public:
 
 private:
     ANativeWindowBuffer* buffer_;
-    int width_;
-    int height_;
-    uint8_t* pixels_;
-    size_t bytes_;
-    Orba::Gralloc::BufferGeometry geometry_;
-    LiveCount live_;
+    int width_ = 0;
+    int height_ = 0;
+    Orba::Gralloc::BufferGeometry geometry_{};
+    size_t bytes_ = 0;
+    uint8_t* pixels_ = nullptr;
+    LiveCount live_{GlobalCounters().liveImages};
 };
-
-/// Makes the display an owner of the image, and gives the handle by which the application knows it.
-EGLImageKHR AddImage(EGLDisplay display, std::shared_ptr<Image> image);
-
-/// Null when the handle is none of AddImage's.
-std::shared_ptr<Image> FindImage(EGLImageKHR handle);
-
-/// Ends the display's ownership of one image; false when it has none of that handle.
-bool RemoveImage(EGLDisplay display, EGLImageKHR handle);
-
-/// Hands over the display's ownership of all its images, and their handles end.
-std::vector<std::shared_ptr<Image>> TakeImages(EGLDisplay display);
 
 }  // namespace desk

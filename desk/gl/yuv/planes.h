@@ -2,42 +2,49 @@
 
 #include <array>
 #include <memory>
+#include <vector>
 
 #include "desk/gl/yuv/image.h"
 
 namespace desk {
 
-/// How a plane's samples look to the GL.
-struct PlaneFormat {
-    GLenum internalFormat;
-    GLenum format;
-    GLint channels;  ///< of one byte each
-};
-constexpr std::array<PlaneFormat, PlaneCount> PlaneFormats = {{{GL_R8, GL_RED, 1}, {GL_RG8, GL_RG, 2}}};
-
-/// One GL texture for each plane of an image; an owner of the image. The textures belong to the context that
-/// was current at construction and go with it, or earlier by Delete(), which needs that context current.
-class PlaneTextures {
+/// The planes of an imported image as GL textures, which an external texture is sampled from and a
+/// renderbuffer is drawn to; an owner of the image. On a device they are the image's memory, here one is
+/// copied to the other. Without an image it has no textures, and those below are 0. Belongs to one context:
+/// everything but destruction needs it current, and what is not deleted goes with it.
+class PlaneSet {
 public:
-    explicit PlaneTextures(std::shared_ptr<Image> image);
-    PlaneTextures(const PlaneTextures&) = delete;
-    PlaneTextures& operator=(const PlaneTextures&) = delete;
+    /// Takes the place of any earlier image.
+    void SetImage(std::shared_ptr<Image> image);
     void Delete();
+    /// One of GL_TEXTURE_MIN_FILTER and GL_TEXTURE_MAG_FILTER; kept from one image to the next.
+    void SetFilter(GLenum name, GLint value);
 
-    /// Copies the image's memory to the textures.
+    /// Loads the textures with what the image's memory holds now.
     void Upload() const;
-    void SetParameter(GLenum name, GLint value) const;
+    /// Called before anything is drawn. The textures hold the image's memory afterwards, unless all of it
+    /// `isReplaced` by what comes.
+    void BeginDrawing(bool isReplaced);
+    /// Brings the image's memory up to date with what was drawn.
+    void Finish();
 
-    const Image& Source() const {
-        return *image_;
-    }
-    GLuint Name(Plane plane) const {
+    GLuint Texture(Plane plane) const {
         return textures_[plane];
     }
+    /// With the plane as its only attachment.
+    GLuint Framebuffer(Plane plane);
 
 private:
+    void ApplyFilters() const;
+    void ReadBack(Plane plane);
+
     std::shared_ptr<Image> image_;
     std::array<GLuint, PlaneCount> textures_{};
+    std::array<GLuint, PlaneCount> framebuffers_{};
+    GLint minFilter_ = GL_LINEAR;
+    GLint magFilter_ = GL_LINEAR;
+    bool isAheadOfMemory_ = false;
+    std::vector<uint8_t> rgba_;  ///< a plane as drivers without one- and two-channel reads give it
 };
 
 }  // namespace desk

@@ -2,12 +2,9 @@
 
 #include <array>
 #include <string>
-#include <utility>
 
-#include "desk/gl/driver/egl_call.h"
-#include "desk/gl/driver/export.h"
+#include "desk/gl/driver/egl_error.h"
 #include "desk/gl/driver/gl_scope.h"
-#include "desk/gl/yuv/context_state.h"
 #include "desk/gl/yuv/shader_translate.h"
 
 namespace desk {
@@ -97,81 +94,82 @@ GLuint LinkChromaProgram(GLuint program, GLuint vertexShader, const std::string&
     return 0;
 }
 
-/// The chroma planes take the highest units, which applications leave alone, and stay there.
-std::vector<ExternalSampler> PlaceSamplers(GLuint program, GLuint chromaProgram,
-                                           const std::vector<std::string>& names) {
+/// The chroma plane takes the highest unit, which applications leave alone, and stays there.
+void PlaceSampler(PlaneProgram& program, const std::string& name) {
     const ProgramScope scope;
-    auto unit = static_cast<GLuint>(GlInteger(GL_MAX_COMBINED_TEXTURE_IMAGE_UNITS));
-    std::vector<ExternalSampler> samplers;
-    for (const std::string& name : names) {
-        --unit;
-        for (const GLuint target : {program, chromaProgram}) {
-            if (target != 0) {
-                UseProgram(target);
-                Gl().Uniform1i(Gl().GetUniformLocation(target, ChromaSampler(name).c_str()),
-                               static_cast<GLint>(unit));
-            }
+    program.samplesImage = true;
+    program.lumaSampler = Gl().GetUniformLocation(program.luma, name.c_str());
+    program.chromaPlaneUnit = static_cast<GLuint>(GlInteger(GL_MAX_COMBINED_TEXTURE_IMAGE_UNITS)) - 1;
+    for (const GLuint reader : {program.luma, program.chroma}) {
+        if (reader != 0) {
+            UseProgram(reader);
+            Gl().Uniform1i(Gl().GetUniformLocation(reader, ChromaSampler),
+                           static_cast<GLint>(program.chromaPlaneUnit));
         }
-        samplers.push_back({Gl().GetUniformLocation(program, name.c_str()),
-                            chromaProgram == 0 ? -1 : Gl().GetUniformLocation(chromaProgram, name.c_str()),
-                            unit});
     }
-    return samplers;
+    if (program.chroma != 0) {
+        program.chromaSampler = Gl().GetUniformLocation(program.chroma, name.c_str());
+    }
 }
 
-void LinkProgram(ContextState& context, GLuint program) {
+}  // namespace
+
+GLuint PlaneProgram::Unit() const {
+    GLint unit = 0;
+    if (lumaSampler >= 0) {
+        Gl().GetUniformiv(luma, lumaSampler, &unit);
+    }
+    return static_cast<GLuint>(unit);
+}
+
+void PlanePrograms::Link(GLuint program) {
     Gl().LinkProgram(program);
-    context.ForgetProgram(program);
+    Forget(program);
     const AttachedShaders shaders = ShadersOf(program);
     if (shaders.fragment == 0 || ProgramInteger(program, GL_LINK_STATUS) != GL_TRUE) {
         return;
     }
     const std::string source = SourceOf(shaders.fragment);
-    const std::vector<std::string> names = ExternalSamplers(source);
-    if (names.empty() && !WritesPlanes(source)) {
+    const std::string sampler = ExternalSampler(source);
+    if (sampler.empty() && !WritesPlanes(source)) {
         return;
     }
-    PlaneProgram planes;
-    planes.lumaProgram = program;
+    PlaneProgram added;
+    added.luma = program;
     if (WritesPlanes(source)) {
-        planes.chromaProgram = LinkChromaProgram(program, shaders.vertex, source);
+        added.chroma = LinkChromaProgram(program, shaders.vertex, source);
     }
-    planes.samplers = PlaceSamplers(program, planes.chromaProgram, names);
-    context.AddProgram(std::move(planes));
+    if (!sampler.empty()) {
+        PlaceSampler(added, sampler);
+    }
+    programs_[program] = added;
 }
 
-std::string JoinSource(GLsizei count, const GLchar* const* strings, const GLint* lengths) {
-    std::string source;
-    for (GLsizei i = 0; i < count; ++i) {
-        if (lengths != nullptr && lengths[i] >= 0) {
-            source.append(strings[i], static_cast<size_t>(lengths[i]));
-        } else {
-            source.append(strings[i]);
+void PlanePrograms::Delete(GLuint program) {
+    Gl().DeleteProgram(program);
+    // A program deleted while in use stays until another one is used, so what to forget is what is gone.
+    for (auto known = programs_.begin(); known != programs_.end();) {
+        const GLuint name = (known++)->first;
+        if (Gl().IsProgram(name) == GL_FALSE) {
+            Forget(name);
         }
     }
-    return source;
 }
 
-}  // namespace
+const PlaneProgram* PlanePrograms::InUse() const {
+    if (programs_.empty()) {
+        return nullptr;
+    }
+    const auto found = programs_.find(static_cast<GLuint>(GlInteger(GL_CURRENT_PROGRAM)));
+    return found == programs_.end() ? nullptr : &found->second;
+}
+
+void PlanePrograms::Forget(GLuint program) {
+    const auto found = programs_.find(program);
+    if (found != programs_.end()) {
+        Gl().DeleteProgram(found->second.chroma);
+        programs_.erase(found);
+    }
+}
+
 }  // namespace desk
-
-DESK_GL_EXPORT void GL_APIENTRY glShaderSource(GLuint shader, GLsizei count, const GLchar* const* strings,
-                                               const GLint* lengths) {
-    desk::GlCall([&](desk::ContextState&) {
-        const std::string source =
-            desk::LeadWithVersion(desk::TranslateYuvShader(desk::JoinSource(count, strings, lengths)));
-        const char* text = source.c_str();
-        desk::Gl().ShaderSource(shader, 1, &text, nullptr);
-    });
-}
-
-DESK_GL_EXPORT void GL_APIENTRY glLinkProgram(GLuint program) {
-    desk::GlCall([&](desk::ContextState& context) { desk::LinkProgram(context, program); });
-}
-
-DESK_GL_EXPORT void GL_APIENTRY glDeleteProgram(GLuint program) {
-    desk::GlCall([&](desk::ContextState& context) {
-        desk::Gl().DeleteProgram(program);
-        context.ForgetDeletedPrograms();
-    });
-}

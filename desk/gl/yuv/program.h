@@ -1,23 +1,36 @@
 #pragma once
 
-#include <vector>
+#include <unordered_map>
 
-#include "desk/gl/yuv/image.h"
+#include "desk/gl/driver/real_gl.h"
 
 namespace desk {
 
-/// Where one sampler of an external image is found. Locations are -1 where the plane is not read.
-struct ExternalSampler {
-    GLint unitLocation;          ///< in the luma program, whose value is the application's to choose
-    GLint repeatedUnitLocation;  ///< in the chroma program, which has to be given the same unit
-    GLuint chromaUnit;           ///< the unit of the chroma plane in both programs
+/// What the layer adds to a program that samples an external image or writes YUV.
+struct PlaneProgram {
+    GLuint luma = 0;    ///< the application's own
+    GLuint chroma = 0;  ///< writes chroma where the application's writes luma; 0 when it writes no YUV
+    bool samplesImage = false;   ///< one image; what follows is of that sampler
+    GLint lumaSampler = -1;      ///< location in the luma program; -1 where the plane is not read
+    GLint chromaSampler = -1;    ///< location in the chroma program
+    GLuint chromaPlaneUnit = 0;  ///< the unit that both programs read the image's chroma plane from
+
+    /// The unit that the application gave to the sampler; 0, its initial value, when only chroma is read.
+    GLuint Unit() const;
 };
 
-/// What the layer adds to a program that was linked from a translated shader.
-struct PlaneProgram {
-    GLuint lumaProgram = 0;    ///< the application's own
-    GLuint chromaProgram = 0;  ///< writes chroma where the application's writes luma; 0 when it writes no YUV
-    std::vector<ExternalSampler> samplers;
+/// Those of one context, which has to be current.
+class PlanePrograms {
+public:
+    void Link(GLuint program);
+    void Delete(GLuint program);
+    /// The program in use; null when it needs nothing of the layer.
+    const PlaneProgram* InUse() const;
+
+private:
+    void Forget(GLuint program);
+
+    std::unordered_map<GLuint, PlaneProgram> programs_;  ///< by the application's program
 };
 
 }  // namespace desk

@@ -32,24 +32,22 @@ std::regex LumaStatement() {
     return std::regex(R"(\bdesk_plane = (\w+)\.xxxw;)");
 }
 
-/// What one group of the pattern matches, wherever the text has it.
-std::vector<std::string> FindAll(const std::string& text, const std::regex& pattern, int group) {
-    return {std::sregex_token_iterator(text.begin(), text.end(), pattern, group),
-            std::sregex_token_iterator()};
-}
-
 /// A call becomes one of a function that stands beside the declaration, so that its coordinates may be any
 /// expression.
-std::string TranslateSamplers(std::string text) {
-    const std::regex declaration = SamplerDeclaration();
-    for (const std::string& name : FindAll(text, declaration, 2)) {
-        text = std::regex_replace(text, std::regex(R"(\btexture\s*\(\s*)" + name + R"(\s*,)"),
-                                  "desk_texture_" + name + "(");
+std::string TranslateSampler(const std::string& text) {
+    std::smatch sampler;
+    if (!std::regex_search(text, sampler, SamplerDeclaration())) {
+        return text;
     }
-    return std::regex_replace(text, declaration,
-                              "uniform $1sampler2D $2; uniform $1sampler2D desk_chroma_$2; "
-                              "highp vec4 desk_texture_$2(highp vec2 at) { "
-                              "return vec4(texture($2, at).r, texture(desk_chroma_$2, at).rg, 1.0); }");
+    const std::string call = R"(\btexture\s*\(\s*)" + sampler.str(2) + R"(\s*,)";
+    std::string translated = std::regex_replace(text, std::regex(call), "desk_texture(");
+    translated = std::regex_replace(translated, SamplerDeclaration(),
+                                    "uniform $1sampler2D $2; uniform $1sampler2D desk_chroma; "
+                                    "highp vec4 desk_texture(highp vec2 at) { "
+                                    "return vec4(texture($2, at).r, texture(desk_chroma, at).rg, 1.0); }",
+                                    std::regex_constants::format_first_only);
+    return std::regex_replace(translated, SamplerDeclaration(),
+                              "\n#error expected one external sampler, got $2 as well\n");
 }
 
 /// The YUV output becomes a variable, of which a main function around the shader's own writes one plane.
@@ -73,7 +71,7 @@ std::string TranslateYuvShader(const std::string& source) {
     if (!std::regex_search(source, ExtensionLine())) {
         return source;
     }
-    return TranslateOutput(TranslateSamplers(std::regex_replace(source, ExtensionLine(), "")));
+    return TranslateOutput(TranslateSampler(std::regex_replace(source, ExtensionLine(), "")));
 }
 
 std::string LeadWithVersion(const std::string& source) {
@@ -95,13 +93,11 @@ std::string ChromaVariant(const std::string& translated) {
     return std::regex_replace(translated, LumaStatement(), "desk_plane = $1.yzzw;");
 }
 
-std::vector<std::string> ExternalSamplers(const std::string& translated) {
+std::string ExternalSampler(const std::string& translated) {
     const auto lock = LockLocale();
-    return FindAll(translated, std::regex(R"(\bsampler2D desk_chroma_(\w+);)"), 1);
-}
-
-std::string ChromaSampler(const std::string& externalSampler) {
-    return "desk_chroma_" + externalSampler;
+    std::smatch sampler;
+    std::regex_search(translated, sampler, std::regex(R"(sampler2D (\w+); uniform [^;]*\bdesk_chroma;)"));
+    return sampler.str(1);
 }
 
 }  // namespace desk

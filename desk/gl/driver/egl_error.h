@@ -1,0 +1,32 @@
+#pragma once
+
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+#include "desk/gl/driver/real_gl.h"
+
+namespace desk {
+
+/// A refusal of one of the layer's EGL functions: the code that eglGetError is to give, and the sentence
+/// that says what was expected and what came.
+class EglError : public std::runtime_error {
+public:
+    EglError(EGLint code, const std::string& sentence) : std::runtime_error(sentence), code_(code) {}
+    EGLint Code() const {
+        return code_;
+    }
+
+private:
+    EGLint code_;
+};
+
+/// The result of the calling thread's latest EGL call; empty when the driver has it.
+void SetEglResult(std::optional<EGLint> code);
+/// Hands the result over; until the next call it is EGL_SUCCESS then.
+EGLint TakeEglResult();
+
+/// Prints one line about a refused call.
+void ReportRefusal(const char* function, const char* sentence);
+
+}  // namespace desk

@@ -1,0 +1,199 @@
+#include <array>
+#include <exception>
+#include <functional>
+#include <string>
+#include <utility>
+
+#include "desk/abi/gl_counters.h"
+#include "desk/abi/gl_errors.h"
+#include "desk/gl/driver/driver_errors.h"
+#include "desk/gl/driver/egl_error.h"
+#include "desk/gl/egl/contexts.h"
+#include "desk/gl/egl/display.h"
+#include "desk/gl/egl/images.h"
+#include "desk/gl/yuv/draw.h"
+#include "desk/gl/yuv/shader_translate.h"
+
+/// Every function that callers of the libraries look up by name; all else stays hidden.
+#define EXPORT extern "C" __attribute__((visibility("default")))
+
+using namespace desk;  // NOLINT(google-build-using-namespace): what follows has C's one namespace
+
+namespace {
+
+/// Does what an EGL function is called for. The driver's result counts unless the function sets one; what it
+/// throws becomes an EGL error and 0, EGL_FALSE or no handle, since nothing may be thrown at a caller of a C
+/// library.
+template <typename Function, typename... Arguments>
+std::invoke_result_t<Function, Arguments...> EglCall(const char* name, Function function,
+                                                     Arguments... arguments) noexcept {
+    SetEglResult(std::nullopt);
+    try {
+        return function(arguments...);
+    } catch (const EglError& error) {
+        SetEglResult(error.Code());
+        ReportRefusal(name, error.what());
+    } catch (const std::exception& error) {
+        SetEglResult(EGL_BAD_ALLOC);
+        ReportRefusal(name, error.what());
+    }
+    return {};
+}
+
+/// Does what a GL function is called for, on the current context; without one there is nothing to do, as in
+/// any GL. What it throws becomes GL_OUT_OF_MEMORY.
+template <typename Function, typename... Arguments>
+void GlCall(Function function, Arguments... arguments) noexcept {
+    ContextState* context = CurrentContext();
+    if (context == nullptr) {
+        return;
+    }
+    try {
+        std::invoke(function, *context, arguments...);
+    } catch (const std::exception&) {
+        context->SetError(GL_OUT_OF_MEMORY);
+    }
+}
+
+std::shared_ptr<Image> FindImage(GLeglImageOES handle) {
+    return Images().Find(Egl().GetCurrentDisplay(), handle);
+}
+
+void SetShaderSource(ContextState& /*context*/, GLuint shader, GLsizei count, const GLchar* const* strings,
+                     const GLint* lengths) {
+    std::string source;
+    for (GLsizei i = 0; i < count; ++i) {
+        const bool hasLength = lengths != nullptr && lengths[i] >= 0;
+        source += hasLength ? std::string(strings[i], static_cast<size_t>(lengths[i])) : strings[i];
+    }
+    source = LeadWithVersion(TranslateYuvShader(source));
+    const char* text = source.c_str();
+    Gl().ShaderSource(shader, 1, &text, nullptr);
+}
+
+}  // namespace
+
+EXPORT EGLDisplay EGLAPIENTRY eglGetDisplay(EGLNativeDisplayType native) {
+    return EglCall("eglGetDisplay", GetDisplay, native);
+}
+
+EXPORT EGLBoolean EGLAPIENTRY eglInitialize(EGLDisplay display, EGLint* major, EGLint* minor) {
+    return EglCall("eglInitialize", Initialise, display, major, minor);
+}
+
+EXPORT EGLBoolean EGLAPIENTRY eglTerminate(EGLDisplay display) {
+    return EglCall("eglTerminate", Terminate, display);
+}
+
+EXPORT EGLint EGLAPIENTRY eglGetError() {
+    return TakeEglResult();
+}
+
+EXPORT EGLContext EGLAPIENTRY eglCreateContext(EGLDisplay display, EGLConfig config, EGLContext share,
+                                               const EGLint* attributes) {
+    return EglCall("eglCreateContext", CreateContext, display, config, share, attributes);
+}
+
+EXPORT EGLBoolean EGLAPIENTRY eglDestroyContext(EGLDisplay display, EGLContext context) {
+    return EglCall("eglDestroyContext", DestroyContext, display, context);
+}
+
+EXPORT EGLBoolean EGLAPIENTRY eglMakeCurrent(EGLDisplay display, EGLSurface draw, EGLSurface read,
+                                             EGLContext context) {
+    return EglCall("eglMakeCurrent", MakeCurrent, display, draw, read, context);
+}
+
+EXPORT EGLBoolean EGLAPIENTRY eglReleaseThread() {
+    return EglCall("eglReleaseThread", ReleaseThread);
+}
+
+EXPORT EGLImageKHR EGLAPIENTRY eglCreateImageKHR(EGLDisplay display, EGLContext context, EGLenum target,
+                                                 EGLClientBuffer buffer, const EGLint* attributes) {
+    return EglCall("eglCreateImageKHR", CreateImage, display, context, target, buffer, attributes);
+}
+
+EXPORT EGLBoolean EGLAPIENTRY eglDestroyImageKHR(EGLDisplay display, EGLImageKHR image) {
+    return EglCall("eglDestroyImageKHR", DestroyImage, display, image);
+}
+
+EXPORT GLenum GL_APIENTRY glGetError() {
+    GLenum error = GL_NO_ERROR;
+    GlCall([&error](ContextState& context) { error = context.TakeError(); });
+    return error;
+}
+
+EXPORT void GL_APIENTRY glBindTexture(GLenum target, GLuint texture) {
+    GlCall(&ContextState::BindTexture, target, texture);
+}
+
+EXPORT void GL_APIENTRY glTexParameteri(GLenum target, GLenum name, GLint value) {
+    GlCall(&ContextState::TexParameter, target, name, value);
+}
+
+EXPORT void GL_APIENTRY glDeleteTextures(GLsizei count, const GLuint* textures) {
+    GlCall(&ContextState::DeleteTextures, count, textures);
+}
+
+EXPORT void GL_APIENTRY glEGLImageTargetTexture2DOES(GLenum target, GLeglImageOES image) {
+    GlCall(&ContextState::SetTextureImage, target, FindImage(image));
+}
+
+EXPORT void GL_APIENTRY glEGLImageTargetRenderbufferStorageOES(GLenum target, GLeglImageOES image) {
+    GlCall(&ContextState::SetRenderbufferImage, target, FindImage(image));
+}
+
+EXPORT void GL_APIENTRY glFramebufferRenderbuffer(GLenum target, GLenum attachment, GLenum renderbufferTarget,
+                                                  GLuint renderbuffer) {
+    GlCall(&ContextState::AttachRenderbuffer, target, attachment, renderbufferTarget, renderbuffer);
+}
+
+EXPORT void GL_APIENTRY glDeleteRenderbuffers(GLsizei count, const GLuint* renderbuffers) {
+    GlCall(&ContextState::DeleteRenderbuffers, count, renderbuffers);
+}
+
+EXPORT void GL_APIENTRY glShaderSource(GLuint shader, GLsizei count, const GLchar* const* strings,
+                                       const GLint* lengths) {
+    GlCall(SetShaderSource, shader, count, strings, lengths);
+}
+
+EXPORT void GL_APIENTRY glLinkProgram(GLuint program) {
+    GlCall([program](ContextState& context) { context.programs.Link(program); });
+}
+
+EXPORT void GL_APIENTRY glDeleteProgram(GLuint program) {
+    GlCall([program](ContextState& context) { context.programs.Delete(program); });
+}
+
+EXPORT void GL_APIENTRY glClear(GLbitfield mask) {
+    GlCall(Clear, mask);
+}
+
+EXPORT void GL_APIENTRY glDrawElements(GLenum mode, GLsizei count, GLenum type, const void* indices) {
+    GlCall(Draw, [&] { Gl().DrawElements(mode, count, type, indices); });
+}
+
+EXPORT void GL_APIENTRY glDrawArrays(GLenum mode, GLint first, GLsizei count) {
+    GlCall(Draw, [&] { Gl().DrawArrays(mode, first, count); });
+}
+
+EXPORT void GL_APIENTRY glFinish() {
+    GlCall(&ContextState::Finish);
+}
+
+EXPORT void desk_gl_counters(DeskGlCounters* counters) {
+    const Counters& global = GlobalCounters();
+    *counters = {};
+    counters->imports = global.imports;
+    counters->liveImages = global.liveImages;
+    counters->initialisedDisplays = global.initialisedDisplays;
+    counters->liveContexts = global.liveContexts;
+    counters->contextCurrent = CurrentContext() != nullptr ? 1 : 0;
+    counters->maxTextureSize = global.maxTextureSize;
+    if (counters->maxTextureSize != 0) {
+        std::copy(global.renderer.begin(), global.renderer.end(), counters->renderer);
+    }
+}
+
+EXPORT void desk_gl_set_error_sink(DeskGlErrorSink function, void* owner) {
+    SetDriverErrorSink(function, owner);
+}
