@@ -1,7 +1,5 @@
 #include <fmt/printf.h>
 
-#include <fstream>
-
 #include "tests/node/fakegl/fake_gl_fixture.h"
 
 using ::testing::Contains;
@@ -11,14 +9,7 @@ using ::testing::UnorderedElementsAre;
 class Dumps : public FakeGlFixture {
 protected:
     Dumps() {
-        LUMDateTime time = {};
-        time.year = 124;
-        time.month = 2;
-        time.dayOfMonth = 3;
-        time.hours = 14;
-        time.minutes = 5;
-        time.seconds = 9;
-        host_.SetClock(time);
+        host_.SetClock(LUMDateTime{9, 5, 14, 3, 2, 124, {}});  // 2024-03-03 14:05:09
         host_.SetDumps(true);
     }
     std::vector<std::string> Names() const {
@@ -79,29 +70,23 @@ TEST_F(Dumps, HoldOneLinePerFrame) {
 
     std::string grid = fmt::sprintf("Frame %lu, %u, %u", request, 4000000000U, 7U);
     for (int i = 0; i < desk::GridPoints; ++i) {
-        const int row = i / desk::GridColumns;
-        grid += fmt::sprintf(", %4.4f, %4.4f",
-                             static_cast<double>(static_cast<float>(i % desk::GridColumns) - 0.5F),
-                             static_cast<double>(-static_cast<float>(row) / 3.0F));
+        const float row = static_cast<float>(i / desk::GridColumns);
+        grid += fmt::sprintf(", %4.4f, %4.4f", static_cast<float>(i % desk::GridColumns) - 0.5F, -row / 3.0F);
     }
     EXPECT_THAT(DumpLines("Grid"), ElementsAre(grid + " ")) << "a disabled grid is not written";
 
-    // The mesh of a disabled grid: fractions of its cells, overlapping by one float.
-    std::vector<double> floats;
-    for (int vertex = 0; vertex < 414; ++vertex) {
-        const int row = vertex / desk::MeshColumns;
-        floats.push_back(static_cast<double>(vertex % desk::MeshColumns) / desk::CellColumns);
-        floats.push_back(static_cast<double>(static_cast<float>(row) / desk::CellRows));
-    }
+    // The mesh of a disabled grid: texture coordinates c / 32 and r / 24, overlapping by one float.
     std::string tex = "Frame 43";
-    for (size_t i = 0; i < desk::MeshVertices; ++i) {
-        tex += fmt::sprintf(", %4.4f, %4.4f", floats[i], floats[i + 1]);
+    for (int i = 0; i < desk::MeshVertices; ++i) {
+        const auto at = [](int f) {
+            return static_cast<float>(f % 2 == 0 ? f / 2 % desk::MeshColumns : f / (2 * desk::MeshColumns)) /
+                   (f % 2 == 0 ? static_cast<float>(desk::CellColumns) : static_cast<float>(desk::CellRows));
+        };
+        tex += fmt::sprintf(", %4.4f, %4.4f", at(i), at(i + 1));
     }
-    const std::vector<std::string> lines = DumpLines("Tex");
-    ASSERT_EQ(lines.size(), 2U);
-    EXPECT_EQ(lines[1], tex + " ");
-    ASSERT_EQ(DumpLines("Vert").size(), 2U);
-    EXPECT_EQ(DumpLines("Vert")[0].rfind(fmt::sprintf("Frame %lu, ", request), 0), 0U);
+    EXPECT_EQ(DumpLines("Tex").at(1), tex + " ");
+    EXPECT_EQ(DumpLines("Vert").at(0).rfind(fmt::sprintf("Frame %lu, ", request), 0), 0U);
+    EXPECT_EQ(DumpLines("Tex").size() + DumpLines("Vert").size(), 4U);
 }
 
 TEST_F(Dumps, HoldLinesOfAnyGrid) {

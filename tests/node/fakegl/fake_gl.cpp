@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cstring>
 #include <utility>
 
@@ -11,7 +12,6 @@
 
 namespace {
 
-FakeGl* g_current = nullptr;
 int g_glesLibrary = 0;
 int g_eglLibrary = 0;
 
@@ -48,7 +48,7 @@ struct Trampoline<Name, Result (*)(Arguments...)> {
         const std::vector<std::string> texts = {TextOf(arguments)...};
         GlCall call{
             Name::value, {WordOf(arguments)...}, fmt::format("{}({})", Name::value, fmt::join(texts, ", "))};
-        const uint64_t answer = FakeGl::Current()->Perform(std::move(call));
+        const uint64_t answer = FakeGl::current->Perform(std::move(call));
         if constexpr (std::is_pointer_v<Result>) {
             return reinterpret_cast<Result>(answer);
         } else if constexpr (!std::is_void_v<Result>) {
@@ -79,19 +79,15 @@ T* PointerOf(uint64_t word) {
     return reinterpret_cast<T*>(word);
 }
 
+bool IsEgl(const GlCall& call) {
+    return call.name.rfind("egl", 0) == 0;
+}
+
+bool Begins(const GlCall& call, const char* head) {
+    return call.name.rfind(head, 0) == 0;
+}
+
 }  // namespace
-
-FakeGl::FakeGl() {
-    g_current = this;
-}
-
-FakeGl::~FakeGl() {
-    g_current = nullptr;
-}
-
-FakeGl* FakeGl::Current() {
-    return g_current;
-}
 
 void* FakeGl::Map(const std::string& devicePath) {
     return (devicePath == "/system/lib64/libGLESv2.so") ? &g_glesLibrary
@@ -105,38 +101,14 @@ void* FakeGl::Symbol(void* library, const char* symbol) {
     return (found == symbols.end() || missingSymbols.count(symbol) != 0) ? nullptr : found->second;
 }
 
-bool FakeGl::Unmap(void* /*library*/) {
-    return true;
-}
-
 std::vector<std::string> FakeGl::Take() {
     const std::lock_guard<std::recursive_mutex> lock(mutex_);
     return std::exchange(calls_, {});
 }
 
-void FakeGl::RaiseAfter(const std::string& name, uint32_t error) {
-    errors_[name] = error;
-}
-
-void FakeGl::Behave() {
-    errors_.clear();
-}
-
 uint32_t FakeGl::DropError() {
     return std::exchange(pendingGl_, 0U);
 }
-
-namespace {
-
-bool IsEgl(const GlCall& call) {
-    return call.name.rfind("egl", 0) == 0;
-}
-
-bool Begins(const GlCall& call, const char* head) {
-    return call.name.rfind(head, 0) == 0;
-}
-
-}  // namespace
 
 uint64_t FakeGl::Perform(GlCall call) {
     if (hold) {
@@ -168,7 +140,7 @@ uint64_t FakeGl::AnswerTo(const GlCall& call, bool isRefused) {
     if (!isDone && (call.name == "glGetShaderiv" || call.name == "glGetProgramiv")) {
         *PointerOf<int>(call.words[2]) = 0;
     }
-    const uint64_t answer = !isDone ? 0 : IsEgl(call) ? RespondEgl(call) : Respond(call);
+    const uint64_t answer = isDone ? Respond(call) : 0;
     return isRefused ? 0 : answer;
 }
 
@@ -181,90 +153,77 @@ void FakeGl::CountObjects(const GlCall& call, uint64_t answer) {
     liveObjects -= (isGone && call.words.back() != 0) ? 1U : 0U;
 }
 
-uint64_t FakeGl::TakeError(uint32_t& pending, uint32_t none) {
-    return std::exchange(pending, none);
-}
-
-void FakeGl::Generate(const GlCall& call) {
-    *PointerOf<uint32_t>(call.words[1]) = nextName_++;
-    ++liveNames;
-}
-
 uint64_t FakeGl::Respond(const GlCall& call) {
+    static const std::map<std::string, uint64_t> constants = {
+        {"eglGetDisplay", Display},
+        {"eglGetCurrentDisplay", Display},
+        {"eglQueryString", WordOf("Fake")},
+        {"eglCreatePbufferSurface", Surface},
+        {"glCreateProgram", 21},
+        {"glCheckFramebufferStatus", GL_FRAMEBUFFER_COMPLETE},
+        {"glGetUniformLocation", 3}};
     const std::string& name = call.name;
+    if (const auto constant = constants.find(name); constant != constants.end()) {
+        return constant->second;
+    }
     if (name == "glGetError") {
-        return TakeError(pendingGl_, 0);
+        return DropError();
+    }
+    if (name == "eglGetError") {
+        return std::exchange(pendingEgl_, uint32_t{EGL_SUCCESS});
     }
     if (name == "glCreateShader") {
         return call.words[0] == GL_VERTEX_SHADER ? 11 : 12;
     }
-    if (name == "glCreateProgram") {
-        return 21;
+    if (name == "glGetAttribLocation") {
+        return std::strcmp(PointerOf<const char>(call.words[1]), "inPosition") == 0 ? 4 : 5;
     }
-    if (name == "glGetShaderiv" || name == "glGetProgramiv") {
-        const bool isLength = call.words[1] == GL_INFO_LOG_LENGTH;
-        *PointerOf<int>(call.words[2]) = !isLength         ? 1
-                                         : infoLog.empty() ? 0
-                                                           : static_cast<int>(infoLog.size() + 1);
-    } else if (name == "glGetShaderInfoLog" || name == "glGetProgramInfoLog") {
-        std::memcpy(PointerOf<char>(call.words[3]), infoLog.c_str(), infoLog.size() + 1);
-    } else if (name == "glGetAttribLocation") {
-        return std::string(PointerOf<const char>(call.words[1])) == "inPosition" ? 4 : 5;
-    } else if (name == "glGetUniformLocation") {
-        return 3;
-    } else if (name == "glCheckFramebufferStatus") {
-        return GL_FRAMEBUFFER_COMPLETE;
-    } else if (name.rfind("glGen", 0) == 0) {
-        Generate(call);
-    } else if (name == "glDeleteTextures" || name == "glDeleteBuffers" || name == "glDeleteFramebuffers" ||
-               name == "glDeleteRenderbuffers") {
-        liveNames -= (*PointerOf<uint32_t>(call.words[1]) != 0) ? 1U : 0U;
+    if (name == "eglCreateContext") {
+        return call.words[1] != 0 ? Context : 0;
     }
-    return 0;
+    if (name == "eglCreateImageKHR") {
+        buffers_[nextImage_] = call.words[3];
+        HoldBuffer(nextImage_, true);
+        return nextImage_++;
+    }
+    FillIn(call);
+    return EGL_TRUE;
 }
 
-uint64_t FakeGl::RespondEgl(const GlCall& call) {
+void FakeGl::HoldBuffer(uint64_t image, bool isHeld) {
+    auto* buffer = PointerOf<ANativeWindowBuffer>(buffers_.at(image));
+    (isHeld ? buffer->common.incRef : buffer->common.decRef)(&buffer->common);
+    liveImages = isHeld ? liveImages + 1 : liveImages - 1;
+}
+
+void FakeGl::FillIn(const GlCall& call) {
     const std::string& name = call.name;
-    if (name == "eglGetError") {
-        return TakeError(pendingEgl_, EGL_SUCCESS);
-    }
-    if (name == "eglGetDisplay" || name == "eglGetCurrentDisplay") {
-        return Display;
-    }
-    if (name == "eglInitialize") {
+    if (name == "glGetShaderiv" || name == "glGetProgramiv") {
+        const bool isLength = call.words[1] == GL_INFO_LOG_LENGTH;
+        const auto length = static_cast<int>(infoLog.empty() ? 0 : infoLog.size() + 1);
+        *PointerOf<int>(call.words[2]) = isLength ? length : 1;
+    } else if (name == "glGetShaderInfoLog" || name == "glGetProgramInfoLog") {
+        std::memcpy(PointerOf<char>(call.words[3]), infoLog.c_str(), infoLog.size() + 1);
+    } else if (Begins(call, "glGen")) {
+        *PointerOf<uint32_t>(call.words[1]) = nextName_++;
+        ++liveNames;
+    } else if (Begins(call, "glDelete") && call.words.size() == 2) {  // a list of names
+        liveNames -= (*PointerOf<uint32_t>(call.words[1]) != 0) ? 1U : 0U;
+    } else if (name == "eglInitialize") {
         *PointerOf<int>(call.words[1]) = 1;
         *PointerOf<int>(call.words[2]) = 5;
-    } else if (name == "eglQueryString") {
-        return WordOf("Fake");
-    } else if (name == "eglCreateContext") {
-        return call.words[1] != 0 ? Context : 0;
-    } else if (name == "eglCreatePbufferSurface") {
-        return Surface;
     } else if (name == "eglChooseConfig") {
         for (size_t i = 0; call.words[2] != 0 && i < configs.size() && i < call.words[3]; ++i) {
             PointerOf<uint64_t>(call.words[2])[i] = FirstConfig + i;
         }
         *PointerOf<int>(call.words[4]) = static_cast<int>(configs.size());
     } else if (name == "eglGetConfigAttrib") {
-        static const std::vector<uint64_t> order = {EGL_RED_SIZE,       EGL_GREEN_SIZE, EGL_BLUE_SIZE,
-                                                    EGL_ALPHA_SIZE,     EGL_DEPTH_SIZE, EGL_STENCIL_SIZE,
-                                                    EGL_SAMPLE_BUFFERS, EGL_SAMPLES};
-        for (size_t i = 0; i < order.size(); ++i) {
-            if (order[i] == call.words[2]) {
-                *PointerOf<int>(call.words[3]) = configs.at(call.words[1] - FirstConfig).at(i);
-            }
-        }
-    } else if (name == "eglCreateImageKHR") {
-        auto* buffer = PointerOf<ANativeWindowBuffer>(call.words[3]);
-        buffer->common.incRef(&buffer->common);
-        buffers_[nextImage_] = call.words[3];
-        ++liveImages;
-        return nextImage_++;
+        constexpr uint64_t order[] = {EGL_RED_SIZE,   EGL_GREEN_SIZE,   EGL_BLUE_SIZE,      EGL_ALPHA_SIZE,
+                                      EGL_DEPTH_SIZE, EGL_STENCIL_SIZE, EGL_SAMPLE_BUFFERS, EGL_SAMPLES};
+        const auto at = std::find(std::begin(order), std::end(order), call.words[2]) - std::begin(order);
+        *PointerOf<int>(call.words[3]) = configs.at(call.words[1] - FirstConfig).at(static_cast<size_t>(at));
     } else if (name == "eglDestroyImageKHR") {
-        auto* buffer = PointerOf<ANativeWindowBuffer>(buffers_.at(call.words[1]));
-        buffer->common.decRef(&buffer->common);
+        HoldBuffer(call.words[1], false);
         buffers_.erase(call.words[1]);
-        --liveImages;
     }
-    return EGL_TRUE;
 }

@@ -27,20 +27,30 @@ struct GlFault {
 /// well-behaved driver would, unless a test says otherwise. One at a time in a process; thread safe.
 class FakeGl : public desk::LibraryProvider {
 public:
-    FakeGl();
-    ~FakeGl() override;
+    FakeGl() {
+        current = this;
+    }
+    ~FakeGl() override {
+        current = nullptr;
+    }
 
     void* Map(const std::string& devicePath) override;
     void* Symbol(void* library, const char* symbol) override;
-    bool Unmap(void* library) override;
+    bool Unmap(void* /*library*/) override {
+        return true;
+    }
 
     /// The calls since the last time, as texts.
     std::vector<std::string> Take();
 
     /// The next call of `name` sets the error that glGetError (or eglGetError for EGL names) then returns.
-    void RaiseAfter(const std::string& name, uint32_t error);
+    void RaiseAfter(const std::string& name, uint32_t error) {
+        errors_[name] = error;
+    }
     /// Forgets RaiseAfter.
-    void Behave();
+    void Behave() {
+        errors_.clear();
+    }
     /// Told of every call first, on the caller's thread and with nothing locked, so that it may hold the call
     /// up; may be empty.
     std::function<void(const GlCall&)> hold;
@@ -63,7 +73,7 @@ public:
     static constexpr uint64_t FirstConfig = 0xcf00;
     static constexpr uint64_t FirstImage = 0x1a00;
 
-    static FakeGl* Current();
+    static inline FakeGl* current = nullptr;
     uint64_t Perform(GlCall call);
 
     size_t liveImages = 0;
@@ -74,9 +84,8 @@ private:
     uint64_t AnswerTo(const GlCall& call, bool isRefused);
     void CountObjects(const GlCall& call, uint64_t answer);
     uint64_t Respond(const GlCall& call);
-    uint64_t RespondEgl(const GlCall& call);
-    void Generate(const GlCall& call);
-    uint64_t TakeError(uint32_t& pending, uint32_t none);
+    void FillIn(const GlCall& call);
+    void HoldBuffer(uint64_t image, bool isHeld);
 
     std::recursive_mutex mutex_;
     std::vector<std::string> calls_;

@@ -1,21 +1,16 @@
 // Many requests of one node at a time, on several threads, against the same requests one after the other.
 
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
-#include <functional>
-#include <future>
 #include <map>
 
-#include "desk/host/pipelined_driver.h"
 #include "desk/host/rules/node_call.h"
-#include "tests/node/fakegl/fake_gl_fixture.h"
+#include "tests/node/stress/overlap.h"
 
 namespace {
 
-constexpr size_t Threads = 8;
 constexpr size_t InFlight = 2 * Threads;
 constexpr uint64_t Grids = static_cast<uint64_t>(500 * TEST_SOAK);  // more than are in flight together
 constexpr uint64_t Requests = Threads * Grids;
@@ -25,18 +20,12 @@ uint64_t GridIndex(uint64_t requestId) {
     return (requestId - 1) % Grids + 1;
 }
 
-/// Every request follows its reference directly, so none has to wait for its predecessor.
-uint64_t Predecessor(uint64_t requestId) {
-    return requestId - 1;
-}
-
 /// A dump file: "Frame 57, ..." is request 57's line.
 struct Dump {
     std::vector<uint64_t> order;        ///< requests, as their lines follow one another
     std::map<uint64_t, size_t> values;  ///< digests of what follows the request's id
 
-    Dump() = default;
-    explicit Dump(const std::vector<std::string>& lines) {
+    void Read(const std::vector<std::string>& lines) {
         for (const std::string& line : lines) {
             order.push_back(std::stoull(line.substr(std::strlen("Frame "))));
             values[order.back()] = std::hash<std::string>()(line.substr(line.find(',')));
@@ -53,6 +42,12 @@ protected:
         host_.SetLogLevels(1 | 2, false);
         host_.SetDumps(true);
         gl_->watch = [this](const GlCall& call, const GlFault&, uint64_t) { Watch(call); };
+        for (uint64_t one = 1; one <= Grids; ++one) {
+            const auto shift = static_cast<float>(one);
+            grids_.push_back(Grid([&](int column, int row) {
+                return GridPoint{shift * 0.25F + static_cast<float>(column), static_cast<float>(row) - shift};
+            }));
+        }
     }
 
     struct Seen {
@@ -62,8 +57,8 @@ protected:
         size_t imports = 0;
     };
 
-    /// Takes the requests 1 to `requests` through a new node. Each has a buffer of a ring of InFlight to
-    /// itself.
+    /// Takes the requests 1 to `requests` through a new node. Each has buffers to itself while it is on its
+    /// way.
     Seen Run(desk::Variant variant, uint64_t requests, const desk::ReferenceRequest& reference,
              size_t threads) {
         for (const auto& file : std::filesystem::directory_iterator(dumpDir_)) {
@@ -72,44 +67,29 @@ protected:
         seen_ = {};
         MakeNode(variant);
         node_->SetReferenceRequest(reference);
-        std::vector<std::shared_ptr<desk::GrallocBuffer>> inputs(InFlight);
-        std::vector<std::shared_ptr<desk::GrallocBuffer>> outputs(InFlight);
-        std::generate(inputs.begin(), inputs.end(), [this] { return node_->AllocateInput(); });
-        std::generate(outputs.begin(), outputs.end(), [this] { return node_->AllocateOutput(); });
+        const Ring ring(*node_, InFlight);
         std::vector<std::future<uint32_t>> results(InFlight);
         {
             desk::PipelinedDriver driver(host_, *node_, InFlight, threads);
             for (uint64_t request = 1; request <= requests + InFlight; ++request) {
-                const size_t lane = request % InFlight;
-                if (results[lane].valid()) {
-                    EXPECT_EQ(results[lane].get(), 0U);
+                std::future<uint32_t>& result = results[request % InFlight];
+                if (result.valid()) {
+                    EXPECT_EQ(result.get(), 0U);
                 }
                 if (request <= requests) {
-                    results[lane] =
-                        driver.Submit({request, &GridOf(request), inputs[lane].get(), outputs[lane].get()});
+                    result = driver.Submit(ring.Frame(request, grids_[GridIndex(request) - 1]));
                 }
             }
         }
         EXPECT_EQ(gl_->liveImages, 2 * InFlight);
         node_.reset();
         for (const char* kind : {"Grid", "Tex", "Vert"}) {
-            seen_.dumps[kind] = Dump(DumpLines(kind));
+            seen_.dumps[kind].Read(DumpLines(kind));
         }
         return std::move(seen_);
     }
 
 private:
-    const IPEICAGridTransform& GridOf(uint64_t request) {
-        const uint64_t one = GridIndex(request);
-        IPEICAGridTransform& grid = grids_[one];
-        if (grid.gridTransformEnable == 0) {
-            const auto shift = static_cast<float>(one);
-            grid = Grid([&](int column, int row) {
-                return GridPoint{shift * 0.25F + static_cast<float>(column), static_cast<float>(row) - shift};
-            });
-        }
-        return grid;
-    }
     void Watch(const GlCall& call) {
         if (call.name == "eglCreateImageKHR") {
             ++seen_.imports;
@@ -123,12 +103,12 @@ private:
     }
 
     Seen seen_;
-    std::map<uint64_t, IPEICAGridTransform> grids_;
+    std::vector<IPEICAGridTransform> grids_;
     const float* texCoordinates_ = nullptr;
 };
 
 TEST_F(OverlapLoad, EveryRequestIsDrawnOnceWithItsOwnGridAndDumpedWhole) {
-    for (const auto variant : {desk::Variant::RealTime, desk::Variant::LookAhead}) {
+    for (const auto variant : Variants) {
         Seen alone = Run(variant, Grids, {}, 1);
         for (const bool isSequential : {true, false}) {
             SCOPED_TRACE(fmt::format("{}, sequential: {}", desk::NameOf(variant), isSequential));
@@ -172,66 +152,51 @@ protected:
         return static_cast<int>(request % 9) - 4;
     }
     static void Fill(desk::GrallocBuffer& input, uint64_t request) {
-        for (uint32_t y = 0; y < input.Height(); ++y) {
-            for (uint32_t x = 0; x < input.Width(); ++x) {
-                input.Luma()[y * input.Stride() + x] =
-                    static_cast<uint8_t>(Level(request) + static_cast<int>(x));
-            }
+        for (uint32_t i = 0; i < input.Stride() * input.Height(); ++i) {
+            input.Luma()[i] = static_cast<uint8_t>(Level(request) + static_cast<int>(i % input.Stride()));
         }
+    }
+    /// Under which nothing changes but for the shift to the right.
+    static IPEICAGridTransform GridOf(desk::Size input, uint64_t request) {
+        const auto at = [](uint32_t pixels, int cell, float cells) {
+            return static_cast<float>(pixels) * (static_cast<float>(cell - 1) / cells - 0.5F);
+        };
+        return Grid([&](int column, int row) {
+            return GridPoint{at(input.width, column, 32) + static_cast<float>(Shift(request)),
+                             at(input.height, row, 24)};
+        });
     }
 };
 
 TEST_F(PixelOverlap, EveryOutputShowsItsOwnInputThroughItsOwnGrid) {
-    for (const auto variant : {desk::Variant::RealTime, desk::Variant::LookAhead}) {
+    for (const auto variant : Variants) {
         auto node = host_.CreateNode(variant);
         node->SetReferenceRequest(Predecessor);
         const desk::Negotiated sizes = node->Negotiate({64, 48}, {0.25F, 0.25F});
-        struct Lane {
-            std::shared_ptr<desk::GrallocBuffer> input;
-            std::shared_ptr<desk::GrallocBuffer> output;
-            IPEICAGridTransform grid{};
-            uint64_t request = 0;
-            std::future<uint32_t> result;
-        };
-        std::vector<Lane> lanes(InFlight);
-        for (Lane& lane : lanes) {
-            lane.input = node->AllocateInput();
-            lane.output = node->AllocateOutput();
-        }
-        const auto check = [&](Lane& lane) {
-            if (!lane.result.valid()) {
-                return;
-            }
-            ASSERT_EQ(lane.result.get(), 0U);
-            const int border = static_cast<int>(sizes.input.width - sizes.output.width) / 2;
+        const int border = static_cast<int>(sizes.input.width - sizes.output.width) / 2;
+        const Ring ring(*node, InFlight);
+        std::vector<IPEICAGridTransform> grids(InFlight);
+        std::vector<std::future<uint32_t>> results(InFlight);
+        const auto check = [&](uint64_t request) {
+            ASSERT_EQ(results[request % InFlight].get(), 0U);
+            desk::GrallocBuffer& output = *ring.outputs[request % InFlight];
             for (const uint32_t x : {12U, 32U, 52U}) {
-                const int expected = Level(lane.request) + border + static_cast<int>(x) + Shift(lane.request);
-                ASSERT_NEAR(lane.output->Luma()[24 * lane.output->Stride() + x], expected, 2)
-                    << "request " << lane.request << ", x " << x;
+                const int expected = Level(request) + border + static_cast<int>(x) + Shift(request);
+                ASSERT_NEAR(output.Luma()[24 * output.Stride() + x], expected, 2)
+                    << "request " << request << ", x " << x;
             }
         };
-        {
-            desk::PipelinedDriver driver(host_, *node, InFlight, Threads);
-            for (uint64_t request = 1; request <= Requests / 4; ++request) {
-                Lane& lane = lanes[request % InFlight];
-                check(lane);
-                lane.request = request;
-                lane.grid = Grid([&](int column, int row) {
-                    // Nothing changes but for the shift to the right.
-                    const auto at = [](uint32_t pixels, float fraction) {
-                        return static_cast<float>(pixels) * (fraction - 0.5F);
-                    };
-                    return GridPoint{
-                        at(sizes.input.width, static_cast<float>(column - 1) / desk::CellColumns) +
-                            static_cast<float>(Shift(request)),
-                        at(sizes.input.height, static_cast<float>(row - 1) / desk::CellRows)};
-                });
-                Fill(*lane.input, request);
-                lane.result = driver.Submit({request, &lane.grid, lane.input.get(), lane.output.get()});
+        desk::PipelinedDriver driver(host_, *node, InFlight, Threads);
+        for (uint64_t request = 1; request <= Requests / 4 + InFlight; ++request) {
+            const size_t lane = request % InFlight;
+            if (request > InFlight) {
+                check(request - InFlight);
             }
-        }
-        for (Lane& lane : lanes) {
-            check(lane);
+            if (request <= Requests / 4) {
+                grids[lane] = GridOf(sizes.input, request);
+                Fill(*ring.inputs[lane], request);
+                results[lane] = driver.Submit(ring.Frame(request, grids[lane]));
+            }
         }
         EXPECT_EQ(host_.Counters().gl->liveImages, 2 * InFlight);
     }

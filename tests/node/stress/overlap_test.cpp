@@ -1,32 +1,13 @@
 // Several requests in one node at a time, as a camera framework has them all day.
 
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
-#include <future>
-#include <mutex>
-#include <set>
-#include <thread>
 
-#include "desk/host/node_request.h"
-#include "desk/host/pipelined_driver.h"
-#include "tests/node/fakegl/fake_gl_fixture.h"
-
-namespace {
+#include "tests/node/stress/overlap.h"
 
 using namespace std::chrono_literals;
-
-constexpr size_t Threads = 8;
-
-/// Every request follows its reference directly, so none has to wait for its predecessor.
-uint64_t Predecessor(uint64_t requestId) {
-    return requestId - 1;
-}
-
-}  // namespace
 
 class Overlap : public FakeGlFixture {
 protected:
