@@ -58,8 +58,9 @@ TEST_F(Create, SaysWhatItDidPerVariant) {
             expected.insert(expected.begin() + 3, "I Initialize() " + p + "StreamTypePresent");
         }
         EXPECT_THAT(TakeLog(), ElementsAreArray(expected));
-        EXPECT_EQ(host_.Metadata().Get<uint32_t>(node->Session(), 0, desk::ExtraBuffersTag()).value_or(0),
-                  4U);
+        EXPECT_EQ(
+            host_.State().metadata.Get<uint32_t>(node->Session(), 0, desk::ExtraBuffersTag()).value_or(0),
+            4U);
     }
 }
 

@@ -18,7 +18,7 @@ protected:
         time.hours = 14;
         time.minutes = 5;
         time.seconds = 9;
-        host_.SetClock(time);
+        host_.State().clock = time;
         host_.SetDumps(true);
     }
     std::vector<std::string> Names() const {
@@ -53,7 +53,8 @@ TEST_F(Dumps, SwitchOnTheIntegerOne) {
     };
     for (const auto& row : rows) {
         for (const char* value : row.values) {
-            host_.Props().Set("persist.vendor.camera.enabledewarpdump", value);
+            host_.State().properties.With(
+                [&](auto& all) { all["persist.vendor.camera.enabledewarpdump"] = value; });
             host_.CreateNode(desk::Variant::RealTime);
             EXPECT_EQ(Names().size(), row.files) << '"' << value << '"';
             for (const std::string& name : Names()) {

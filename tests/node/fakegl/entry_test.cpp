@@ -13,7 +13,7 @@ TEST_F(Entry, FillsEightSlotsAndLeavesTheRest) {
     table.size = 216;
     table.majorVersion = 0;
     table.minorVersion = 7;
-    host_.Enter(&table);
+    host_.Callbacks().Enter(&table);
     EXPECT_EQ(table.minorVersion, 0U);
     EXPECT_EQ(table.size, 216U);
     const unsigned filled = 1U << 0 | 1U << 2 | 1U << 3 | 1U << 4 | 1U << 5 | 1U << 6 | 1U << 7 | 1U << 22;
@@ -38,16 +38,16 @@ TEST_F(Entry, LeavesARefusedTableAsItWas) {
         table.majorVersion = row.major;
         table.minorVersion = 7;
         const LumNodeCallbacks before = table;
-        host_.Enter(&table);
+        host_.Callbacks().Enter(&table);
         EXPECT_EQ(std::memcmp(&table, &before, sizeof(table)), 0);
         EXPECT_EQ(TakeLog().at(1), row.message);
     }
-    host_.Enter(nullptr);
+    host_.Callbacks().Enter(nullptr);
     EXPECT_EQ(TakeLog().at(1), "E LumNodeEntry() Invalid Argument: " + NullText());
 }
 
 TEST_F(Entry, EveryCallbackRefusesNullAndShortRecords) {
-    LumNodeCallbacks& node = host_.Callbacks();
+    using Node = desk::NodeGate;
     int handle = 0;
     const auto record = [&handle](auto empty, uint32_t size) {
         empty.size = size;
@@ -60,25 +60,25 @@ TEST_F(Entry, EveryCallbackRefusesNullAndShortRecords) {
     const auto refuse = [&](auto callback, auto empty, const std::string& name, const std::string& nullText,
                             const std::string& shortText) {
         using Record = decltype(empty);
-        EXPECT_EQ(callback(nullptr), 5U);
+        EXPECT_EQ((host_.Callbacks().*callback)(nullptr), 5U);
         Record shorter = record(empty, sizeof(Record) - 1);
         const Record before = shorter;
-        EXPECT_EQ(callback(&shorter), 1U);
+        EXPECT_EQ((host_.Callbacks().*callback)(&shorter), 1U);
         EXPECT_EQ(std::memcmp(&shorter, &before, sizeof(Record)), 0) << name;
         EXPECT_THAT(TakeLog(), ElementsAre("E " + name + "() " + nullText, "E " + name + "() " + shortText));
     };
     TakeLog();
-    refuse(node.GetCaps, LumNodeCapsInfo{}, "DewarpNodeGetCaps", "Invalid argument: pCapsInfo is NULL",
+    refuse(&Node::GetCaps, LumNodeCapsInfo{}, "DewarpNodeGetCaps", "Invalid argument: pCapsInfo is NULL",
            "LUMNODECAPSINFO is smaller than expected");
-    refuse(node.Create, LumNodeCreateInfo{}, "DewarpNodeCreate", "Invalid argument: pTagTypeInfo is NULL",
+    refuse(&Node::Create, LumNodeCreateInfo{}, "DewarpNodeCreate", "Invalid argument: pTagTypeInfo is NULL",
            "LUMNODECREATEINFO is smaller than expected");
-    refuse(node.Destroy, LumNodedestroyInfo{}, "DewarpNodeDestroy", "Invalid argument: pDestroyInfo is NULL",
-           "LUMNODEDESTROYINFO is smaller than expected");
-    refuse(node.QueryBufferInfo, LumNodeQueryBufferInfo{}, "DewarpNodeQueryBufferInfo", "Invalid argument",
+    refuse(&Node::Destroy, LumNodedestroyInfo{}, "DewarpNodeDestroy",
+           "Invalid argument: pDestroyInfo is NULL", "LUMNODEDESTROYINFO is smaller than expected");
+    refuse(&Node::QueryBufferInfo, LumNodeQueryBufferInfo{}, "DewarpNodeQueryBufferInfo", "Invalid argument",
            "LUMNODEQUERYBUFFERINFO is smaller than expected");
-    refuse(node.SetBufferInfo, LumNodeSetBufferPropertiesInfo{}, "DewarpNodeSetBufferInfo",
+    refuse(&Node::SetBufferInfo, LumNodeSetBufferPropertiesInfo{}, "DewarpNodeSetBufferInfo",
            "Invalid argument", "LUMNODESETBUFFERPROPERTIESINFO is smaller than expected");
-    refuse(node.ProcRequest, LumNodeProcessRequestInfo{}, "DewarpNodeProcRequest", "Invalid argument",
+    refuse(&Node::ProcRequest, LumNodeProcessRequestInfo{}, "DewarpNodeProcRequest", "Invalid argument",
            "LUMNODEPROCESSREQUESTINFO is smaller than expected");
 }
 

@@ -183,7 +183,7 @@ TEST_F(FrameCalls, ConvertFormatsOnceAndForAll) {
         info.pDependency = &dependency;
         info.inputCount = info.outputCount = 1;
         info.inputImageLists = info.outputImageLists = lists;
-        host_.Metadata().Set(node->Session(), 1, desk::GridTag(desk::Variant::RealTime), grid_);
+        host_.State().metadata.Set(node->Session(), 1, desk::GridTag(desk::Variant::RealTime), grid_);
         list.format = static_cast<LumFormat>(row.format);
         TakeLog();
         EXPECT_EQ(host_.Callbacks().ProcRequest(&info), 0U);

@@ -31,7 +31,7 @@ class Logs : public FakeGlFixture {
 protected:
     void Watch(uint32_t levels, bool isSystemOn) {
         host_.SetLogLevels(levels, isSystemOn);
-        host_.SetLogObserver([](const desk::LogRecord& record) {
+        host_.State().log.SetObserver([](const desk::LogRecord& record) {
             g_lines.push_back(record.levelWord + " " + record.levelLetter + " " + record.file + " " +
                               record.format);
         });
@@ -89,8 +89,8 @@ TEST_F(Logs, SayNothingOfRefusalsWhenSwitchedOff) {
         TakeLog();
         LumNodeCallbacks table = {};
         LumNodeCapsInfo caps = {};
-        host_.Enter(nullptr);
-        host_.Enter(&table);
+        host_.Callbacks().Enter(nullptr);
+        host_.Callbacks().Enter(&table);
         EXPECT_EQ(host_.Callbacks().GetCaps(nullptr), 5U);
         EXPECT_EQ(host_.Callbacks().GetCaps(&caps), 1U);
         EXPECT_EQ(TakeLog().size(), isOn ? 6U : 0U);
@@ -104,7 +104,7 @@ TEST_F(Logs, EvaluateArgumentsOncePerSink) {
     };
     Watch(1, true);
     std::vector<std::string> texts;
-    host_.SetLogObserver([&texts](const desk::LogRecord& record) { texts.push_back(record.text); });
+    host_.State().log.SetObserver([&texts](const desk::LogRecord& record) { texts.push_back(record.text); });
     EXPECT_THROW(host_.CreateNode(desk::Variant::RealTime), desk::NodeError);
     EXPECT_NE(g_lines.at(0).find("eglMakeCurrent failed with error code: 3002"), std::string::npos);
     EXPECT_EQ(texts.at(0), "[DEWARP_2] eglMakeCurrent failed with error code: 3000")

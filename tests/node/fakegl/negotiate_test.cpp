@@ -39,8 +39,8 @@ protected:
         return {input.inputBufferOption, output.outputBufferOption};
     }
     void SetMargin(float horizontal, float vertical) {
-        host_.Metadata().Set(node_->Session(), 0, desk::MarginTag(node_->Kind()),
-                             LumStabilizationMargin{horizontal, vertical});
+        host_.State().metadata.Set(node_->Session(), 0, desk::MarginTag(node_->Kind()),
+                                   LumStabilizationMargin{horizontal, vertical});
     }
 };
 
@@ -72,8 +72,8 @@ TEST_F(Negotiate, WidensTheInputByTheMargin) {
         EXPECT_EQ(answer.in.minHeight, 240U);
         EXPECT_EQ(answer.out.optimalWidth, row.optimal.width) << "the output side is copied as it is";
         EXPECT_EQ(answer.out.maxHeight, row.largest.height);
-        const auto dims = host_.Metadata().Get<LumStabilizedOutputDims>(node_->Session(), 0,
-                                                                        desk::OutputDimsTag(node_->Kind()));
+        const auto dims = host_.State().metadata.Get<LumStabilizedOutputDims>(
+            node_->Session(), 0, desk::OutputDimsTag(node_->Kind()));
         ASSERT_TRUE(dims.has_value());
         EXPECT_EQ(dims->width, row.optimal.width);
         EXPECT_EQ(dims->height, row.optimal.height);
@@ -118,7 +118,7 @@ TEST_F(Negotiate, GoesOnWithTheMarginItHolds) {
             FailService(service);
             EXPECT_EQ(Query({64, 48}, {64, 48}).in.optimalWidth, 80U) << service;
         }
-        host_.SetFault(nullptr);
+        host_.State().fault = nullptr;
         EXPECT_EQ(Query({64, 48}, {64, 48}).in.optimalWidth, 96U);
         node_.reset();
     }
@@ -131,9 +131,9 @@ TEST_F(Negotiate, AlignmentsGoOnFromPlaneToPlane) {
     FailService("GetAlignment");
     Answer answer = Query({64, 48}, {64, 48});
     EXPECT_EQ(answer.in.planeAlignment[0].strideAlignment, 0);
-    host_.SetFault([seen = 0](const desk::HostCall& call, uint32_t&) mutable {
+    host_.State().fault = [seen = 0](const desk::HostCall& call, uint32_t&) mutable {
         return call.service == "GetAlignment" && seen++ > 0;
-    });
+    };
     answer = Query({64, 48}, {64, 48});
     for (const LumAlignmentInfo& plane :
          {answer.in.planeAlignment[1], answer.out.planeAlignment[0], answer.out.planeAlignment[1]}) {

@@ -54,10 +54,10 @@ TEST_F(Request, FirstPassDeclaresWhatItWaitsFor) {
     for (const auto variant : {desk::Variant::RealTime, desk::Variant::LookAhead}) {
         MakeNode(variant);
         unsigned notices = 0;
-        host_.SetFault([&notices](const desk::HostCall& call, uint32_t&) {
+        host_.State().fault = [&notices](const desk::HostCall& call, uint32_t&) {
             notices += (call.service == "NotifyRequestDone") ? 1U : 0U;
             return call.service == "NotifyRequestDone";  // its failure changes nothing
-        });
+        };
         Raw raw = MakeRaw(1, 65536);  // only the low 16 bits tell the pass
         raw.inputs.resize(3, raw.inputs[0]);
         raw.inputs[1].pFenceSignaled = nullptr;
@@ -65,14 +65,14 @@ TEST_F(Request, FirstPassDeclaresWhatItWaitsFor) {
         EXPECT_EQ(raw.dependency.fenceCount, 2U);
         EXPECT_EQ(raw.dependency.pFenceHandles[1], raw.inputs[2].pFenceHandle);
         EXPECT_EQ(raw.dependency.propertyCount, 1U);
-        EXPECT_EQ(raw.dependency.propertyIds[0], host_.Tags().Id(desk::GridTag(variant)));
+        EXPECT_EQ(raw.dependency.propertyIds[0], host_.State().tags.Id(desk::GridTag(variant)));
         EXPECT_EQ(raw.dependency.processSequenceId, 1U);
         EXPECT_EQ(raw.dependency.inputBufferDependency, 1U);
         EXPECT_EQ(raw.dependency.hNodeSession, node_->Session());
         EXPECT_EQ(raw.dependency.processingDone, 0U);
         EXPECT_EQ(notices, variant == desk::Variant::LookAhead ? 1U : 0U);
         EXPECT_THAT(gl_->Take(), IsEmpty()) << "the first pass renders nothing";
-        host_.SetFault(nullptr);
+        host_.State().fault = nullptr;
         node_.reset();
     }
 }
@@ -150,7 +150,7 @@ TEST_F(Request, ThePreviewFlagCountsForTheTagIdOneOnly) {
     MakeNode();
     EXPECT_EQ(Frame(1), 0U);
     node_.reset();
-    host_.Tags().Pin(desk::PreviewTag(), 1);
+    host_.State().tags.Pin(desk::PreviewTag(), 1);
     const std::string v = "V IsPreviewStreamPresent() [DEWARP_2] ";
     const struct {
         int flag;  // -1: no payload
@@ -165,7 +165,8 @@ TEST_F(Request, ThePreviewFlagCountsForTheTagIdOneOnly) {
     for (const auto& row : rows) {
         MakeNode();
         if (row.flag >= 0) {
-            host_.Metadata().Set(node_->Session(), 1, desk::PreviewTag(), static_cast<uint8_t>(row.flag));
+            host_.State().metadata.Set(node_->Session(), 1, desk::PreviewTag(),
+                                       static_cast<uint8_t>(row.flag));
         }
         EXPECT_EQ(Frame(1), 0U);
         EXPECT_EQ(!gl_->Take().empty(), row.isRendered) << row.flag;
