@@ -21,11 +21,18 @@ constexpr const char* NameOf(Variant variant) {
 /// What fills the bytes of the host's records that a node has no business with.
 constexpr unsigned char HostPattern = 0xa5;
 
-/// A host record with its size set and everything else filled with the host's pattern.
+/// A host record filled with the host's pattern.
 template <typename Record>
-Record PatternedRecord() {
+Record Patterned() {
     Record record = {};
     std::memset(&record, HostPattern, sizeof(record));
+    return record;
+}
+
+/// The same with its size set.
+template <typename Record>
+Record PatternedRecord() {
+    auto record = Patterned<Record>();
     record.size = sizeof(record);
     return record;
 }

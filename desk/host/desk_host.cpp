@@ -3,7 +3,6 @@
 #include <dlfcn.h>
 #include <fmt/core.h>
 
-#include <cstdlib>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -18,31 +17,6 @@ namespace desk {
 namespace {
 
 constexpr const char* DumpProperty = "persist.vendor.camera.enabledewarpdump";
-
-// What the library's allocation imports are pointed at.
-int NodePosixMemalign(void** block, size_t alignment, size_t size) {
-    return HostServices::Current()->PosixMemalign(block, alignment, size);
-}
-
-void* NodeMalloc(size_t size) {
-    return HostServices::Current()->Malloc(size);
-}
-
-void NodeFree(void* block) {
-    // A library that stays loaded after its host frees what it holds when the process ends.
-    if (HostServices* services = HostServices::Current()) {
-        services->Free(block);
-    } else {
-        std::free(block);
-    }
-}
-
-std::unique_ptr<HostServices> MakeServices(const HostOptions& options) {
-    if (HostServices::Current() != nullptr) {
-        throw std::logic_error("another DeskHost exists in this process; only one may at a time");
-    }
-    return std::make_unique<HostServices>(options.log, options.systemLibraryDir, options.dumpDir);
-}
 
 void* LoadLibrary(const std::filesystem::path& file) {
     void* library = ::dlopen(std::filesystem::absolute(file).c_str(), RTLD_NOW | RTLD_LOCAL);
@@ -70,7 +44,7 @@ uint64_t CountBufferDescriptors() {
 
 DeskHost::DeskHost(HostOptions options)
     : options_(std::move(options)),
-      services_(MakeServices(options_)),
+      state_(options_.log, options_.systemLibraryDir, options_.dumpDir),
       library_(LoadLibrary(options_.nodeLibrary), &::dlclose) {
     SetLogLevels(options_.luxBits, options_.systemLog);
     const std::string name = options_.nodeLibrary.string();
@@ -82,8 +56,11 @@ DeskHost::DeskHost(HostOptions options)
                     {{"posix_memalign", reinterpret_cast<void*>(&NodePosixMemalign)},
                      {"malloc", reinterpret_cast<void*>(&NodeMalloc)},
                      {"free", reinterpret_cast<void*>(&NodeFree)}});
-    gate_ = std::make_unique<NodeGate>(*services_, entry);
-    uint32_t result = Callbacks().SetNodeInterface(&services_->Interface());
+    const auto contextIsCurrent = [this] {
+        return state_.libraries.GlCounters().value_or(DeskGlCounters{}).contextCurrent != 0;
+    };
+    state_.gate = std::make_unique<NodeGate>(state_.contract, state_.tags, contextIsCurrent, entry);
+    uint32_t result = Callbacks().SetNodeInterface(&state_.table);
     if (result != 0) {
         throw std::runtime_error(fmt::format("the node library {} does not take the host's services: {}",
                                              name, ResultText(result)));
@@ -100,51 +77,22 @@ DeskHost::DeskHost(HostOptions options)
 
 DeskHost::~DeskHost() {
     CheckTornDown();
-    services_->files.CloseAll();
-    services_->libraries.UnmapAll();
-}
-
-LumNodeCallbacks& DeskHost::Callbacks() {
-    return gate_->Callbacks();
-}
-
-void DeskHost::Enter(LumNodeCallbacks* callbacks) {
-    gate_->Enter(callbacks);
 }
 
 std::unique_ptr<DeskNode> DeskHost::CreateNode(Variant variant) {
     return std::make_unique<DeskNode>(*this, variant);
 }
 
-TagRegistry& DeskHost::Tags() {
-    return services_->tags;
-}
-
-MetadataStore& DeskHost::Metadata() {
-    return services_->metadata;
-}
-
-Properties& DeskHost::Props() {
-    return services_->properties;
-}
-
-Contract& DeskHost::Findings() {
-    return services_->contract;
-}
-
-NodeTable& DeskHost::Nodes() {
-    return gate_->Nodes();
-}
-
 HostCounters DeskHost::Counters() const {
     HostCounters counters;
-    counters.liveNodes = gate_->Nodes().Count();
-    counters.liveAllocations = services_->allocations.Live();
-    counters.totalAllocations = services_->allocations.Total();
-    counters.openFiles = services_->files.OpenCount();
-    counters.mappedLibraries = services_->libraries.MappedCount();
-    counters.liveBuffers = GrallocBuffer::LiveCount();
-    counters.gl = services_->libraries.GlCounters();
+    counters.liveNodes = state_.gate->LiveNodes();
+    state_.memory.With([&](const Blocks& blocks) {
+        counters.liveAllocations = blocks.live.size();
+        counters.totalAllocations = blocks.total;
+    });
+    counters.openFiles = state_.files.Count();
+    counters.mappedLibraries = state_.libraries.Count();
+    counters.gl = state_.libraries.GlCounters();
     return counters;
 }
 
@@ -158,29 +106,13 @@ void DeskHost::SetDumps(bool on) {
         throw std::runtime_error(fmt::format("dumps cannot be switched on: the folder \"{}\" does not exist",
                                              options_.dumpDir.string()));
     }
-    Props().Set(DumpProperty, on ? "1" : "0");
-}
-
-void DeskHost::SetClock(std::optional<LUMDateTime> clock) {
-    services_->clock = clock;
-}
-
-void DeskHost::SetLibraries(LibraryProvider* provider) {
-    services_->libraries.SetProvider(provider);
-}
-
-void DeskHost::SetLogObserver(std::function<void(const LogRecord&)> observer) {
-    services_->log.SetObserver(std::move(observer));
-}
-
-void DeskHost::SetFault(Fault fault) {
-    services_->fault = std::move(fault);
+    state_.properties.With([on](auto& all) { all[DumpProperty] = on ? "1" : "0"; });
 }
 
 void DeskHost::CheckTornDown() {
     const HostCounters now = Counters();
     const DeskGlCounters gl = now.gl.value_or(DeskGlCounters{});
-    const DeskGlCounters before = services_->libraries.GlBaseline();
+    const DeskGlCounters before = state_.libraries.GlBaseline();
     const struct {
         const char* what;
         uint64_t count;
@@ -198,8 +130,9 @@ void DeskHost::CheckTornDown() {
     };
     for (const auto& left : leftovers) {
         if (left.count != left.expected) {
-            Findings().Report(fmt::format("after the last node is gone the process holds {} {}; expected {}",
-                                          left.count, left.what, left.expected));
+            state_.contract.Report(
+                fmt::format("after the last node is gone the process holds {} {}; expected {}", left.count,
+                            left.what, left.expected));
         }
     }
 }

@@ -8,7 +8,7 @@
 
 #include "desk/abi/node_types.h"
 #include "desk/host/rules/node_gate.h"
-#include "desk/host/services/host_services.h"
+#include "desk/host/services/host_state.h"
 
 namespace desk {
 
@@ -30,7 +30,6 @@ struct HostCounters {
     uint64_t totalAllocations = 0;  ///< since the library was loaded
     uint64_t openFiles = 0;
     uint64_t mappedLibraries = 0;      ///< mappings made and not undone
-    uint64_t liveBuffers = 0;          ///< gralloc buffers of the process, made by the desk
     std::optional<DeskGlCounters> gl;  ///< what the desk's GL libraries count; empty with any others
 };
 
@@ -51,17 +50,16 @@ public:
     DeskHost& operator=(const DeskHost&) = delete;
 
     /// The library's callbacks, each entered through the host so that its rules are watched.
-    LumNodeCallbacks& Callbacks();
-    /// Calls LumNodeEntry of the library once more.
-    void Enter(LumNodeCallbacks* callbacks);
+    NodeGate& Callbacks() {
+        return *state_.gate;
+    }
+    /// What the host knows and does for its nodes.
+    HostState& State() {
+        return state_;
+    }
     /// Throws NodeError when the library refuses.
     std::unique_ptr<DeskNode> CreateNode(Variant variant);
 
-    TagRegistry& Tags();
-    MetadataStore& Metadata();
-    Properties& Props();
-    Contract& Findings();
-    NodeTable& Nodes();
     HostCounters Counters() const;
 
     /// g_enableLuxLogs and g_enableSystemLog.
@@ -69,25 +67,14 @@ public:
     /// The property that switches the dump files of nodes created from now on. Throws std::runtime_error
     /// when the dump folder does not exist.
     void SetDumps(bool on);
-    /// A fixed GetDateTime; the local time when empty.
-    void SetClock(std::optional<LUMDateTime> clock);
-    /// Other libraries than those of systemLibraryDir; null for these. Must outlive its use.
-    void SetLibraries(LibraryProvider* provider);
-    /// Sees every line that the library logs, whatever thread it comes from, one at a time.
-    void SetLogObserver(std::function<void(const LogRecord&)> observer);
-    /// Makes services fail; null for no fault.
-    void SetFault(Fault fault);
-
     /// Reports as findings what is left of the library's doing although no node lives: allocations,
     /// mapped libraries, open files, GL images and contexts, descriptors of the desk's memory.
     void CheckTornDown();
 
 private:
     HostOptions options_;
-    // Torn down from the last to the first: the library is unloaded while its services still exist.
-    std::unique_ptr<HostServices> services_;
-    std::unique_ptr<void, int (*)(void*)> library_;
-    std::unique_ptr<NodeGate> gate_;
+    HostState state_;
+    std::unique_ptr<void, int (*)(void*)> library_;  // unloaded while its services still exist
 };
 
 }  // namespace desk

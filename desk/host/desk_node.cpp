@@ -3,7 +3,7 @@
 #include <fmt/core.h>
 
 #include <atomic>
-#include <cstring>
+#include <map>
 #include <utility>
 
 #include "desk/host/desk_host.h"
@@ -13,19 +13,9 @@
 namespace desk {
 namespace {
 
-LumNodeBufferRequirement RequirementOf(Size size) {
-    LumNodeBufferRequirement requirement = {};
-    std::memset(&requirement, HostPattern, sizeof(requirement));
-    requirement.minWidth = requirement.maxWidth = requirement.optimalWidth = size.width;
-    requirement.minHeight = requirement.maxHeight = requirement.optimalHeight = size.height;
-    requirement.format = LumFormatNv12;
-    return requirement;
-}
-
 /// What the node has to fill, with only the format given.
 LumNodeBufferRequirement OpenRequirement() {
-    LumNodeBufferRequirement requirement = {};
-    std::memset(&requirement, HostPattern, sizeof(requirement));
+    auto requirement = Patterned<LumNodeBufferRequirement>();
     requirement.format = LumFormatNv12;
     return requirement;
 }
@@ -41,29 +31,18 @@ void ThrowIfFailed(uint32_t result, const std::string& what) {
 NodeError::NodeError(const std::string& what, uint32_t result)
     : std::runtime_error(what + ": " + ResultText(result)), result_(result) {}
 
-uint32_t NodeError::Result() const {
-    return result_;
-}
-
 std::string ResultText(uint32_t result) {
-    switch (result) {
-        case LumResultSuccess:
-            return "result 0, success";
-        case LumResultFailure:
-            return "result 1, failure";
-        case LumResultUnsupported:
-            return "result 2, unsupported capabilities";
-        case LumResultInvalidArgument:
-            return "result 5, invalid argument";
-        case LumResultLibraryFailure:
-            return "result 6, a GL or EGL library failed to load";
-        case LumResultNoMemory:
-            return "result 8, out of memory";
-        case LumResultEntryPointFailure:
-            return "result 15, the GL and EGL entry points failed to initialise";
-        default:
-            return fmt::format("result {}", result);
-    }
+    static const std::map<uint32_t, const char*> words = {
+        {LumResultSuccess, "success"},
+        {LumResultFailure, "failure"},
+        {LumResultUnsupported, "unsupported capabilities"},
+        {LumResultInvalidArgument, "invalid argument"},
+        {LumResultLibraryFailure, "a GL or EGL library failed to load"},
+        {LumResultNoMemory, "out of memory"},
+        {LumResultEntryPointFailure, "the GL and EGL entry points failed to initialise"}};
+    const auto known = words.find(result);
+    return fmt::format("result {}", result) +
+           (known != words.end() ? fmt::format(", {}", known->second) : "");
 }
 
 DeskNode::DeskNode(DeskHost& host, Variant variant) : host_(host), variant_(variant) {
@@ -88,16 +67,17 @@ DeskNode::~DeskNode() {
         try {
             Destroy();
         } catch (const NodeError& error) {
-            host_.Findings().Report(error.what());
+            host_.State().contract.Report(error.what());
         }
     }
 }
 
 Negotiated DeskNode::Negotiate(Size output, Margin margin) {
-    host_.Metadata().Set(Session(), 0, MarginTag(variant_), margin);
-    const LumNodeBufferRequirement downstream = RequirementOf(output);
-    LumOutputPortQueryInfo outputPort = {};
-    std::memset(&outputPort, HostPattern, sizeof(outputPort));
+    host_.State().metadata.Set(Session(), 0, MarginTag(variant_), margin);
+    LumNodeBufferRequirement downstream = OpenRequirement();
+    downstream.minWidth = downstream.maxWidth = downstream.optimalWidth = output.width;
+    downstream.minHeight = downstream.maxHeight = downstream.optimalHeight = output.height;
+    auto outputPort = Patterned<LumOutputPortQueryInfo>();
     outputPort.outputPortId = 0;
     outputPort.pDownstreamRequirement = &downstream;
     outputPort.outputBufferOption = OpenRequirement();
@@ -118,7 +98,8 @@ Negotiated DeskNode::Negotiate(Size output, Margin margin) {
     ThrowIfFailed(host_.Callbacks().SetBufferInfo(&properties),
                   "the node does not take its buffer properties");
 
-    const auto dims = host_.Metadata().Get<LumStabilizedOutputDims>(Session(), 0, OutputDimsTag(variant_));
+    const auto dims =
+        host_.State().metadata.Get<LumStabilizedOutputDims>(Session(), 0, OutputDimsTag(variant_));
     negotiated_ = {{in.optimalWidth, in.optimalHeight},
                    {out.optimalWidth, out.optimalHeight},
                    {in.planeAlignment[0], in.planeAlignment[1]},
@@ -154,7 +135,7 @@ void DeskNode::SetReferenceRequest(ReferenceRequest reference) {
     if (handle_ == nullptr) {
         throw std::logic_error("a destroyed node has no reference request");
     }
-    host_.Nodes().Find(handle_)->reference = std::move(reference);
+    host_.State().gate->Find(handle_)->reference = std::move(reference);
 }
 
 void DeskNode::Destroy() {
@@ -162,21 +143,8 @@ void DeskNode::Destroy() {
     info.hNodeSession = handle_;
     ThrowIfFailed(host_.Callbacks().Destroy(&info), "the node cannot be destroyed");
     handle_ = nullptr;
-    host_.Metadata().RemoveSession(Session());
+    host_.State().metadata.RemoveSession(Session());
     buffers_.clear();
-}
-
-Variant DeskNode::Kind() const {
-    return variant_;
-}
-
-void* DeskNode::Handle() const {
-    return handle_;
-}
-
-void* DeskNode::Session() const {
-    // Opaque to the node: any address that no other node has will do.
-    return const_cast<DeskNode*>(this);
 }
 
 }  // namespace desk

@@ -19,7 +19,9 @@ class DeskHost;
 class NodeError : public std::runtime_error {
 public:
     NodeError(const std::string& what, uint32_t result);
-    uint32_t Result() const;
+    uint32_t Result() const {
+        return result_;
+    }
 
 private:
     uint32_t result_;
@@ -72,9 +74,17 @@ public:
     /// Throws NodeError when the callback fails. Once only.
     void Destroy();
 
-    Variant Kind() const;
-    void* Handle() const;   ///< the node's own handle; null once destroyed
-    void* Session() const;  ///< the host session it was created with
+    Variant Kind() const {
+        return variant_;
+    }
+    /// The node's own handle; null once destroyed.
+    void* Handle() const {
+        return handle_;
+    }
+    /// The host session it was created with. Opaque to the node: any address that no other node has will do.
+    void* Session() const {
+        return const_cast<DeskNode*>(this);
+    }
 
 private:
     std::shared_ptr<GrallocBuffer> Allocate(Size size, const Alignment& alignment);

@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <cstring>
 #include <new>
 #include <stdexcept>
 #include <system_error>
@@ -127,41 +126,8 @@ int GrallocBuffer::PixelFd() const {
     return handle_->data[GrallocPixelFd];
 }
 
-uint32_t GrallocBuffer::Width() const {
-    return size_.width;
-}
-
-uint32_t GrallocBuffer::Height() const {
-    return size_.height;
-}
-
-uint32_t GrallocBuffer::Stride() const {
-    return stride_;
-}
-
-uint32_t GrallocBuffer::Scanline() const {
-    return scanline_;
-}
-
-size_t GrallocBuffer::ByteSize() const {
-    return size_t{stride_} * scanline_ * 3 / 2;
-}
-
-uint8_t* GrallocBuffer::Luma() {
-    return pixels_;
-}
-
-uint8_t* GrallocBuffer::Chroma() {
-    return pixels_ + size_t{stride_} * scanline_;
-}
-
-native_handle* GrallocBuffer::Handle() {
-    return handle_;
-}
-
 LumImageList GrallocBuffer::ImageList() {
-    LumImageList list = {};
-    std::memset(&list, HostPattern, sizeof(list));
+    auto list = Patterned<LumImageList>();
     list.format = LumFormatNv12;
     list.width = size_.width;
     list.height = size_.height;

@@ -25,14 +25,30 @@ public:
     GrallocBuffer(const GrallocBuffer&) = delete;
     GrallocBuffer& operator=(const GrallocBuffer&) = delete;
 
-    uint32_t Width() const;
-    uint32_t Height() const;
-    uint32_t Stride() const;    ///< bytes, of both planes
-    uint32_t Scanline() const;  ///< lines of the luma plane
-    size_t ByteSize() const;    ///< of the pixels: stride * scanline * 3 / 2
-    uint8_t* Luma();
-    uint8_t* Chroma();
-    native_handle* Handle();
+    uint32_t Width() const {
+        return size_.width;
+    }
+    uint32_t Height() const {
+        return size_.height;
+    }
+    uint32_t Stride() const {  ///< bytes, of both planes
+        return stride_;
+    }
+    uint32_t Scanline() const {  ///< lines of the luma plane
+        return scanline_;
+    }
+    size_t ByteSize() const {  ///< of the pixels: stride * scanline * 3 / 2
+        return size_t{stride_} * scanline_ * 3 / 2;
+    }
+    uint8_t* Luma() {
+        return pixels_;
+    }
+    uint8_t* Chroma() {
+        return pixels_ + size_t{stride_} * scanline_;
+    }
+    native_handle* Handle() {
+        return handle_;
+    }
 
     /// Moves the CPU mapping: the same fd then comes with another pAddr, as when a descriptor is reused.
     void Remap();

@@ -1,7 +1,5 @@
 #include "desk/host/node_request.h"
 
-#include <cstring>
-
 #include "desk/host/desk_host.h"
 #include "desk/host/desk_node.h"
 #include "host/lumresult.h"
@@ -14,9 +12,9 @@ NodeRequest::NodeRequest(DeskHost& host, const DeskNode& node, const NodeFrame& 
       frame_(frame),
       inputList_(frame.input->ImageList()),
       outputList_(frame.output->ImageList()),
+      // A host reuses its dependency records: whatever the last request left is still in this one.
+      dependency_(Patterned<LumDependencyInfo>()),
       info_(PatternedRecord<LumNodeProcessRequestInfo>()) {
-    // A host reuses its dependency records: whatever the last request left is still in this one.
-    std::memset(&dependency_, HostPattern, sizeof(dependency_));
     dependency_.processSequenceId = 0;
     dependency_.sequentialExecution = 0;
     dependency_.processingDone = 0;
@@ -33,7 +31,7 @@ NodeRequest::NodeRequest(DeskHost& host, const DeskNode& node, const NodeFrame& 
 uint32_t NodeRequest::FirstPass() {
     const uint32_t result = host_.Callbacks().ProcRequest(&info_);
     if (result == LumResultSuccess && frame_.grid != nullptr) {
-        host_.Metadata().Set(node_.Session(), frame_.requestId, GridTag(node_.Kind()), *frame_.grid);
+        host_.State().metadata.Set(node_.Session(), frame_.requestId, GridTag(node_.Kind()), *frame_.grid);
     }
     return result;
 }
@@ -44,7 +42,7 @@ bool NodeRequest::IsSequential() const {
 
 uint32_t NodeRequest::SecondPass() {
     const uint32_t result = host_.Callbacks().ProcRequest(&info_);
-    host_.Metadata().Remove(node_.Session(), frame_.requestId, GridTag(node_.Kind()));
+    host_.State().metadata.Remove(node_.Session(), frame_.requestId, GridTag(node_.Kind()));
     return result;
 }
 

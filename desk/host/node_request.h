@@ -43,7 +43,7 @@ private:
     LumImageList outputList_;
     LumImageList* inputs_[1] = {&inputList_};
     LumImageList* outputs_[1] = {&outputList_};
-    LumDependencyInfo dependency_ = {};
+    LumDependencyInfo dependency_;
     LumNodeProcessRequestInfo info_;
 };
 

@@ -266,7 +266,7 @@ ExitCode Pipeline::Finish() {
     if (dumps_) {
         RequireWholeDumps(*dumps_, Shown());
     }
-    results_.findings = host_.Findings().List();
+    results_.findings = host_.State().contract.List();
     const auto margin = [](double most, int input, int output) -> Json {
         return {{"pixels_on_a_side", (input - output) / 2.0},
                 {"most_used", most},

@@ -37,21 +37,21 @@ std::string NullText() {
 
 NodeFixture::NodeFixture(desk::LibraryProvider* libraries)
     : dumpDir_(MakeFolder()), host_(OptionsFor(dumpDir_)) {
-    host_.SetLibraries(libraries);
+    host_.State().libraries.SetProvider(libraries);
     host_.SetLogLevels(AllLevels, false);
-    host_.SetLogObserver([this](const desk::LogRecord& record) {
+    host_.State().log.SetObserver([this](const desk::LogRecord& record) {
         const std::lock_guard<std::mutex> lock(mutex_);
         log_.push_back(fmt::format("{} {}() {}", record.levelLetter, record.function, record.text));
     });
 }
 
 void NodeFixture::TearDown() {
-    host_.SetFault(nullptr);
+    host_.State().fault = nullptr;
     if (!expectFindings_) {
         host_.CheckTornDown();
-        EXPECT_THAT(host_.Findings().List(), ::testing::IsEmpty());
+        EXPECT_THAT(host_.State().contract.List(), ::testing::IsEmpty());
     }
-    host_.SetLogObserver(nullptr);
+    host_.State().log.SetObserver(nullptr);
     std::filesystem::remove_all(dumpDir_);
 }
 
@@ -82,8 +82,8 @@ std::vector<std::string> NodeFixture::DumpLines(const std::string& kind) const {
 }
 
 void NodeFixture::FailService(const std::string& service) {
-    host_.SetFault([service](const desk::HostCall& call, uint32_t& result) {
+    host_.State().fault = [service](const desk::HostCall& call, uint32_t& result) {
         result = 4;
         return call.service == service;
-    });
+    };
 }

@@ -1,30 +1,27 @@
 #include "desk/host/rules/contract.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace desk {
 
-Contract::Contract(LogSink& log) : log_(log) {}
+Contract::Contract(std::function<void(const std::string&)> tell) : tell_(std::move(tell)) {}
 
 void Contract::Report(const std::string& sentence) {
-    {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        if (std::find(sentences_.begin(), sentences_.end(), sentence) != sentences_.end()) {
-            return;
+    const bool isNew = sentences_.With([&](auto& sentences) {
+        const bool isKnown = std::find(sentences.begin(), sentences.end(), sentence) != sentences.end();
+        if (!isKnown) {
+            sentences.push_back(sentence);
         }
-        sentences_.push_back(sentence);
+        return !isKnown;
+    });
+    if (isNew) {
+        tell_(sentence);
     }
-    log_.WriteOwn("finding: " + sentence);
 }
 
 std::vector<std::string> Contract::List() const {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    return sentences_;
-}
-
-bool Contract::Empty() const {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    return sentences_.empty();
+    return sentences_.With([](const auto& sentences) { return sentences; });
 }
 
 }  // namespace desk

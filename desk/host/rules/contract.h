@@ -2,22 +2,22 @@
 
 #include <fmt/core.h>
 
-#include <mutex>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "desk/base/guarded.h"
 #include "desk/host/rules/node_call.h"
-#include "desk/host/services/log_sink.h"
 
 namespace desk {
 
 /// The rules between host and node, and which of them were broken: one sentence per broken rule. A
-/// sentence is kept and logged once, however often its rule is broken in the same way. Thread safe.
+/// sentence is kept and told once, however often its rule is broken in the same way. Thread safe.
 class Contract {
 public:
-    /// `log` must outlive the contract.
-    explicit Contract(LogSink& log);
+    /// `tell` hears every sentence that is kept, on the thread whose call broke the rule.
+    explicit Contract(std::function<void(const std::string&)> tell);
 
     /// Records a finding of the host's own.
     void Report(const std::string& sentence);
@@ -34,12 +34,10 @@ public:
     }
 
     std::vector<std::string> List() const;
-    bool Empty() const;
 
 private:
-    mutable std::mutex mutex_;
-    std::vector<std::string> sentences_;
-    LogSink& log_;
+    Guarded<std::vector<std::string>> sentences_;
+    const std::function<void(const std::string&)> tell_;
 };
 
 }  // namespace desk

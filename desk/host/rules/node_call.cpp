@@ -7,33 +7,18 @@ namespace {
 
 thread_local NodeCall currentCall;
 
-const char* NameOf(Phase phase) {
-    switch (phase) {
-        case PhaseOutside:
-            return "outside of every callback";
-        case PhaseEntry:
-            return "in LumNodeEntry";
-        case PhaseInterface:
-            return "in SetNodeInterface";
-        case PhaseCaps:
-            return "in GetCaps";
-        case PhaseCreate:
-            return "in its creation";
-        case PhaseQuery:
-            return "in QueryBufferInfo";
-        case PhaseSetBuffer:
-            return "in SetBufferInfo";
-        case PhaseFirstPass:
-            return "in the first pass";
-        case PhaseSecondPass:
-            return "in the second pass";
-        case PhaseDestroy:
-            return "in its destruction";
-        case PhaseRefusal:
-            return "in a call that it has to refuse";
-    }
-    return "in an unknown phase";
-}
+/// One per bit of Phase, in its order.
+constexpr const char* PhaseNames[] = {"outside of every callback",
+                                      "in LumNodeEntry",
+                                      "in SetNodeInterface",
+                                      "in GetCaps",
+                                      "in its creation",
+                                      "in QueryBufferInfo",
+                                      "in SetBufferInfo",
+                                      "in the first pass",
+                                      "in the second pass",
+                                      "in its destruction",
+                                      "in a call that it has to refuse"};
 
 }  // namespace
 
@@ -52,10 +37,9 @@ NodeCallScope::~NodeCallScope() {
 std::string Describe(const NodeCall& call) {
     std::string text = "the library";
     if (call.node != nullptr) {
-        text =
-            call.node->variant ? fmt::format("the {} node", desk::NameOf(*call.node->variant)) : "the node";
+        text = call.node->variant ? fmt::format("the {} node", NameOf(*call.node->variant)) : "the node";
     }
-    text += fmt::format(" {}", NameOf(call.phase));
+    text += fmt::format(" {}", PhaseNames[__builtin_ctz(call.phase)]);
     if ((call.phase & (PhaseFirstPass | PhaseSecondPass)) != 0) {
         text += fmt::format(" of request {}", call.requestId);
     }

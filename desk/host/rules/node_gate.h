@@ -1,28 +1,16 @@
 #pragma once
 
+#include <cstddef>
+#include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 
+#include "desk/base/guarded.h"
 #include "desk/host/rules/contract.h"
-#include "desk/host/services/host_services.h"
+#include "desk/host/rules/tag_registry.h"
 #include "host/lumnode.h"
 
 namespace desk {
-
-/// The nodes that live. Thread safe.
-class NodeTable {
-public:
-    void Add(std::shared_ptr<NodeState> node);
-    void Remove(void* handle);
-    /// Null when no such node lives.
-    std::shared_ptr<NodeState> Find(void* handle) const;
-    size_t Count() const;
-
-private:
-    mutable std::mutex mutex_;
-    std::map<void*, std::shared_ptr<NodeState>> nodes_;
-};
 
 /// The way into the library: every callback is called with its phase marked on the thread, and what it
 /// did to the host's records and to the thread is compared with the rules afterwards. Requests of one node
@@ -32,18 +20,21 @@ class NodeGate {
 public:
     using Entry = void (*)(LumNodeCallbacks*);
 
-    /// Calls the library's entry point. Throws std::runtime_error when it leaves a callback out.
-    NodeGate(HostServices& services, Entry entry);
-    ~NodeGate();
+    /// Calls the library's entry point. `contextIsCurrent` tells whether the calling thread has a GL context
+    /// current. Throws std::runtime_error when the library leaves a callback out.
+    NodeGate(Contract& contract, const TagRegistry& tags, std::function<bool()> contextIsCurrent,
+             Entry entry);
     NodeGate(const NodeGate&) = delete;
     NodeGate& operator=(const NodeGate&) = delete;
 
+    /// Calls the library's entry point once more.
     void Enter(LumNodeCallbacks* callbacks);
-    LumNodeCallbacks& Callbacks();
-    NodeTable& Nodes();
+    /// Null when no such node lives.
+    std::shared_ptr<NodeState> Find(void* handle) const;
+    size_t LiveNodes() const;
 
-    // The callbacks, as the table's functions reach them. A record too small to be read is passed on
-    // unread: the library has to refuse it.
+    // The library's callbacks. A record too small to be read is passed on unread: the library has to
+    // refuse it.
     uint32_t GetCaps(LumNodeCapsInfo* info);
     uint32_t Create(LumNodeCreateInfo* info);
     uint32_t Destroy(LumNodedestroyInfo* info);
@@ -60,14 +51,14 @@ private:
     /// The same for a callback of the node that `Lock` lets in beside what else is in it.
     template <typename Lock, typename Callback>
     uint32_t RunIn(const NodeCall& call, Callback&& callback);
-    void CheckTable(const LumNodeCallbacks& offered) const;
+    void Keep(const std::shared_ptr<NodeState>& node);
 
-    HostServices& services_;
     Contract& contract_;
-    Entry entry_;
-    LumNodeCallbacks library_ = {};  // what the library filled
-    LumNodeCallbacks entered_ = {};  // the same table, entered through the gate
-    NodeTable nodes_;
+    const TagRegistry& tags_;
+    const std::function<bool()> contextIsCurrent_;
+    const Entry entry_;
+    LumNodeCallbacks library_;
+    Guarded<std::map<void*, std::shared_ptr<NodeState>>> nodes_;
 };
 
 }  // namespace desk

@@ -10,49 +10,37 @@ namespace desk {
 #define DESK_FIELD(record, field) \
     { #field, offsetof(record, field), sizeof(record::field) }
 
-const std::vector<RecordField>& CreateFields() {
-    static const std::vector<RecordField> fields = {
-        DESK_FIELD(LumNodeCreateInfo, hSession),  DESK_FIELD(LumNodeCreateInfo, phNodeSession),
-        DESK_FIELD(LumNodeCreateInfo, nodeId),    DESK_FIELD(LumNodeCreateInfo, nodeCaps),
-        DESK_FIELD(LumNodeCreateInfo, nodeFlags), DESK_FIELD(LumNodeCreateInfo, instanceId),
-    };
-    return fields;
-}
+const std::initializer_list<RecordField> CreateFields = {
+    DESK_FIELD(LumNodeCreateInfo, hSession),  DESK_FIELD(LumNodeCreateInfo, phNodeSession),
+    DESK_FIELD(LumNodeCreateInfo, nodeId),    DESK_FIELD(LumNodeCreateInfo, nodeCaps),
+    DESK_FIELD(LumNodeCreateInfo, nodeFlags), DESK_FIELD(LumNodeCreateInfo, instanceId),
+};
 
-const std::vector<RecordField>& RequestFields() {
-    static const std::vector<RecordField> fields = {
-        DESK_FIELD(LumNodeProcessRequestInfo, requestId),
-        DESK_FIELD(LumNodeProcessRequestInfo, pDependency),
-        DESK_FIELD(LumNodeProcessRequestInfo, inputCount),
-        DESK_FIELD(LumNodeProcessRequestInfo, inputImageLists),
-        DESK_FIELD(LumNodeProcessRequestInfo, outputCount),
-        DESK_FIELD(LumNodeProcessRequestInfo, outputImageLists),
-        DESK_FIELD(LumNodeProcessRequestInfo, lookAheadComplete),
-    };
-    return fields;
-}
+const std::initializer_list<RecordField> RequestFields = {
+    DESK_FIELD(LumNodeProcessRequestInfo, requestId),
+    DESK_FIELD(LumNodeProcessRequestInfo, pDependency),
+    DESK_FIELD(LumNodeProcessRequestInfo, inputCount),
+    DESK_FIELD(LumNodeProcessRequestInfo, inputImageLists),
+    DESK_FIELD(LumNodeProcessRequestInfo, outputCount),
+    DESK_FIELD(LumNodeProcessRequestInfo, outputImageLists),
+    DESK_FIELD(LumNodeProcessRequestInfo, lookAheadComplete),
+};
 
-const std::vector<RecordField>& DependencyFields() {
-    static const std::vector<RecordField> fields = {
-        DESK_FIELD(LumDependencyInfo, hNodeSession),          DESK_FIELD(LumDependencyInfo, propertyCount),
-        DESK_FIELD(LumDependencyInfo, propertyIds),           DESK_FIELD(LumDependencyInfo, propertyOffsets),
-        DESK_FIELD(LumDependencyInfo, processSequenceId),     DESK_FIELD(LumDependencyInfo, pFenceHandles),
-        DESK_FIELD(LumDependencyInfo, pFenceSignaled),        DESK_FIELD(LumDependencyInfo, fenceCount),
-        DESK_FIELD(LumDependencyInfo, sequentialExecution),   DESK_FIELD(LumDependencyInfo, processingDone),
-        DESK_FIELD(LumDependencyInfo, inputBufferDependency),
-    };
-    return fields;
-}
+const std::initializer_list<RecordField> DependencyFields = {
+    DESK_FIELD(LumDependencyInfo, hNodeSession),          DESK_FIELD(LumDependencyInfo, propertyCount),
+    DESK_FIELD(LumDependencyInfo, propertyIds),           DESK_FIELD(LumDependencyInfo, propertyOffsets),
+    DESK_FIELD(LumDependencyInfo, processSequenceId),     DESK_FIELD(LumDependencyInfo, pFenceHandles),
+    DESK_FIELD(LumDependencyInfo, pFenceSignaled),        DESK_FIELD(LumDependencyInfo, fenceCount),
+    DESK_FIELD(LumDependencyInfo, sequentialExecution),   DESK_FIELD(LumDependencyInfo, processingDone),
+    DESK_FIELD(LumDependencyInfo, inputBufferDependency),
+};
 
-const std::vector<RecordField>& ImageListFields() {
-    static const std::vector<RecordField> fields = {
-        DESK_FIELD(LumImageList, format),       DESK_FIELD(LumImageList, width),
-        DESK_FIELD(LumImageList, height),       DESK_FIELD(LumImageList, stride),
-        DESK_FIELD(LumImageList, scanline),     DESK_FIELD(LumImageList, firstImage),
-        DESK_FIELD(LumImageList, pFenceHandle), DESK_FIELD(LumImageList, pFenceSignaled),
-    };
-    return fields;
-}
+const std::initializer_list<RecordField> ImageListFields = {
+    DESK_FIELD(LumImageList, format),       DESK_FIELD(LumImageList, width),
+    DESK_FIELD(LumImageList, height),       DESK_FIELD(LumImageList, stride),
+    DESK_FIELD(LumImageList, scanline),     DESK_FIELD(LumImageList, firstImage),
+    DESK_FIELD(LumImageList, pFenceHandle), DESK_FIELD(LumImageList, pFenceSignaled),
+};
 
 #undef DESK_FIELD
 
@@ -75,8 +63,8 @@ uint64_t ValueAt(const void* record, size_t offset, size_t size) {
 
 }  // namespace
 
-void RequireRecord(Contract& contract, const char* record, const std::vector<RecordField>& fields,
-                   const void* expected, const void* actual, size_t size) {
+void RequireBytes(Contract& contract, const char* record, std::initializer_list<RecordField> fields,
+                  const void* expected, const void* actual, size_t size) {
     if (std::memcmp(expected, actual, size) == 0) {
         return;
     }
@@ -96,15 +84,14 @@ void RequireRecord(Contract& contract, const char* record, const std::vector<Rec
     contract.Require(false, "changed byte {} of {}, which belongs to the host", offset, record);
 }
 
-CreateWatch::CreateWatch(const LumNodeCreateInfo& info) : info_(info), expected_(info) {}
-
-void CreateWatch::Check(Contract& contract, uint32_t result) const {
+void CheckCreation(Contract& contract, const LumNodeCreateInfo& before, const LumNodeCreateInfo& after,
+                   uint32_t result) {
     constexpr uint32_t NodeFlags = 0x20 | 0x40;
-    LumNodeCreateInfo expected = expected_;
-    expected.phNodeSession = info_.phNodeSession;
+    LumNodeCreateInfo expected = before;
+    expected.phNodeSession = after.phNodeSession;
     // A creation may fail before or after it has set its flags.
-    expected.nodeFlags = result == 0 ? expected_.nodeFlags | NodeFlags : info_.nodeFlags;
-    RequireRecord(contract, "LumNodeCreateInfo", CreateFields(), &expected, &info_, sizeof(expected));
+    expected.nodeFlags = result == 0 ? before.nodeFlags | NodeFlags : after.nodeFlags;
+    RequireRecord(contract, "LumNodeCreateInfo", CreateFields, expected, after);
 }
 
 QueryWatch::QueryWatch(const LumNodeQueryBufferInfo& info) : info_(info), expected_(info) {
@@ -125,16 +112,16 @@ void QueryWatch::Check(Contract& contract) {
         std::copy(before.planeAlignment + 2, before.planeAlignment + LumMaxPlanes,
                   expected.planeAlignment + 2);
     };
-    RequireRecord(contract, "LumNodeQueryBufferInfo", {}, &expected_, &info_, sizeof(info_));
+    RequireRecord(contract, "LumNodeQueryBufferInfo", {}, expected_, info_);
     for (size_t i = 0; i < outputs_.size(); ++i) {
         const LumOutputPortQueryInfo& output = expected_.pOutputPortQueryInfo[i];
         const LumInputPortQueryInfo& input = expected_.pInputOptions[i];
         ownPlanes(outputs_[i].outputBufferOption, output.outputBufferOption);
         ownPlanes(inputs_[i].inputBufferOption, input.inputBufferOption);
-        RequireRecord(contract, "LumOutputPortQueryInfo", {}, &outputs_[i], &output, sizeof(output));
-        RequireRecord(contract, "LumInputPortQueryInfo", {}, &inputs_[i], &input, sizeof(input));
-        RequireRecord(contract, "the downstream requirement", {}, &downstream_[i],
-                      outputs_[i].pDownstreamRequirement, sizeof(downstream_[i]));
+        RequireRecord(contract, "LumOutputPortQueryInfo", {}, outputs_[i], output);
+        RequireRecord(contract, "LumInputPortQueryInfo", {}, inputs_[i], input);
+        RequireRecord(contract, "the downstream requirement", {}, downstream_[i],
+                      *outputs_[i].pDownstreamRequirement);
     }
 }
 
@@ -201,13 +188,10 @@ void RequestWatch::CheckSecondPass(Contract& contract) {
 }
 
 void RequestWatch::CheckRecords(Contract& contract) const {
-    RequireRecord(contract, "LumNodeProcessRequestInfo", RequestFields(), &expected_, &request_,
-                  sizeof(expected_));
-    RequireRecord(contract, "LumDependencyInfo", DependencyFields(), &dependency_, expected_.pDependency,
-                  sizeof(dependency_));
+    RequireRecord(contract, "LumNodeProcessRequestInfo", RequestFields, expected_, request_);
+    RequireRecord(contract, "LumDependencyInfo", DependencyFields, dependency_, *expected_.pDependency);
     for (const WatchedList& watched : lists_) {
-        RequireRecord(contract, "LumImageList", ImageListFields(), &watched.expected, watched.list,
-                      sizeof(watched.expected));
+        RequireRecord(contract, "LumImageList", ImageListFields, watched.expected, *watched.list);
         const native_handle_t* handle = watched.expected.firstImage.pNativeHandle;
         contract.Require(WordsOf(handle) == watched.handle, "changed the native handle of a buffer");
     }

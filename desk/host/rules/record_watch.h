@@ -1,7 +1,7 @@
 #pragma once
 
 #include <cstddef>
-#include <string>
+#include <initializer_list>
 #include <vector>
 
 #include "desk/host/rules/contract.h"
@@ -18,28 +18,27 @@ struct RecordField {
 };
 
 /// The named fields of the records that a node gets to see. Bytes without a name belong to the host.
-const std::vector<RecordField>& CreateFields();      ///< LumNodeCreateInfo
-const std::vector<RecordField>& RequestFields();     ///< LumNodeProcessRequestInfo
-const std::vector<RecordField>& DependencyFields();  ///< LumDependencyInfo
-const std::vector<RecordField>& ImageListFields();   ///< LumImageList
+extern const std::initializer_list<RecordField> CreateFields;      ///< LumNodeCreateInfo
+extern const std::initializer_list<RecordField> RequestFields;     ///< LumNodeProcessRequestInfo
+extern const std::initializer_list<RecordField> DependencyFields;  ///< LumDependencyInfo
+extern const std::initializer_list<RecordField> ImageListFields;   ///< LumImageList
 
 /// Compares a record with what it should hold; a difference becomes a finding that names the record, the
 /// field and both values.
-void RequireRecord(Contract& contract, const char* record, const std::vector<RecordField>& fields,
-                   const void* expected, const void* actual, size_t size);
+void RequireBytes(Contract& contract, const char* record, std::initializer_list<RecordField> fields,
+                  const void* expected, const void* actual, size_t size);
+template <typename Record>
+void RequireRecord(Contract& contract, const char* name, std::initializer_list<RecordField> fields,
+                   const Record& expected, const Record& actual) {
+    RequireBytes(contract, name, fields, &expected, &actual, sizeof(Record));
+}
 
-/// Remembers the records of a creation and tells afterwards whether the node changed only what is its own.
-class CreateWatch {
-public:
-    explicit CreateWatch(const LumNodeCreateInfo& info);
-    void Check(Contract& contract, uint32_t result) const;
+/// Whether a creation that returned `result` changed only what is the node's own in its record.
+void CheckCreation(Contract& contract, const LumNodeCreateInfo& before, const LumNodeCreateInfo& after,
+                   uint32_t result);
 
-private:
-    const LumNodeCreateInfo& info_;
-    LumNodeCreateInfo expected_;
-};
-
-/// The same for a buffer query, all ports of it.
+/// Remembers the records of a buffer query, all ports of it, and tells afterwards whether the node changed
+/// only what is its own.
 class QueryWatch {
 public:
     explicit QueryWatch(const LumNodeQueryBufferInfo& info);

@@ -10,12 +10,13 @@
 
 namespace desk {
 
-/// One service of the host: what it is called, in which phases a node may call it, and what a failure
-/// of it looks like unless the fault says otherwise.
+/// One service of the host: what it is called, in which phases a node may call it, what a failure of it
+/// looks like unless the fault says otherwise, and whether the fault is asked at all.
 struct Service {
     const char* name;
     unsigned phases;
     uint32_t failure;
+    bool canFail = true;
 };
 
 /// A node's destruction happens within its creation when that fails half-way; what is released then
@@ -34,13 +35,13 @@ inline constexpr Service GetDateTime{"GetDateTime", PhaseCreate, LumResultFailur
 inline constexpr Service FOpen{"FOpen", PhaseCreate, LumResultFailure};
 inline constexpr Service FClose{"FClose", PhasesOfRelease, LumResultFailure};
 inline constexpr Service FWrite{"FWrite", PhaseSecondPass, 0};
-inline constexpr Service VSNPrintF{"VSNPrintF", PhaseCreate | PhaseSecondPass, 0};
+inline constexpr Service VSNPrintF{"VSNPrintF", PhaseCreate | PhaseSecondPass, 0, false};
 inline constexpr Service LibMapFullName{"LibMapFullName", PhaseCreate, LumResultFailure};
 inline constexpr Service LibGetAddr{"LibGetAddr", PhaseCreate, LumResultFailure};
 inline constexpr Service LibUnmap{"LibUnmap", PhasesOfRelease, LumResultFailure};
 inline constexpr Service SetGrallocMetaData{"SetGrallocMetaData", PhaseSecondPass, LumResultFailure};
 inline constexpr Service PropertyGet{"property_get", PhaseCreate, LumResultFailure};
-inline constexpr Service LogSystem{"LogSystem", AnyCallback, LumResultFailure};
+inline constexpr Service LogSystem{"LogSystem", AnyCallback, LumResultFailure, false};
 inline constexpr Service PosixMemalign{"posix_memalign", AnyPhase, ENOMEM};
 inline constexpr Service Malloc{"malloc", AnyPhase, ENOMEM};
 }  // namespace service

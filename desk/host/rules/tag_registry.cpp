@@ -2,7 +2,9 @@
 
 #include <fmt/core.h>
 
-#include <array>
+#include <algorithm>
+#include <iterator>
+#include <numeric>
 #include <stdexcept>
 
 #include "host/lumnoderequest.h"
@@ -19,66 +21,50 @@ constexpr LumMetadataType Vendor = LumMetadataTypeVendorTag;
 constexpr LumMetadataType Unset = LumMetadataTypeUnset;
 constexpr uint32_t Stabilizer = LumTagFlagStabilizer;
 constexpr uint32_t Extra = LumTagFlagExtraBuffers;
+constexpr uint64_t GridSize = sizeof(IPEICAGridTransform);
+constexpr uint64_t MarginSize = sizeof(LumStabilizationMargin);
+constexpr uint64_t DimsSize = sizeof(LumStabilizedOutputDims);
 constexpr uint64_t PerspectiveSize = 360;
-
-enum TagIndex : size_t {
-    GridOfRealTime,
-    GridOfLookAhead,
-    MarginOfRealTime,
-    MarginOfLookAhead,
-    DimsOfRealTime,
-    DimsOfLookAhead,
-    PerspectiveOfRealTime,
-    PerspectiveOfLookAhead,
-    Preview,
-    ExtraBuffers,
-    TagCount
-};
 
 constexpr auto RT = Variant::RealTime;
 constexpr auto LA = Variant::LookAhead;
 
-// Ordered as TagIndex. "LookAhead" and "Lookahead" differ on purpose: these are the names in use.
-constexpr std::array<Tag, TagCount> Tags = {{
-    {ImageConfigs, "ICAInGridTransform", sizeof(IPEICAGridTransform), 0, PhaseCreate, PhaseSecondPass, 0,
-     Vendor, RT},
-    {ImageConfigs, "ICAInGridTransformLookahead", sizeof(IPEICAGridTransform), 0, PhaseCreate,
-     PhaseSecondPass, 0, Vendor, LA},
-    {RealTimeEis, "RequestedMargin", sizeof(LumStabilizationMargin), Stabilizer, PhaseQuery, PhaseQuery, 0,
-     Vendor, RT},
-    {LookAheadEis, "RequestedMargin", sizeof(LumStabilizationMargin), Stabilizer, PhaseQuery, PhaseQuery, 0,
-     Vendor, LA},
-    {RealTimeEis, "StabilizedOutputDims", sizeof(LumStabilizedOutputDims), Stabilizer, PhaseQuery, 0,
-     PhaseQuery, Vendor, RT},
-    {LookAheadEis, "StabilizedOutputDims", sizeof(LumStabilizedOutputDims), Stabilizer, PhaseQuery, 0,
-     PhaseQuery, Vendor, LA},
+// The look-ahead node's stands after the real-time node's. "LookAhead" and "Lookahead" differ on purpose:
+// these are the names in use.
+constexpr Tag Tags[] = {
+    {ImageConfigs, "ICAInGridTransform", GridSize, 0, PhaseCreate, PhaseSecondPass, 0, Vendor, RT},
+    {ImageConfigs, "ICAInGridTransformLookahead", GridSize, 0, PhaseCreate, PhaseSecondPass, 0, Vendor, LA},
+    {RealTimeEis, "RequestedMargin", MarginSize, Stabilizer, PhaseQuery, PhaseQuery, 0, Vendor, RT},
+    {LookAheadEis, "RequestedMargin", MarginSize, Stabilizer, PhaseQuery, PhaseQuery, 0, Vendor, LA},
+    {RealTimeEis, "StabilizedOutputDims", DimsSize, Stabilizer, PhaseQuery, 0, PhaseQuery, Vendor, RT},
+    {LookAheadEis, "StabilizedOutputDims", DimsSize, Stabilizer, PhaseQuery, 0, PhaseQuery, Vendor, LA},
     {ImageConfigs, "ICAInPerspectiveTransform", PerspectiveSize, 0, PhaseCreate, 0, 0, Vendor, RT},
     {ImageConfigs, "ICAInPerspectiveTransformLookAhead", PerspectiveSize, 0, PhaseCreate, 0, 0, Vendor, LA},
     {StreamPresent, "preview", 1, 0, PhaseCreate, PhaseSecondPass, 0, Vendor, RT},
-    {ImageConfigs, "ExtraFrameworkBuffers", sizeof(uint32_t), Extra, PhaseCreate, 0, PhaseCreate, Unset,
-     std::nullopt},
-}};
+    {ImageConfigs, "ExtraFrameworkBuffers", sizeof(uint32_t), Extra, PhaseCreate, 0, PhaseCreate, Unset, {}},
+};
+constexpr size_t Grids = 0;
+constexpr size_t Margins = 2;
+constexpr size_t OutputDims = 4;
+constexpr size_t Preview = 8;
+constexpr size_t ExtraBuffers = 9;
 
 // Clear of both flag bits, and far from the small numbers that tests pin.
 constexpr uint32_t FirstId = 0x80010000;
 constexpr uint32_t FlagBits = LumTagFlagStabilizer | LumTagFlagExtraBuffers;
 
-const Tag& OfVariant(Variant variant, TagIndex ofRealTime, TagIndex ofLookAhead) {
-    return Tags[variant == Variant::RealTime ? ofRealTime : ofLookAhead];
-}
-
 }  // namespace
 
 const Tag& GridTag(Variant variant) {
-    return OfVariant(variant, GridOfRealTime, GridOfLookAhead);
+    return Tags[Grids + (variant == LA)];
 }
 
 const Tag& MarginTag(Variant variant) {
-    return OfVariant(variant, MarginOfRealTime, MarginOfLookAhead);
+    return Tags[Margins + (variant == LA)];
 }
 
 const Tag& OutputDimsTag(Variant variant) {
-    return OfVariant(variant, DimsOfRealTime, DimsOfLookAhead);
+    return Tags[OutputDims + (variant == LA)];
 }
 
 const Tag& PreviewTag() {
@@ -89,34 +75,24 @@ const Tag& ExtraBuffersTag() {
     return Tags[ExtraBuffers];
 }
 
-TagRegistry::TagRegistry() {
-    uint32_t id = FirstId;
-    for (const Tag& tag : Tags) {
-        tagOfId_[id++] = &tag;
-    }
+TagRegistry::TagRegistry() : ids_(std::size(Tags)) {
+    std::iota(ids_.begin(), ids_.end(), FirstId);
 }
 
 const Tag* TagRegistry::Find(std::string_view section, std::string_view name) const {
-    for (const Tag& tag : Tags) {
-        if (section == tag.section && name == tag.name) {
-            return &tag;
-        }
-    }
-    return nullptr;
+    const auto* tag = std::find_if(std::begin(Tags), std::end(Tags), [&](const Tag& known) {
+        return section == known.section && name == known.name;
+    });
+    return tag == std::end(Tags) ? nullptr : tag;
 }
 
 const Tag* TagRegistry::Resolve(uint32_t id) const {
-    const auto found = tagOfId_.find(id & ~FlagBits);
-    return found == tagOfId_.end() ? nullptr : found->second;
+    const auto found = std::find(ids_.begin(), ids_.end(), id & ~FlagBits);
+    return found == ids_.end() ? nullptr : &Tags[found - ids_.begin()];
 }
 
 uint32_t TagRegistry::Id(const Tag& tag) const {
-    for (const auto& [id, registered] : tagOfId_) {
-        if (registered == &tag) {
-            return id;
-        }
-    }
-    throw std::invalid_argument(fmt::format("the tag {} is not one of the registry's own", tag.FullName()));
+    return ids_.at(static_cast<size_t>(&tag - Tags));
 }
 
 uint32_t TagRegistry::FlaggedId(const Tag& tag) const {
@@ -124,18 +100,14 @@ uint32_t TagRegistry::FlaggedId(const Tag& tag) const {
 }
 
 void TagRegistry::Pin(const Tag& tag, uint32_t id) {
-    if ((id & FlagBits) != 0) {
-        throw std::invalid_argument(
-            fmt::format("the id {:#x} for the tag {} has a bit of the host's flags {:#x} set", id,
-                        tag.FullName(), FlagBits));
-    }
     const Tag* holder = Resolve(id);
-    if (holder != nullptr && holder != &tag) {
-        throw std::invalid_argument(fmt::format("the id {:#x} for the tag {} already belongs to {}", id,
-                                                tag.FullName(), holder->FullName()));
+    if ((id & FlagBits) != 0 || (holder != nullptr && holder != &tag)) {
+        throw std::invalid_argument(
+            fmt::format("the id {:#x} cannot be that of the tag {}; expected one that no other tag has, "
+                        "without the bits {:#x}",
+                        id, tag.FullName(), FlagBits));
     }
-    tagOfId_.erase(Id(tag));
-    tagOfId_[id] = &tag;
+    ids_.at(static_cast<size_t>(&tag - Tags)) = id;
 }
 
 }  // namespace desk

@@ -1,10 +1,10 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "desk/host/rules/node_call.h"
 
@@ -54,7 +54,7 @@ public:
     void Pin(const Tag& tag, uint32_t id);
 
 private:
-    std::map<uint32_t, const Tag*> tagOfId_;
+    std::vector<uint32_t> ids_;  // in the order of the tags
 };
 
 }  // namespace desk

@@ -72,10 +72,10 @@ std::vector<std::string> FindingsOf(Variant variant, const Misdeed& misdeed, boo
         const auto input = node->AllocateInput();
         const auto output = node->AllocateOutput();
         for (const uint64_t id : requests) {
-            const size_t before = host.Findings().List().size();
+            const size_t before = host.State().contract.List().size();
             NodeRequest request(host, *node, {id, nullptr, input.get(), output.get()});
             request.FirstPass();
-            if (host.Findings().List().size() == before) {
+            if (host.State().contract.List().size() == before) {
                 request.SecondPass();
             }
         }
@@ -86,7 +86,7 @@ std::vector<std::string> FindingsOf(Variant variant, const Misdeed& misdeed, boo
     if (const auto clean = std::exchange(cleanUp, nullptr)) {
         clean();
     }
-    return host.Findings().List();
+    return host.State().contract.List();
 }
 
 /// A sentence about what was done in a step; one that begins with "the" or "after" is a whole one.
@@ -175,7 +175,7 @@ const native_handle* OutputOf(RogueCall& call) {
     return call.As<LumNodeProcessRequestInfo>().outputImageLists[0]->firstImage.pNativeHandle;
 }
 
-void Log(const char* level, const char* letter) {
+void LogLine(const char* level, const char* letter) {
     LumLog::LogSystem(level, letter, "file.cpp", "Function", 1, "text");
 }
 
@@ -227,7 +227,7 @@ TEST(Rules, AServiceHasItsPhases) {
         {service::LibUnmap, "", DO(LibUnmap(nullptr))},
         {service::SetGrallocMetaData, "9", DO(Orba::Gralloc::SetGrallocMetaData(nullptr, 9, 0, nullptr))},
         {service::PropertyGet, "x", DO(property_get("x", text, ""))},
-        {service::LogSystem, "text", DO(Log("[ERROR  ]", "E"))},
+        {service::LogSystem, "text", DO(LogLine("[ERROR  ]", "E"))},
     };
     for (const auto& row : rows) {
         const auto expected =
@@ -267,9 +267,9 @@ TEST(Rules, FilesLibrariesBuffersAndLogs) {
              {"sets the gralloc metadata 10001 with 4 bytes; expected 2804"}},
             {DO(SetGrallocMetaData(OutputOf(c), MetadataBufferGeometry, sizeof(flat), &flat)),
              {"gives a buffer of 12288 bytes a stride of 2 and 48 lines"}},
-            {DO(Log("[FATAL  ]", "F")), {"logs at the unknown level \"[FATAL  ]\""}},
-            {DO(Log("[ERROR  ]", "W")), {"logs at the level [ERROR  ] with the letter W"}},
-            {DO(Log("[VERBOSE]", "V")), {"logs at the level [VERBOSE], which is switched off"}}});
+            {DO(LogLine("[FATAL  ]", "F")), {"logs at the unknown level \"[FATAL  ]\""}},
+            {DO(LogLine("[ERROR  ]", "W")), {"logs at the level [ERROR  ] with the letter W"}},
+            {DO(LogLine("[VERBOSE]", "V")), {"logs at the level [VERBOSE], which is switched off"}}});
 }
 
 TEST(Rules, TableAndTags) {
@@ -350,7 +350,8 @@ TEST(Rules, Publications) {
         {WITH(data.dataSize = 8), it + " with 8 bytes; expected 4"},
         {WITH(data.pData = nullptr), it + " with 4 bytes; expected 4"},
     };
-    Expect(RT, PhaseCreate, {{DO(c.services.SetMetadata(nullptr)), {"publishes with a null record"}}});
+    Expect(RT, PhaseCreate,
+           {{DO(c.services.SetMetadata(nullptr)), {"calls SetMetadata with a null argument"}}});
     for (const auto& row : rows) {
         Expect(RT, PhaseCreate, {{DO(Publish(c, extra, row.spoil)), {row.sentence}}});
     }
@@ -368,7 +369,7 @@ TEST(Rules, Requests) {
             {DO(QueryWindow(c, c.session, {{0, 0}, 0, 1})),
              {window + "with a record that is not zeroed", twoWindows}},
             {DO(QueryWindow(c, &elsewhere)), {window + notOwn}},
-            {DO(c.services.QueryRequestWindow(c.session, nullptr)), {window + "with a null record"}},
+            {DO(c.services.QueryRequestWindow(c.session, nullptr)), {window + "with a null argument"}},
             {DO(Notify(c, Whole)), {notice + "1 times; expected 0"}},
             {DO(++const_cast<native_handle*>(OutputOf(c))->data[GrallocFdCount + GrallocIntSize]),
              {"changed the native handle of a buffer"}}});
@@ -380,7 +381,7 @@ TEST(Rules, Requests) {
          {DO(Notify(c, WITH(reserved4 = 1))), {notice + "with a record of size 32" + notZero, twoNotices}},
          {DO(Notify(c, WITH(reserved24 = 1))), {notice + "with a record of size 32" + notZero, twoNotices}},
          {DO(Notify(c, WITH(hNodeSession = &elsewhere))), {notice + notOwn}},
-         {DO(c.services.NotifyRequestDone(nullptr)), {notice + "with a null record"}}});
+         {DO(c.services.NotifyRequestDone(nullptr)), {notice + "with a null argument"}}});
 }
 
 /// A record that a step shows to the node: its named fields, and one of each kind of byte beside them.
@@ -407,7 +408,7 @@ std::vector<Shown> ShownRecords() {
     constexpr size_t Plane2 = offsetof(LumNodeBufferRequirement, planeAlignment[2]);
     constexpr size_t OfOutput = offsetof(LumOutputPortQueryInfo, outputBufferOption);
     constexpr size_t OfInput = offsetof(LumInputPortQueryInfo, inputBufferOption);
-    std::vector<RecordField> create = CreateFields();
+    std::vector<RecordField> create = CreateFields;
     create.erase(create.begin() + 1);  // the handle is the node's to fill
     std::vector<Shown> shown = {
         {PhaseEntry, "LumNodeCallbacks", own, {}, {12}},
@@ -418,10 +419,10 @@ std::vector<Shown> ShownRecords() {
         {PhaseQuery, "the downstream requirement", downstream, {}, {0, Plane2}},
     };
     for (const Phase pass : {PhaseFirstPass, PhaseSecondPass}) {
-        shown.push_back({pass, "LumNodeProcessRequestInfo", own, RequestFields(), {4, 103}});
-        shown.push_back({pass, "LumDependencyInfo", dependency, DependencyFields(), {0, 276}});
+        shown.push_back({pass, "LumNodeProcessRequestInfo", own, RequestFields, {4, 103}});
+        shown.push_back({pass, "LumDependencyInfo", dependency, DependencyFields, {0, 276}});
         shown.push_back({pass, "LumImageList", inputs, {}, {0}});
-        shown.push_back({pass, "LumImageList", outputs, ImageListFields(), {0}});
+        shown.push_back({pass, "LumImageList", outputs, ImageListFields, {0}});
     }
     return shown;
 }
@@ -548,7 +549,7 @@ TEST(Rules, NullArguments) {
         {service::LibGetAddr, PhaseCreate, DO(EXPECT_EQ(nullptr, LibGetAddr(&elsewhere, none)))},
         {service::PropertyGet, PhaseCreate, DO(EXPECT_EQ(3, property_get(none, text, "low")))},
         {service::PropertyGet, PhaseCreate, DO(EXPECT_EQ(0, property_get("x", nullptr, "low")))},
-        {service::LogSystem, PhaseCreate, DO(Log(none, "E"))},
+        {service::LogSystem, PhaseCreate, DO(LogLine(none, "E"))},
         {service::PosixMemalign, PhaseCreate, DO(EXPECT_EQ(ENOMEM, c.allocateAligned(nullptr, 8, 8)))},
     };
     for (const auto& row : rows) {

@@ -9,7 +9,7 @@ using ::testing::UnorderedElementsAre;
 class Dumps : public FakeGlFixture {
 protected:
     Dumps() {
-        host_.SetClock(LUMDateTime{9, 5, 14, 3, 2, 124, {}});  // 2024-03-03 14:05:09
+        host_.State().clock = LUMDateTime{9, 5, 14, 3, 2, 124, {}};  // 2024-03-03 14:05:09
         host_.SetDumps(true);
     }
     std::vector<std::string> Names() const {
@@ -44,7 +44,8 @@ TEST_F(Dumps, SwitchOnTheIntegerOne) {
     };
     for (const auto& row : rows) {
         for (const char* value : row.values) {
-            host_.Props().Set("persist.vendor.camera.enabledewarpdump", value);
+            host_.State().properties.With(
+                [&](auto& all) { all["persist.vendor.camera.enabledewarpdump"] = value; });
             host_.CreateNode(desk::Variant::RealTime);
             EXPECT_EQ(Names().size(), row.files) << '"' << value << '"';
             for (const std::string& name : Names()) {

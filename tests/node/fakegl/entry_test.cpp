@@ -6,7 +6,7 @@ class Entry : public EstablishedFixture {
 protected:
     /// Calls with no record and with one that is a byte short, which has to stay as it is.
     template <typename Record>
-    void Refuse(uint32_t (*callback)(Record*)) {
+    void Refuse(uint32_t (desk::NodeGate::*callback)(Record*)) {
         int handle = 0;
         Record record = {};
         record.size = sizeof(Record) - 1;
@@ -15,8 +15,8 @@ protected:
             record.hNodeSession = &handle;
         }
         const Record before = record;
-        const uint32_t ofNull = callback(nullptr);
-        NoteLog(fmt::format("{}, {}", ofNull, callback(&record)));
+        const uint32_t ofNull = (host_.Callbacks().*callback)(nullptr);
+        NoteLog(fmt::format("{}, {}", ofNull, (host_.Callbacks().*callback)(&record)));
         EXPECT_EQ(std::memcmp(&record, &before, sizeof(Record)), 0);
     }
 };
@@ -27,7 +27,7 @@ TEST_F(Entry, FillsEightSlotsAndLeavesTheRest) {
     table.size = 216;
     table.majorVersion = 0;
     table.minorVersion = 7;
-    host_.Enter(&table);
+    host_.Callbacks().Enter(&table);
     EXPECT_EQ(table.minorVersion, 0U);
     EXPECT_EQ(table.size, 216U);
     for (unsigned slot = 0; slot < 25; ++slot) {
@@ -46,23 +46,23 @@ TEST_F(Entry, LeavesARefusedTableAsItWas) {
         table.majorVersion = version;
         table.minorVersion = 7;
         const LumNodeCallbacks before = table;
-        host_.Enter(&table);
+        host_.Callbacks().Enter(&table);
         EXPECT_EQ(std::memcmp(&table, &before, sizeof(table)), 0);
         NoteLog(fmt::format("{} bytes, version {}", size, version));
     }
-    host_.Enter(nullptr);
+    host_.Callbacks().Enter(nullptr);
     NoteLog("no table");
 }
 
 TEST_F(Entry, EveryCallbackRefusesNullAndShortRecords) {
     TakeLog();
-    const LumNodeCallbacks& node = host_.Callbacks();
-    Refuse(node.GetCaps);
-    Refuse(node.Create);
-    Refuse(node.Destroy);
-    Refuse(node.QueryBufferInfo);
-    Refuse(node.SetBufferInfo);
-    Refuse(node.ProcRequest);
+    using Node = desk::NodeGate;
+    Refuse(&Node::GetCaps);
+    Refuse(&Node::Create);
+    Refuse(&Node::Destroy);
+    Refuse(&Node::QueryBufferInfo);
+    Refuse(&Node::SetBufferInfo);
+    Refuse(&Node::ProcRequest);
 }
 
 TEST_F(Entry, ANullHandleIsRefusedBeforeTheSize) {

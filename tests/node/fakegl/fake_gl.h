@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "desk/host/services/library_store.h"
+#include "desk/host/services/libraries.h"
 
 /// One call of a faked EGL or OpenGL ES entry point.
 struct GlCall {

@@ -38,7 +38,7 @@ TEST_F(FrameCalls, ConvertFormatsOnceAndForAll) {
     for (const uint32_t format : {3U, 4U, 13U, 5U}) {
         MakeNode();
         RawRequest raw = MakeRaw(1, 1);
-        host_.Metadata().Set(node_->Session(), 1, desk::GridTag(desk::Variant::RealTime), grid_);
+        host_.State().metadata.Set(node_->Session(), 1, desk::GridTag(desk::Variant::RealTime), grid_);
         raw.inputs[0].format = raw.output.format = static_cast<LumFormat>(format);
         EXPECT_EQ(Send(raw), 0U);
         NoteLog(std::to_string(format), "ConvertLumFormat");

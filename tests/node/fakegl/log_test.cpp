@@ -29,7 +29,7 @@ class Logs : public EstablishedFixture {
 protected:
     void Watch(uint32_t levels, bool isSystemOn) {
         host_.SetLogLevels(levels, isSystemOn);
-        host_.SetLogObserver([](const desk::LogRecord& record) {
+        host_.State().log.SetObserver([](const desk::LogRecord& record) {
             g_lines.push_back(fmt::format("{} {} {} {} ({})", record.levelWord, record.levelLetter,
                                           record.file, record.format, record.text));
         });
@@ -91,8 +91,8 @@ TEST_F(Logs, SayNothingOfRefusalsWhenSwitchedOff) {
         TakeLog();
         LumNodeCallbacks table = {};
         LumNodeCapsInfo caps = {};
-        host_.Enter(nullptr);
-        host_.Enter(&table);
+        host_.Callbacks().Enter(nullptr);
+        host_.Callbacks().Enter(&table);
         EXPECT_EQ(host_.Callbacks().GetCaps(nullptr), 5U);
         EXPECT_EQ(host_.Callbacks().GetCaps(&caps), 1U);
         EXPECT_EQ(TakeLog().size(), isOn ? 6U : 0U);

@@ -31,8 +31,8 @@ protected:
         return {input.inputBufferOption, output.outputBufferOption};
     }
     void SetMargin(float horizontal, float vertical) {
-        host_.Metadata().Set(node_->Session(), 0, desk::MarginTag(node_->Kind()),
-                             LumStabilizationMargin{horizontal, vertical});
+        host_.State().metadata.Set(node_->Session(), 0, desk::MarginTag(node_->Kind()),
+                                   LumStabilizationMargin{horizontal, vertical});
     }
     static std::string Text(const LumNodeBufferRequirement& one) {
         return fmt::format("{}x{} ({}x{} to {}x{})", one.optimalWidth, one.optimalHeight, one.minWidth,
@@ -55,8 +55,8 @@ TEST_F(Negotiate, WidensTheInputByTheMargin) {
     for (const auto& row : rows) {
         SetMargin(row.horizontal, row.vertical);
         const Answer answer = Query(row.optimal, row.largest);
-        const auto dims = host_.Metadata().Get<LumStabilizedOutputDims>(node_->Session(), 0,
-                                                                        desk::OutputDimsTag(node_->Kind()));
+        const auto dims = host_.State().metadata.Get<LumStabilizedOutputDims>(
+            node_->Session(), 0, desk::OutputDimsTag(node_->Kind()));
         ASSERT_TRUE(dims.has_value());
         Note("margin {}, {}: input {}, output {}, published {}x{}", row.horizontal, row.vertical,
              Text(answer.in), Text(answer.out), dims->width, dims->height);
@@ -84,7 +84,7 @@ TEST_F(Negotiate, GoesOnWithTheMarginItHolds) {
             FailService(service);
             EXPECT_EQ(Query().in.optimalWidth, 80U) << service;
         }
-        host_.SetFault(nullptr);
+        host_.State().fault = nullptr;
         EXPECT_EQ(Query().in.optimalWidth, 96U);
         node_.reset();
     }
@@ -95,9 +95,9 @@ TEST_F(Negotiate, AlignmentsGoOnFromPlaneToPlane) {
     SetMargin(0.0F, 0.0F);
     // The host has alignments for none of the planes, then for the very first only.
     for (const int served : {0, 1}) {
-        host_.SetFault([seen = 0, served](const desk::HostCall& call, uint32_t&) mutable {
+        host_.State().fault = [seen = 0, served](const desk::HostCall& call, uint32_t&) mutable {
             return call.service == "GetAlignment" && seen++ >= served;
-        });
+        };
         const Answer answer = Query();
         for (const LumAlignmentInfo& plane : {answer.in.planeAlignment[0], answer.in.planeAlignment[1],
                                               answer.out.planeAlignment[0], answer.out.planeAlignment[1]}) {

@@ -11,7 +11,7 @@ TEST_F(Request, FirstPassDeclaresWhatItWaitsFor) {
     for (const auto variant : Variants) {
         MakeNode(variant);
         unsigned notices = 0;
-        host_.SetFault([&notices](const desk::HostCall& call, uint32_t&) {
+        host_.State().fault = [&notices](const desk::HostCall& call, uint32_t&) {
             notices += (call.service == "NotifyRequestDone") ? 1U : 0U;
             return call.service == "NotifyRequestDone";  // its failure changes nothing
         });
@@ -24,10 +24,10 @@ TEST_F(Request, FirstPassDeclaresWhatItWaitsFor) {
              desk::NameOf(variant), declared.fenceCount, declared.propertyCount, declared.processSequenceId,
              declared.inputBufferDependency, declared.processingDone, notices);
         EXPECT_EQ(declared.pFenceHandles[1], raw.inputs[2].pFenceHandle);
-        EXPECT_EQ(declared.propertyIds[0], host_.Tags().Id(desk::GridTag(variant)));
+        EXPECT_EQ(declared.propertyIds[0], host_.State().tags.Id(desk::GridTag(variant)));
         EXPECT_EQ(declared.hNodeSession, node_->Session());
         EXPECT_THAT(gl_->Take(), IsEmpty()) << "the first pass renders nothing";
-        host_.SetFault(nullptr);
+        host_.State().fault = nullptr;
         node_.reset();
     }
 }
@@ -101,11 +101,11 @@ TEST_F(Request, ThePreviewFlagCountsForTheTagIdOneOnly) {
     EXPECT_EQ(Frame(1), 0U);
     NoteLog("another id", "Preview");
     node_.reset();
-    host_.Tags().Pin(desk::PreviewTag(), 1);
+    host_.State().tags.Pin(desk::PreviewTag(), 1);
     for (const int flag : {1, 0, 2, -1}) {  // -1: no payload
         MakeNode();
         if (flag >= 0) {
-            host_.Metadata().Set(node_->Session(), 1, desk::PreviewTag(), static_cast<uint8_t>(flag));
+            host_.State().metadata.Set(node_->Session(), 1, desk::PreviewTag(), static_cast<uint8_t>(flag));
         }
         EXPECT_EQ(Frame(1), 0U);
         NoteLog(fmt::format("{}, {}", flag, gl_->Take().empty() ? "returned" : "rendered"), "Preview");

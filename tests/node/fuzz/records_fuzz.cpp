@@ -36,7 +36,8 @@ void RunPredicted(bool isAborting, Call call) {
 
 /// A record too small for its callback, which has to refuse it, and to leave it alone.
 template <typename Record>
-void SendSmall(FuzzInput& input, uint32_t (*callback)(Record*), void* handle) {
+void SendSmall(FuzzInput& input, FuzzHost& fuzz, uint32_t (desk::NodeGate::*callback)(Record*),
+               void* handle) {
     constexpr bool hasHandle = sizeof(Record) > 16 || std::is_same_v<Record, LumNodedestroyInfo>;
     constexpr size_t readAnyway = (hasHandle && !std::is_same_v<Record, LumNodeCreateInfo>) ? 16 : 4;
     const auto size = static_cast<uint32_t>(input.Take<uint16_t>() % sizeof(Record));
@@ -55,7 +56,8 @@ void SendSmall(FuzzInput& input, uint32_t (*callback)(Record*), void* handle) {
     }
     const std::vector<unsigned char> before(memory, memory + bytes);
     const uint32_t expected = (readAnyway == 16 && session == nullptr) ? 5 : 1;
-    Require(callback(reinterpret_cast<Record*>(memory)) == expected, "a small record has another result");
+    Require((fuzz.host.Callbacks().*callback)(reinterpret_cast<Record*>(memory)) == expected,
+            "a small record has another result");
     Require(std::equal(before.begin(), before.end(), memory), "a refused record is written to");
 }
 
@@ -71,7 +73,7 @@ bool IsFitting(uint32_t size, float margin) {
 void SendQuery(FuzzInput& input, FuzzHost& fuzz, desk::DeskNode& node) {
     const uint32_t ports = input.Below(4);
     const LumStabilizationMargin margin = {input.Take<float>(), input.Take<float>()};
-    fuzz.host.Metadata().Set(node.Session(), 0, desk::MarginTag(node.Kind()), margin);
+    fuzz.host.State().metadata.Set(node.Session(), 0, desk::MarginTag(node.Kind()), margin);
     std::vector<LumNodeBufferRequirement> downstream(ports);
     std::vector<LumOutputPortQueryInfo> outputs(ports);
     std::vector<LumInputPortQueryInfo> inputs(ports);
@@ -131,29 +133,28 @@ void SendRequest(FuzzInput& input, FuzzHost& fuzz, desk::DeskNode& node) {
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FuzzHost& fuzz = FuzzHost::Get();
     FuzzInput input(data, size);
-    LumNodeCallbacks& callbacks = fuzz.host.Callbacks();
     {
         auto node =
             fuzz.host.CreateNode(input.Below(2) == 0 ? desk::Variant::RealTime : desk::Variant::LookAhead);
         while (!input.IsEmpty()) {
             switch (input.Below(8)) {
                 case 0:
-                    SendSmall(input, callbacks.GetCaps, node->Handle());
+                    SendSmall(input, fuzz, &desk::NodeGate::GetCaps, node->Handle());
                     break;
                 case 1:
-                    SendSmall(input, callbacks.Create, node->Handle());
+                    SendSmall(input, fuzz, &desk::NodeGate::Create, node->Handle());
                     break;
                 case 2:
-                    SendSmall(input, callbacks.Destroy, node->Handle());
+                    SendSmall(input, fuzz, &desk::NodeGate::Destroy, node->Handle());
                     break;
                 case 3:
-                    SendSmall(input, callbacks.QueryBufferInfo, node->Handle());
+                    SendSmall(input, fuzz, &desk::NodeGate::QueryBufferInfo, node->Handle());
                     break;
                 case 4:
-                    SendSmall(input, callbacks.SetBufferInfo, node->Handle());
+                    SendSmall(input, fuzz, &desk::NodeGate::SetBufferInfo, node->Handle());
                     break;
                 case 5:
-                    SendSmall(input, callbacks.ProcRequest, node->Handle());
+                    SendSmall(input, fuzz, &desk::NodeGate::ProcRequest, node->Handle());
                     break;
                 case 6:
                     SendQuery(input, fuzz, *node);

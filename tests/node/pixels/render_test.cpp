@@ -258,10 +258,10 @@ private:
 
 TEST_F(Render, WhatTheDriverCallsAnErrorIsAFindingInItsWords) {
     static WrongBeforeFlush libraries;
-    host_.SetLibraries(&libraries);
+    host_.State().libraries.SetProvider(&libraries);
     Stage stage = MakeStage({160, 120}, 0.2F);
     const IPEICAGridTransform grid = WarpGrid(*stage.input, Identity);
-    EXPECT_THAT(host_.Findings().List(), IsEmpty());
+    EXPECT_THAT(host_.State().contract.List(), IsEmpty());
     for (unsigned request = 7; request <= 8; ++request) {
         stage.node->Process(request, &grid, *stage.input, *stage.output);
     }
@@ -271,6 +271,6 @@ TEST_F(Render, WhatTheDriverCallsAnErrorIsAFindingInItsWords) {
                         "report an error: .*glEnable",
                         request));
     };
-    EXPECT_THAT(host_.Findings().List(), ElementsAre(says(7), says(8)));
+    EXPECT_THAT(host_.State().contract.List(), ElementsAre(says(7), says(8)));
     expectFindings_ = true;
 }

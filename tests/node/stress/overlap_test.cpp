@@ -79,12 +79,12 @@ TEST_F(Overlap, WhileOneRendersFirstPassesReturnAndSecondPassesWait) {
         desk::NodeRequest rendering(host_, *node_, FrameOf(2));
         desk::NodeRequest other(host_, *node_, FrameOf(3));
         std::promise<void> hasGrid;
-        host_.SetFault([&](const desk::HostCall& call, uint32_t&) {
+        host_.State().fault = [&](const desk::HostCall& call, uint32_t&) {
             if (call.caller.requestId == 3 && call.service == "GetMetaData") {
                 hasGrid.set_value();
             }
             return false;
-        });
+        };
         HeldRequest held(*gl_, rendering, row.call, row.nth);
         EXPECT_EQ(other.FirstPass(), 0U);
 
@@ -95,7 +95,7 @@ TEST_F(Overlap, WhileOneRendersFirstPassesReturnAndSecondPassesWait) {
         held.Release();
         EXPECT_EQ(waiting.get(), 0U);
         EXPECT_GT(held.callsOfOthers, 0U);
-        host_.SetFault(nullptr);
+        host_.State().fault = nullptr;
     }
 }
 
@@ -121,7 +121,7 @@ TEST_F(Overlap, EveryOtherCallStandsAlone) {
                         "the host to let only requests overlap",
                         call));
     }
-    EXPECT_EQ(host_.Findings().List(), expected);
+    EXPECT_EQ(host_.State().contract.List(), expected);
     EXPECT_EQ(Frame(3), 0U) << "the node still lives";
 }
 
@@ -133,7 +133,7 @@ TEST_F(Overlap, TheDriverLetsRequestsOvertakeOnlyWhereTheNodeAllowsIt) {
         std::condition_variable changed;
         std::set<uint64_t> declared;
         std::set<uint64_t> rendering;
-        host_.SetFault([&](const desk::HostCall& call, uint32_t&) {
+        host_.State().fault = [&](const desk::HostCall& call, uint32_t&) {
             const std::lock_guard<std::mutex> lock(mutex);
             if (call.service == "QueryRequestWindow") {
                 declared.insert(call.caller.requestId);
@@ -142,7 +142,7 @@ TEST_F(Overlap, TheDriverLetsRequestsOvertakeOnlyWhereTheNodeAllowsIt) {
             }
             changed.notify_all();
             return false;
-        });
+        };
         // The first to render is held until all that may come beside it are there.
         std::atomic<bool> isFirst = true;
         gl_->hold = [&](const GlCall& call) {
@@ -161,7 +161,7 @@ TEST_F(Overlap, TheDriverLetsRequestsOvertakeOnlyWhereTheNodeAllowsIt) {
         }
         EXPECT_EQ(rendering.size(), Threads);
         gl_->hold = nullptr;
-        host_.SetFault(nullptr);
+        host_.State().fault = nullptr;
         node_.reset();
     }
 }
@@ -188,7 +188,8 @@ TEST_F(Overlap, TheDriverHandsOverNoMoreThanItMayAndEveryResult) {
         EXPECT_EQ(failed.get(), 1U);
         EXPECT_EQ(third.get().get(), 0U);
         for (uint64_t request = 1; request <= 3; ++request) {
-            EXPECT_EQ(host_.Metadata().Find(node_->Session(), request, desk::GridTag(node_->Kind())), nullptr)
+            EXPECT_EQ(host_.State().metadata.Find(node_->Session(), request, desk::GridTag(node_->Kind())),
+                      nullptr)
                 << request;
         }
     }
@@ -202,14 +203,14 @@ TEST_F(Overlap, ARequestThatMeetsANegotiationFailsWithoutItsSecondPass) {
     std::promise<void> released;
     std::atomic<unsigned> secondPasses = 0;
     std::atomic<bool> isFirst = true;
-    host_.SetFault([&](const desk::HostCall& call, uint32_t&) {
+    host_.State().fault = [&](const desk::HostCall& call, uint32_t&) {
         secondPasses += call.caller.phase == desk::PhaseSecondPass ? 1 : 0;
         if (call.service == "GetAlignment" && isFirst.exchange(false)) {
             reached.set_value();
             released.get_future().wait();
         }
         return false;
-    });
+    };
     auto negotiation = std::async(std::launch::async, [&] { node_->Negotiate({64, 48}, {0.25F, 0.25F}); });
     reached.get_future().wait();
     {
@@ -219,6 +220,6 @@ TEST_F(Overlap, ARequestThatMeetsANegotiationFailsWithoutItsSecondPass) {
     EXPECT_EQ(secondPasses, 0U);
     released.set_value();
     negotiation.get();
-    host_.SetFault(nullptr);
-    EXPECT_EQ(host_.Findings().List().size(), 1U);
+    host_.State().fault = nullptr;
+    EXPECT_EQ(host_.State().contract.List().size(), 1U);
 }

@@ -269,11 +269,11 @@ TEST(Loading, TheLibraryLeavesTheProcessEachTime) {
     for (int round = 0; round < 200; ++round) {
         {
             desk::DeskHost host(OptionsFor(std::filesystem::temp_directory_path()));
-            host.SetLibraries(&gl);
+            host.State().libraries.SetProvider(&gl);
             auto node =
                 host.CreateNode((round % 2 == 0) ? desk::Variant::RealTime : desk::Variant::LookAhead);
             node.reset();
-            EXPECT_TRUE(host.Findings().Empty());
+            EXPECT_TRUE(host.State().contract.List().empty());
         }
         for (const std::string& line : Mappings()) {
             ASSERT_EQ(line.find("com.oxa.node.dewarp"), std::string::npos) << "round " << round;

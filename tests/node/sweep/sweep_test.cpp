@@ -89,12 +89,13 @@ public:
         gl_.watch = [this](const GlCall& call, const GlFault& fault, uint64_t answer) {
             Watch(call, fault, answer);
         };
-        host_.SetLibraries(&gl_);
+        host_.State().libraries.SetProvider(&gl_);
         host_.SetLogLevels(point.IsLogged() ? 1 | 2 | 8 | 32 : 0, point.HasSystemLog());
-        host_.SetLogObserver([this](const desk::LogRecord& line) { Log(line); });
-        host_.SetFault(
-            [this](const desk::HostCall& call, uint32_t& result) { return ServiceFault(call, result); });
-        host_.SetClock(LUMDateTime{});
+        host_.State().log.SetObserver([this](const desk::LogRecord& line) { Log(line); });
+        host_.State().fault = [this](const desk::HostCall& call, uint32_t& result) {
+            return ServiceFault(call, result);
+        };
+        host_.State().clock = LUMDateTime{};
         host_.SetDumps(true);
         grid_.gridTransformEnable = 1;
         for (int i = 0; i < desk::GridPoints; ++i) {
@@ -125,7 +126,7 @@ public:
                                 count));
         }
         neighbour_.reset();
-        for (const std::string& finding : host_.Findings().List()) {
+        for (const std::string& finding : host_.State().contract.List()) {
             Require(false, "the host finds: " + finding);
         }
     }

@@ -22,11 +22,12 @@ struct LogRecord {
 
 /// Where log lines go: a stream, in logcat's threadtime form, and an observer. Both are optional.
 /// Thread safe; lines and observer calls never overlap.
-class LogSink {
+class Log {
 public:
-    /// `stream` may be null and must outlive the sink.
-    explicit LogSink(std::ostream* stream);
+    /// `stream` may be null and must outlive the log.
+    explicit Log(std::ostream* stream);
 
+    /// Sees every line that the library logs, whatever thread it comes from; empty for none.
     void SetObserver(std::function<void(const LogRecord&)> observer);
 
     /// A line of the library, under the tag DEWARP.
@@ -38,7 +39,7 @@ private:
     void Print(std::string_view letter, std::string_view tag, std::string_view text);
 
     std::mutex mutex_;
-    std::ostream* stream_;
+    std::ostream* const stream_;
     std::function<void(const LogRecord&)> observer_;
 };
 

@@ -1,13 +1,14 @@
 #pragma once
 
+#include <cstddef>
 #include <filesystem>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <string>
 
 #include "desk/abi/gl_counters.h"
 #include "desk/abi/gl_errors.h"
+#include "desk/base/guarded.h"
 #include "desk/host/rules/contract.h"
 
 namespace desk {
@@ -24,33 +25,31 @@ public:
     virtual bool Unmap(void* library) = 0;
 };
 
-/// The workstation's own: /system/lib64 stands for a folder.
+/// The workstation's own: a folder stands for the device's.
 class SystemLibraries : public LibraryProvider {
 public:
-    /// The device's folder.
     static constexpr const char* DeviceDir = "/system/lib64";
 
-    explicit SystemLibraries(std::filesystem::path directory);
+    explicit SystemLibraries(std::filesystem::path folder);
 
     void* Map(const std::string& devicePath) override;
     void* Symbol(void* library, const char* symbol) override;
     bool Unmap(void* library) override;
 
 private:
-    std::filesystem::path directory_;
+    const std::filesystem::path folder_;
 };
 
 /// The libraries that nodes have mapped. Thread safe.
-class LibraryStore {
+class Libraries {
 public:
     /// What the driver under the desk's GL libraries reports as an error becomes a finding of the contract,
-    /// which must outlive the store.
-    LibraryStore(const std::filesystem::path& systemLibraryDir, Contract& contract);
-    ~LibraryStore();
-    LibraryStore(const LibraryStore&) = delete;
-    LibraryStore& operator=(const LibraryStore&) = delete;
+    /// which must outlive the libraries.
+    Libraries(const std::filesystem::path& systemLibraryDir, Contract& contract);
+    /// Unmaps what is still mapped.
+    ~Libraries();
 
-    /// Null for the system's. Must outlive its use; set while nothing is mapped.
+    /// Null for the workstation's own. Must outlive its use; set while nothing is mapped.
     void SetProvider(LibraryProvider* provider);
 
     void* Map(const std::string& devicePath);
@@ -58,8 +57,7 @@ public:
     void* Symbol(void* library, const char* symbol);
     bool Unmap(void* library);
     /// Mappings made and not undone.
-    size_t MappedCount() const;
-    void UnmapAll();
+    size_t Count() const;
 
     /// What the mapped GL libraries count, of the process and of the calling thread; empty when they are
     /// not the desk's or none was ever mapped.
@@ -68,21 +66,21 @@ public:
     DeskGlCounters GlBaseline() const;
 
 private:
-    using CounterFunction = void (*)(DeskGlCounters*);
-    using SinkFunction = void (*)(DeskGlErrorSink, void*);
+    struct Mapped {
+        LibraryProvider* provider = nullptr;
+        std::map<void*, unsigned> mappings;
+        // The desk's own functions, which other GL libraries lack. They stay valid: its EGL never leaves the
+        // process.
+        decltype(&desk_gl_counters) glCounters = nullptr;
+        decltype(&desk_gl_set_error_sink) setErrorSink = nullptr;
+        DeskGlCounters glBaseline = {};
+    };
 
-    /// Looks up the desk's own functions, which other GL libraries lack, and makes itself the sink.
-    void ConnectGl(void* library);
+    void ConnectGl(Mapped& mapped, void* library);
 
     Contract& contract_;
     SystemLibraries system_;
-    LibraryProvider* provider_ = &system_;
-    mutable std::mutex mutex_;
-    std::map<void*, unsigned> mappings_;
-    DeskGlCounters glBaseline_ = {};
-    // Both stay valid: the desk's EGL never leaves the process.
-    CounterFunction glCounters_ = nullptr;
-    SinkFunction setErrorSink_ = nullptr;
+    Guarded<Mapped> mapped_;
 };
 
 }  // namespace desk

@@ -2,19 +2,20 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <tuple>
 #include <vector>
 
+#include "desk/base/guarded.h"
 #include "desk/host/rules/tag_registry.h"
 
 namespace desk {
 
 /// The payloads of the host's vendor tags, per session and request. Request 0 holds what is not tied to
 /// a request. Thread safe; a payload handed to a node stays valid until it is replaced or removed.
-class MetadataStore {
+class Metadata {
 public:
     /// Copies `size` bytes; replaces what is there.
     void Set(const void* session, uint64_t requestId, const Tag& tag, const void* data, size_t size);
@@ -28,9 +29,14 @@ public:
     /// A copy of the payload; empty when there is none or its size is another.
     template <typename Payload>
     std::optional<Payload> Get(const void* session, uint64_t requestId, const Tag& tag) const {
-        Payload payload = {};
-        return Copy(session, requestId, tag, &payload, sizeof(payload)) ? std::optional<Payload>(payload)
-                                                                        : std::nullopt;
+        std::optional<Payload> copy;
+        payloads_.With([&](const auto& payloads) {
+            const auto found = payloads.find({session, requestId, &tag});
+            if (found != payloads.end() && found->second.size() == sizeof(Payload)) {
+                std::memcpy(&copy.emplace(), found->second.data(), sizeof(Payload));
+            }
+        });
+        return copy;
     }
 
     void Remove(const void* session, uint64_t requestId, const Tag& tag);
@@ -39,10 +45,11 @@ public:
 private:
     using Key = std::tuple<const void*, uint64_t, const Tag*>;
 
-    bool Copy(const void* session, uint64_t requestId, const Tag& tag, void* to, size_t size) const;
-
-    mutable std::mutex mutex_;
-    std::map<Key, std::vector<std::byte>> payloads_;
+    Guarded<std::map<Key, std::vector<std::byte>>> payloads_;
 };
+
+// What the table offers beside LumNodeUtils::GetMetaData. The fields of the records are the host's.
+uint32_t GetVendorTagBase(LumVendorTagBaseInfo* info);
+uint32_t SetMetadata(LumMetadataInfo* info);
 
 }  // namespace desk

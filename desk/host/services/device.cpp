@@ -1,0 +1,110 @@
+// What nodes ask of the device: its properties, its clock and its buffers.
+
+#include <sys/types.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <ctime>
+#include <iterator>
+#include <string>
+
+#include "desk/abi/gralloc_layout.h"
+#include "desk/host/services/service_call.h"
+#include "platform/properties.h"
+
+using namespace desk;
+
+namespace {
+
+// The desk's alignments per plane of NV12: cache lines of the stride, and tiles of 32 lines.
+constexpr Alignment PlaneAlignments[] = {{128, 32}, {128, 16}};
+
+bool WriteAt(int fd, size_t offset, const void* data, size_t size) {
+    return ::pwrite(fd, data, size, static_cast<off_t>(offset)) == static_cast<ssize_t>(size);
+}
+
+}  // namespace
+
+void LumNodeUtils::GetAlignment(uint32_t width, uint32_t height, uint32_t plane, LumFormat format,
+                                int32_t* strideAlignment, int32_t* scanlineAlignment) {
+    const ServiceCall call(service::GetAlignment);
+    if (!call.Needs({strideAlignment, scanlineAlignment})) {
+        return;
+    }
+    call->contract.Require(width != 0 && height != 0, "asks for the alignment of an image of {} x {} pixels",
+                           width, height);
+    if (!call.fails && format == LumFormatNv12 && plane < std::size(PlaneAlignments)) {
+        *strideAlignment = PlaneAlignments[plane].strideAlignment;
+        *scanlineAlignment = PlaneAlignments[plane].scanlineAlignment;
+    }
+}
+
+void LumNodeUtils::GetDateTime(LUMDateTime* dateTime) {
+    const ServiceCall call(service::GetDateTime);
+    if (!call.Needs({dateTime}) || call.fails) {
+        return;
+    }
+    if (call->clock) {
+        *dateTime = *call->clock;
+        return;
+    }
+    const std::time_t now = std::time(nullptr);
+    std::tm local = {};
+    ::localtime_r(&now, &local);
+    *dateTime = Patterned<LUMDateTime>();
+    dateTime->seconds = local.tm_sec;
+    dateTime->minutes = local.tm_min;
+    dateTime->hours = local.tm_hour;
+    dateTime->dayOfMonth = local.tm_mday;
+    dateTime->month = local.tm_mon;
+    dateTime->year = local.tm_year;
+}
+
+int32_t Orba::Gralloc::SetGrallocMetaData(const native_handle* handle, uint32_t item, uint32_t size,
+                                          const void* data) {
+    const ServiceCall call(service::SetGrallocMetaData, std::to_string(item));
+    if (call.fails) {
+        return static_cast<int32_t>(call.result);
+    }
+    const bool isGeometry = item == MetadataBufferGeometry;
+    const size_t expected = isGeometry ? sizeof(BufferGeometry) : sizeof(ColorMetadata);
+    Contract& contract = call->contract;
+    if (!call.Needs({handle, data}) ||
+        !contract.Require(IsGrallocHandle(handle), "sets metadata of a handle that is no gralloc buffer") ||
+        !contract.Require(isGeometry || item == MetadataColor, "sets the unknown gralloc metadata {}",
+                          item) ||
+        !contract.Require(size == expected, "sets the gralloc metadata {} with {} bytes; expected {}", item,
+                          size, expected)) {
+        return LumResultInvalidArgument;
+    }
+    if (isGeometry) {
+        const auto* geometry = static_cast<const BufferGeometry*>(data);
+        const int64_t bytes = int64_t{geometry->stride} * geometry->scanline * 3 / 2;
+        contract.Require(bytes == GrallocInt(handle, GrallocIntSize),
+                         "gives a buffer of {} bytes a stride of {} and {} lines",
+                         GrallocInt(handle, GrallocIntSize), geometry->stride, geometry->scanline);
+    }
+    const int fd = handle->data[GrallocMetadataFd];
+    const uint32_t present = 1;
+    const size_t place = isGeometry ? offsetof(GrallocMetadata, geometry) : offsetof(GrallocMetadata, color);
+    const size_t flag =
+        isGeometry ? offsetof(GrallocMetadata, hasGeometry) : offsetof(GrallocMetadata, hasColor);
+    const bool written = WriteAt(fd, place, data, size) && WriteAt(fd, flag, &present, sizeof(present));
+    return written ? LumResultSuccess : LumResultFailure;
+}
+
+int property_get(const char* key, char* value, const char* fallback) {
+    const ServiceCall call(service::PropertyGet, TextOf(key));
+    const bool serves = call.Needs({key, value}) && !call.fails;
+    if (value == nullptr) {
+        return 0;
+    }
+    std::string text(TextOf(fallback));
+    if (serves) {
+        call->properties.With([&](auto& all) { text = all.count(key) != 0 ? all[key] : text; });
+    }
+    text.resize(std::min<size_t>(text.size(), PropertyValueSize - 1));
+    std::memcpy(value, text.c_str(), text.size() + 1);
+    return static_cast<int>(text.size());
+}

@@ -1,0 +1,158 @@
+#include "desk/host/services/libraries.h"
+
+#include <dlfcn.h>
+
+#include <numeric>
+#include <utility>
+
+#include "desk/host/services/service_call.h"
+
+namespace desk {
+
+SystemLibraries::SystemLibraries(std::filesystem::path folder) : folder_(std::move(folder)) {}
+
+void* SystemLibraries::Map(const std::string& devicePath) {
+    const std::filesystem::path path(devicePath);
+    const bool isDevices = path.parent_path() == DeviceDir;
+    return isDevices ? ::dlopen((folder_ / path.filename()).c_str(), RTLD_NOW | RTLD_LOCAL) : nullptr;
+}
+
+void* SystemLibraries::Symbol(void* library, const char* symbol) {
+    return ::dlsym(library, symbol);
+}
+
+bool SystemLibraries::Unmap(void* library) {
+    return ::dlclose(library) == 0;
+}
+
+Libraries::Libraries(const std::filesystem::path& systemLibraryDir, Contract& contract)
+    : contract_(contract), system_(systemLibraryDir) {
+    SetProvider(nullptr);
+}
+
+Libraries::~Libraries() {
+    mapped_.With([](const Mapped& mapped) {
+        for (const auto& [library, mappings] : mapped.mappings) {
+            for (unsigned i = 0; i < mappings; ++i) {
+                mapped.provider->Unmap(library);
+            }
+        }
+    });
+    SetProvider(nullptr);
+}
+
+void Libraries::SetProvider(LibraryProvider* provider) {
+    mapped_.With([&](Mapped& mapped) {
+        if (mapped.setErrorSink != nullptr) {
+            mapped.setErrorSink(nullptr, nullptr);
+        }
+        mapped = {};
+        mapped.provider = provider != nullptr ? provider : &system_;
+    });
+}
+
+void* Libraries::Map(const std::string& devicePath) {
+    return mapped_.With([&](Mapped& mapped) {
+        void* library = mapped.provider->Map(devicePath);
+        if (library != nullptr) {
+            ++mapped.mappings[library];
+            if (mapped.glCounters == nullptr) {
+                ConnectGl(mapped, library);
+            }
+        }
+        return library;
+    });
+}
+
+void Libraries::ConnectGl(Mapped& mapped, void* library) {
+    const auto find = [&](auto& function, const char* name) {
+        function = reinterpret_cast<std::decay_t<decltype(function)>>(mapped.provider->Symbol(library, name));
+        return function != nullptr;
+    };
+    if (find(mapped.glCounters, "desk_gl_counters")) {
+        mapped.glCounters(&mapped.glBaseline);
+    }
+    if (find(mapped.setErrorSink, "desk_gl_set_error_sink")) {
+        const auto report = [](void* contract, const char* text) {
+            static_cast<Contract*>(contract)->Require(false, "makes the GL driver report an error: {}", text);
+        };
+        mapped.setErrorSink(report, &contract_);
+    }
+}
+
+bool Libraries::IsMapped(void* library) const {
+    return mapped_.With([&](const Mapped& mapped) { return mapped.mappings.count(library) != 0; });
+}
+
+void* Libraries::Symbol(void* library, const char* symbol) {
+    return mapped_.With([&](const Mapped& mapped) {
+        return mapped.mappings.count(library) != 0 ? mapped.provider->Symbol(library, symbol) : nullptr;
+    });
+}
+
+bool Libraries::Unmap(void* library) {
+    return mapped_.With([&](Mapped& mapped) {
+        const auto found = mapped.mappings.find(library);
+        if (found == mapped.mappings.end()) {
+            return false;
+        }
+        if (--found->second == 0) {
+            mapped.mappings.erase(found);
+        }
+        return mapped.provider->Unmap(library);
+    });
+}
+
+size_t Libraries::Count() const {
+    return mapped_.With([](const Mapped& mapped) {
+        return std::accumulate(mapped.mappings.begin(), mapped.mappings.end(), size_t{0},
+                               [](size_t count, const auto& mapping) { return count + mapping.second; });
+    });
+}
+
+std::optional<DeskGlCounters> Libraries::GlCounters() const {
+    const auto count = mapped_.With([](const Mapped& mapped) { return mapped.glCounters; });
+    if (count == nullptr) {
+        return std::nullopt;
+    }
+    DeskGlCounters counters = {};
+    count(&counters);
+    return counters;
+}
+
+DeskGlCounters Libraries::GlBaseline() const {
+    return mapped_.With([](const Mapped& mapped) { return mapped.glBaseline; });
+}
+
+}  // namespace desk
+
+namespace LumNodeUtils {
+
+using namespace desk;
+
+void* LibMapFullName(const char* fullPath) {
+    const ServiceCall call(service::LibMapFullName, TextOf(fullPath));
+    return call.Needs({fullPath}) && !call.fails ? call->libraries.Map(fullPath) : nullptr;
+}
+
+void* LibGetAddr(void* library, const char* symbol) {
+    const ServiceCall call(service::LibGetAddr, TextOf(symbol));
+    if (!call.Needs({library, symbol})) {
+        return nullptr;
+    }
+    call->contract.Require(call->libraries.IsMapped(library), "looks {} up in a library that is not mapped",
+                           symbol);
+    return call.fails ? nullptr : call->libraries.Symbol(library, symbol);
+}
+
+uint32_t LibUnmap(void* library) {
+    const ServiceCall call(service::LibUnmap);
+    if (!call.Needs({library}) ||
+        !call->contract.Require(call->libraries.IsMapped(library), "unmaps a library that is not mapped")) {
+        return LumResultInvalidArgument;
+    }
+    const bool unmapped = call->libraries.Unmap(library);
+    return call.fails ? call.result : (unmapped ? LumResultSuccess : LumResultFailure);
+}
+
+}  // namespace LumNodeUtils
