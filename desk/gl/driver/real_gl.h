@@ -25,7 +25,7 @@ namespace desk {
     X(GenFramebuffers) X(GenTextures) X(GetActiveAttrib) X(GetAttachedShaders) X(GetAttribLocation)        \
     X(GetError) X(GetFloatv) X(GetFramebufferAttachmentParameteriv) X(GetIntegerv) X(GetProgramInfoLog)    \
     X(GetProgramiv) X(GetShaderSource) X(GetShaderiv) X(GetString) X(GetUniformLocation) X(GetUniformiv)   \
-    X(IsEnabled) X(IsProgram) X(LinkProgram) X(PixelStorei) X(ReadPixels) X(Scissor) X(ShaderSource)       \
+    X(IsEnabled) X(LinkProgram) X(PixelStorei) X(ReadPixels) X(Scissor) X(ShaderSource)       \
     X(TexParameteri) X(TexStorage2D) X(TexSubImage2D) X(Uniform1i) X(UseProgram) X(Viewport)
 #define DESK_GL_EXTENSIONS(X) X(DebugMessageCallbackKHR) X(DebugMessageControlKHR)
 // clang-format on

@@ -138,14 +138,8 @@ void PlanePrograms::Link(GLuint program) {
 }
 
 void PlanePrograms::Delete(GLuint program) {
+    Forget(program);
     Gl().DeleteProgram(program);
-    // A program deleted while in use stays until another one is used, so what to forget is what is gone.
-    for (auto known = programs_.begin(); known != programs_.end();) {
-        const GLuint name = (known++)->first;
-        if (Gl().IsProgram(name) == GL_FALSE) {
-            Forget(name);
-        }
-    }
 }
 
 const PlaneProgram* PlanePrograms::InUse() const {
