@@ -31,7 +31,7 @@ std::invoke_result_t<Function, Arguments...> EglCall(const char* name, Function 
     try {
         return function(arguments...);
     } catch (const EglError& error) {
-        SetEglResult(error.Code());
+        SetEglResult(error.code);
         ReportRefusal(name, error.what());
     } catch (const std::exception& error) {
         SetEglResult(EGL_BAD_ALLOC);
@@ -43,15 +43,14 @@ std::invoke_result_t<Function, Arguments...> EglCall(const char* name, Function 
 /// Does what a GL function is called for, on the current context; without one there is nothing to do, as in
 /// any GL. What it throws becomes GL_OUT_OF_MEMORY.
 template <typename Function, typename... Arguments>
-void GlCall(Function function, Arguments... arguments) noexcept {
+auto GlCall(Function function, Arguments... arguments) noexcept {
+    using Result = std::invoke_result_t<Function, ContextState&, Arguments...>;
     ContextState* context = CurrentContext();
-    if (context == nullptr) {
-        return;
-    }
     try {
-        std::invoke(function, *context, arguments...);
+        return context == nullptr ? Result() : std::invoke(function, *context, arguments...);
     } catch (const std::exception&) {
         context->SetError(GL_OUT_OF_MEMORY);
+        return Result();
     }
 }
 
@@ -73,112 +72,52 @@ void SetShaderSource(ContextState& /*context*/, GLuint shader, GLsizei count, co
 
 }  // namespace
 
-EXPORT EGLDisplay EGLAPIENTRY eglGetDisplay(EGLNativeDisplayType native) {
-    return EglCall("eglGetDisplay", GetDisplay, native);
-}
-
+// clang-format off
+EXPORT EGLDisplay EGLAPIENTRY eglGetDisplay(EGLNativeDisplayType native) { return EglCall(__func__, GetDisplay, native); }
 EXPORT EGLBoolean EGLAPIENTRY eglInitialize(EGLDisplay display, EGLint* major, EGLint* minor) {
-    return EglCall("eglInitialize", Initialise, display, major, minor);
-}
-
-EXPORT EGLBoolean EGLAPIENTRY eglTerminate(EGLDisplay display) {
-    return EglCall("eglTerminate", Terminate, display);
-}
-
-EXPORT EGLint EGLAPIENTRY eglGetError() {
-    return TakeEglResult();
-}
-
-EXPORT EGLContext EGLAPIENTRY eglCreateContext(EGLDisplay display, EGLConfig config, EGLContext share,
-                                               const EGLint* attributes) {
-    return EglCall("eglCreateContext", CreateContext, display, config, share, attributes);
-}
-
+    return EglCall(__func__, Initialise, display, major, minor); }
+EXPORT EGLBoolean EGLAPIENTRY eglTerminate(EGLDisplay display) { return EglCall(__func__, Terminate, display); }
+EXPORT EGLint EGLAPIENTRY eglGetError() { return TakeEglResult(); }
+EXPORT EGLContext EGLAPIENTRY eglCreateContext(EGLDisplay display, EGLConfig config, EGLContext share, const EGLint* attributes) {
+    return EglCall(__func__, CreateContext, display, config, share, attributes); }
 EXPORT EGLBoolean EGLAPIENTRY eglDestroyContext(EGLDisplay display, EGLContext context) {
-    return EglCall("eglDestroyContext", DestroyContext, display, context);
-}
-
-EXPORT EGLBoolean EGLAPIENTRY eglMakeCurrent(EGLDisplay display, EGLSurface draw, EGLSurface read,
-                                             EGLContext context) {
-    return EglCall("eglMakeCurrent", MakeCurrent, display, draw, read, context);
-}
-
-EXPORT EGLBoolean EGLAPIENTRY eglReleaseThread() {
-    return EglCall("eglReleaseThread", ReleaseThread);
-}
-
+    return EglCall(__func__, DestroyContext, display, context); }
+EXPORT EGLBoolean EGLAPIENTRY eglMakeCurrent(EGLDisplay display, EGLSurface draw, EGLSurface read, EGLContext context) {
+    return EglCall(__func__, MakeCurrent, display, draw, read, context); }
+EXPORT EGLBoolean EGLAPIENTRY eglReleaseThread() { return EglCall(__func__, ReleaseThread); }
 EXPORT EGLImageKHR EGLAPIENTRY eglCreateImageKHR(EGLDisplay display, EGLContext context, EGLenum target,
                                                  EGLClientBuffer buffer, const EGLint* attributes) {
-    return EglCall("eglCreateImageKHR", CreateImage, display, context, target, buffer, attributes);
-}
-
+    return EglCall(__func__, CreateImage, display, context, target, buffer, attributes); }
 EXPORT EGLBoolean EGLAPIENTRY eglDestroyImageKHR(EGLDisplay display, EGLImageKHR image) {
-    return EglCall("eglDestroyImageKHR", DestroyImage, display, image);
-}
+    return EglCall(__func__, DestroyImage, display, image); }
 
-EXPORT GLenum GL_APIENTRY glGetError() {
-    GLenum error = GL_NO_ERROR;
-    GlCall([&error](ContextState& context) { error = context.TakeError(); });
-    return error;
-}
-
-EXPORT void GL_APIENTRY glBindTexture(GLenum target, GLuint texture) {
-    GlCall(&ContextState::BindTexture, target, texture);
-}
-
+EXPORT GLenum GL_APIENTRY glGetError() { return GlCall(&ContextState::TakeError); }
+EXPORT void GL_APIENTRY glBindTexture(GLenum target, GLuint texture) { GlCall(&ContextState::BindTexture, target, texture); }
 EXPORT void GL_APIENTRY glTexParameteri(GLenum target, GLenum name, GLint value) {
-    GlCall(&ContextState::TexParameter, target, name, value);
-}
-
+    GlCall(&ContextState::TexParameter, target, name, value); }
 EXPORT void GL_APIENTRY glDeleteTextures(GLsizei count, const GLuint* textures) {
-    GlCall(&ContextState::DeleteTextures, count, textures);
-}
-
+    GlCall(&ContextState::DeleteTextures, count, textures); }
 EXPORT void GL_APIENTRY glEGLImageTargetTexture2DOES(GLenum target, GLeglImageOES image) {
-    GlCall(&ContextState::SetTextureImage, target, FindImage(image));
-}
-
+    GlCall(&ContextState::SetTextureImage, target, FindImage(image)); }
 EXPORT void GL_APIENTRY glEGLImageTargetRenderbufferStorageOES(GLenum target, GLeglImageOES image) {
-    GlCall(&ContextState::SetRenderbufferImage, target, FindImage(image));
-}
-
-EXPORT void GL_APIENTRY glFramebufferRenderbuffer(GLenum target, GLenum attachment, GLenum renderbufferTarget,
-                                                  GLuint renderbuffer) {
-    GlCall(&ContextState::AttachRenderbuffer, target, attachment, renderbufferTarget, renderbuffer);
-}
-
+    GlCall(&ContextState::SetRenderbufferImage, target, FindImage(image)); }
+EXPORT void GL_APIENTRY glFramebufferRenderbuffer(GLenum target, GLenum attachment, GLenum bufferTarget, GLuint buffer) {
+    GlCall(&ContextState::AttachRenderbuffer, target, attachment, bufferTarget, buffer); }
 EXPORT void GL_APIENTRY glDeleteRenderbuffers(GLsizei count, const GLuint* renderbuffers) {
-    GlCall(&ContextState::DeleteRenderbuffers, count, renderbuffers);
-}
-
-EXPORT void GL_APIENTRY glShaderSource(GLuint shader, GLsizei count, const GLchar* const* strings,
-                                       const GLint* lengths) {
-    GlCall(SetShaderSource, shader, count, strings, lengths);
-}
-
-EXPORT void GL_APIENTRY glLinkProgram(GLuint program) {
-    GlCall([program](ContextState& context) { context.programs.Link(program); });
-}
-
-EXPORT void GL_APIENTRY glDeleteProgram(GLuint program) {
-    GlCall([program](ContextState& context) { context.programs.Delete(program); });
-}
-
-EXPORT void GL_APIENTRY glClear(GLbitfield mask) {
-    GlCall(Clear, mask);
-}
-
+    GlCall(&ContextState::DeleteRenderbuffers, count, renderbuffers); }
+EXPORT void GL_APIENTRY glShaderSource(GLuint shader, GLsizei count, const GLchar* const* strings, const GLint* lengths) {
+    GlCall(SetShaderSource, shader, count, strings, lengths); }
+EXPORT void GL_APIENTRY glLinkProgram(GLuint program) { GlCall([=](auto& context) { context.programs.Link(program); }); }
+EXPORT void GL_APIENTRY glDeleteProgram(GLuint program) { GlCall([=](auto& context) { context.programs.Delete(program); }); }
+EXPORT void GL_APIENTRY glClear(GLbitfield mask) { GlCall(Clear, mask); }
 EXPORT void GL_APIENTRY glDrawElements(GLenum mode, GLsizei count, GLenum type, const void* indices) {
-    GlCall(Draw, [&] { Gl().DrawElements(mode, count, type, indices); });
-}
-
+    GlCall(Draw, [&] { Gl().DrawElements(mode, count, type, indices); }); }
 EXPORT void GL_APIENTRY glDrawArrays(GLenum mode, GLint first, GLsizei count) {
-    GlCall(Draw, [&] { Gl().DrawArrays(mode, first, count); });
-}
+    GlCall(Draw, [&] { Gl().DrawArrays(mode, first, count); }); }
+EXPORT void GL_APIENTRY glFinish() { GlCall(&ContextState::Finish); }
 
-EXPORT void GL_APIENTRY glFinish() {
-    GlCall(&ContextState::Finish);
-}
+EXPORT void desk_gl_set_error_sink(DeskGlErrorSink function, void* owner) { SetDriverErrorSink(function, owner); }
+// clang-format on
 
 EXPORT void desk_gl_counters(DeskGlCounters* counters) {
     const Counters& global = GlobalCounters();
@@ -192,8 +131,4 @@ EXPORT void desk_gl_counters(DeskGlCounters* counters) {
     if (counters->maxTextureSize != 0) {
         std::copy(global.renderer.begin(), global.renderer.end(), counters->renderer);
     }
-}
-
-EXPORT void desk_gl_set_error_sink(DeskGlErrorSink function, void* owner) {
-    SetDriverErrorSink(function, owner);
 }

@@ -10,15 +10,9 @@ namespace desk {
 
 /// A refusal of one of the layer's EGL functions: the code that eglGetError is to give, and the sentence
 /// that says what was expected and what came.
-class EglError : public std::runtime_error {
-public:
-    EglError(EGLint code, const std::string& sentence) : std::runtime_error(sentence), code_(code) {}
-    EGLint Code() const {
-        return code_;
-    }
-
-private:
-    EGLint code_;
+struct EglError : std::runtime_error {
+    EglError(EGLint errorCode, const std::string& sentence) : std::runtime_error(sentence), code(errorCode) {}
+    EGLint code;
 };
 
 /// The result of the calling thread's latest EGL call; empty when the driver has it.

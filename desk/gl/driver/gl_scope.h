@@ -1,12 +1,17 @@
 #pragma once
 
-#include <array>
-
 #include "desk/gl/driver/real_gl.h"
 
-/// The application must find the GL state as it left it, so the layer changes state only through these
-/// scopes, which put it back. All need a current context from construction to destruction.
+/// The application must find the GL state as it left it, so the layer changes state only in scopes, which put
+/// it back. All need a current context from construction to destruction.
 namespace desk {
+
+/// One integer of the current context's state.
+inline GLint GlInteger(GLenum name) {
+    GLint value = 0;
+    Gl().GetIntegerv(name, &value);
+    return value;
+}
 
 /// One value of the state, which `State` is the name of and `PutBack` sets.
 template <GLenum State, void (*PutBack)(GLuint)>
@@ -44,19 +49,5 @@ using TextureScope = StateScope<GL_TEXTURE_BINDING_2D, BindTexture2D>;  ///< of 
 using DrawFramebufferScope = StateScope<GL_DRAW_FRAMEBUFFER_BINDING, BindDrawFramebuffer>;
 using ReadFramebufferScope = StateScope<GL_READ_FRAMEBUFFER_BINDING, BindReadFramebuffer>;
 using ProgramScope = StateScope<GL_CURRENT_PROGRAM, UseProgram>;
-
-/// Another draw framebuffer of half the size, with viewport and scissor box halved to match.
-class HalfSizeScope {
-public:
-    explicit HalfSizeScope(GLuint framebuffer);
-    ~HalfSizeScope();
-    HalfSizeScope(const HalfSizeScope&) = delete;
-    HalfSizeScope& operator=(const HalfSizeScope&) = delete;
-
-private:
-    DrawFramebufferScope framebuffer_;
-    std::array<GLint, 4> viewport_{};
-    std::array<GLint, 4> scissor_{};
-};
 
 }  // namespace desk

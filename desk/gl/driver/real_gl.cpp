@@ -8,7 +8,16 @@
 namespace desk {
 namespace {
 
-void* Find(const char* libraryName, const char* name) {
+/// A driver's function, to be taken as one of any type.
+struct Found {
+    template <typename Function>
+    operator Function*() const {  // NOLINT(google-explicit-constructor): the tables below list functions
+        return reinterpret_cast<Function*>(address);
+    }
+    void* address;
+};
+
+Found Find(const char* libraryName, const char* name) {
     // This library links the other one, so the call only finds it again.
     void* library = dlopen(libraryName, RTLD_NOW | RTLD_LOCAL);
     void* function = library == nullptr ? nullptr : dlsym(library, name);
@@ -16,39 +25,30 @@ void* Find(const char* libraryName, const char* name) {
         static_cast<void>(std::fprintf(stderr, "desk-gl: expected %s in %s, got none\n", name, libraryName));
         std::abort();
     }
-    return function;
+    return {function};
+}
+
+Found FindExtension(const char* name) {
+    // Not by Egl(), which asks for extensions while it is being filled.
+    static const decltype(&::eglGetProcAddress) find = Find("libEGL.so.1", "eglGetProcAddress");
+    return {reinterpret_cast<void*>(find(name))};
 }
 
 }  // namespace
 
-void* FindEgl(const char* name) {
-    return Find("libEGL.so.1", name);
-}
-
-void* FindGl(const char* name) {
-    return Find("libGLESv2.so.2", name);
-}
-
-void* FindExtension(const char* name) {
-    // Not by Egl(), which asks for extensions while it is being filled.
-    static const auto find = reinterpret_cast<decltype(&::eglGetProcAddress)>(FindEgl("eglGetProcAddress"));
-    return reinterpret_cast<void*>(find(name));
-}
+#define DESK_EGL(name) Find("libEGL.so.1", "egl" #name),
+#define DESK_GL(name) Find("libGLESv2.so.2", "gl" #name),
+#define DESK_EGL_EXTENSION(name) FindExtension("egl" #name),
+#define DESK_GL_EXTENSION(name) FindExtension("gl" #name),
 
 const RealEgl& Egl() {
-    static const RealEgl egl;
+    static const RealEgl egl = {DESK_EGL_FUNCTIONS(DESK_EGL) DESK_EGL_EXTENSIONS(DESK_EGL_EXTENSION)};
     return egl;
 }
 
 const RealGl& Gl() {
-    static const RealGl gl;
+    static const RealGl gl = {DESK_GL_FUNCTIONS(DESK_GL) DESK_GL_EXTENSIONS(DESK_GL_EXTENSION)};
     return gl;
-}
-
-GLint GlInteger(GLenum name) {
-    GLint value = 0;
-    Gl().GetIntegerv(name, &value);
-    return value;
 }
 
 }  // namespace desk

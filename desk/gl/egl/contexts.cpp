@@ -32,9 +32,6 @@ ContextState* CurrentContext() {
 EGLContext CreateContext(EGLDisplay display, EGLConfig config, EGLContext share, const EGLint* attributes) {
     auto state = std::make_shared<ContextState>();
     EGLContext context = Egl().CreateContext(display, config, share, RaiseVersion(attributes).data());
-    if (context == EGL_NO_CONTEXT) {
-        context = Egl().CreateContext(display, config, share, attributes);
-    }
     if (context != EGL_NO_CONTEXT) {
         Contexts().Add(display, context, std::move(state));
     }

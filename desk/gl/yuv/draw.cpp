@@ -8,42 +8,58 @@
 namespace desk {
 namespace {
 
-/// One texture in the place of another on a unit.
-class BoundPlane {
+using Box = std::array<GLint, 4>;  ///< left, bottom, width, height
+
+/// Both edges rounded outwards, so that a half-size plane's sample for an odd last column is covered too.
+Box Half(const Box& box) {
+    const GLint left = box[0] >> 1;
+    const GLint bottom = box[1] >> 1;
+    return {left, bottom, ((box[0] + box[2] + 1) >> 1) - left, ((box[1] + box[3] + 1) >> 1) - bottom};
+}
+
+/// Another draw framebuffer of half the size, with viewport and scissor box halved to match.
+class HalfSizeScope {
 public:
-    BoundPlane(GLuint unit, GLuint texture) : unit_(GL_TEXTURE0 + unit) {
-        const ActiveTextureScope activeTexture;
-        ActivateUnit(unit_);
-        previous_ = static_cast<GLuint>(GlInteger(GL_TEXTURE_BINDING_2D));
-        BindTexture2D(texture);
+    explicit HalfSizeScope(GLuint framebuffer) {
+        Gl().GetIntegerv(GL_VIEWPORT, viewport_.data());
+        Gl().GetIntegerv(GL_SCISSOR_BOX, scissor_.data());
+        BindDrawFramebuffer(framebuffer);
+        SetBoxes(Half(viewport_), Half(scissor_));
     }
-    ~BoundPlane() {
-        const ActiveTextureScope activeTexture;
-        ActivateUnit(unit_);
-        BindTexture2D(previous_);
+    ~HalfSizeScope() {
+        SetBoxes(viewport_, scissor_);
     }
-    BoundPlane(const BoundPlane&) = delete;
-    BoundPlane& operator=(const BoundPlane&) = delete;
+    HalfSizeScope(const HalfSizeScope&) = delete;
+    HalfSizeScope& operator=(const HalfSizeScope&) = delete;
 
 private:
-    GLenum unit_;
-    GLuint previous_;
+    static void SetBoxes(const Box& viewport, const Box& scissor) {
+        Gl().Viewport(viewport[0], viewport[1], viewport[2], viewport[3]);
+        Gl().Scissor(scissor[0], scissor[1], scissor[2], scissor[3]);
+    }
+
+    DrawFramebufferScope framebuffer_;
+    Box viewport_{};
+    Box scissor_{};
 };
 
-/// The external image that a program samples, loaded and bound; black when there is none.
+/// The external image that a program samples, loaded and on its units; black when there is none.
 class BoundImage {
 public:
-    BoundImage(const PlaneProgram& program, PlaneSet* image)
-        : luma_(program.Unit(), image == nullptr ? 0 : image->Texture(Luma)),
-          chroma_(program.chromaPlaneUnit, image == nullptr ? 0 : image->Texture(Chroma)) {
+    BoundImage(const PlaneProgram& program, const PlaneSet* image) {
         if (image != nullptr) {
             image->Upload();
         }
+        ActivateUnit(GL_TEXTURE0 + program.chromaPlaneUnit);
+        BindTexture2D(image == nullptr ? 0 : image->Texture(Chroma));
+        ActivateUnit(GL_TEXTURE0 + program.Unit());
+        luma_.emplace();
+        BindTexture2D(image == nullptr ? 0 : image->Texture(Luma));
     }
 
 private:
-    BoundPlane luma_;
-    BoundPlane chroma_;
+    ActiveTextureScope activeUnit_;
+    std::optional<TextureScope> luma_;  ///< the chroma plane's unit is the layer's own
 };
 
 }  // namespace
@@ -60,17 +76,17 @@ void Draw(ContextState& context, const std::function<void()>& draw) {
     if (program != nullptr && program->samplesImage) {
         image.emplace(*program, context.ExternalTexture(program->Unit()));
     }
-    if (target == nullptr) {
-        draw();
-        return;
+    if (target != nullptr) {
+        target->BeginDrawing(false);
     }
-    target->BeginDrawing(false);
     draw();
-    const ProgramScope programScope;
-    const HalfSizeScope half(target->Framebuffer(Chroma));
-    UseProgram(program->chroma);
-    Gl().Uniform1i(program->chromaSampler, static_cast<GLint>(program->Unit()));
-    draw();
+    if (target != nullptr) {
+        const ProgramScope programScope;
+        const HalfSizeScope half(target->Framebuffer(Chroma));
+        UseProgram(program->chroma);
+        Gl().Uniform1i(program->chromaSampler, static_cast<GLint>(program->Unit()));
+        draw();
+    }
 }
 
 void Clear(ContextState& context, GLbitfield mask) {

@@ -15,54 +15,48 @@
 namespace desk {
 namespace {
 
-template <typename Value>
-void Require(EGLint code, const char* what, Value expected, Value got) {
-    if (expected != got) {
-        throw EglError(code, fmt::format("expected {} {}, got {}", what, expected, got));
+/// `sentence` says what was expected and what came.
+template <typename... Values>
+void Require(bool isMet, EGLint code, fmt::format_string<Values...> sentence, Values... values) {
+    if (!isMet) {
+        throw EglError(code, fmt::format(sentence, values...));
     }
 }
 
-void CheckBuffer(const ANativeWindowBuffer* given) {
-    if (given == nullptr) {
-        throw EglError(EGL_BAD_PARAMETER, "expected a window buffer, got null");
-    }
-    const ANativeWindowBuffer& buffer = *given;
-    Require(EGL_BAD_PARAMETER, "a window buffer of magic", AndroidNativeBufferMagic, buffer.common.magic);
-    Require(EGL_BAD_PARAMETER, "a window buffer of version", static_cast<int>(sizeof(ANativeWindowBuffer)),
-            buffer.common.version);
-    if (buffer.common.incRef == nullptr || buffer.common.decRef == nullptr) {
-        throw EglError(EGL_BAD_PARAMETER, "expected a window buffer with incRef and decRef, got null");
-    }
-    if (!IsGrallocHandle(buffer.handle)) {
-        throw EglError(EGL_BAD_PARAMETER, "expected the handle of a desk buffer, got another or none");
-    }
-    Require(EGL_BAD_PARAMETER, "a window buffer of format", GrallocFormatNv12, buffer.format);
-    Require(EGL_BAD_PARAMETER, "a handle of format", GrallocFormatNv12,
-            GrallocInt(buffer.handle, GrallocIntFormat));
-    if (buffer.width <= 0 || buffer.height <= 0) {
-        throw EglError(EGL_BAD_PARAMETER, fmt::format("expected a window buffer of positive size, got {}x{}",
-                                                      buffer.width, buffer.height));
-    }
-    Require(EGL_BAD_MATCH, "the handle's width", GrallocInt(buffer.handle, GrallocIntWidth), buffer.width);
-    Require(EGL_BAD_MATCH, "the handle's height", GrallocInt(buffer.handle, GrallocIntHeight), buffer.height);
+void RequireEqual(EGLint code, const char* what, int64_t expected, int64_t got) {
+    Require(expected == got, code, "expected {} {}, got {}", what, expected, got);
+}
+
+void CheckBuffer(const ANativeWindowBuffer* buffer) {
+    Require(buffer != nullptr, EGL_BAD_PARAMETER, "expected a window buffer, got null");
+    RequireEqual(EGL_BAD_PARAMETER, "a window buffer of magic", AndroidNativeBufferMagic,
+                 buffer->common.magic);
+    RequireEqual(EGL_BAD_PARAMETER, "a window buffer of version", sizeof(ANativeWindowBuffer),
+                 buffer->common.version);
+    Require(buffer->common.incRef != nullptr && buffer->common.decRef != nullptr, EGL_BAD_PARAMETER,
+            "expected a window buffer with incRef and decRef, got null");
+    const native_handle_t* handle = buffer->handle;
+    Require(IsGrallocHandle(handle), EGL_BAD_PARAMETER,
+            "expected the handle of a desk buffer, got another or none");
+    RequireEqual(EGL_BAD_PARAMETER, "a window buffer of format", GrallocFormatNv12, buffer->format);
+    RequireEqual(EGL_BAD_PARAMETER, "a handle of format", GrallocFormatNv12,
+                 GrallocInt(handle, GrallocIntFormat));
+    Require(buffer->width > 0 && buffer->height > 0, EGL_BAD_PARAMETER,
+            "expected a window buffer of positive size, got {}x{}", buffer->width, buffer->height);
+    RequireEqual(EGL_BAD_MATCH, "the handle's width", GrallocInt(handle, GrallocIntWidth), buffer->width);
+    RequireEqual(EGL_BAD_MATCH, "the handle's height", GrallocInt(handle, GrallocIntHeight), buffer->height);
 }
 
 void CheckAttributes(const ANativeWindowBuffer& buffer, const EGLint* attributes) {
     for (; attributes != nullptr && *attributes != EGL_NONE; attributes += 2) {
-        switch (attributes[0]) {
-            case EGL_WIDTH:
-                Require(EGL_BAD_MATCH, "EGL_WIDTH", buffer.width, attributes[1]);
-                break;
-            case EGL_HEIGHT:
-                Require(EGL_BAD_MATCH, "EGL_HEIGHT", buffer.height, attributes[1]);
-                break;
-            case EGL_IMAGE_PRESERVED_KHR:  // the planes are loaded from the buffer before every use
-                break;
-            default:
-                throw EglError(
-                    EGL_BAD_ATTRIBUTE,
-                    fmt::format("expected EGL_WIDTH, EGL_HEIGHT or EGL_IMAGE_PRESERVED, got attribute {:#x}",
-                                attributes[0]));
+        if (attributes[0] == EGL_WIDTH) {
+            RequireEqual(EGL_BAD_MATCH, "EGL_WIDTH", buffer.width, attributes[1]);
+        } else if (attributes[0] == EGL_HEIGHT) {
+            RequireEqual(EGL_BAD_MATCH, "EGL_HEIGHT", buffer.height, attributes[1]);
+        } else {  // preserved it is: the planes are loaded from the buffer before every use
+            Require(attributes[0] == EGL_IMAGE_PRESERVED_KHR, EGL_BAD_ATTRIBUTE,
+                    "expected EGL_WIDTH, EGL_HEIGHT or EGL_IMAGE_PRESERVED, got attribute {:#x}",
+                    attributes[0]);
         }
     }
 }
@@ -70,45 +64,34 @@ void CheckAttributes(const ANativeWindowBuffer& buffer, const EGLint* attributes
 Orba::Gralloc::BufferGeometry ReadGeometry(int metadataFd) {
     GrallocMetadata metadata = {};
     const ssize_t count = pread(metadataFd, &metadata, sizeof(metadata), 0);
-    if (count != static_cast<ssize_t>(sizeof(metadata)) || metadata.magic != GrallocMetadataMagic) {
-        throw EglError(EGL_BAD_PARAMETER,
-                       fmt::format("expected {} bytes of buffer metadata, got {}", sizeof(metadata), count));
-    }
-    Require(EGL_BAD_PARAMETER, "geometry in the buffer's metadata, flag", 1U, metadata.hasGeometry);
-    Require(EGL_BAD_PARAMETER, "colour in the buffer's metadata, flag", 1U, metadata.hasColor);
+    Require(count == static_cast<ssize_t>(sizeof(metadata)) && metadata.magic == GrallocMetadataMagic,
+            EGL_BAD_PARAMETER, "expected {} bytes of buffer metadata, got {}", sizeof(metadata), count);
+    RequireEqual(EGL_BAD_PARAMETER, "geometry in the buffer's metadata, flag", 1, metadata.hasGeometry);
+    RequireEqual(EGL_BAD_PARAMETER, "colour in the buffer's metadata, flag", 1, metadata.hasColor);
     return metadata.geometry;
 }
 
 /// Both planes have to lie inside the memory: the chroma plane begins after `scanline` rows of luma, and its
 /// two-byte samples need an even stride.
 void CheckGeometry(const ANativeWindowBuffer& buffer, Orba::Gralloc::BufferGeometry geometry, int64_t bytes) {
-    if (geometry.stride < buffer.width || geometry.stride % 2 != 0 || geometry.scanline < buffer.height) {
-        throw EglError(
+    Require(geometry.stride >= buffer.width && geometry.stride % 2 == 0 && geometry.scanline >= buffer.height,
             EGL_BAD_PARAMETER,
-            fmt::format("expected an even stride of {} or more and a scanline of {} or more, got {} "
-                        "and {}",
-                        buffer.width, buffer.height, geometry.stride, geometry.scanline));
-    }
+            "expected an even stride of {} or more and a scanline of {} or more, got {} and {}", buffer.width,
+            buffer.height, geometry.stride, geometry.scanline);
     const int64_t rows = int64_t{geometry.scanline} + (int64_t{geometry.scanline} + 1) / 2;
-    if (rows * geometry.stride > bytes) {
-        throw EglError(
-            EGL_BAD_PARAMETER,
-            fmt::format("expected {} bytes of pixels or more for stride {} and scanline {}, got {}",
-                        rows * geometry.stride, geometry.stride, geometry.scanline, bytes));
-    }
+    Require(rows * geometry.stride <= bytes, EGL_BAD_PARAMETER,
+            "expected {} bytes of pixels or more for stride {} and scanline {}, got {}",
+            rows * geometry.stride, geometry.stride, geometry.scanline, bytes);
 }
 
 uint8_t* MapPixels(int file, size_t bytes) {
     struct stat status {};
-    if (fstat(file, &status) != 0 || status.st_size < static_cast<off_t>(bytes)) {
-        throw EglError(EGL_BAD_PARAMETER, fmt::format("expected a pixel file of {} bytes or more, got {}",
-                                                      bytes, status.st_size));
-    }
+    const bool isWhole = fstat(file, &status) == 0 && status.st_size >= static_cast<off_t>(bytes);
+    Require(isWhole, EGL_BAD_PARAMETER, "expected a pixel file of {} bytes or more, got {}", bytes,
+            status.st_size);
     void* pixels = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
-    if (pixels == MAP_FAILED) {
-        throw EglError(EGL_BAD_ALLOC, fmt::format("expected to map {} bytes of pixels, got \"{}\"", bytes,
-                                                  std::generic_category().message(errno)));
-    }
+    Require(pixels != MAP_FAILED, EGL_BAD_ALLOC, "expected to map {} bytes of pixels, got \"{}\"", bytes,
+            std::generic_category().message(errno));
     return static_cast<uint8_t*>(pixels);
 }
 

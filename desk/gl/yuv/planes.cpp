@@ -1,6 +1,5 @@
 #include "desk/gl/yuv/planes.h"
 
-#include <algorithm>
 #include <utility>
 
 #include "desk/gl/driver/gl_scope.h"
@@ -9,33 +8,21 @@ namespace desk {
 namespace {
 
 /// How a plane's samples look to the GL.
-struct PlaneFormat {
+constexpr struct {
     GLenum internalFormat;
     GLenum format;
-    GLint channels;  ///< of one byte each
-};
-constexpr PlaneFormat PlaneFormats[PlaneCount] = {{GL_R8, GL_RED, 1}, {GL_RG8, GL_RG, 2}};
+} Formats[PlaneCount] = {{GL_R8, GL_RED}, {GL_RG8, GL_RG}};
 
-/// Rows of any length in client memory, for one transfer. Afterwards GL's defaults hold again, which the
-/// desk's applications leave in force.
-class RowLengthScope {
-public:
-    RowLengthScope(GLenum rowLength, GLenum alignment, GLint pixels)
-        : rowLength_(rowLength), alignment_(alignment) {
-        Gl().PixelStorei(rowLength_, pixels);
-        Gl().PixelStorei(alignment_, 1);
-    }
-    ~RowLengthScope() {
-        Gl().PixelStorei(rowLength_, 0);
-        Gl().PixelStorei(alignment_, 4);
-    }
-    RowLengthScope(const RowLengthScope&) = delete;
-    RowLengthScope& operator=(const RowLengthScope&) = delete;
-
-private:
-    GLenum rowLength_;
-    GLenum alignment_;
-};
+/// One transfer between the GL and rows of any length in client memory. Afterwards GL's defaults hold again,
+/// which the desk's applications leave in force.
+template <typename Transfer>
+void WithRowLength(GLenum rowLength, GLenum alignment, GLint pixels, const Transfer& transfer) {
+    Gl().PixelStorei(rowLength, pixels);
+    Gl().PixelStorei(alignment, 1);
+    transfer();
+    Gl().PixelStorei(rowLength, 0);
+    Gl().PixelStorei(alignment, 4);
+}
 
 }  // namespace
 
@@ -46,7 +33,7 @@ void PlaneSet::SetImage(std::shared_ptr<Image> image) {
     const TextureScope binding;
     for (const Plane plane : Planes) {
         BindTexture2D(textures_[plane]);
-        Gl().TexStorage2D(GL_TEXTURE_2D, 1, PlaneFormats[plane].internalFormat, image_->Width(plane),
+        Gl().TexStorage2D(GL_TEXTURE_2D, 1, Formats[plane].internalFormat, image_->Width(plane),
                           image_->Height(plane));
         Gl().TexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
         Gl().TexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
@@ -85,10 +72,11 @@ void PlaneSet::Upload() const {
     }
     const TextureScope binding;
     for (const Plane plane : Planes) {
-        const RowLengthScope rows(GL_UNPACK_ROW_LENGTH, GL_UNPACK_ALIGNMENT, image_->RowLength(plane));
         BindTexture2D(textures_[plane]);
-        Gl().TexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, image_->Width(plane), image_->Height(plane),
-                           PlaneFormats[plane].format, GL_UNSIGNED_BYTE, image_->Data(plane));
+        WithRowLength(GL_UNPACK_ROW_LENGTH, GL_UNPACK_ALIGNMENT, image_->RowLength(plane), [&] {
+            Gl().TexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, image_->Width(plane), image_->Height(plane),
+                               Formats[plane].format, GL_UNSIGNED_BYTE, image_->Data(plane));
+        });
     }
 }
 
@@ -106,7 +94,11 @@ void PlaneSet::Finish() {
     const ReadFramebufferScope binding;
     for (const Plane plane : Planes) {
         BindReadFramebuffer(Framebuffer(plane));
-        ReadBack(plane);
+        WithRowLength(GL_PACK_ROW_LENGTH, GL_PACK_ALIGNMENT, image_->RowLength(plane), [&] {
+            // The planes' formats are what drivers choose for themselves; one that did not would say so.
+            Gl().ReadPixels(0, 0, image_->Width(plane), image_->Height(plane), Formats[plane].format,
+                            GL_UNSIGNED_BYTE, image_->Data(plane));
+        });
     }
     isAheadOfMemory_ = false;
 }
@@ -121,29 +113,6 @@ GLuint PlaneSet::Framebuffer(Plane plane) {
                                   0);
     }
     return framebuffer;
-}
-
-void PlaneSet::ReadBack(Plane plane) {
-    const PlaneFormat& format = PlaneFormats[plane];
-    const int width = image_->Width(plane);
-    const int height = image_->Height(plane);
-    const bool isDirect =
-        static_cast<GLenum>(GlInteger(GL_IMPLEMENTATION_COLOR_READ_FORMAT)) == format.format &&
-        GlInteger(GL_IMPLEMENTATION_COLOR_READ_TYPE) == GL_UNSIGNED_BYTE;
-    if (isDirect) {
-        const RowLengthScope rows(GL_PACK_ROW_LENGTH, GL_PACK_ALIGNMENT, image_->RowLength(plane));
-        Gl().ReadPixels(0, 0, width, height, format.format, GL_UNSIGNED_BYTE, image_->Data(plane));
-        return;
-    }
-    rgba_.resize(size_t{4} * static_cast<size_t>(width) * static_cast<size_t>(height));
-    Gl().ReadPixels(0, 0, width, height, GL_RGBA, GL_UNSIGNED_BYTE, rgba_.data());
-    const uint8_t* from = rgba_.data();
-    for (int row = 0; row < height; ++row) {
-        uint8_t* to = image_->Data(plane) + ptrdiff_t{row} * image_->RowLength(plane) * format.channels;
-        for (int column = 0; column < width; ++column, from += 4) {
-            to = std::copy_n(from, format.channels, to);
-        }
-    }
 }
 
 }  // namespace desk

@@ -2,7 +2,6 @@
 
 #include <array>
 #include <memory>
-#include <vector>
 
 #include "desk/gl/yuv/image.h"
 
@@ -36,7 +35,6 @@ public:
 
 private:
     void ApplyFilters() const;
-    void ReadBack(Plane plane);
 
     std::shared_ptr<Image> image_;
     std::array<GLuint, PlaneCount> textures_{};
@@ -44,7 +42,6 @@ private:
     GLint minFilter_ = GL_LINEAR;
     GLint magFilter_ = GL_LINEAR;
     bool isAheadOfMemory_ = false;
-    std::vector<uint8_t> rgba_;  ///< a plane as drivers without one- and two-channel reads give it
 };
 
 }  // namespace desk

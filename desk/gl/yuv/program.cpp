@@ -1,5 +1,6 @@
 #include "desk/gl/yuv/program.h"
 
+#include <algorithm>
 #include <array>
 #include <string>
 
@@ -9,12 +10,6 @@
 
 namespace desk {
 namespace {
-
-/// The shaders of a program at the time it is linked: one of each kind in OpenGL ES 3.0.
-struct AttachedShaders {
-    GLuint vertex = 0;
-    GLuint fragment = 0;
-};
 
 GLint ShaderInteger(GLuint shader, GLenum name) {
     GLint value = 0;
@@ -28,20 +23,16 @@ GLint ProgramInteger(GLuint program, GLenum name) {
     return value;
 }
 
-AttachedShaders ShadersOf(GLuint program) {
+/// The program's one shader of a kind, at the time it is linked; 0 when it has none.
+GLuint ShaderOf(GLuint program, GLint kind) {
     std::array<GLuint, 2> shaders{};
     GLsizei count = 0;
     Gl().GetAttachedShaders(program, static_cast<GLsizei>(shaders.size()), &count, shaders.data());
-    AttachedShaders attached;
-    for (size_t i = 0; i < static_cast<size_t>(count); ++i) {
-        const GLint type = ShaderInteger(shaders[i], GL_SHADER_TYPE);
-        if (type == GL_VERTEX_SHADER) {
-            attached.vertex = shaders[i];
-        } else if (type == GL_FRAGMENT_SHADER) {
-            attached.fragment = shaders[i];
-        }
-    }
-    return attached;
+    const auto end = shaders.begin() + count;
+    const auto found = std::find_if(shaders.begin(), end, [kind](GLuint shader) {
+        return ShaderInteger(shader, GL_SHADER_TYPE) == kind;
+    });
+    return found == end ? 0 : *found;
 }
 
 std::string SourceOf(GLuint shader) {
@@ -69,7 +60,8 @@ void BindSameAttributes(GLuint program, GLuint chromaProgram) {
 }
 
 /// 0 when the driver does not link it, which it says on stderr: the luma program did link.
-GLuint LinkChromaProgram(GLuint program, GLuint vertexShader, const std::string& translated) {
+GLuint LinkChromaProgram(GLuint program, const std::string& translated) {
+    const GLuint vertexShader = ShaderOf(program, GL_VERTEX_SHADER);
     const std::string source = ChromaVariant(translated);
     const char* text = source.c_str();
     const GLuint shader = Gl().CreateShader(GL_FRAGMENT_SHADER);
@@ -125,11 +117,11 @@ GLuint PlaneProgram::Unit() const {
 void PlanePrograms::Link(GLuint program) {
     Gl().LinkProgram(program);
     Forget(program);
-    const AttachedShaders shaders = ShadersOf(program);
-    if (shaders.fragment == 0 || ProgramInteger(program, GL_LINK_STATUS) != GL_TRUE) {
+    const GLuint shader = ShaderOf(program, GL_FRAGMENT_SHADER);
+    if (shader == 0 || ProgramInteger(program, GL_LINK_STATUS) != GL_TRUE) {
         return;
     }
-    const std::string source = SourceOf(shaders.fragment);
+    const std::string source = SourceOf(shader);
     const std::string sampler = ExternalSampler(source);
     if (sampler.empty() && !WritesPlanes(source)) {
         return;
@@ -137,7 +129,7 @@ void PlanePrograms::Link(GLuint program) {
     PlaneProgram added;
     added.luma = program;
     if (WritesPlanes(source)) {
-        added.chroma = LinkChromaProgram(program, shaders.vertex, source);
+        added.chroma = LinkChromaProgram(program, source);
     }
     if (!sampler.empty()) {
         PlaceSampler(added, sampler);
@@ -146,14 +138,8 @@ void PlanePrograms::Link(GLuint program) {
 }
 
 void PlanePrograms::Delete(GLuint program) {
+    Forget(program);
     Gl().DeleteProgram(program);
-    // A program deleted while in use stays until another one is used, so what to forget is what is gone.
-    for (auto known = programs_.begin(); known != programs_.end();) {
-        const GLuint name = (known++)->first;
-        if (Gl().IsProgram(name) == GL_FALSE) {
-            Forget(name);
-        }
-    }
 }
 
 const PlaneProgram* PlanePrograms::InUse() const {

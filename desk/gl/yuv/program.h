@@ -23,6 +23,7 @@ struct PlaneProgram {
 class PlanePrograms {
 public:
     void Link(GLuint program);
+    /// In use or not, it draws no more.
     void Delete(GLuint program);
     /// The program in use; null when it needs nothing of the layer.
     const PlaneProgram* InUse() const;

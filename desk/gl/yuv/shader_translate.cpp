@@ -13,52 +13,46 @@ std::unique_lock<std::mutex> LockLocale() {
     return std::unique_lock<std::mutex>(mutex);
 }
 
-std::regex ExtensionLine() {
-    return std::regex(R"(#[ \t]*extension[ \t]+GL_EXT_YUV_target[ \t]*:[^\n]*)");
-}
+const char* const ExtensionLine = R"(#[ \t]*extension[ \t]+GL_EXT_YUV_target[ \t]*:[^\n]*)";
 
 /// Groups: precision, name.
-std::regex SamplerDeclaration() {
-    return std::regex(R"(\buniform\s+((?:(?:highp|mediump|lowp)\s+)?)__samplerExternal2DY2YEXT\s+(\w+)\s*;)");
-}
+const char* const SamplerDeclaration =
+    R"(\buniform\s+((?:(?:highp|mediump|lowp)\s+)?)__samplerExternal2DY2YEXT\s+(\w+)\s*;)";
 
 /// Groups: precision, name.
-std::regex YuvOutput() {
-    return std::regex(R"(\blayout\s*\(\s*yuv\s*\)\s*out\s+((?:(?:highp|mediump|lowp)\s+)?)vec4\s+(\w+)\s*;)");
-}
+const char* const YuvOutput =
+    R"(\blayout\s*\(\s*yuv\s*\)\s*out\s+((?:(?:highp|mediump|lowp)\s+)?)vec4\s+(\w+)\s*;)";
 
 /// The statement that tells a luma from a chroma text. Group: the YUV value's name.
-std::regex LumaStatement() {
-    return std::regex(R"(\bdesk_plane = (\w+)\.xxxw;)");
-}
+const char* const LumaStatement = R"(\bdesk_plane = (\w+)\.xxxw;)";
 
 /// A call becomes one of a function that stands beside the declaration, so that its coordinates may be any
 /// expression.
 std::string TranslateSampler(const std::string& text) {
     std::smatch sampler;
-    if (!std::regex_search(text, sampler, SamplerDeclaration())) {
+    if (!std::regex_search(text, sampler, std::regex(SamplerDeclaration))) {
         return text;
     }
     const std::string call = R"(\btexture\s*\(\s*)" + sampler.str(2) + R"(\s*,)";
     std::string translated = std::regex_replace(text, std::regex(call), "desk_texture(");
-    translated = std::regex_replace(translated, SamplerDeclaration(),
+    translated = std::regex_replace(translated, std::regex(SamplerDeclaration),
                                     "uniform $1sampler2D $2; uniform $1sampler2D desk_chroma; "
                                     "highp vec4 desk_texture(highp vec2 at) { "
                                     "return vec4(texture($2, at).r, texture(desk_chroma, at).rg, 1.0); }",
                                     std::regex_constants::format_first_only);
-    return std::regex_replace(translated, SamplerDeclaration(),
+    return std::regex_replace(translated, std::regex(SamplerDeclaration),
                               "\n#error expected one external sampler, got $2 as well\n");
 }
 
 /// The YUV output becomes a variable, of which a main function around the shader's own writes one plane.
 std::string TranslateOutput(const std::string& text) {
     std::smatch output;
-    if (!std::regex_search(text, output, YuvOutput())) {
+    if (!std::regex_search(text, output, std::regex(YuvOutput))) {
         return text;
     }
     const std::string name = output[2];
-    std::string translated =
-        std::regex_replace(text, YuvOutput(), "$1vec4 $2; layout(location = 0) out $1vec4 desk_plane;");
+    std::string translated = std::regex_replace(text, std::regex(YuvOutput),
+                                                "$1vec4 $2; layout(location = 0) out $1vec4 desk_plane;");
     translated = std::regex_replace(translated, std::regex(R"(\bvoid\s+main\s*\(\s*(?:void)?\s*\))"),
                                     "void desk_main()");
     return translated + "\nvoid main() { desk_main(); desk_plane = " + name + ".xxxw; }\n";
@@ -68,10 +62,10 @@ std::string TranslateOutput(const std::string& text) {
 
 std::string TranslateYuvShader(const std::string& source) {
     const auto lock = LockLocale();
-    if (!std::regex_search(source, ExtensionLine())) {
+    if (!std::regex_search(source, std::regex(ExtensionLine))) {
         return source;
     }
-    return TranslateOutput(TranslateSampler(std::regex_replace(source, ExtensionLine(), "")));
+    return TranslateOutput(TranslateSampler(std::regex_replace(source, std::regex(ExtensionLine), "")));
 }
 
 std::string LeadWithVersion(const std::string& source) {
@@ -85,12 +79,12 @@ std::string LeadWithVersion(const std::string& source) {
 
 bool WritesPlanes(const std::string& translated) {
     const auto lock = LockLocale();
-    return std::regex_search(translated, LumaStatement());
+    return std::regex_search(translated, std::regex(LumaStatement));
 }
 
 std::string ChromaVariant(const std::string& translated) {
     const auto lock = LockLocale();
-    return std::regex_replace(translated, LumaStatement(), "desk_plane = $1.yzzw;");
+    return std::regex_replace(translated, std::regex(LumaStatement), "desk_plane = $1.yzzw;");
 }
 
 std::string ExternalSampler(const std::string& translated) {

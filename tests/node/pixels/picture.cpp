@@ -14,8 +14,8 @@ void ForEachSample(desk::GrallocBuffer& buffer, Visit visit) {
             visit(buffer.Luma()[j * buffer.Stride() + i], 0U, static_cast<double>(i), static_cast<double>(j));
         }
     }
-    for (uint32_t j = 0; j < buffer.Height() / 2; ++j) {
-        for (uint32_t i = 0; i < buffer.Width() / 2; ++i) {
+    for (uint32_t j = 0; j < (buffer.Height() + 1) / 2; ++j) {
+        for (uint32_t i = 0; i < (buffer.Width() + 1) / 2; ++i) {
             for (uint32_t component = 0; component < 2; ++component) {
                 visit(buffer.Chroma()[j * buffer.Stride() + 2 * i + component], component + 1, 2.0 * i + 0.5,
                       2.0 * j + 0.5);

@@ -1,0 +1,357 @@
+#include <dlfcn.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "desk/abi/gl_counters.h"
+#include "desk/abi/gralloc_layout.h"
+#include "desk/gl/egl/handle_table.h"
+#include "platform/nativewindowbuffer.h"
+#include "tests/node/pixels/picture.h"
+
+namespace {
+
+using namespace desk;
+
+/// A function as a node finds it: by its name in the desk's libraries.
+#define GL(name) reinterpret_cast<decltype(&::name)>(dlsym(Library(), #name))
+void* Library() {
+    static void* const library = dlopen(TEST_GL_LIBRARY, RTLD_NOW);
+    return library;
+}
+
+DeskGlCounters Counters() {
+    DeskGlCounters counters = {};
+    GL(desk_gl_counters)(&counters);
+    return counters;
+}
+
+int references = 0;  // on all buffers
+
+struct Buffer : ANativeWindowBuffer {
+    Buffer(uint32_t columns, uint32_t lines) : memory(GrallocBuffer::Create({columns, lines}, {})) {
+        width = static_cast<int>(columns);
+        height = static_cast<int>(lines);
+        format = GrallocFormatNv12;
+        handle = memory->Handle();
+        common.incRef = [](android_native_base_t* /*base*/) { ++references; };
+        common.decRef = [](android_native_base_t* /*base*/) { --references; };
+        told.geometry.stride = static_cast<int>(memory->Stride());
+        told.geometry.scanline = static_cast<int>(memory->Scanline());
+    }
+    int& Int(GrallocHandleInt position) {
+        return memory->Handle()->data[GrallocFdCount + position];
+    }
+    EGLImageKHR Import(const EGLint* attributes = nullptr) {
+        EXPECT_GT(pwrite(memory->Handle()->data[GrallocMetadataFd], &told, sizeof(told), 0), 0);
+        return GL(eglCreateImageKHR)(GL(eglGetDisplay)(EGL_DEFAULT_DISPLAY), EGL_NO_CONTEXT,
+                                     EGL_NATIVE_BUFFER_ANDROID, reinterpret_cast<EGLClientBuffer>(this),
+                                     attributes);
+    }
+
+    std::shared_ptr<GrallocBuffer> memory;
+    GrallocMetadata told = {GrallocMetadataMagic, 1, {}, 1, {}};
+};
+
+constexpr const char* Corners =  // of a triangle round the target, on which `at` is 0 to 1
+    "#version 300 es\nout highp vec2 at;\nvoid main() { at = vec2(gl_VertexID % 2, gl_VertexID / 2) * 2.0;\n"
+    "gl_Position = vec4(at * 2.0 - 1.0, 0.0, 1.0); }\n";
+constexpr const char* Copy =
+    "#version 300 es\n#extension GL_EXT_YUV_target : require\nuniform highp __samplerExternal2DY2YEXT tex;\n"
+    "in highp vec2 at; layout(yuv) out highp vec4 yuv;\nvoid main() { yuv = texture(tex, at); }\n";
+constexpr const char* Grey = "#version 300 es\nout highp vec4 rgb;\nvoid main() { rgb = vec4(0.5); }\n";
+
+class Gl : public ::testing::Test {
+protected:
+    void SetUp() override {
+        GL(eglInitialize)(display_, nullptr, nullptr);
+        const EGLint wanted[] = {EGL_SURFACE_TYPE, EGL_PBUFFER_BIT, EGL_NONE};
+        const EGLint version[] = {EGL_CONTEXT_CLIENT_VERSION, 2, EGL_NONE};
+        EGLConfig config = nullptr;
+        EGLint count = 0;
+        GL(eglChooseConfig)(display_, wanted, &config, 1, &count);
+        context_ = GL(eglCreateContext)(display_, config, EGL_NO_CONTEXT, version);
+        GL(eglMakeCurrent)(display_, EGL_NO_SURFACE, EGL_NO_SURFACE, context_);
+    }
+    void TearDown() override {
+        GL(eglMakeCurrent)(display_, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
+        GL(eglDestroyContext)(display_, context_);
+        GL(eglTerminate)(display_);
+        const DeskGlCounters left = Counters();
+        EXPECT_EQ(left.liveImages + left.liveContexts + left.initialisedDisplays + left.contextCurrent, 0U);
+        EXPECT_EQ(references, 0);
+    }
+    /// Makes the buffer the texture 7, which unit 1 samples, or the renderbuffer 5, which is drawn to.
+    void Sample(Buffer& buffer) {
+        const EGLImageKHR image = buffer.Import();
+        GL(glActiveTexture)(GL_TEXTURE1);
+        GL(glBindTexture)(GL_TEXTURE_EXTERNAL_OES, 7);
+        GL(glEGLImageTargetTexture2DOES)(GL_TEXTURE_EXTERNAL_OES, image);
+        GL(eglDestroyImageKHR)(display_, image);
+    }
+    void DrawTo(Buffer& buffer) {
+        const EGLImageKHR image = buffer.Import();
+        GL(glBindRenderbuffer)(GL_RENDERBUFFER, 5);
+        GL(glEGLImageTargetRenderbufferStorageOES)(GL_RENDERBUFFER, image);
+        GL(glBindFramebuffer)(GL_FRAMEBUFFER, 6);
+        GL(glFramebufferRenderbuffer)(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_RENDERBUFFER, 5);
+        GL(eglDestroyImageKHR)(display_, image);
+        GL(glViewport)(0, 0, buffer.width, buffer.height);
+    }
+    static void Draw(const char* fragment) {
+        const GLuint program = GL(glCreateProgram)();
+        for (const char* text : {Corners, fragment}) {
+            const GLuint shader = GL(glCreateShader)(text == Corners ? GL_VERTEX_SHADER : GL_FRAGMENT_SHADER);
+            GL(glShaderSource)(shader, 1, &text, nullptr);
+            GL(glCompileShader)(shader);
+            GL(glAttachShader)(program, shader);
+        }
+        GL(glLinkProgram)(program);
+        GL(glUseProgram)(program);
+        GL(glUniform1i)(GL(glGetUniformLocation)(program, "tex"), 1);
+        GL(glDrawArrays)(GL_TRIANGLES, 0, 3);
+        GL(glFinish)();
+    }
+
+    EGLDisplay display_ = GL(eglGetDisplay)(EGL_DEFAULT_DISPLAY);
+    EGLContext context_ = EGL_NO_CONTEXT;
+};
+
+TEST_F(Gl, ImportsBuffersOfTheDeskAlone) {
+    constexpr EGLint Wrong = EGL_BAD_PARAMETER;
+    struct Row {
+        EGLint code;
+        std::function<void(Buffer&)> harm;
+        std::array<EGLint, 3> attributes = {EGL_NONE};
+    };
+    const Row rows[] = {
+        {EGL_SUCCESS, [](Buffer&) {}, {EGL_IMAGE_PRESERVED_KHR, EGL_TRUE, EGL_NONE}},
+        {EGL_BAD_MATCH, [](Buffer&) {}, {EGL_WIDTH, 64, EGL_NONE}},
+        {EGL_BAD_MATCH, [](Buffer&) {}, {EGL_HEIGHT, 48, EGL_NONE}},
+        {EGL_BAD_ATTRIBUTE, [](Buffer&) {}, {EGL_GL_TEXTURE_LEVEL_KHR, 0, EGL_NONE}},
+        {EGL_BAD_MATCH, [](Buffer& b) { b.width--; }},
+        {EGL_BAD_MATCH, [](Buffer& b) { b.height--; }},
+        {Wrong, [](Buffer& b) { b.width = b.Int(GrallocIntWidth) = 0; }},
+        {Wrong, [](Buffer& b) { b.common.magic++; }},
+        {Wrong, [](Buffer& b) { b.common.version++; }},
+        {Wrong, [](Buffer& b) { b.common.incRef = nullptr; }},
+        {Wrong, [](Buffer& b) { b.common.decRef = nullptr; }},
+        {Wrong, [](Buffer& b) { b.handle = nullptr; }},
+        {Wrong, [](Buffer& b) { b.format++; }},
+        {Wrong, [](Buffer& b) { b.Int(GrallocIntFormat)++; }},
+        {Wrong, [](Buffer& b) { b.Int(GrallocIntSize)++; }},  // more than the file has
+        {Wrong, [](Buffer& b) { b.Int(GrallocIntSize)--; }},  // a byte less than both planes have
+        {Wrong, [](Buffer& b) { b.told.magic++; }},
+        {Wrong, [](Buffer& b) { b.told.hasGeometry = 0; }},
+        {Wrong, [](Buffer& b) { b.told.hasColor = 0; }},
+        {Wrong, [](Buffer& b) { b.told.geometry.stride = 64; }},
+        {Wrong, [](Buffer& b) { b.told.geometry.stride = 67; }},
+        {Wrong, [](Buffer& b) { b.told.geometry.scanline = 48; }},
+    };
+    const uint64_t imports = Counters().imports;
+    for (const Row& row : rows) {
+        SCOPED_TRACE(&row - rows);
+        Buffer buffer(65, 49);
+        row.harm(buffer);
+        const int whether = row.code == EGL_SUCCESS ? 1 : 0;
+        const EGLImageKHR image = buffer.Import(row.attributes.data());
+        EXPECT_EQ(GL(eglGetError)(), row.code);
+        EXPECT_EQ(GL(eglGetError)(), EGL_SUCCESS);
+        EXPECT_EQ(references, whether);
+        EXPECT_EQ(Counters().liveImages, static_cast<uint64_t>(whether));
+        EXPECT_EQ(GL(eglDestroyImageKHR)(display_, image), static_cast<EGLBoolean>(whether));
+        EXPECT_EQ(references, 0);
+    }
+    EXPECT_EQ(Counters().imports, imports + 1);
+
+    Buffer buffer(65, 49);
+    const auto code = [&](EGLDisplay display, EGLContext context, EGLenum target) {
+        GL(eglCreateImageKHR)(display, context, target, &buffer, nullptr);
+        return GL(eglGetError)();
+    };
+    EXPECT_EQ(code(display_, context_, EGL_NATIVE_BUFFER_ANDROID), EGL_BAD_CONTEXT);
+    EXPECT_EQ(code(display_, EGL_NO_CONTEXT, EGL_GL_TEXTURE_2D_KHR), EGL_BAD_PARAMETER);
+    EXPECT_EQ(code(EGL_NO_DISPLAY, EGL_NO_CONTEXT, EGL_NATIVE_BUFFER_ANDROID), EGL_BAD_DISPLAY);
+    EXPECT_EQ(code(&buffer, EGL_NO_CONTEXT, EGL_NATIVE_BUFFER_ANDROID), EGL_NOT_INITIALIZED);
+}
+
+TEST_F(Gl, EndsADisplayWithItsLastUser) {
+    Buffer buffer(64, 48);
+    buffer.Import();
+    GL(eglInitialize)(display_, nullptr, nullptr);
+    GL(eglTerminate)(display_);
+    EXPECT_EQ(references, 1);
+    const DeskGlCounters counters = Counters();
+    EXPECT_EQ(counters.initialisedDisplays + counters.liveContexts + counters.contextCurrent, 3U);
+    EXPECT_STREQ(counters.renderer, reinterpret_cast<const char*>(GL(glGetString)(GL_RENDERER)));
+    GLint largest = 0;
+    GL(glGetIntegerv)(GL_MAX_TEXTURE_SIZE, &largest);
+    EXPECT_EQ(counters.maxTextureSize, largest);
+    GL(eglTerminate)(display_);
+    EXPECT_EQ(references, 0);
+    EXPECT_EQ(Counters().liveContexts, 1U) << "it is still current";
+    GL(eglReleaseThread)();
+    EXPECT_EQ(Counters().liveContexts, 0U);
+}
+
+TEST(HandleTable, KeepsDisplaysApart) {
+    int displays[3] = {};
+    HandleTable<int> table;
+    for (int& display : displays) {
+        table.Add(&display, &table, std::make_shared<int>(7));
+        table.Add(&display, &display, std::make_shared<int>(8));
+    }
+    EXPECT_EQ(table.Remove(&displays[1], &displays[0]), nullptr);
+    EXPECT_EQ(*table.Remove(&displays[1], &table), 7);
+    EXPECT_EQ(table.Find(&displays[1], &table), nullptr);
+    EXPECT_EQ(table.TakeAll(&displays[0]).size(), 2U);
+    EXPECT_EQ(table.TakeAll(&displays[0]).size(), 0U);
+    EXPECT_EQ(*table.Find(&displays[1], &displays[1]), 8);
+    EXPECT_EQ(table.TakeAll(&displays[2]).size(), 2U);
+}
+
+TEST_F(Gl, RefusesWhatImagesAreNotFor) {
+    Buffer buffer(64, 48);
+    Buffer target(64, 48);
+    const EGLImageKHR image = buffer.Import();
+    const auto parameter = [](GLenum name, GLint value) {
+        return [=] { GL(glTexParameteri)(GL_TEXTURE_EXTERNAL_OES, name, value); };
+    };
+    const auto texture = [](GLenum kind, EGLImageKHR handle) {
+        return [=] { GL(glEGLImageTargetTexture2DOES)(kind, handle); };
+    };
+    const auto renderbuffer = [](GLenum kind, EGLImageKHR handle) {
+        return [=] { GL(glEGLImageTargetRenderbufferStorageOES)(kind, handle); };
+    };
+    const auto attach = [](GLenum attachment) {
+        return [=] { GL(glFramebufferRenderbuffer)(GL_FRAMEBUFFER, attachment, GL_RENDERBUFFER, 5); };
+    };
+    const std::pair<GLenum, std::function<void()>> rows[] = {
+        {GL_INVALID_OPERATION, texture(GL_TEXTURE_EXTERNAL_OES, image)},  // none is bound
+        {GL_INVALID_OPERATION, renderbuffer(GL_RENDERBUFFER, image)},     // nor here
+        {GL_NO_ERROR, [&] { Sample(buffer); }},
+        {GL_INVALID_OPERATION, texture(GL_TEXTURE_2D, image)},
+        {GL_INVALID_ENUM, texture(GL_TEXTURE_3D, image)},
+        {GL_INVALID_VALUE, texture(GL_TEXTURE_EXTERNAL_OES, &buffer)},
+        {GL_NO_ERROR, parameter(GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE)},
+        {GL_INVALID_ENUM, parameter(GL_TEXTURE_WRAP_S, GL_REPEAT)},
+        {GL_INVALID_ENUM, parameter(GL_TEXTURE_MIN_FILTER, GL_LINEAR_MIPMAP_LINEAR)},
+        {GL_INVALID_ENUM, parameter(GL_TEXTURE_BASE_LEVEL, GL_NEAREST)},
+        {GL_INVALID_OPERATION, [] { Draw(Copy); }},
+        {GL_NO_ERROR, [&] { DrawTo(target); }},
+        {GL_INVALID_OPERATION, [] { Draw(Grey); }},
+        {GL_INVALID_ENUM, renderbuffer(GL_TEXTURE_2D, image)},
+        {GL_INVALID_VALUE, renderbuffer(GL_RENDERBUFFER, nullptr)},
+        {GL_INVALID_OPERATION, attach(GL_DEPTH_ATTACHMENT)},
+        {GL_INVALID_ENUM,
+         [] {
+             GL(glEnable)
+             (GL_RGBA);
+         }},  // the driver's own
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(&row - rows);
+        row.second();
+        EXPECT_EQ(GL(glGetError)(), row.first);
+    }
+    rows[3].second();
+    rows[4].second();
+    EXPECT_EQ(GL(glGetError)(), rows[3].first) << "the first one stays";
+    EXPECT_EQ(GL(glGetError)(), GLenum{GL_NO_ERROR}) << "until it is taken";
+
+    GL(eglDestroyImageKHR)(display_, image);
+    EXPECT_EQ(references, 2) << "of the texture and the renderbuffer";
+    const GLuint names[] = {7, 5};
+    GL(glDeleteTextures)(1, names);
+    GL(glDeleteRenderbuffers)(1, names + 1);
+    EXPECT_EQ(references, 0);
+}
+
+TEST_F(Gl, DrawsAllSamplesOfAnOddImageAndNoOthers) {
+    const auto state = [] {
+        constexpr GLenum Names[] = {GL_ACTIVE_TEXTURE,
+                                    GL_TEXTURE_BINDING_2D,
+                                    GL_VIEWPORT,
+                                    GL_SCISSOR_BOX,
+                                    GL_CURRENT_PROGRAM,
+                                    GL_DRAW_FRAMEBUFFER_BINDING,
+                                    GL_READ_FRAMEBUFFER_BINDING,
+                                    GL_COLOR_CLEAR_VALUE,
+                                    GL_UNPACK_ROW_LENGTH,
+                                    GL_UNPACK_ALIGNMENT,
+                                    GL_PACK_ROW_LENGTH,
+                                    GL_PACK_ALIGNMENT};
+        std::vector<GLint> all;
+        for (const GLenum name : Names) {
+            GLint values[4] = {};
+            GL(glGetIntegerv)(name, values);
+            all.insert(all.end(), values, values + 4);
+        }
+        return all;
+    };
+    const Scene before = [](double x, double y) { return std::array<double, 3>{x, y, x + y}; };
+    const Scene copied = [](double x, double y) {
+        return std::array<double, 3>{250 - 2 * x, 250 - 3 * y, 120 + x - y};
+    };
+    const Scene cleared = [](double /*x*/, double /*y*/) { return std::array<double, 3>{51, 102, 153}; };
+    Buffer input(65, 49);
+    Buffer output(65, 49);
+    Paint(*input.memory, copied);
+    Sample(input);
+    DrawTo(output);
+    Draw(Copy);
+    GL(glActiveTexture)(GL_TEXTURE3);
+    GL(glClearColor)(0.2F, 0.4F, 0.6F, 1.0F);
+    for (const int edge : {0, 11}) {
+        GL(glScissor)(edge, edge, 65 - 2 * edge, 49 - 2 * edge);
+        edge == 0 ? GL(glDisable)(GL_SCISSOR_TEST) : GL(glEnable)(GL_SCISSOR_TEST);
+        for (const bool isCleared : {false, true}) {
+            const Scene& inside = isCleared ? cleared : copied;
+            const Scene expected = [&](double x, double y) {
+                auto samples = before(x, y);
+                for (size_t i = 0; i < 3; ++i) {
+                    const int first =
+                        i == 0 ? edge : edge / 2 * 2;  // chroma's samples on the edge are drawn whole
+                    const bool isIn = x >= first && x < 65 - edge && y >= first && y < 49 - edge;
+                    samples[i] = isIn ? inside(x, y)[i] : samples[i];
+                }
+                return samples;
+            };
+            Paint(*output.memory, before);
+            const std::vector<GLint> found = state();
+            isCleared ? GL(glClear)(GL_COLOR_BUFFER_BIT) : GL(glDrawArrays)(GL_TRIANGLES, 0, 3);
+            GL(glFinish)();
+            EXPECT_EQ(Compare(*output.memory, expected, 0.6), "");
+            EXPECT_EQ(state(), found);
+        }
+    }
+}
+
+TEST_F(Gl, KeepsAFilterFromOneImageToTheNext) {
+    Buffer input(4, 4);
+    Buffer output(64, 64);
+    Paint(*input.memory, [](double x, double) {
+        return std::array<double, 3>{x < 2 ? 40.0 : 200.0, 128, 128};
+    });
+    for (const int filter : {GL_NEAREST, GL_LINEAR}) {
+        Sample(input);
+        GL(glTexParameteri)(GL_TEXTURE_EXTERNAL_OES, GL_TEXTURE_MAG_FILTER, filter);
+        Sample(input);
+        DrawTo(output);
+        Draw(Copy);
+        EXPECT_EQ(output.memory->Luma()[30], filter == GL_NEAREST ? 40 : 105);
+    }
+}
+
+TEST_F(Gl, RefusesASecondExternalSampler) {
+    const std::string two = std::string(Copy) + "uniform __samplerExternal2DY2YEXT second;\n";
+    const char* text = two.c_str();
+    const GLuint shader = GL(glCreateShader)(GL_FRAGMENT_SHADER);
+    GL(glShaderSource)(shader, 1, &text, nullptr);
+    GL(glCompileShader)(shader);
+    std::array<char, 1024> log{};
+    GL(glGetShaderInfoLog)(shader, log.size(), nullptr, log.data());
+    EXPECT_THAT(log.data(), ::testing::HasSubstr("expected one external sampler, got second as well"));
+}
+
+}  // namespace
