@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "bench/null_host.h"
+#include "desk/warp/grid_size.h"
 #include "host/lumnodeutils.h"
 #include "node/dewarp/gpu/gpuapi.h"
 #include "node/dewarp/gpu/gpuentrypoints.h"
@@ -13,11 +14,12 @@
 namespace bench {
 namespace {
 
-constexpr int Columns = 33;
-constexpr int Rows = 25;
-constexpr int Vertices = Rows * Columns;
-constexpr int GridColumns = Columns + 2;
-constexpr int GridPoints = GridColumns * (Rows + 2);
+using desk::GridColumns;
+using desk::GridPoints;
+using desk::MeshColumns;
+using desk::MeshFloats;
+using desk::MeshRows;
+using desk::MeshVertices;
 
 struct NullGl {
 #define FLOOR_ENTRY(member, symbol, ...) \
@@ -47,8 +49,8 @@ struct Floor::State {
     NullGl gl;
     int width = 0;
     int height = 0;
-    float vertices[Vertices * 2] = {};
-    float texCoordinates[Vertices * 2] = {};
+    float vertices[MeshFloats] = {};
+    float texCoordinates[MeshFloats] = {};
 };
 
 Floor::Floor(uint32_t width, uint32_t height) : state_(new State) {
@@ -67,20 +69,20 @@ void Floor::State::FillMesh(const float* grid) {
     const float halfY = static_cast<float>(-0.5 / height);
     const float centreX = (w - 1.0F) / 2.0F;
     const float centreY = (h - 1.0F) / 2.0F;
-    float positionX[Columns];
-    for (int c = 0; c < Columns; ++c) {
-        positionX[c] = scaleX * (-1.0F + 2.0F * (halfX + static_cast<float>(c) / (Columns - 1)));
+    float positionX[MeshColumns];
+    for (int c = 0; c < MeshColumns; ++c) {
+        positionX[c] = scaleX * (-1.0F + 2.0F * (halfX + static_cast<float>(c) / (MeshColumns - 1)));
     }
-    for (int r = 0; r < Rows; ++r) {
-        float* position = vertices + 2 * r * Columns;
-        float* texCoordinate = texCoordinates + 2 * r * Columns;
+    for (int r = 0; r < MeshRows; ++r) {
+        float* position = vertices + 2 * r * MeshColumns;
+        float* texCoordinate = texCoordinates + 2 * r * MeshColumns;
         const float* point = grid + 2 * ((r + 1) * GridColumns + 1);
-        const float positionY = scaleY * (-1.0F + 2.0F * (halfY + static_cast<float>(r) / (Rows - 1)));
-        for (int c = 0; c < Columns; ++c) {
+        const float positionY = scaleY * (-1.0F + 2.0F * (halfY + static_cast<float>(r) / (MeshRows - 1)));
+        for (int c = 0; c < MeshColumns; ++c) {
             position[2 * c] = positionX[c];
             position[2 * c + 1] = positionY;
         }
-        for (int c = 0; c < Columns; ++c) {
+        for (int c = 0; c < MeshColumns; ++c) {
             texCoordinate[2 * c] = 0.0F + (point[2 * c] + centreX) / w;
             texCoordinate[2 * c + 1] = 0.0F + (point[2 * c + 1] + centreY) / h;
         }
@@ -120,7 +122,7 @@ void Floor::State::Draw() const {
     Probe();
     gl.m_pfnglClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
     Probe();
-    gl.m_pfngldrawelements(GL_TRIANGLES, (Columns - 1) * (Rows - 1) * 6, GL_UNSIGNED_SHORT, nullptr);
+    gl.m_pfngldrawelements(GL_TRIANGLES, (MeshColumns - 1) * (MeshRows - 1) * 6, GL_UNSIGNED_SHORT, nullptr);
     Probe();
     gl.m_pfnglflush();
     gl.m_pfnglfinish();
@@ -146,26 +148,12 @@ const float* Floor::Mesh() const {
     return state_->vertices;
 }
 
-struct DumpCalls::State {
-    FILE* files[3] = {std::fopen("/dev/null", "a"), std::fopen("/dev/null", "a"),
-                      std::fopen("/dev/null", "a")};
-    char line[98304] = {};
-};
-
-DumpCalls::DumpCalls() : state_(new State) {}
-
-DumpCalls::~DumpCalls() {
-    for (FILE* file : state_->files) {
-        static_cast<void>(std::fclose(file));
-    }
-}
-
 void DumpCalls::Frame(const IPEICAGridTransform& grid, const float* mesh) {
     constexpr size_t Limit = 65536;
-    char* const line = state_->line;
+    char* const line = line_.data();
     const auto wide = [](float value) { return static_cast<double>(value); };
-    const auto write = [line](const char* end, FILE* file) {
-        LumNodeUtils::FWrite(line, static_cast<size_t>(end - line), 1, file);
+    const auto write = [this](const char* end) {
+        LumNodeUtils::FWrite(line_.data(), static_cast<size_t>(end - line_.data()), 1, file_);
     };
     char* end = line + LumNodeUtils::SNPrintF(line, Limit, "Frame %lu, %u, %u, ", 1UL, 0U, 0U);
     const GridPoint* point = grid.gridTransformArray;
@@ -173,16 +161,16 @@ void DumpCalls::Frame(const IPEICAGridTransform& grid, const float* mesh) {
         end += LumNodeUtils::SNPrintF(end, Limit, "%4.4lf, %4.4lf, ", wide(point->x), wide(point->y));
     }
     end += LumNodeUtils::SNPrintF(end, Limit, "%4.4lf, %4.4lf \n", wide(point->x), wide(point->y));
-    write(end, state_->files[0]);
+    write(end);
     for (int array = 1; array >= 0; --array) {
-        const float* data = mesh + array * Vertices * 2;
-        const float* const last = data + Vertices - 1;
+        const float* data = mesh + (array == 0 ? 0 : MeshFloats);
+        const float* const last = data + MeshVertices - 1;
         end = line + LumNodeUtils::SNPrintF(line, Limit, "Frame %lu", 1UL);
         for (; data < last; ++data) {
             end += LumNodeUtils::SNPrintF(end, Limit, ", %4.4lf, %4.4lf", wide(data[0]), wide(data[1]));
         }
         end += LumNodeUtils::SNPrintF(end, Limit, ", %4.4lf, %4.4lf \n", wide(data[0]), wide(data[1]));
-        write(end, state_->files[2 - array]);
+        write(end);
     }
 }
 

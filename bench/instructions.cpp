@@ -17,6 +17,7 @@
 
 #include "bench/floor.h"
 #include "bench/null_host.h"
+#include "desk/warp/grid_size.h"
 #include "node/dewarp/gpu/gpumesh.h"
 
 /// Runs steady frames for callgrind to count: one dump per scenario, named after it, of a hundred frames.
@@ -62,24 +63,16 @@ void MeasureGrowth() {
         MeasureNode("nodes " + std::to_string(nodes), {}, nodes);
     }
     for (const unsigned buffers : {1U, 2U, 4U, 8U, 16U, 32U, 64U}) {
-        bench::NodeSetup setup;
-        setup.buffers = buffers;
-        MeasureNode("buffers " + std::to_string(buffers), setup);
+        MeasureNode("buffers " + std::to_string(buffers), {1920, 1080, buffers});
     }
-}
-
-void MeasurePasses() {
-    bench::NullNode node(BENCH_NODE_LIBRARY, {});
-    node.Frame();
-    Measure("first pass", WarmUpFrames, [&] { node.FirstPass(); });
 }
 
 /// A floor that computed something else would be none.
 void RequireSameMesh(bench::Floor& floor) {
-    constexpr size_t Floats = 33 * 25 * 2;
+    constexpr size_t Floats = desk::MeshFloats;
     std::vector<float> mesh(2 * Floats);
     UpdateMesh(mesh.data(), mesh.data() + Floats, &bench::Grid().gridTransformArray[0].x,
-               {33, 25, 1920, 1080, 1920, 1080}, true);
+               {desk::MeshColumns, desk::MeshRows, 1920, 1080, 1920, 1080}, true);
     floor.Frame(bench::Grid());
     if (std::memcmp(mesh.data(), floor.Mesh(), mesh.size() * sizeof(float)) != 0) {
         throw std::runtime_error("expected the floor to give the node's mesh bit for bit, got another");
@@ -101,13 +94,11 @@ int main(int argc, char** argv) {
         if (argc > 1 && std::strcmp(argv[1], "--grid-only") == 0) {
             return 0;
         }
-        bench::NodeSetup unity;
-        unity.isGridUsed = false;
-        MeasureNode("unity", unity);
-        bench::NodeSetup dumped;
-        dumped.isDumped = true;
-        MeasureNode("dumps", dumped);
-        MeasurePasses();
+        MeasureNode("unity", {1920, 1080, 1, false});
+        MeasureNode("dumps", {1920, 1080, 1, true, true});
+        bench::NullNode node(BENCH_NODE_LIBRARY, {});
+        node.Frame();
+        Measure("first pass", WarmUpFrames, [&] { node.FirstPass(); });
         bench::Floor floor(1920, 1080);
         RequireSameMesh(floor);
         Measure("floor", WarmUpFrames, [&] { floor.Frame(bench::Grid()); });

@@ -1,11 +1,12 @@
 #include <benchmark/benchmark.h>
 
-#include <chrono>
 #include <cstring>
 #include <vector>
 
 #include "bench/floor.h"
 #include "bench/null_host.h"
+#include "bench/seconds.h"
+#include "desk/warp/grid_size.h"
 #include "node/dewarp/gpu/gpumesh.h"
 #include "utils/orbamutex.h"
 
@@ -16,6 +17,7 @@ namespace {
 
 using bench::NodeSetup;
 using bench::NullNode;
+using bench::Seconds;
 
 void SteadyFrame(benchmark::State& state, const NodeSetup& setup) {
     NullNode node(BENCH_NODE_LIBRARY, setup);
@@ -52,17 +54,18 @@ void FirstPass(benchmark::State& state) {
 }
 
 void Mesh(benchmark::State& state) {
-    std::vector<float> vertices(33 * 25 * 2);
+    std::vector<float> vertices(desk::MeshFloats);
     std::vector<float> texCoordinates(vertices.size());
     const float* grid = &bench::Grid().gridTransformArray[0].x;
     while (state.KeepRunning()) {
-        UpdateMesh(vertices.data(), texCoordinates.data(), grid, {33, 25, 1920, 1080, 1920, 1080}, true);
+        UpdateMesh(vertices.data(), texCoordinates.data(), grid,
+                   {desk::MeshColumns, desk::MeshRows, 1920, 1080, 1920, 1080}, true);
         benchmark::ClobberMemory();
     }
 }
 
 void GridCopy(benchmark::State& state) {
-    float copy[945 * 2];
+    float copy[desk::GridPoints * 2];
     while (state.KeepRunning()) {
         std::memcpy(copy, bench::Grid().gridTransformArray, sizeof(copy));
         benchmark::DoNotOptimize(copy);
@@ -76,14 +79,6 @@ void LockAndUnlock(benchmark::State& state) {
         mutex->Unlock();
     }
     mutex->Destroy();
-}
-
-/// Seconds that `action` takes.
-template <typename Action>
-double Seconds(const Action& action) {
-    const auto start = std::chrono::steady_clock::now();
-    action();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
 void Create(benchmark::State& state) {

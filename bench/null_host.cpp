@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "desk/warp/grid_size.h"
 #include "host/grallocmetadata.h"
 #include "host/lumlog.h"
 #include "host/lumnodeutils.h"
@@ -80,23 +81,16 @@ extern "C" int property_get(const char*, char* value, const char*) {
 namespace bench {
 namespace {
 
-uint32_t GetVendorTagBase(LumVendorTagBaseInfo* info) {
-    info->vendorTagBase = 0x100;
-    return 0;
-}
-uint32_t SetMetadata(LumMetadataInfo* /*info*/) {
-    return 0;
-}
-uint32_t QueryRequestWindow(void* /*session*/, LumRequestWindowInfo* /*window*/) {
-    return 0;
-}
-
-LumNodeCallbacks LoadLibrary(const char* nodeLibrary) {
+/// Of the library, which is loaded by the first call.
+const LumNodeCallbacks& Callbacks(const char* nodeLibrary) {
+    static LumNodeCallbacks callbacks = {};
+    if (callbacks.ProcRequest != nullptr) {
+        return callbacks;
+    }
     void* library = dlopen(nodeLibrary, RTLD_NOW);
     if (library == nullptr) {
         throw std::runtime_error(std::string("expected the node library, got \"") + dlerror() + "\"");
     }
-    LumNodeCallbacks callbacks = {};
     callbacks.size = sizeof(callbacks);
     reinterpret_cast<decltype(&LumNodeEntry)>(dlsym(library, "LumNodeEntry"))(&callbacks);
     if (callbacks.ProcRequest == nullptr) {
@@ -104,26 +98,25 @@ LumNodeCallbacks LoadLibrary(const char* nodeLibrary) {
     }
     static LumNodeInterface interface = {};
     interface.size = sizeof(interface);
-    interface.GetVendorTagBase = GetVendorTagBase;
-    interface.SetMetadata = SetMetadata;
-    interface.QueryRequestWindow = QueryRequestWindow;
+    interface.GetVendorTagBase = [](LumVendorTagBaseInfo* info) {
+        info->vendorTagBase = 0x100;
+        return 0U;
+    };
+    interface.SetMetadata = [](LumMetadataInfo* /*info*/) { return 0U; };
+    interface.QueryRequestWindow = [](void* /*session*/, LumRequestWindowInfo* /*window*/) { return 0U; };
     callbacks.SetNodeInterface(&interface);
-    return callbacks;
-}
-
-const LumNodeCallbacks& Callbacks(const char* nodeLibrary) {
-    static const LumNodeCallbacks callbacks = LoadLibrary(nodeLibrary);
     return callbacks;
 }
 
 IPEICAGridTransform MakeGrid() {
     IPEICAGridTransform grid = {};
     grid.gridTransformEnable = 1;
-    for (int row = 0; row < 27; ++row) {
-        for (int column = 0; column < 35; ++column) {
-            const auto x = static_cast<float>(column - 17);
-            const auto y = static_cast<float>(row - 13);
-            grid.gridTransformArray[row * 35 + column] = {x * 60.0F + 3.0F * std::sin(y), y * 45.0F + 2.0F};
+    for (int row = 0; row < desk::GridRows; ++row) {
+        for (int column = 0; column < desk::GridColumns; ++column) {
+            const auto x = static_cast<float>(column - desk::GridColumns / 2);
+            const auto y = static_cast<float>(row - desk::GridRows / 2);
+            grid.gridTransformArray[row * desk::GridColumns + column] = {x * 60.0F + 3.0F * std::sin(y),
+                                                                         y * 45.0F + 2.0F};
         }
     }
     return grid;

@@ -10,8 +10,9 @@ sysroot="${DEWARP_AARCH64_SYSROOT:-$root/build/aarch64-sysroot}"
 
 "$root/scripts/setup.sh" --bench
 "$root/scripts/setup-aarch64.sh" "$sysroot" >/dev/null
-cmake -S "$root" -B "$build" -DCMAKE_CXX_COMPILER=g++ -DDEWARP_BENCH=ON -DDEWARP_TESTS=OFF >/dev/null
-cmake --build "$build" -j"$(nproc)" --target bench-instructions bench-node bench-desk >/dev/null
+cd "$root"
+cmake --preset bench >/dev/null
+cmake --build --preset bench -j"$(nproc)" --target bench-instructions bench-node bench-desk >/dev/null
 rm -rf "$results"
 mkdir -p "$results"
 
@@ -19,9 +20,8 @@ echo "counting instructions" >&2
 "$root/bench/count.sh" "$build" "$results/counts"
 
 echo "counting AArch64 instructions" >&2
-cmake -S "$root" -B "$build-aarch64" -DCMAKE_TOOLCHAIN_FILE="$root/cmake/aarch64.cmake" \
-  -DDEWARP_AARCH64_SYSROOT="$sysroot" -DDEWARP_DESK=OFF -DDEWARP_TESTS=OFF -DDEWARP_BENCH=ON >/dev/null
-cmake --build "$build-aarch64" -j"$(nproc)" --target bench-instructions >/dev/null
+cmake --preset bench-aarch64 -DDEWARP_AARCH64_SYSROOT="$sysroot" >/dev/null
+cmake --build --preset bench-aarch64 -j"$(nproc)" --target bench-instructions >/dev/null
 "$root/bench/count-aarch64.sh" "$build-aarch64" "$sysroot" "$results/counts-aarch64"
 python3 "$root/bench/aarch64_profile.py" "$results/counts-aarch64" \
   "$build-aarch64/lib/com.oxa.node.dewarp.so" >"$results/aarch64.json"
@@ -38,8 +38,6 @@ for threads in 1 2; do
   export LP_NUM_THREADS=$threads OMP_NUM_THREADS=$threads
   taskset -c "0-$((threads - 1))" "$build/bench/bench-desk" --benchmark_min_time=1 \
     --benchmark_out="$results/desk$threads.json" --benchmark_out_format=json >/dev/null 2>&1
-  taskset -c "0-$((threads - 1))" python3 "$root/bench/filter_peer.py" "$build/bench/bench-desk" "$threads" \
-    >"$results/filter$threads.json"
 done
 
 python3 "$root/bench/report.py" "$results" "$root/docs/PERFORMANCE.md"

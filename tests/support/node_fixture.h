@@ -10,6 +10,7 @@
 
 #include "desk/host/desk_host.h"
 #include "desk/host/desk_node.h"
+#include "desk/warp/grid_size.h"
 
 /// A silent host of the built library over the desk's own GL, dumps in a folder that the caller keeps.
 desk::HostOptions OptionsFor(const std::filesystem::path& dumpDir);
@@ -33,14 +34,14 @@ protected:
     std::vector<std::string> DumpLines(const std::string& kind) const;
     /// Makes every call of a service fail with the result 4.
     void FailService(const std::string& service);
-    /// A grid of `value(column, row)` in every point of the 35 x 27.
+    /// A grid of `value(column, row)` in every point.
     template <typename Function>
     static IPEICAGridTransform Grid(Function value) {
         IPEICAGridTransform grid = {};
         grid.gridTransformEnable = 1;
-        for (int row = 0; row < 27; ++row) {
-            for (int column = 0; column < 35; ++column) {
-                grid.gridTransformArray[row * 35 + column] = value(column, row);
+        for (int row = 0; row < desk::GridRows; ++row) {
+            for (int column = 0; column < desk::GridColumns; ++column) {
+                grid.gridTransformArray[row * desk::GridColumns + column] = value(column, row);
             }
         }
         return grid;

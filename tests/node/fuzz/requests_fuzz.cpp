@@ -5,6 +5,7 @@
 #include <array>
 #include <memory>
 
+#include "desk/warp/grid_size.h"
 #include "tests/node/fuzz/fuzz_host.h"
 
 namespace {
@@ -30,7 +31,7 @@ void Render(FuzzInput& input, Stage& stage) {
     IPEICAGridTransform grid = {};
     grid.gridTransformEnable = input.Below(3);
     for (int i = 0; i < 8; ++i) {
-        grid.gridTransformArray[input.Take<uint16_t>() % 945] = input.Take<GridPoint>();
+        grid.gridTransformArray[input.Take<uint16_t>() % desk::GridPoints] = input.Take<GridPoint>();
     }
     const bool hasGrid = input.Below(8) != 0;
     const uint32_t result =

@@ -43,8 +43,8 @@ protected:
         return Grid([&](int column, int row) {
             // A mesh vertex lies half a pixel off the fraction of the input that it stands for, and so does
             // what it samples.
-            const double qx = input.Width() * ((column - 1) / 32.0 - 0.5) - 0.5;
-            const double qy = input.Height() * ((row - 1) / 24.0 - 0.5) - 0.5;
+            const double qx = input.Width() * ((column - 1.0) / desk::CellColumns - 0.5) - 0.5;
+            const double qy = input.Height() * ((row - 1.0) / desk::CellRows - 0.5) - 0.5;
             const auto [px, py] = warp(qx, qy);
             return GridPoint{static_cast<float>(px + 0.5), static_cast<float>(py + 0.5)};
         });

@@ -5,24 +5,28 @@
 #include <set>
 #include <vector>
 
+#include "desk/warp/grid_size.h"
 #include "node/dewarp/gpu/gpumesh.h"
 
 namespace {
 
-constexpr int VerticesX = 33;
-constexpr int VerticesY = 25;
-constexpr int GridX = VerticesX + 2;
-constexpr int GridY = VerticesY + 2;
+using desk::CellColumns;
+using desk::CellRows;
+using desk::GridPoints;
+using desk::MeshColumns;
+using desk::MeshFloats;
+using desk::MeshRows;
+using desk::MeshVertices;
 
 struct Mesh {
-    std::vector<float> vertices = std::vector<float>(VerticesX * VerticesY * 2);
-    std::vector<float> tex = std::vector<float>(VerticesX * VerticesY * 2);
+    std::vector<float> vertices = std::vector<float>(MeshFloats);
+    std::vector<float> tex = std::vector<float>(MeshFloats);
 };
 
 Mesh MakeMesh(const std::vector<float>& grid, int inW, int inH, int outW, int outH, bool isGridUsed) {
     Mesh mesh;
     UpdateMesh(mesh.vertices.data(), mesh.tex.data(), grid.data(),
-               {VerticesX, VerticesY, inW, inH, outW, outH}, isGridUsed);
+               {MeshColumns, MeshRows, inW, inH, outW, outH}, isGridUsed);
     return mesh;
 }
 
@@ -42,7 +46,7 @@ bool SameBits(float a, float b) {
 std::vector<float> RandomGrid(unsigned seed) {
     std::mt19937 random(seed);
     std::uniform_real_distribution<float> value(-1500.0F, 1500.0F);
-    std::vector<float> grid(GridX * GridY * 2);
+    std::vector<float> grid(2 * GridPoints);
     for (float& g : grid) {
         g = value(random);
     }
@@ -60,9 +64,9 @@ TEST(MeshArithmetic, IsBitForBitTheDefinition) {
     for (const auto& s : sizes) {
         const std::vector<float> grid = RandomGrid(static_cast<unsigned>(s[0]));
         const Mesh mesh = MakeMesh(grid, s[0], s[1], s[2], s[3], true);
-        for (size_t k = 0; k < VerticesX * VerticesY; ++k) {
-            const size_t position[] = {k % VerticesX, k / VerticesX};
-            const int last[] = {VerticesX - 1, VerticesY - 1};
+        for (size_t k = 0; k < MeshVertices; ++k) {
+            const size_t position[] = {k % MeshColumns, k / MeshColumns};
+            const int last[] = {MeshColumns - 1, MeshRows - 1};
             for (size_t axis = 0; axis < 2; ++axis) {
                 const float half = Round(-0.5 / s[axis]);
                 const float scale = Round(static_cast<double>(Round(s[axis])) / Round(s[2 + axis]));
@@ -73,7 +77,7 @@ TEST(MeshArithmetic, IsBitForBitTheDefinition) {
                 const size_t at = 2 * k + axis;
                 ASSERT_TRUE(SameBits(mesh.vertices[at], expected))
                     << s[0] << " vertex " << k << " axis " << axis;
-                const size_t point = (position[1] + 1) * GridX + position[0] + 1;
+                const size_t point = (position[1] + 1) * desk::GridColumns + position[0] + 1;
                 const float value = grid[2 * point + axis];
                 const float sampled =
                     Round(Round(static_cast<double>(value) + centre) / static_cast<double>(Round(s[axis])));
@@ -85,13 +89,13 @@ TEST(MeshArithmetic, IsBitForBitTheDefinition) {
 }
 
 TEST(MeshArithmetic, LiesWhereTheGeometrySays) {
-    const std::vector<float> zero(GridX * GridY * 2, 0.0F);
+    const std::vector<float> zero(2 * GridPoints, 0.0F);
     const Mesh mesh = MakeMesh(zero, 1920, 1080, 1920, 1080, true);
     EXPECT_FLOAT_EQ(mesh.vertices[0], -1.0F - 1.0F / 1920.0F);
     EXPECT_FLOAT_EQ(mesh.vertices[1], -1.0F - 1.0F / 1080.0F);
-    EXPECT_FLOAT_EQ(mesh.vertices[2 * 824], 1.0F - 1.0F / 1920.0F);
-    EXPECT_FLOAT_EQ(mesh.vertices[2 * 824 + 1], 1.0F - 1.0F / 1080.0F);
-    for (size_t k = 0; k < 825; ++k) {
+    EXPECT_FLOAT_EQ(mesh.vertices[2 * (MeshVertices - 1)], 1.0F - 1.0F / 1920.0F);
+    EXPECT_FLOAT_EQ(mesh.vertices[2 * (MeshVertices - 1) + 1], 1.0F - 1.0F / 1080.0F);
+    for (size_t k = 0; k < MeshVertices; ++k) {
         ASSERT_FLOAT_EQ(mesh.tex[2 * k], 1919.0F / 2.0F / 1920.0F);
         ASSERT_FLOAT_EQ(mesh.tex[2 * k + 1], 1079.0F / 2.0F / 1080.0F);
     }
@@ -103,18 +107,18 @@ TEST(MeshArithmetic, IdentityIgnoresTheGrid) {
     const Mesh one = MakeMesh(RandomGrid(1), 2304, 1296, 1920, 1080, false);
     const Mesh other = MakeMesh(RandomGrid(2), 2304, 1296, 1920, 1080, false);
     EXPECT_EQ(one.tex, other.tex);
-    for (size_t r = 0; r < VerticesY; ++r) {
-        for (size_t c = 0; c < VerticesX; ++c) {
-            const size_t k = r * VerticesX + c;
-            ASSERT_EQ(one.tex[2 * k], static_cast<float>(c) / 32.0F);
-            ASSERT_EQ(one.tex[2 * k + 1], static_cast<float>(r) / 24.0F);
+    for (size_t r = 0; r < MeshRows; ++r) {
+        for (size_t c = 0; c < MeshColumns; ++c) {
+            const size_t k = r * MeshColumns + c;
+            ASSERT_EQ(one.tex[2 * k], static_cast<float>(c) / CellColumns);
+            ASSERT_EQ(one.tex[2 * k + 1], static_cast<float>(r) / CellRows);
         }
     }
 }
 
 TEST(MeshIndices, CoverEveryCellWithTwoTriangles) {
-    std::vector<unsigned short> indices(4608);
-    GenerateMeshIndices(indices.data(), 32, 24);
+    std::vector<unsigned short> indices(size_t{6} * CellColumns * CellRows);
+    GenerateMeshIndices(indices.data(), CellColumns, CellRows);
     const std::vector<unsigned short> first(indices.begin(), indices.begin() + 6);
     const std::vector<unsigned short> last(indices.end() - 6, indices.end());
     EXPECT_EQ(first, (std::vector<unsigned short>{0, 33, 1, 33, 1, 34}));
