@@ -1,12 +1,12 @@
-#include "bench/bare_loop.h"
-
 #include <EGL/egl.h>
 #include <EGL/eglext.h>
 #include <GLES3/gl3.h>
 
+#include <memory>
 #include <stdexcept>
 #include <vector>
 
+#include "bench/peers.h"
 #include "node/dewarp/gpu/gpumesh.h"
 
 namespace bench {
@@ -37,11 +37,11 @@ GLuint MakeShader(GLenum type, const char* text) {
 
 /// One plane of the picture: where it is sampled from and drawn to.
 struct Plane {
-    Plane(int w, int h, GLenum internalFormat, GLenum f) : width(w), height(h), format(f) {
+    Plane(cv::Size s, GLenum internalFormat, GLenum f) : size(s), format(f) {
         for (GLuint* texture : {&source, &target}) {
             glGenTextures(1, texture);
             glBindTexture(GL_TEXTURE_2D, *texture);
-            glTexStorage2D(GL_TEXTURE_2D, 1, internalFormat, width, height);
+            glTexStorage2D(GL_TEXTURE_2D, 1, internalFormat, size.width, size.height);
             for (const GLenum filter : {GLenum{GL_TEXTURE_MIN_FILTER}, GLenum{GL_TEXTURE_MAG_FILTER}}) {
                 glTexParameteri(GL_TEXTURE_2D, filter, GL_LINEAR);
             }
@@ -55,22 +55,21 @@ struct Plane {
     }
     void Upload(const uint8_t* pixels) const {
         glBindTexture(GL_TEXTURE_2D, source);
-        glTexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, width, height, format, GL_UNSIGNED_BYTE, pixels);
+        glTexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, size.width, size.height, format, GL_UNSIGNED_BYTE, pixels);
     }
     void Draw() const {
         glBindTexture(GL_TEXTURE_2D, source);
         glBindFramebuffer(GL_FRAMEBUFFER, framebuffer);
-        glViewport(0, 0, width, height);
+        glViewport(0, 0, size.width, size.height);
         glClear(GL_COLOR_BUFFER_BIT);
         glDrawElements(GL_TRIANGLES, Indices, GL_UNSIGNED_SHORT, nullptr);
     }
     void Read(uint8_t* pixels) const {
         glBindFramebuffer(GL_FRAMEBUFFER, framebuffer);
-        glReadPixels(0, 0, width, height, format, GL_UNSIGNED_BYTE, pixels);
+        glReadPixels(0, 0, size.width, size.height, format, GL_UNSIGNED_BYTE, pixels);
     }
 
-    int width;
-    int height;
+    cv::Size size;
     GLenum format;
     GLuint source = 0;
     GLuint target = 0;
@@ -109,13 +108,12 @@ EGLContext MakeContext(EGLDisplay display) {
     return context;
 }
 
-}  // namespace
-
-struct BareLoop::State {
-    State(int width, int height)
+class Loop {
+public:
+    explicit Loop(cv::Size size)
         : current(display, context),
-          sizes{MeshColumns, MeshRows, width, height, width, height},
-          planes{{width, height, GL_R8, GL_RED}, {width / 2, height / 2, GL_RG8, GL_RG}} {
+          sizes{MeshColumns, MeshRows, size.width, size.height, size.width, size.height},
+          planes{{size, GL_R8, GL_RED}, {size / 2, GL_RG8, GL_RG}} {
         const GLuint program = glCreateProgram();
         glAttachShader(program, MakeShader(GL_VERTEX_SHADER, VertexShader));
         glAttachShader(program, MakeShader(GL_FRAGMENT_SHADER, FragmentShader));
@@ -131,8 +129,34 @@ struct BareLoop::State {
         glEnableVertexAttribArray(1);
         glPixelStorei(GL_UNPACK_ALIGNMENT, 1);
         glPixelStorei(GL_PACK_ALIGNMENT, 1);
+        eglMakeCurrent(display, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
+    }
+    ~Loop() {
+        eglDestroyContext(display, context);
+    }
+    Loop(const Loop&) = delete;
+    Loop& operator=(const Loop&) = delete;
+
+    void Frame(const Nv12& input, const IPEICAGridTransform& grid, Nv12& output) {
+        const Current whileItLasts(display, context);
+        UpdateMesh(vertices.data(), texCoordinates.data(), &grid.gridTransformArray[0].x, sizes, true);
+        glVertexAttribPointer(0, 2, GL_FLOAT, GL_FALSE, 0, vertices.data());
+        glVertexAttribPointer(1, 2, GL_FLOAT, GL_FALSE, 0, texCoordinates.data());
+        planes[0].Upload(input.luma.data);
+        planes[1].Upload(input.chroma.data);
+        for (const Plane& plane : planes) {
+            plane.Draw();
+        }
+        planes[0].Read(output.luma.data);
+        planes[1].Read(output.chroma.data);
+        glFinish();
+    }
+    std::string Renderer() const {
+        const Current whileItLasts(display, context);
+        return reinterpret_cast<const char*>(glGetString(GL_RENDERER));
     }
 
+private:
     EGLDisplay display = eglGetPlatformDisplay(EGL_PLATFORM_SURFACELESS_MESA, EGL_DEFAULT_DISPLAY, nullptr);
     EGLContext context = MakeContext(display);
     Current current;
@@ -142,33 +166,15 @@ struct BareLoop::State {
     std::vector<float> texCoordinates = vertices;
 };
 
-BareLoop::BareLoop(int width, int height) : state_(new State(width, height)) {
-    eglMakeCurrent(state_->display, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
+}  // namespace
+
+Peer BareLoop(cv::Size size, const Shake& shake) {
+    return [loop = std::make_shared<Loop>(size), grid = MakeGrid(shake, size)](
+               const Nv12& input, Nv12& output) { loop->Frame(input, grid, output); };
 }
 
-BareLoop::~BareLoop() {
-    eglDestroyContext(state_->display, state_->context);
-}
-
-std::string BareLoop::Renderer() const {
-    const Current current(state_->display, state_->context);
-    return reinterpret_cast<const char*>(glGetString(GL_RENDERER));
-}
-
-void BareLoop::Frame(const Picture& input, const IPEICAGridTransform& grid, Picture& output) {
-    State& s = *state_;
-    const Current current(s.display, s.context);
-    UpdateMesh(s.vertices.data(), s.texCoordinates.data(), &grid.gridTransformArray[0].x, s.sizes, true);
-    glVertexAttribPointer(0, 2, GL_FLOAT, GL_FALSE, 0, s.vertices.data());
-    glVertexAttribPointer(1, 2, GL_FLOAT, GL_FALSE, 0, s.texCoordinates.data());
-    s.planes[0].Upload(input.luma.data());
-    s.planes[1].Upload(input.chroma.data());
-    for (const Plane& plane : s.planes) {
-        plane.Draw();
-    }
-    s.planes[0].Read(output.luma.data());
-    s.planes[1].Read(output.chroma.data());
-    glFinish();
+std::string Renderer() {
+    return Loop({64, 64}).Renderer();
 }
 
 }  // namespace bench

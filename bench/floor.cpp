@@ -148,26 +148,12 @@ const float* Floor::Mesh() const {
     return state_->vertices;
 }
 
-struct DumpCalls::State {
-    FILE* files[3] = {std::fopen("/dev/null", "a"), std::fopen("/dev/null", "a"),
-                      std::fopen("/dev/null", "a")};
-    char line[98304] = {};
-};
-
-DumpCalls::DumpCalls() : state_(new State) {}
-
-DumpCalls::~DumpCalls() {
-    for (FILE* file : state_->files) {
-        static_cast<void>(std::fclose(file));
-    }
-}
-
 void DumpCalls::Frame(const IPEICAGridTransform& grid, const float* mesh) {
     constexpr size_t Limit = 65536;
-    char* const line = state_->line;
+    char* const line = line_.data();
     const auto wide = [](float value) { return static_cast<double>(value); };
-    const auto write = [line](const char* end, FILE* file) {
-        LumNodeUtils::FWrite(line, static_cast<size_t>(end - line), 1, file);
+    const auto write = [this](const char* end) {
+        LumNodeUtils::FWrite(line_.data(), static_cast<size_t>(end - line_.data()), 1, file_);
     };
     char* end = line + LumNodeUtils::SNPrintF(line, Limit, "Frame %lu, %u, %u, ", 1UL, 0U, 0U);
     const GridPoint* point = grid.gridTransformArray;
@@ -175,16 +161,16 @@ void DumpCalls::Frame(const IPEICAGridTransform& grid, const float* mesh) {
         end += LumNodeUtils::SNPrintF(end, Limit, "%4.4lf, %4.4lf, ", wide(point->x), wide(point->y));
     }
     end += LumNodeUtils::SNPrintF(end, Limit, "%4.4lf, %4.4lf \n", wide(point->x), wide(point->y));
-    write(end, state_->files[0]);
+    write(end);
     for (int array = 1; array >= 0; --array) {
-        const float* data = mesh + array * MeshFloats;
+        const float* data = mesh + (array == 0 ? 0 : MeshFloats);
         const float* const last = data + MeshVertices - 1;
         end = line + LumNodeUtils::SNPrintF(line, Limit, "Frame %lu", 1UL);
         for (; data < last; ++data) {
             end += LumNodeUtils::SNPrintF(end, Limit, ", %4.4lf, %4.4lf", wide(data[0]), wide(data[1]));
         }
         end += LumNodeUtils::SNPrintF(end, Limit, ", %4.4lf, %4.4lf \n", wide(data[0]), wide(data[1]));
-        write(end, state_->files[2 - array]);
+        write(end);
     }
 }
 

@@ -63,16 +63,8 @@ void MeasureGrowth() {
         MeasureNode("nodes " + std::to_string(nodes), {}, nodes);
     }
     for (const unsigned buffers : {1U, 2U, 4U, 8U, 16U, 32U, 64U}) {
-        bench::NodeSetup setup;
-        setup.buffers = buffers;
-        MeasureNode("buffers " + std::to_string(buffers), setup);
+        MeasureNode("buffers " + std::to_string(buffers), {1920, 1080, buffers});
     }
-}
-
-void MeasurePasses() {
-    bench::NullNode node(BENCH_NODE_LIBRARY, {});
-    node.Frame();
-    Measure("first pass", WarmUpFrames, [&] { node.FirstPass(); });
 }
 
 /// A floor that computed something else would be none.
@@ -102,13 +94,11 @@ int main(int argc, char** argv) {
         if (argc > 1 && std::strcmp(argv[1], "--grid-only") == 0) {
             return 0;
         }
-        bench::NodeSetup unity;
-        unity.isGridUsed = false;
-        MeasureNode("unity", unity);
-        bench::NodeSetup dumped;
-        dumped.isDumped = true;
-        MeasureNode("dumps", dumped);
-        MeasurePasses();
+        MeasureNode("unity", {1920, 1080, 1, false});
+        MeasureNode("dumps", {1920, 1080, 1, true, true});
+        bench::NullNode node(BENCH_NODE_LIBRARY, {});
+        node.Frame();
+        Measure("first pass", WarmUpFrames, [&] { node.FirstPass(); });
         bench::Floor floor(1920, 1080);
         RequireSameMesh(floor);
         Measure("floor", WarmUpFrames, [&] { floor.Frame(bench::Grid()); });

@@ -1,11 +1,11 @@
 #include <benchmark/benchmark.h>
 
-#include <chrono>
 #include <cstring>
 #include <vector>
 
 #include "bench/floor.h"
 #include "bench/null_host.h"
+#include "bench/seconds.h"
 #include "desk/warp/grid_size.h"
 #include "node/dewarp/gpu/gpumesh.h"
 #include "utils/orbamutex.h"
@@ -17,6 +17,7 @@ namespace {
 
 using bench::NodeSetup;
 using bench::NullNode;
+using bench::Seconds;
 
 void SteadyFrame(benchmark::State& state, const NodeSetup& setup) {
     NullNode node(BENCH_NODE_LIBRARY, setup);
@@ -78,14 +79,6 @@ void LockAndUnlock(benchmark::State& state) {
         mutex->Unlock();
     }
     mutex->Destroy();
-}
-
-/// Seconds that `action` takes.
-template <typename Action>
-double Seconds(const Action& action) {
-    const auto start = std::chrono::steady_clock::now();
-    action();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
 void Create(benchmark::State& state) {

@@ -1,4 +1,5 @@
-#include <cstring>
+#include <map>
+#include <string_view>
 #include <type_traits>
 
 #include "bench/null_host.h"
@@ -18,10 +19,11 @@ struct NullEntry;
 template <typename Result, typename... Arguments>
 struct NullEntry<Result (*)(Arguments...)> {
     static Result Call(Arguments...) {
-        return Result();
-    }
-    static Result CallForHandle(Arguments...) {
-        return reinterpret_cast<Result>(handle);
+        if constexpr (std::is_same_v<Result, void*>) {
+            return handle;
+        } else {
+            return Result();
+        }
     }
 };
 
@@ -52,18 +54,16 @@ EGLBoolean DestroyImage(EGLDisplay /*display*/, EGLImageKHR image) {
     return EGL_TRUE;
 }
 
-struct Entry {
-    const char* name;
-    void* function;
-};
+using Entry = std::pair<const std::string_view, void*>;
 
 template <typename Function>
 Entry Special(const char* name, Function* function) {
     return {name, reinterpret_cast<void*>(function)};
 }
 
-/// Those that a caller needs an answer of.
-const Entry specialEntries[] = {
+#define NULL_ENTRY(member, symbol, ...) Special(#symbol, NullEntry<decltype(&::symbol)>::Call),
+/// First those that a caller needs an answer of.
+const std::map<std::string_view, void*> entries = {
     Special("eglGetError", Answer<EGLint, EGL_SUCCESS>),
     Special("glCheckFramebufferStatus", Answer<GLenum, GL_FRAMEBUFFER_COMPLETE, GLenum>),
     Special("glCreateShader", Answer<GLuint, 1, GLenum>),
@@ -75,35 +75,18 @@ const Entry specialEntries[] = {
     Special("glGenTextures", Generate),
     Special("glGenFramebuffers", Generate),
     Special("glGenRenderbuffers", Generate),
-    Special("eglGetDisplay", NullEntry<decltype(&eglGetDisplay)>::CallForHandle),
-    Special("eglGetCurrentDisplay", NullEntry<decltype(&eglGetCurrentDisplay)>::CallForHandle),
-    Special("eglCreateContext", NullEntry<decltype(&eglCreateContext)>::CallForHandle),
-    Special("eglCreatePbufferSurface", NullEntry<decltype(&eglCreatePbufferSurface)>::CallForHandle),
     Special("eglInitialize", Answer<EGLBoolean, EGL_TRUE, EGLDisplay, EGLint*, EGLint*>),
     Special("eglMakeCurrent", Answer<EGLBoolean, EGL_TRUE, EGLDisplay, EGLSurface, EGLSurface, EGLContext>),
     Special("eglCreateImageKHR", CreateImage),
     Special("eglDestroyImageKHR", DestroyImage),
-};
-
-#define NULL_ENTRY(member, symbol, ...) Special(#symbol, NullEntry<decltype(&::symbol)>::Call),
-const Entry nullEntries[] = {DEWARP_GLES_ENTRIES(NULL_ENTRY) DEWARP_EGL_ENTRIES(NULL_ENTRY)};
+    DEWARP_GLES_ENTRIES(NULL_ENTRY) DEWARP_EGL_ENTRIES(NULL_ENTRY)};
 #undef NULL_ENTRY
-
-template <size_t Count>
-void* Find(const Entry (&entries)[Count], const char* name) {
-    for (const Entry& entry : entries) {
-        if (std::strcmp(entry.name, name) == 0) {
-            return entry.function;
-        }
-    }
-    return nullptr;
-}
 
 }  // namespace
 
 void* NullGlSymbol(const char* name) {
-    void* function = Find(specialEntries, name);
-    return function != nullptr ? function : Find(nullEntries, name);
+    const auto found = entries.find(name);
+    return found != entries.end() ? found->second : nullptr;
 }
 
 }  // namespace bench

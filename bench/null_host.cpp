@@ -81,23 +81,16 @@ extern "C" int property_get(const char*, char* value, const char*) {
 namespace bench {
 namespace {
 
-uint32_t GetVendorTagBase(LumVendorTagBaseInfo* info) {
-    info->vendorTagBase = 0x100;
-    return 0;
-}
-uint32_t SetMetadata(LumMetadataInfo* /*info*/) {
-    return 0;
-}
-uint32_t QueryRequestWindow(void* /*session*/, LumRequestWindowInfo* /*window*/) {
-    return 0;
-}
-
-LumNodeCallbacks LoadLibrary(const char* nodeLibrary) {
+/// Of the library, which is loaded by the first call.
+const LumNodeCallbacks& Callbacks(const char* nodeLibrary) {
+    static LumNodeCallbacks callbacks = {};
+    if (callbacks.ProcRequest != nullptr) {
+        return callbacks;
+    }
     void* library = dlopen(nodeLibrary, RTLD_NOW);
     if (library == nullptr) {
         throw std::runtime_error(std::string("expected the node library, got \"") + dlerror() + "\"");
     }
-    LumNodeCallbacks callbacks = {};
     callbacks.size = sizeof(callbacks);
     reinterpret_cast<decltype(&LumNodeEntry)>(dlsym(library, "LumNodeEntry"))(&callbacks);
     if (callbacks.ProcRequest == nullptr) {
@@ -105,15 +98,13 @@ LumNodeCallbacks LoadLibrary(const char* nodeLibrary) {
     }
     static LumNodeInterface interface = {};
     interface.size = sizeof(interface);
-    interface.GetVendorTagBase = GetVendorTagBase;
-    interface.SetMetadata = SetMetadata;
-    interface.QueryRequestWindow = QueryRequestWindow;
+    interface.GetVendorTagBase = [](LumVendorTagBaseInfo* info) {
+        info->vendorTagBase = 0x100;
+        return 0U;
+    };
+    interface.SetMetadata = [](LumMetadataInfo* /*info*/) { return 0U; };
+    interface.QueryRequestWindow = [](void* /*session*/, LumRequestWindowInfo* /*window*/) { return 0U; };
     callbacks.SetNodeInterface(&interface);
-    return callbacks;
-}
-
-const LumNodeCallbacks& Callbacks(const char* nodeLibrary) {
-    static const LumNodeCallbacks callbacks = LoadLibrary(nodeLibrary);
     return callbacks;
 }
 

@@ -6,6 +6,7 @@ extern "C" {
 
 #include <algorithm>
 #include <cmath>
+#include <memory>
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
 #include <stdexcept>
@@ -30,12 +31,12 @@ struct Axis {
 
 /// The map of one plane, made anew for every grid.
 struct PlaneMap {
-    PlaneMap(int width, int height, int planeStep)
+    PlaneMap(cv::Size size, int planeStep)
         : step(planeStep),
-          across(width, step, MeshColumns),
-          down(height, step, MeshRows),
-          x(height, width, CV_32F),
-          y(height, width, CV_32F) {}
+          across(size.width, step, MeshColumns),
+          down(size.height, step, MeshRows),
+          x(size, CV_32F),
+          y(size, CV_32F) {}
 
     void Fill(const IPEICAGridTransform& grid) {
         const float scale = 1.0F / static_cast<float>(step);
@@ -74,90 +75,74 @@ struct PlaneMap {
     cv::Mat y;
 };
 
-cv::Mat View(const std::vector<uint8_t>& pixels, int width, int height, int type) {
-    return {height, width, type, const_cast<uint8_t*>(pixels.data())};
-}
+class VidStabTransform {
+public:
+    explicit VidStabTransform(cv::Size size) {
+        VSFrameInfo info;
+        VSTransformConfig config = vsTransformGetDefaultConfig("bench");
+        config.interpolType = VS_BiLinear;
+        if (vsFrameInfoInit(&info, size.width, size.height, PF_YUV420P) == 0 ||
+            vsTransformDataInit(&data, &config, &info, &info) != VS_OK) {
+            throw std::runtime_error("expected vidstab to take the picture size, got a refusal");
+        }
+        vsFrameAllocate(&source, &info);
+        vsFrameAllocate(&target, &info);
+    }
+    ~VidStabTransform() {
+        vsFrameFree(&source);
+        vsFrameFree(&target);
+        vsTransformDataCleanup(&data);
+    }
+    VidStabTransform(const VidStabTransform&) = delete;
+    VidStabTransform& operator=(const VidStabTransform&) = delete;
 
-}  // namespace
+    void Frame(const Nv12& input, const Shake& shake, Nv12& output) {
+        const auto plane = [&input](const VSFrame& frame, int i) {
+            return cv::Mat(i == 0 ? input.luma.size() : input.chroma.size(), CV_8UC1, frame.data[i],
+                           static_cast<size_t>(frame.linesize[i]));
+        };
+        input.luma.copyTo(plane(source, 0));
+        cv::extractChannel(input.chroma, plane(source, 1), 0);
+        cv::extractChannel(input.chroma, plane(source, 2), 1);
+        // It turns about the pixel at half the size, one further than the mesh's centre, and counts the shift
+        // and the angle the other way round.
+        const double c = shake.zoom * std::cos(shake.angle);
+        const double sine = shake.zoom * std::sin(shake.angle);
+        VSTransform transform = {};
+        transform.x = -(shake.shiftX + c + sine - 1.0);
+        transform.y = -(shake.shiftY + c - sine - 1.0);
+        transform.alpha = -shake.angle;
+        transform.zoom = 100.0 * (1.0 - shake.zoom);
+        vsTransformPrepare(&data, &source, &target);
+        vsDoTransform(&data, transform);
+        vsTransformFinish(&data);
+        plane(target, 0).copyTo(output.luma);
+        cv::insertChannel(plane(target, 1), output.chroma, 0);
+        cv::insertChannel(plane(target, 2), output.chroma, 1);
+    }
 
-struct OpenCvRemap::State {
-    PlaneMap luma;
-    PlaneMap chroma;
-};
-
-OpenCvRemap::OpenCvRemap(int width, int height)
-    : state_(new State{{width, height, 1}, {width / 2, height / 2, 2}}) {}
-
-OpenCvRemap::~OpenCvRemap() = default;
-
-void OpenCvRemap::Frame(const Picture& input, const IPEICAGridTransform& grid, Picture& output) {
-    const auto warp = [&grid](PlaneMap& map, const cv::Mat& from, cv::Mat to) {
-        map.Fill(grid);
-        cv::remap(from, to, map.x, map.y, cv::INTER_LINEAR, cv::BORDER_REPLICATE);
-    };
-    const int w = input.width;
-    const int h = input.height;
-    warp(state_->luma, View(input.luma, w, h, CV_8UC1), View(output.luma, w, h, CV_8UC1));
-    warp(state_->chroma, View(input.chroma, w / 2, h / 2, CV_8UC2),
-         View(output.chroma, w / 2, h / 2, CV_8UC2));
-}
-
-std::vector<float> OpenCvRemap::LumaMap(const IPEICAGridTransform& grid) {
-    PlaneMap& map = state_->luma;
-    map.Fill(grid);
-    std::vector<float> all(map.x.begin<float>(), map.x.end<float>());
-    all.insert(all.end(), map.y.begin<float>(), map.y.end<float>());
-    return all;
-}
-
-struct VidStab::State {
+private:
     VSTransformData data = {};
     VSFrame source = {};
     VSFrame target = {};
 };
 
-VidStab::VidStab(int width, int height) : state_(new State) {
-    VSFrameInfo info;
-    VSTransformConfig config = vsTransformGetDefaultConfig("bench");
-    config.interpolType = VS_BiLinear;
-    if (vsFrameInfoInit(&info, width, height, PF_YUV420P) == 0 ||
-        vsTransformDataInit(&state_->data, &config, &info, &info) != VS_OK) {
-        throw std::runtime_error("expected vidstab to take the picture size, got a refusal");
-    }
-    vsFrameAllocate(&state_->source, &info);
-    vsFrameAllocate(&state_->target, &info);
+}  // namespace
+
+Peer OpenCvRemap(cv::Size size, const Shake& shake) {
+    return [luma = PlaneMap(size, 1), chroma = PlaneMap(size / 2, 2), grid = MakeGrid(shake, size)](
+               const Nv12& input, Nv12& output) mutable {
+        luma.Fill(grid);
+        chroma.Fill(grid);
+        cv::remap(input.luma, output.luma, luma.x, luma.y, cv::INTER_LINEAR, cv::BORDER_REPLICATE);
+        cv::remap(input.chroma, output.chroma, chroma.x, chroma.y, cv::INTER_LINEAR, cv::BORDER_REPLICATE);
+    };
 }
 
-VidStab::~VidStab() {
-    vsFrameFree(&state_->source);
-    vsFrameFree(&state_->target);
-    vsTransformDataCleanup(&state_->data);
-}
-
-void VidStab::Frame(const Picture& input, const Shake& shake, Picture& output) {
-    State& s = *state_;
-    std::copy(input.luma.begin(), input.luma.end(), s.source.data[0]);
-    for (size_t i = 0; i < input.chroma.size() / 2; ++i) {
-        s.source.data[1][i] = input.chroma[2 * i];
-        s.source.data[2][i] = input.chroma[2 * i + 1];
-    }
-    // It turns about the pixel at half the size, one further than the mesh's centre, and counts the shift
-    // and the angle the other way round.
-    const double c = shake.zoom * std::cos(shake.angle);
-    const double sine = shake.zoom * std::sin(shake.angle);
-    VSTransform transform = {};
-    transform.x = -(shake.shiftX + c + sine - 1.0);
-    transform.y = -(shake.shiftY + c - sine - 1.0);
-    transform.alpha = -shake.angle;
-    transform.zoom = 100.0 * (1.0 - shake.zoom);
-    vsTransformPrepare(&s.data, &s.source, &s.target);
-    vsDoTransform(&s.data, transform);
-    vsTransformFinish(&s.data);
-    std::copy_n(s.target.data[0], output.luma.size(), output.luma.begin());
-    for (size_t i = 0; i < output.chroma.size() / 2; ++i) {
-        output.chroma[2 * i] = s.target.data[1][i];
-        output.chroma[2 * i + 1] = s.target.data[2][i];
-    }
+Peer VidStab(cv::Size size, const Shake& shake) {
+    return [vidStab = std::make_shared<VidStabTransform>(size), shake](const Nv12& input, Nv12& output) {
+        vidStab->Frame(input, shake, output);
+    };
 }
 
 }  // namespace bench

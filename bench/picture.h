@@ -1,8 +1,9 @@
 #pragma once
 
-#include <cstdint>
-#include <vector>
+#include <cmath>
+#include <opencv2/core.hpp>
 
+#include "desk/clip/nv12.h"
 #include "desk/warp/grid_size.h"
 #include "host/lumnoderequest.h"
 
@@ -12,19 +13,7 @@ namespace bench {
 using desk::GridColumns;
 using desk::MeshColumns;
 using desk::MeshRows;
-
-/// One NV12 frame without padding; even sizes.
-struct Picture {
-    Picture(int w, int h)
-        : width(w),
-          height(h),
-          luma(static_cast<size_t>(w) * static_cast<size_t>(h)),
-          chroma(luma.size() / 2) {}
-    int width;
-    int height;
-    std::vector<uint8_t> luma;
-    std::vector<uint8_t> chroma;  ///< CbCr pairs, half the size each way
-};
+using desk::Nv12;
 
 /// A camera's small roll, shift and zoom: a warp that even those can render who take no grid. About the
 /// image's centre, an output pixel shows what lies at zoom * rotation * pixel + shift of the input.
@@ -36,13 +25,42 @@ struct Shake {
 };
 
 /// A picture of waves, detailed enough to tell a good interpolation from a bad one.
-Picture MakeScene(int width, int height);
+inline Nv12 MakeScene(cv::Size size) {
+    const auto wave = [](double x, double y, double phase) {
+        const double value =
+            std::sin(x / 9.0 + phase) * std::cos(y / 7.0) + 0.5 * std::sin((x + 2.0 * y) / 31.0 + phase);
+        return static_cast<uint8_t>(std::lround(128.0 + 60.0 * value));
+    };
+    Nv12 picture(size);
+    for (int y = 0; y < size.height; ++y) {
+        for (int x = 0; x < size.width; ++x) {
+            picture.luma.at<uint8_t>(y, x) = wave(x, y, 0.0);
+        }
+    }
+    for (int y = 0; y < size.height / 2; ++y) {
+        for (int x = 0; x < size.width / 2; ++x) {
+            picture.chroma.at<cv::Vec2b>(y, x) = {wave(x, y, 1.0), wave(x, y, 2.0)};
+        }
+    }
+    return picture;
+}
 
 /// The shake as a warp grid for pictures of the size.
-IPEICAGridTransform MakeGrid(const Shake& shake, int width, int height);
-
-/// Peak signal-to-noise ratio of luma and chroma together, dB, without a border of an eighth on every side;
-/// 99 for equal pictures.
-double Psnr(const Picture& a, const Picture& b);
+inline IPEICAGridTransform MakeGrid(const Shake& shake, cv::Size size) {
+    IPEICAGridTransform grid = {};
+    grid.gridTransformEnable = 1;
+    const double c = shake.zoom * std::cos(shake.angle);
+    const double s = shake.zoom * std::sin(shake.angle);
+    GridPoint* point = grid.gridTransformArray;
+    for (int row = -1; row <= MeshRows; ++row) {
+        for (int column = -1; column <= MeshColumns; ++column) {
+            const double x = size.width * (static_cast<double>(column) / (MeshColumns - 1) - 0.5);
+            const double y = size.height * (static_cast<double>(row) / (MeshRows - 1) - 0.5);
+            *point++ = {static_cast<float>(c * x + s * y + shake.shiftX),
+                        static_cast<float>(c * y - s * x + shake.shiftY)};
+        }
+    }
+    return grid;
+}
 
 }  // namespace bench

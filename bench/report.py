@@ -126,28 +126,23 @@ def same_picture(psnr):
     return "" if psnr >= 50.0 else ": not the same picture"
 
 
-def add_pictures(table, desks, filters):
-    names = {"BareFrame": "bare loop", "OpenCvFrame": "OpenCV remap", "VidStabFrame": "vidstab transform"}
-    for threads, (desk, filtered) in enumerate(zip(desks, filters), start=1):
+def add_pictures(table, desks):
+    for threads, desk in enumerate(desks, start=1):
         table.section(f"Real pictures, threads: {threads}")
-        for benchmark, name in names.items():
+        for name in ("bare loop", "OpenCV remap", "vidstab transform"):
             for width, height in ((1280, 720), (1920, 1080), (3840, 2160)):
-                entry = desk[f"{benchmark}/{width}"]
+                entry = desk[f"PeerFrame/{name}/{width}"]
                 measured = (f"{entry['desk_ms']:.1f} / {entry['peer_ms']:.1f} ms = {entry['ratio']:.2f}, "
                             f"{entry['psnr']:.0f} dB{same_picture(entry['psnr'])}")
-                is_target = benchmark == "BareFrame" and width == 1920
+                is_target = name == "bare loop" and width == 1920
                 table.add(f"desk frame / {name}, {width} x {height}", measured, "<= 1.10" if is_target else "",
                           entry["ratio"] <= 1.10 if is_target else None)
-        entry = desk["BareFrame/1920"]
-        table.add("desk frame / FFmpeg remap filter, 1920 x 1080",
-                  f"{entry['desk_ms']:.1f} / {filtered['ms']:.1f} ms = {entry['desk_ms'] / filtered['ms']:.2f}, "
-                  f"{filtered['psnr']:.0f} dB{same_picture(filtered['psnr'])}")
 
 
 def peer_sentence(desks):
     """Who is faster, from the figures: the remap of a CPU or the GL that the same CPU has to be."""
-    ratios = [desk[f"OpenCvFrame/{width}"]["ratio"] for desk in desks for width in (1280, 1920, 3840)]
-    bare = [desk[f"BareFrame/{width}"]["ratio"] for desk in desks for width in (1280, 1920, 3840)]
+    ratios = [desk[f"PeerFrame/OpenCV remap/{width}"]["ratio"] for desk in desks for width in (1280, 1920, 3840)]
+    bare = [desk[f"PeerFrame/bare loop/{width}"]["ratio"] for desk in desks for width in (1280, 1920, 3840)]
     verdict = "slower" if min(ratios) > 1.0 else ("faster" if max(ratios) < 1.0 else "slower or faster")
     return (f"The desk's frame is {verdict} than OpenCV's remap here, {min(ratios):.2f} to {max(ratios):.2f} of its "
             f"time. This machine has no GPU: its GL is software, which runs the shaders on the CPU that OpenCV has to "
@@ -214,11 +209,10 @@ def main():
     node = benchmarks(load(results, "node.json"))
     runs = [load(results, f"desk{threads}.json") for threads in (1, 2)]
     desks = [benchmarks(run) for run in runs]
-    filters = [load(results, f"filter{threads}.json") for threads in (1, 2)]
     table = Table()
     add_instructions(table, counts, node)
     add_growth(table, counts)
-    add_pictures(table, desks, filters)
+    add_pictures(table, desks)
     add_once(table, node, desks[1])
     add_aarch64(table, load(results, "aarch64.json"))
     print(table.text())
@@ -236,8 +230,7 @@ def main():
             nanoseconds=markdown(("a frame of", "ns"), nanosecond_rows(node)),
             nanosecond_steps=markdown(("step of the node's frame, timed alone", "ns", "share"),
                                       nanosecond_steps(node)),
-            peers=textwrap.fill(peer_sentence(desks), 114),
-            map_ms=desks[0]["LumaMap/1920"]["real_time"]))
+            peers=textwrap.fill(peer_sentence(desks), 114)))
 
 
 main()

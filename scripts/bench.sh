@@ -38,8 +38,6 @@ for threads in 1 2; do
   export LP_NUM_THREADS=$threads OMP_NUM_THREADS=$threads
   taskset -c "0-$((threads - 1))" "$build/bench/bench-desk" --benchmark_min_time=1 \
     --benchmark_out="$results/desk$threads.json" --benchmark_out_format=json >/dev/null 2>&1
-  taskset -c "0-$((threads - 1))" python3 "$root/bench/filter_peer.py" "$build/bench/bench-desk" "$threads" \
-    >"$results/filter$threads.json"
 done
 
 python3 "$root/bench/report.py" "$results" "$root/docs/PERFORMANCE.md"
