@@ -3,40 +3,34 @@
 #include <cmath>
 #include <opencv2/imgproc.hpp>
 #include <opencv2/video/tracking.hpp>
+#include <utility>
 #include <vector>
 
 namespace desk {
-namespace {
-
-using Points = std::vector<cv::Point2f>;
-
-Points Follow(const cv::Mat& from, const cv::Mat& to, const Points& points, std::vector<uchar>& found) {
-    Points moved;
-    cv::calcOpticalFlowPyrLK(from, to, points, moved, found, cv::noArray(), {21, 21}, 4,
-                             {cv::TermCriteria::COUNT | cv::TermCriteria::EPS, 40, 0.005});
-    return moved;
-}
-
-}  // namespace
 
 void MotionMeter::Add(const cv::Mat& luma) {
-    const cv::Mat previous = previous_;
-    previous_ = luma.clone();
-    Points start;
+    constexpr int MaxCorners = 400;          // the time grows with their number, precision with its root only
+    constexpr double Quality = 0.01;         // of the best corner's: duller ones are followed less well
+    constexpr double MaxReturnError = 0.25;  // pixels: many times what a corner that is followed well is off
+    const double apart = luma.rows / 36.0;   // so that they spread over the whole picture
+    const cv::Mat previous = std::exchange(previous_, luma.clone());
+    std::vector<cv::Point2f> start;
     if (!previous.empty()) {
-        constexpr int MaxCorners = 400;
-        constexpr double Quality = 0.01;
-        const double apart = luma.rows / 36.0;  // so that they spread over the whole picture
         cv::goodFeaturesToTrack(previous, start, MaxCorners, Quality, apart);
     }
     if (start.empty()) {
         return;
     }
-    constexpr double MaxReturnError = 0.25;  // pixels
+    const auto follow = [](const cv::Mat& from, const cv::Mat& to, const auto& points, auto& found) {
+        std::vector<cv::Point2f> moved;
+        cv::calcOpticalFlowPyrLK(from, to, points, moved, found, cv::noArray(), {21, 21}, 4,
+                                 {cv::TermCriteria::COUNT | cv::TermCriteria::EPS, 40, 0.005});
+        return moved;
+    };
     std::vector<uchar> there;
     std::vector<uchar> back;
-    const Points end = Follow(previous, previous_, start, there);
-    const Points returned = Follow(previous_, previous, end, back);
+    const auto end = follow(previous, previous_, start, there);
+    const auto returned = follow(previous_, previous, end, back);
     for (size_t i = 0; i < start.size(); i++) {
         if (there[i] != 0 && back[i] != 0 && cv::norm(returned[i] - start[i]) <= MaxReturnError) {
             const cv::Point2f step = end[i] - start[i];

@@ -5,8 +5,9 @@
 
 namespace desk {
 
-/// Measures how far pictures move from one to the next, on the pictures themselves: corners are followed
-/// with the pyramidal Lucas-Kanade method, there and back, and those that do not return are dropped.
+/// Measures how far pictures move from one to the next, on the pictures themselves: corners (Shi and Tomasi
+/// 1994) are followed by the pyramidal Lucas-Kanade method, there and back, and those that do not return are
+/// dropped (the forward-backward error of Kalal, Mikolajczyk and Matas 2010).
 class MotionMeter {
 public:
     /// Takes the next picture of the clip: 8-bit luma, of one size. It is copied.

@@ -4,14 +4,6 @@
 #include <cmath>
 
 namespace desk {
-namespace {
-
-double Decibels(double meanSquare) {
-    constexpr double Peak = 255;
-    return 10 * std::log10(Peak * Peak / meanSquare);
-}
-
-}  // namespace
 
 cv::Mat PlaneMeter::Add(const cv::Mat& plane, const cv::Mat& ideal) {
     CV_Assert(plane.size() == ideal.size() && plane.type() == ideal.type());
@@ -33,12 +25,9 @@ cv::Mat PlaneMeter::Add(const cv::Mat& plane, const cv::Mat& ideal) {
     return difference;
 }
 
-double PlaneMeter::Psnr() const {
-    return Decibels(squares_ / samples_);
-}
-
-double PlaneMeter::WorstPsnr() const {
-    return Decibels(worstMean_);
+double PlaneMeter::Decibels(double meanSquare) {
+    constexpr double Peak = 255;
+    return 10 * std::log10(Peak * Peak / meanSquare);
 }
 
 }  // namespace desk

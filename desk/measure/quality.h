@@ -27,11 +27,17 @@ public:
         return 1 - beyond_ / samples_;
     }
     /// Peak signal-to-noise ratio over everything added, in dB; infinite when nothing differs.
-    double Psnr() const;
+    double Psnr() const {
+        return Decibels(squares_ / samples_);
+    }
     /// Of the worst picture.
-    double WorstPsnr() const;
+    double WorstPsnr() const {
+        return Decibels(worstMean_);
+    }
 
 private:
+    static double Decibels(double meanSquare);
+
     cv::Mat mask_;
     int limit_;
     int max_ = 0;

@@ -7,10 +7,6 @@
 
 namespace desk {
 
-void SteadyCamera::Add(const FramePose& shaky) {
-    poses_.push_back(shaky);
-}
-
 SteadyCamera::View SteadyCamera::Next() {
     const FramePose shaky = poses_[static_cast<size_t>(frame_ - oldest_)];
     steady_ = Inside(shaky, variant_ == Variant::LookAhead ? SmoothAround() : SmoothSoFar(shaky));

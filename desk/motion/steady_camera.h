@@ -20,7 +20,9 @@ public:
         : variant_(variant), window_(window), input_(input), output_(output) {}
 
     /// Where the shaky camera points in the next frame.
-    void Add(const FramePose& shaky);
+    void Add(const FramePose& shaky) {
+        poses_.push_back(shaky);
+    }
 
     /// What belongs to one frame.
     struct View {

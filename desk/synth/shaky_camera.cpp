@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <cmath>
+#include <numeric>
 
 #include "desk/base/usage_error.h"
 
@@ -34,23 +35,19 @@ ShakyCamera::Tremor ShakyCamera::MakeTremor(std::mt19937& engine, double amplitu
 }
 
 double ShakyCamera::At(const Tremor& tremor, double seconds) {
-    double sum = 0;
-    for (const Wave& wave : tremor) {
-        sum += wave.amplitude * std::sin(2 * CV_PI * wave.frequency * seconds + wave.phase);
-    }
-    return sum;
+    return std::accumulate(tremor.begin(), tremor.end(), 0.0, [seconds](double sum, const Wave& wave) {
+        return sum + wave.amplitude * std::sin(2 * CV_PI * wave.frequency * seconds + wave.phase);
+    });
 }
 
 double ShakyCamera::Bound(const Tremor& tremor) {
-    double sum = 0;
-    for (const Wave& wave : tremor) {
-        sum += wave.amplitude;
-    }
-    return sum;
+    return std::accumulate(tremor.begin(), tremor.end(), 0.0,
+                           [](double sum, const Wave& wave) { return sum + wave.amplitude; });
 }
 
 ShakyCamera::ShakyCamera(const Shake& shake, cv::Size frameSize, int viewHeight, double framesPerSecond)
     : frameSize_(frameSize), framesPerSecond_(framesPerSecond), readout_(shake.readout) {
+    // They make the 10 pixels that the constructor promises.
     constexpr double ShiftAt1Hz = 0.018;  // of the view's height
     constexpr double RollAt1Hz = 0.0085;  // radians
     std::mt19937 engine(shake.seed);

@@ -25,14 +25,13 @@ IPEICAGridTransform MakeGrid(cv::Size input, const std::function<cv::Point2d(cv:
 }
 
 WarpMap::WarpMap(const IPEICAGridTransform& grid, cv::Size input, cv::Size output)
-    : input_(input), output_(output) {
+    : input_(input), output_(output), vertices_(MeshRows, MeshColumns) {
     // A grid value g samples the input at index g - 1/2 from the input's centre.
     const cv::Point2d centre((input.width - 1) / 2.0 - 0.5, (input.height - 1) / 2.0 - 0.5);
-    for (int row = 0; row <= CellRows; row++) {
-        for (int column = 0; column <= CellColumns; column++) {
+    for (int row = 0; row < MeshRows; row++) {
+        for (int column = 0; column < MeshColumns; column++) {
             const GridPoint& point = grid.gridTransformArray[(row + 1) * GridColumns + column + 1];
-            vertices_.push_back(cv::Point2d(static_cast<double>(point.x), static_cast<double>(point.y)) +
-                                centre);
+            vertices_(row, column) = cv::Point2d(cv::Point2f(point.x, point.y)) + centre;
         }
     }
 }
@@ -51,10 +50,10 @@ cv::Point2d WarpMap::At(cv::Point2d output) const {
     const double x = mesh.x - column;
     const double y = mesh.y - row;
     // The triangles meet on the line between the second and the third of these.
-    const cv::Point2d& first = Vertex(column, row);
-    const cv::Point2d& second = Vertex(column + 1, row);
-    const cv::Point2d& third = Vertex(column, row + 1);
-    const cv::Point2d& last = Vertex(column + 1, row + 1);
+    const cv::Point2d& first = vertices_(row, column);
+    const cv::Point2d& second = vertices_(row, column + 1);
+    const cv::Point2d& third = vertices_(row + 1, column);
+    const cv::Point2d& last = vertices_(row + 1, column + 1);
     return x + y <= 1 ? first + x * (second - first) + y * (third - first)
                       : last + (1 - x) * (third - last) + (1 - y) * (second - last);
 }

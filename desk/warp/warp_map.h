@@ -41,14 +41,11 @@ public:
     SideUse MarginUse() const;
 
 private:
-    const cv::Point2d& Vertex(int column, int row) const {
-        return vertices_.data()[row * MeshColumns + column];
-    }
     cv::Point2d MeshPosition(cv::Point2d output) const;
 
     cv::Size input_;
     cv::Size output_;
-    std::vector<cv::Point2d> vertices_;  ///< input positions, row by row
+    cv::Mat_<cv::Point2d> vertices_;  ///< input positions
 };
 
 /// The cells, by column and row, with a triangle of no or negative area: what is shown there is folded over.
