@@ -16,8 +16,9 @@ namespace desk {
 namespace {
 
 struct DiffOptions {
-    CommonOptions common;
     std::array<std::filesystem::path, 2> dumps;
+    std::filesystem::path json;
+    bool overwrite = false;
 };
 
 struct DiffResult {
@@ -122,12 +123,12 @@ int RunDiff(const DiffOptions& options) {
                {"mean_difference", result.Mean()},
                {"first", result.first},
                {"largest", result.largest}},
-              options.common.json, options.common.overwrite);
+              options.json, options.overwrite);
     if (isEqual) {
         fmt::print(stderr, "no difference in {} lines\n", result.lines[0]);
         return Done;
     }
-    if (options.common.json != "-") {
+    if (options.json != "-") {
         fmt::print("first: {}\nlines: {} and {}, {} differ\n", result.first, result.lines[0], result.lines[1],
                    result.differingLines);
         fmt::print("values: {} of {} differ, by {:.6f} on the mean over all\nlargest: {}\n",
@@ -142,8 +143,9 @@ void AddDiff(CLI::App& app, ChosenCommand& chosen) {
     CLI::App& command = AddCommand(app, "diff", "Compares two dumps line by line and value by value.",
                                    "dewarp-desk diff device/Warp2_Grid_20261115_171203.txt desk/grids.txt");
     auto options = std::make_shared<DiffOptions>();
-    command.add_option("DUMP", options->dumps, "two dumps of one kind")->required();
-    AddCommonOptions(command, options->common);
+    command.add_option("DUMP", options->dumps, "two dumps of one kind")->required()->group(Inputs);
+    AddJson(command, options->json);
+    AddOverwrite(command, options->overwrite);
     command.callback([options, &chosen] { chosen = [options] { return RunDiff(*options); }; });
 }
 

@@ -4,7 +4,6 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 
-#include "desk/base/usage_error.h"
 #include "desk/cli/commands.h"
 #include "desk/dump/dump_checks.h"
 #include "desk/output/output.h"
@@ -17,19 +16,19 @@ namespace desk {
 namespace {
 
 struct InspectOptions {
-    CommonOptions common;
     std::vector<std::filesystem::path> dumps;
+    std::optional<cv::Size> size;  ///< of the output, pixels
+    std::optional<Margin> margin;  ///< fractions of the output
     std::filesystem::path pictures;
+    std::filesystem::path json;
+    bool overwrite = false;
 };
 
 /// As far as the options tell them. A margin makes the input larger as the node asks for it.
-WarpSizes SizesOf(const CommonOptions& options) {
+WarpSizes SizesOf(const InspectOptions& options) {
     WarpSizes sizes;
     sizes.output = options.size.value_or(cv::Size());
     if (options.margin) {
-        if (!options.size) {
-            throw UsageError("expected --size with --margin: the margin is a fraction of it");
-        }
         sizes.input = InputFor(sizes.output, *options.margin);
     }
     return sizes;
@@ -65,10 +64,9 @@ void WritePictures(const InspectOptions& options, const std::filesystem::path& d
     const std::string title = fmt::format("{}, line {}", dump.filename().string(), check.pointsLine);
     const cv::Size2d frame = check.kind == DumpKind::Grid ? cv::Size2d(check.sizes.input) : cv::Size2d();
     WriteWhole(stem.string() + "_mesh.png",
-               Encoded(DrawMesh(title, check.points, MeshColumns, frame), ".png"), options.common.overwrite);
+               Encoded(DrawMesh(title, check.points, MeshColumns, frame), ".png"), options.overwrite);
     if (check.sizes.IsKnown()) {
-        WriteWhole(stem.string() + "_margin.png", Encoded(MarginPicture(check), ".png"),
-                   options.common.overwrite);
+        WriteWhole(stem.string() + "_margin.png", Encoded(MarginPicture(check), ".png"), options.overwrite);
     }
 }
 
@@ -98,7 +96,7 @@ void Print(const std::filesystem::path& dump, const DumpCheck& check) {
 }
 
 int RunInspect(const InspectOptions& options) {
-    const WarpSizes sizes = SizesOf(options.common);
+    const WarpSizes sizes = SizesOf(options);
     nlohmann::json json = {{"schema", 1}, {"command", "inspect"}, {"dumps", nlohmann::json::array()}};
     bool isClean = true;
     for (const std::filesystem::path& dump : options.dumps) {
@@ -106,11 +104,11 @@ int RunInspect(const InspectOptions& options) {
         isClean = isClean && check.findings.empty();
         WritePictures(options, dump, check);
         json["dumps"].push_back(ToJson(dump, check));
-        if (options.common.json != "-") {
+        if (options.json != "-") {
             Print(dump, check);
         }
     }
-    WriteJson(json, options.common.json, options.common.overwrite);
+    WriteJson(json, options.json, options.overwrite);
     return isClean ? Done : CheckFailed;
 }
 
@@ -121,9 +119,13 @@ void AddInspect(CLI::App& app, ChosenCommand& chosen) {
         AddCommand(app, "inspect", "Looks for faults in the node's grid and mesh dumps.",
                    "dewarp-desk inspect Warp2_Grid_20261115_171203.txt --size 1920x1080 --margin 0.2");
     auto options = std::make_shared<InspectOptions>();
-    command.add_option("DUMP", options->dumps, "dumps of any kind")->required();
-    command.add_option("--pictures", options->pictures, "folder for pictures of the mesh and of margin use");
-    AddCommonOptions(command, options->common);
+    command.add_option("DUMP", options->dumps, "dumps of any kind")->required()->group(Inputs);
+    CLI::Option* const size = AddSize(command, options->size);
+    AddMargin(command, options->margin)->needs(size);
+    AddOutput(command, "--pictures", Makes::Folder, options->pictures,
+              "for pictures of the mesh and of margin use");
+    AddJson(command, options->json);
+    AddOverwrite(command, options->overwrite);
     command.callback([options, &chosen] { chosen = [options] { return RunInspect(*options); }; });
 }
 

@@ -35,6 +35,7 @@ int Run(int argc, char** argv) {
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? Done : WrongUse;
     }
+    RequireOutputs(*app.get_subcommands().front());
     CatchInterrupts();
     return chosen();
 }

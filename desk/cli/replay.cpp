@@ -11,7 +11,7 @@
 namespace desk {
 namespace {
 
-Sizing ReplaySizing(const RunOptions& options, cv::Size clip) {
+Sizing ReplaySizing(const ReplayOptions& options, cv::Size clip) {
     const cv::Size output = options.size.value_or(clip);
     return {output, MarginFor(clip, output)};
 }
@@ -26,11 +26,11 @@ int RunReplay(const ReplayOptions& options) {
 }  // namespace
 
 void AddReplayOptions(CLI::App& command, ReplayOptions& options) {
-    command.add_option("CLIP", options.clip, "the node's input frames")->required();
-    command.add_option("--grids", options.grids, "grid dump that drives the node")->required();
+    command.add_option("CLIP", options.clip, "the node's input frames")->required()->group(Inputs);
+    command.add_option("--grids", options.grids, "grid dump that drives the node")->required()->group(Inputs);
     command.add_option("--first-request", options.firstRequest,
                        "request id of the clip's first frame; without it line n belongs to frame n");
-    AddCommonOptions(command, options);
+    AddSize(command, options.size);
     AddNodeOptions(command, options);
 }
 

@@ -14,10 +14,11 @@ namespace desk {
 /// A clip and the grid dump that drives the node.
 struct ReplayOptions : RunOptions {
     std::filesystem::path grids;
+    std::optional<cv::Size> size;          ///< of the output, pixels; the clip's without
     std::optional<uint64_t> firstRequest;  ///< request id of the clip's first frame; empty: line n, frame n
 };
 
-/// Adds CLIP, --grids, --first-request and the common options. `options` outlives the parsing.
+/// Adds CLIP, --grids, --first-request and the options of a run. `options` outlives the parsing.
 void AddReplayOptions(CLI::App& command, ReplayOptions& options);
 
 /// The clip's frames, as they stand, on their way through the node with the grids of the dump. Without --size

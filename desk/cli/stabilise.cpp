@@ -13,10 +13,12 @@ namespace {
 
 struct StabiliseOptions : RunOptions {
     int64_t window = 30;
+    std::optional<cv::Size> size;  ///< of the output, pixels
+    std::optional<Margin> margin;  ///< fractions of the output
 };
 
 /// Without --size no pixel of the clip is scaled: the output is what the margin leaves of it.
-Sizing ChooseSizing(const CommonOptions& options, cv::Size clip) {
+Sizing ChooseSizing(const StabiliseOptions& options, cv::Size clip) {
     constexpr float UsualMargin = 0.2F;
     const Margin margin = options.margin.value_or(Margin{UsualMargin, UsualMargin});
     if (options.size) {
@@ -80,11 +82,13 @@ void AddStabilise(CLI::App& app, ChosenCommand& chosen) {
                    "dewarp-desk stabilise walk.mp4 -o steady.mp4 --variant lookahead --compare");
     const auto options = std::make_shared<StabiliseOptions>();
     command.add_option("CLIP", options->clip, "any clip that FFmpeg reads, or a folder of pictures")
-        ->required();
+        ->required()
+        ->group(Inputs);
     command.add_option("--window", options->window, "frames that the look-ahead node sees ahead")
         ->check(CLI::Range(1, 300))
         ->capture_default_str();
-    AddCommonOptions(command, *options);
+    AddSize(command, options->size);
+    AddMargin(command, options->margin);
     AddNodeOptions(command, *options);
     AddRecordingOptions(command, *options);
     command.callback([&chosen, options] { chosen = [options] { return RunStabilise(*options); }; });

@@ -21,14 +21,19 @@
 namespace desk {
 namespace {
 
-struct SynthOptions : CommonOptions {
+struct SynthOptions {
     std::filesystem::path photo;
+    FrameRange frames;  ///< of a clip
+    double framesPerSecond = 30;
+    std::optional<cv::Size> size;  ///< of the output, pixels
+    std::optional<Margin> margin;  ///< fractions of the output
+    Shake shake;
+    int length = 96;
     std::filesystem::path out;
     std::filesystem::path grids;
     std::filesystem::path truth;
-    Shake shake;
-    int length = 96;
-    double framesPerSecond = 30;
+    ProgressKind progress = ProgressKind::Auto;
+    bool overwrite = false;
 };
 
 /// What the cameras look at: a photograph, or a clip whose every frame is one.
@@ -151,13 +156,19 @@ void AddSynth(CLI::App& app, ChosenCommand& chosen) {
         "dewarp-desk synth photo.jpg -o shaky.mkv --grids grids.txt --truth truth.mkv --size 1280x720 "
         "--length 120");
     const auto options = std::make_shared<SynthOptions>();
-    command.add_option("PHOTO", options->photo, "photograph to film, or a clip")->required();
-    command.add_option("-o,--out", options->out, "the shaky clip, as large as the node's input")->required();
-    command.add_option("--grids", options->grids, "the grids, as a grid dump")->required();
-    command.add_option("--truth", options->truth, "the steady clip, as large as the node's output")
-        ->required();
+    command.add_option("PHOTO", options->photo, "photograph to film, or a clip")->required()->group(Inputs);
+    AddFrames(command, options->frames);
+    AddSize(command, options->size);
+    AddMargin(command, options->margin);
     AddShakeOptions(command, *options);
-    AddCommonOptions(command, *options);
+    AddOutput(command, "-o,--out", Makes::Clip, options->out, "the shaky clip, as large as the node's input")
+        ->required();
+    AddOutput(command, "--grids", Makes::File, options->grids, "the grids, as a grid dump")->required();
+    AddOutput(command, "--truth", Makes::Clip, options->truth,
+              "the steady clip, as large as the node's output")
+        ->required();
+    AddProgress(command, options->progress);
+    AddOverwrite(command, options->overwrite);
     command.callback([&chosen, options] { chosen = [options] { return RunSynth(*options); }; });
 }
 

@@ -89,7 +89,6 @@ private:
 };
 
 int RunVerify(const VerifyOptions& options) {
-    RequireFree(options.heatMap, options.overwrite);
     std::optional<Verifier> verifier;
     Replay replay("verify", options, [&verifier](const RenderedFrame& frame) { verifier->Add(frame); });
     verifier.emplace(options, replay.Run().Results());
@@ -110,7 +109,7 @@ void AddVerify(CLI::App& app, ChosenCommand& chosen) {
     AddReplayOptions(command, *options);
     command.add_option("--limit", options->limit, "levels that 99.99 % of the samples may be off [2]")
         ->check(CLI::Range(0, 255));
-    command.add_option("--heat-map", options->heatMap, "PNG of the worst frame's luma error");
+    AddOutput(command, "--heat-map", Makes::File, options->heatMap, "PNG of the worst frame's luma error");
     command.callback([options, &chosen] { chosen = [options] { return RunVerify(*options); }; });
 }
 

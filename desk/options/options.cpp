@@ -3,7 +3,12 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <sstream>
+#include <utility>
+#include <vector>
+
+#include "desk/output/output.h"
 
 namespace desk {
 namespace {
@@ -52,32 +57,29 @@ FrameRange ReadFrames(const std::string& text) {
 
 /// An option whose text is read by `read` into `value`.
 template <typename Value, typename Read>
-void AddText(CLI::App& command, const std::string& name, const std::string& description, Value& value,
-             const Read& read) {
-    command.add_option_function<std::string>(
+CLI::Option* AddText(CLI::App& command, const std::string& name, const std::string& description, Value& value,
+                     const Read& read) {
+    return command.add_option_function<std::string>(
         name, [&value, read](const std::string& text) { value = read(text); }, description);
 }
 
-template <typename Value>
-using Choices = std::vector<std::pair<std::string, Value>>;
-
-/// The description ends in the choices.
+/// A value by its name. The help says which it is without the option.
 template <typename Value>
 void AddChoice(CLI::App& command, const std::string& name, const std::string& description, Value& value,
-               const Choices<Value>& choices) {
-    std::string names;
-    for (const auto& choice : choices) {
-        names += (names.empty() ? "" : ", ") + choice.first;
-    }
-    AddText(command, name, description + names, value, [=](const std::string& text) {
-        for (const auto& choice : choices) {
-            if (choice.first == text) {
-                return choice.second;
-            }
-        }
-        Refuse(name, "one of " + names, text);
-    });
+               const std::vector<std::pair<std::string, Value>>& choices) {
+    const auto usual = std::find_if(choices.begin(), choices.end(),
+                                    [&value](const auto& choice) { return choice.second == value; });
+    command.add_option(name, value, description)
+        ->type_name("NAME")
+        ->default_str(usual->first)
+        ->transform(CLI::Transformer(choices).description(""))
+        ->transform(CLI::IsMember(choices));  // the first of the two to look at a name
 }
+
+// What the help calls outputs tells RequireOutputs what they are.
+constexpr const char* Outputs = "Outputs";
+constexpr const char* KindNames[] = {"FILE", "CLIP", "FOLDER"};  // by Makes
+const std::vector<std::string> Stdout = {"-"};
 
 }  // namespace
 
@@ -88,53 +90,100 @@ CLI::App& AddCommand(CLI::App& app, const std::string& name, const std::string& 
     return command;
 }
 
-void AddCommonOptions(CLI::App& command, CommonOptions& options) {
-    AddChoice<Variant>(command, "--variant", "which node [realtime]: ", options.variant,
-                       {{"realtime", Variant::RealTime}, {"lookahead", Variant::LookAhead}});
-    AddText(command, "--size", "WxH: output size in pixels, both even", options.size, ReadSize);
-    AddText(command, "--margin", "H[,V]: fractions of the output by which the input is larger",
-            options.margin, ReadMargin);
-    AddText(command, "--frames", "A:B: only the frames A to B - 1, counted from 0", options.frames,
-            ReadFrames);
-    command.add_option("--dump-dir", options.dumpDir, "folder for the node's dump files; switches them on");
-    command.add_option("--json", options.json, "file for the results, - for stdout");
-    command.add_option("--report", options.report, "folder for a report as HTML and JSON");
-    command.add_flag("--compare", options.compare, "write before and after side by side");
-    // The host takes a set of bits; a level names all that are at least as grave.
-    AddChoice<uint32_t>(
-        command, "--log-level", "of the node's log [warning]: ", options.luxBits,
-        {{"none", 0}, {"error", 1}, {"warning", 1 | 2}, {"info", 1 | 2 | 8}, {"verbose", 1 | 2 | 8 | 32}});
-    AddChoice<ProgressKind>(command, "--progress",
-                            "how progress is shown on stderr [auto]: ", options.progress,
-                            {{"auto", ProgressKind::Auto},
-                             {"bar", ProgressKind::Bar},
-                             {"pipe", ProgressKind::Pipe},
-                             {"none", ProgressKind::None}});
-    command.add_flag("-y,--overwrite", options.overwrite, "replace what exists");
+CLI::Option* AddOutput(CLI::App& command, const std::string& name, Makes kind, std::filesystem::path& place,
+                       const std::string& description) {
+    const char* type = KindNames[static_cast<size_t>(kind)];
+    return command.add_option(name, place, description)->group(Outputs)->type_name(type);
+}
+
+CLI::Option* AddSize(CLI::App& command, std::optional<cv::Size>& size) {
+    return AddText(command, "--size", "WxH: output size in pixels, both even", size, ReadSize);
+}
+
+CLI::Option* AddMargin(CLI::App& command, std::optional<Margin>& margin) {
+    return AddText(command, "--margin", "H[,V]: fractions of the output by which the input is larger", margin,
+                   ReadMargin);
+}
+
+void AddFrames(CLI::App& command, FrameRange& frames) {
+    AddText(command, "--frames", "A:B: only the frames A to B - 1, counted from 0", frames, ReadFrames);
+}
+
+void AddProgress(CLI::App& command, ProgressKind& progress) {
+    AddChoice(command, "--progress", "how progress is shown on stderr", progress,
+              {{"auto", ProgressKind::Auto},
+               {"bar", ProgressKind::Bar},
+               {"pipe", ProgressKind::Pipe},
+               {"none", ProgressKind::None}});
+}
+
+void AddJson(CLI::App& command, std::filesystem::path& json) {
+    AddOutput(command, "--json", Makes::File, json, "the results; - for stdout");
+}
+
+void AddOverwrite(CLI::App& command, bool& overwrite) {
+    command.add_flag("-y,--overwrite", overwrite, "replace what exists");
 }
 
 void AddNodeOptions(CLI::App& command, RunOptions& options) {
+    AddChoice<Variant>(command, "--variant", "which node", options.variant,
+                       {{"realtime", Variant::RealTime}, {"lookahead", Variant::LookAhead}});
     constexpr size_t Most = 16;
     command
         .add_option("--in-flight", options.inFlight,
                     "requests in the node at a time, each on a thread of its own")
         ->check(CLI::Range(size_t{1}, Most))
         ->capture_default_str();
-    AddChoice<OnDamage>(command, "--damaged",
-                        "what damage in the clip does to the run [stop]: ", options.onDamage,
+    AddChoice<OnDamage>(command, "--damaged", "what damage in the clip does to the run", options.onDamage,
                         {{"stop", OnDamage::Stop}, {"skip", OnDamage::Skip}});
+    // The host takes a set of bits; a level names all that are at least as grave.
+    AddChoice<uint32_t>(
+        command, "--log-level", "of the node's log", options.luxBits,
+        {{"none", 0}, {"error", 1}, {"warning", 1 | 2}, {"info", 1 | 2 | 8}, {"verbose", 1 | 2 | 8 | 32}});
+    AddFrames(command, options.frames);
+    AddOutput(command, "--dump-dir", Makes::Folder, options.dumpDir,
+              "for the node's dump files; switches them on");
+    AddJson(command, options.json);
+    AddOutput(command, "--report", Makes::Folder, options.report, "for a report as HTML and JSON");
+    AddProgress(command, options.progress);
+    AddOverwrite(command, options.overwrite);
 }
 
 void AddRecordingOptions(CLI::App& command, RunOptions& options) {
-    command.add_option("-o,--out", options.out, "clip to write: .mp4, .mkv, .y4m, or a folder")->required();
-    command.add_option("--before", options.before, "clip to write of what is seen without the node");
-    auto* const truth = command.add_option("--truth", options.truth,
-                                           "clip of the output as it should be, to measure the PSNR");
+    AddOutput(command, "-o,--out", Makes::Clip, options.out, "the output: .mp4, .mkv, .y4m, or a folder")
+        ->required();
+    AddOutput(command, "--before", Makes::Clip, options.before, "what is seen without the node");
+    command.add_flag("--compare", options.compare, "write before and after side by side");
+    auto* const truth =
+        command
+            .add_option("--truth", options.truth, "clip of the output as it should be, to measure the PSNR")
+            ->group(Inputs);
     command.add_option("--max-motion", options.maxMotion,
                        "pixels RMS that the output may move between frames");
     command.add_option("--min-psnr", options.minPsnr, "dB that the output's luma must reach against --truth")
         ->needs(truth);
-    command.add_option("--credit", options.credit, "line under the report's picture before and after");
+    command.add_option("--credit", options.credit, "line under the report's picture before and after")
+        ->needs("--report");
+}
+
+void RequireOutputs(const CLI::App& command) {
+    std::vector<std::filesystem::path> inputs;
+    std::vector<std::filesystem::path> outputs;
+    std::vector<std::filesystem::path> files;
+    for (const CLI::Option* option : command.get_options()) {
+        const std::vector<std::string> names = option->results();
+        const std::string kind = option->get_type_name();
+        if (option->get_group() == Inputs) {
+            inputs.insert(inputs.end(), names.begin(), names.end());
+        } else if (option->get_group() == Outputs && kind != KindNames[2] && names != Stdout) {
+            outputs.insert(outputs.end(), names.begin(), names.end());
+            files.insert(files.end(), names.begin(), kind == KindNames[0] ? names.end() : names.begin());
+        }
+    }
+    RequireApart(inputs, outputs);
+    for (const std::filesystem::path& file : files) {
+        const Output trial(file, Output::Kind::File, command.count("--overwrite") > 0);
+    }
 }
 
 }  // namespace desk

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <functional>
 #include <string>
 
@@ -7,24 +8,40 @@
 
 namespace CLI {
 class App;
-}
+class Option;
+}  // namespace CLI
 
 namespace desk {
 
 /// What the command line asks for; returns the exit code. Set by the subcommand that was named.
 using ChosenCommand = std::function<int()>;
 
+/// The group of options, in the help too, that name what a command reads.
+constexpr const char* Inputs = "Inputs";
+
 /// Adds a subcommand with its example, which is shown below the help.
 CLI::App& AddCommand(CLI::App& app, const std::string& name, const std::string& description,
                      const std::string& example);
 
-/// Adds the common options to a subcommand. `options` outlives the parsing.
-void AddCommonOptions(CLI::App& command, CommonOptions& options);
+// Each adds an option, or some that belong together, to a subcommand. What is read into outlives the parsing.
 
-/// Adds the options of how frames are driven through the node, likewise.
+/// The name of something that the command makes. A folder that it puts files into may hold others.
+enum class Makes { File, Clip, Folder };
+CLI::Option* AddOutput(CLI::App& command, const std::string& name, Makes kind, std::filesystem::path& place,
+                       const std::string& description);
+CLI::Option* AddSize(CLI::App& command, std::optional<cv::Size>& size);
+CLI::Option* AddMargin(CLI::App& command, std::optional<Margin>& margin);
+void AddFrames(CLI::App& command, FrameRange& frames);
+void AddProgress(CLI::App& command, ProgressKind& progress);
+void AddJson(CLI::App& command, std::filesystem::path& json);
+void AddOverwrite(CLI::App& command, bool& overwrite);
+/// How a clip goes through the node, and where it is told what came of it.
 void AddNodeOptions(CLI::App& command, RunOptions& options);
-
-/// Adds -o, which the command needs, and the options of what is recorded, likewise.
+/// -o, which the command needs, and what else is recorded and measured.
 void AddRecordingOptions(CLI::App& command, RunOptions& options);
+
+/// Throws UsageError when an output has the name of an input or of another output, and what Output throws for
+/// a file that cannot be made: it is better known before the run than after it.
+void RequireOutputs(const CLI::App& command);
 
 }  // namespace desk

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <fstream>
+#include <map>
 #include <random>
 #include <stdexcept>
 #include <system_error>
@@ -30,6 +31,13 @@ using Path = std::filesystem::path;
 bool IsThere(const Path& place) {
     std::error_code unknown;
     return std::filesystem::exists(std::filesystem::symlink_status(place, unknown));
+}
+
+/// The place's only name, whichever links lead there. It need not be there.
+Path Whole(const Path& place) {
+    std::error_code unknown;
+    const Path whole = std::filesystem::weakly_canonical(std::filesystem::absolute(place), unknown);
+    return whole.has_filename() ? whole : whole.parent_path();
 }
 
 /// Whether it is a file such as a run makes in a folder of this kind.
@@ -148,9 +156,22 @@ int Exchange(const Path& one, const Path& other) {
 }  // namespace
 
 void RequireFree(const std::filesystem::path& place, bool overwrite) {
-    std::error_code unknown;
-    if (!overwrite && std::filesystem::exists(std::filesystem::symlink_status(place, unknown))) {
+    if (!overwrite && IsThere(place)) {
         throw UsageError(fmt::format("{} exists; -y replaces it", place.string()));
+    }
+}
+
+void RequireApart(const std::vector<Path>& inputs, const std::vector<Path>& outputs) {
+    std::map<Path, const char*> taken;
+    for (const Path& input : inputs) {
+        taken[Whole(input)] = "read";
+    }
+    for (const Path& output : outputs) {
+        const auto [other, isFree] = taken.emplace(Whole(output), "named for another output");
+        if (!isFree) {
+            throw UsageError(fmt::format("{} is {}; expected another name for the output", output.string(),
+                                         other->second));
+        }
     }
 }
 

@@ -2,11 +2,16 @@
 
 #include <filesystem>
 #include <string>
+#include <vector>
 
 namespace desk {
 
 /// Throws UsageError when the file or folder exists and may not be overwritten.
 void RequireFree(const std::filesystem::path& place, bool overwrite);
+
+/// Throws UsageError when an output has the name of something that is read, or of another output.
+void RequireApart(const std::vector<std::filesystem::path>& inputs,
+                  const std::vector<std::filesystem::path>& outputs);
 
 /// A file, a folder of numbered pictures, or files for a folder of dumps, which keeps those it has. What is
 /// made appears under its name when it is complete; until then it grows beside it under a name that nothing

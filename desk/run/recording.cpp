@@ -6,7 +6,6 @@
 #include <opencv2/imgproc.hpp>
 
 #include "desk/base/usage_error.h"
-#include "desk/output/output.h"
 #include "desk/report/before_after.h"
 #include "desk/report/page.h"
 
@@ -59,18 +58,6 @@ Recording::Recording(const RunOptions& options, const ClipFormat& format, RunRes
       isMeasured_(!options.report.empty() || !options.truth.empty() || options.maxMotion),
       sideBySide_(SideBySide(format.size)),
       ideal_(format.size) {
-    for (const auto& output : {options.out, options.before}) {
-        std::error_code unknown;
-        if (std::filesystem::equivalent(options.clip, output, unknown) ||
-            std::filesystem::equivalent(options.truth, output, unknown)) {
-            throw UsageError(fmt::format("{} is a clip that is read; expected another name for the output",
-                                         output.string()));
-        }
-    }
-    // What cannot be written is better known before the run than after it.
-    if (!options.json.empty() && options.json != "-") {
-        const Output trial(options.json, Output::Kind::File, options.overwrite);
-    }
     if (!options.report.empty()) {
         PrepareReport(options.report, options.overwrite);
     }

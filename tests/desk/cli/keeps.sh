@@ -181,7 +181,7 @@ for outputs in "-o read.y4m" "-o out.mkv --before read.y4m"; do
   listing >"$work/before"
   read -ra words <<<"$outputs"
   run replay read.y4m "${grids[@]}" --progress none -y "${words[@]}"
-  expect 2 "read.y4m is a clip that is read" ""
+  expect 2 "read.y4m is read; expected another name for the output" ""
 done
 
 scene "a pipe is not replaced, also with -y"

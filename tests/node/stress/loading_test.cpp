@@ -37,7 +37,7 @@ TEST(Loading, TheLibraryLeavesTheProcessEachTime) {
             desk::DeskHost host(OptionsFor(std::filesystem::temp_directory_path()));
             host.State().libraries.SetProvider(&gl);
             host.CreateNode(Variants[round % 2]);
-            EXPECT_TRUE(host.State().contract.Empty());
+            EXPECT_TRUE(host.State().contract.List().empty());
         }
         EXPECT_THAT(Mappings(), ::testing::Each(::testing::Not(::testing::HasSubstr("com.oxa.node.dewarp"))));
     }
