@@ -6,6 +6,7 @@
 /// look the function up by name and needs nothing else of the libraries.
 struct DeskGlCounters {
     uint64_t liveImages;           ///< EGL images of window buffers that someone still owns
+    uint64_t imports;              ///< EGL images made of window buffers, since the start
     uint64_t liveTextures;         ///< external textures made from an image
     uint64_t liveRenderTargets;    ///< renderbuffers made from an image
     uint64_t initialisedDisplays;  ///< displays with more initialisations than terminations

@@ -8,7 +8,7 @@
 
 #include "desk/base/usage_error.h"
 #include "desk/cli/commands.h"
-#include "desk/dump/dump_file.h"
+#include "desk/dump/dump_reader.h"
 #include "desk/report/results.h"
 #include "desk/run/exit_code.h"
 
@@ -46,7 +46,7 @@ struct DiffResult {
 /// How a value is called in words.
 std::string NameOfValue(DumpKind kind, size_t value) {
     const char axis = value % 2 == 0 ? 'x' : 'y';
-    const size_t columns = kind == DumpKind::Grid ? 35 : 33;
+    const size_t columns = kind == DumpKind::Grid ? GridColumns : MeshColumns;
     return fmt::format("{} of point {} in row {}", axis, value / 2 % columns, value / 2 / columns);
 }
 

@@ -16,7 +16,7 @@ struct StabiliseOptions : RunOptions {
 };
 
 /// Without --size no pixel of the clip is scaled: the output is what the margin leaves of it.
-Sizing ChooseSizing(const CommonOptions& options, cv::Size clip) {
+NodeSizing ChooseSizing(const CommonOptions& options, cv::Size clip) {
     constexpr float UsualMargin = 0.2F;
     const Margin margin = options.margin.value_or(Margin{UsualMargin, UsualMargin});
     if (options.size) {
@@ -30,12 +30,9 @@ Sizing ChooseSizing(const CommonOptions& options, cv::Size clip) {
     return {output, MarginFor(clip / 2 * 2, output)};
 }
 
-Json PlaceJson(const CameraPlace& place, const CameraPlace& last) {
-    return {{"x", place.shift.real()},
-            {"y", place.shift.imag()},
-            {"roll", place.turn.imag()},
-            {"log_scale", place.turn.real()},
-            {"step", std::abs(place.shift - last.shift)}};
+CameraResult ResultOf(const CameraPlace& place, const CameraPlace& last) {
+    return {place.shift.real(), place.shift.imag(), place.turn.imag(), place.turn.real(),
+            std::abs(place.shift - last.shift)};
 }
 
 /// Every frame is read and its motion estimated, and `window` frames later it is shown from where the steady
@@ -43,7 +40,7 @@ Json PlaceJson(const CameraPlace& place, const CameraPlace& last) {
 int RunStabilise(const StabiliseOptions& options) {
     const int64_t window = options.variant == Variant::LookAhead ? options.window : 0;
     ClipReader reader(options.clip, options.frames, options.onDamage);
-    const Sizing sizing = ChooseSizing(options, reader.Format().size);
+    const NodeSizing sizing = ChooseSizing(options, reader.Format().size);
     Pipeline pipeline("stabilise", options, reader, sizing, window);
     MotionEstimator motion;
     SteadyCamera camera(options.variant, window, InputFor(sizing.output, sizing.margin), sizing.output);
@@ -53,13 +50,12 @@ int RunStabilise(const StabiliseOptions& options) {
         const SteadyCamera::View view = camera.Next();
         last = last.value_or(view);
         pipeline.Show(static_cast<uint64_t>(pipeline.Number(frame) + 1), view.grid,
-                      {{"camera_before", PlaceJson(view.shaky, last->shaky)},
-                       {"camera_after", PlaceJson(view.steady, last->steady)}});
+                      {{ResultOf(view.shaky, last->shaky), ResultOf(view.steady, last->steady)}});
         last = view;
     };
     while (pipeline.Read()) {
         {
-            const StageTimer timer(pipeline.Results(), "estimate");
+            const StageTimer timer(pipeline.Results(), Stage::Estimate);
             camera.Add(motion.Add(pipeline.Input(pipeline.Taken() - 1).luma));
         }
         if (pipeline.Taken() - pipeline.Shown() > window) {

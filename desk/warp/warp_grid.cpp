@@ -3,8 +3,6 @@
 namespace desk {
 
 IPEICAGridTransform MakeGrid(cv::Size input, const std::function<cv::Point2d(cv::Point2d)>& inputOf) {
-    constexpr int CellColumns = GridColumns - 3;
-    constexpr int CellRows = GridRows - 3;
     IPEICAGridTransform grid{};
     grid.gridTransformEnable = 1;
     grid.dumpValue0 = static_cast<uint32_t>(input.width);

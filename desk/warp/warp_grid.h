@@ -3,13 +3,10 @@
 #include <functional>
 #include <opencv2/core.hpp>
 
+#include "desk/warp/grid_size.h"
 #include "host/lumnoderequest.h"
 
 namespace desk {
-
-/// Points of a warp grid: one more than the node's mesh of 33 x 25 vertices on every side.
-constexpr int GridColumns = 35;
-constexpr int GridRows = 27;
 
 /// The warp grid with which the node shows input position inputOf(q) at output position q, both relative to
 /// the centre of their picture. Enabled; the two dump values are the input's width and height.

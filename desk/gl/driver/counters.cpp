@@ -16,6 +16,7 @@ Counters& GlobalCounters() {
 DESK_GL_EXPORT void desk_gl_counters(DeskGlCounters* counters) {
     const desk::Counters& global = desk::GlobalCounters();
     counters->liveImages = global.liveImages;
+    counters->imports = global.imports;
     counters->liveTextures = global.liveTextures;
     counters->liveRenderTargets = global.liveRenderTargets;
     counters->initialisedDisplays = global.initialisedDisplays;

@@ -8,6 +8,7 @@ namespace desk {
 /// The process-wide counts behind desk_gl_counters(), whose header says what each one counts.
 struct Counters {
     std::atomic<uint64_t> liveImages{0};
+    std::atomic<uint64_t> imports{0};
     std::atomic<uint64_t> liveTextures{0};
     std::atomic<uint64_t> liveRenderTargets{0};
     std::atomic<uint64_t> initialisedDisplays{0};

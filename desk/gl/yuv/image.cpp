@@ -134,6 +134,7 @@ Image::Image(ANativeWindowBuffer* buffer, void* pixels, size_t bytes, Orba::Gral
       bytes_(bytes),
       geometry_(geometry),
       live_(GlobalCounters().liveImages) {
+    ++GlobalCounters().imports;
     buffer_->common.incRef(&buffer_->common);
 }
 
