@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 
 #include "desk/options/options.h"
+#include "desk/run/replay.h"
 
 namespace desk {
 
@@ -13,5 +14,8 @@ void AddInspect(CLI::App& app, ChosenCommand& chosen);
 void AddVerify(CLI::App& app, ChosenCommand& chosen);
 void AddDiff(CLI::App& app, ChosenCommand& chosen);
 void AddSynth(CLI::App& app, ChosenCommand& chosen);
+
+/// Adds CLIP, --grids, --first-request and the common options. `options` outlives the parsing.
+void AddReplayOptions(CLI::App& command, ReplayOptions& options);
 
 }  // namespace desk

@@ -8,7 +8,7 @@
 
 #include "desk/base/usage_error.h"
 #include "desk/cli/commands.h"
-#include "desk/dump/dump_file.h"
+#include "desk/dump/dump_reader.h"
 #include "desk/report/results.h"
 #include "desk/run/exit_code.h"
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <memory>
-#include <nlohmann/json.hpp>
 
 #include "desk/cli/commands.h"
 #include "desk/dump/dump_checks.h"
@@ -10,7 +9,7 @@
 #include "desk/report/chart.h"
 #include "desk/report/results.h"
 #include "desk/run/exit_code.h"
-#include "desk/run/pipeline.h"
+#include "desk/warp/sizing.h"
 
 namespace desk {
 namespace {
@@ -34,24 +33,20 @@ WarpSizes SizesOf(const InspectOptions& options) {
     return sizes;
 }
 
-cv::Mat MarginPicture(const DumpCheck& check) {
+std::string MarginPicture(const DumpCheck& check) {
     Chart chart{"margin used on each side", "pixels", {}};
-    const auto add = [&](const char* name, double SideUse::*side) {
-        ChartLine line{name, {}};
+    for (const Side side : {Left, Top, Right, Bottom}) {
+        ChartLine line{SideNames[side], {}};
         for (const DumpFrame& frame : check.frames) {
-            line.values.push_back(*frame.used.*side);
+            line.values.push_back((*frame.used)[side]);
         }
         chart.lines.push_back(std::move(line));
-    };
-    add("left", &SideUse::left);
-    add("top", &SideUse::top);
-    add("right", &SideUse::right);
-    add("bottom", &SideUse::bottom);
+    }
     const cv::Size margin = check.sizes.input - check.sizes.output;
-    chart.lines.push_back(
-        {"horizontal margin", std::vector<double>(check.frames.size(), margin.width / 2.0), true});
-    chart.lines.push_back(
-        {"vertical margin", std::vector<double>(check.frames.size(), margin.height / 2.0), true});
+    for (const auto& [name, pixels] :
+         {std::pair("horizontal margin", margin.width), {"vertical margin", margin.height}}) {
+        chart.lines.push_back({name, std::vector<double>(check.frames.size(), pixels / 2.0), true});
+    }
     return Draw(chart);
 }
 
@@ -60,28 +55,27 @@ void WritePictures(const InspectOptions& options, const std::filesystem::path& d
         return;
     }
     MakeFolder(options.pictures);
-    const std::filesystem::path stem = options.pictures / dump.stem();
+    const std::string stem = (options.pictures / dump.stem()).string();
     const std::string title = fmt::format("{}, line {}", dump.filename().string(), check.pointsLine);
     const cv::Size2d frame = check.kind == DumpKind::Grid ? cv::Size2d(check.sizes.input) : cv::Size2d();
-    WriteWhole(stem.string() + "_mesh.png",
-               Encoded(DrawMesh(title, check.points, MeshColumns, frame), ".png"), options.overwrite);
+    WriteWhole(stem + "_mesh.svg", DrawMesh(title, check.points, MeshColumns, frame), options.overwrite);
     if (check.sizes.IsKnown()) {
-        WriteWhole(stem.string() + "_margin.png", Encoded(MarginPicture(check), ".png"), options.overwrite);
+        WriteWhole(stem + "_margin.svg", MarginPicture(check), options.overwrite);
     }
 }
 
-nlohmann::json ToJson(const std::filesystem::path& dump, const DumpCheck& check) {
-    nlohmann::json json = {{"file", dump.string()},
-                           {"kind", NameOf(check.kind)},
-                           {"good_lines", check.frames.size()},
-                           {"findings", nlohmann::json::array()}};
+Json ToJson(const std::filesystem::path& dump, const DumpCheck& check) {
+    Json findings = Json::array();
     for (const DumpFinding& finding : check.findings) {
-        json["findings"].push_back({{"line", finding.line},
-                                    {"column", finding.column},
-                                    {"kind", finding.kind},
-                                    {"text", finding.text}});
+        findings.push_back({{"line", finding.line},
+                            {"column", finding.column},
+                            {"kind", finding.kind},
+                            {"text", finding.text}});
     }
-    return json;
+    return {{"file", dump.string()},
+            {"kind", NameOf(check.kind)},
+            {"good_lines", check.frames.size()},
+            {"findings", findings}};
 }
 
 void Print(const std::filesystem::path& dump, const DumpCheck& check) {
@@ -97,18 +91,18 @@ void Print(const std::filesystem::path& dump, const DumpCheck& check) {
 
 int RunInspect(const InspectOptions& options) {
     const WarpSizes sizes = SizesOf(options);
-    nlohmann::json json = {{"schema", 1}, {"command", "inspect"}, {"dumps", nlohmann::json::array()}};
+    Json dumps = Json::array();
     bool isClean = true;
     for (const std::filesystem::path& dump : options.dumps) {
         const DumpCheck check = CheckDump(dump, sizes);
         isClean = isClean && check.findings.empty();
         WritePictures(options, dump, check);
-        json["dumps"].push_back(ToJson(dump, check));
+        dumps.push_back(ToJson(dump, check));
         if (options.json != "-") {
             Print(dump, check);
         }
     }
-    WriteJson(json, options.json, options.overwrite);
+    WriteJson({{"schema", 1}, {"command", "inspect"}, {"dumps", dumps}}, options.json, options.overwrite);
     return isClean ? Done : CheckFailed;
 }
 

@@ -18,7 +18,7 @@ struct StabiliseOptions : RunOptions {
 };
 
 /// Without --size no pixel of the clip is scaled: the output is what the margin leaves of it.
-Sizing ChooseSizing(const StabiliseOptions& options, cv::Size clip) {
+NodeSizing ChooseSizing(const StabiliseOptions& options, cv::Size clip) {
     constexpr float UsualMargin = 0.2F;
     const Margin margin = options.margin.value_or(Margin{UsualMargin, UsualMargin});
     if (options.size) {
@@ -32,12 +32,9 @@ Sizing ChooseSizing(const StabiliseOptions& options, cv::Size clip) {
     return {output, MarginFor(clip / 2 * 2, output)};
 }
 
-Json PoseJson(const FramePose& pose, const FramePose& last) {
-    return {{"x", pose.shift.real()},
-            {"y", pose.shift.imag()},
-            {"roll", pose.turn.imag()},
-            {"log_scale", pose.turn.real()},
-            {"step", std::abs(pose.shift - last.shift)}};
+CameraResult ResultOf(const FramePose& pose, const FramePose& last) {
+    return {pose.shift.real(), pose.shift.imag(), pose.turn.imag(), pose.turn.real(),
+            std::abs(pose.shift - last.shift)};
 }
 
 /// Every frame is read and its motion estimated, and `window` frames later it is shown from where the steady
@@ -45,7 +42,7 @@ Json PoseJson(const FramePose& pose, const FramePose& last) {
 int RunStabilise(const StabiliseOptions& options) {
     const int64_t window = options.variant == Variant::LookAhead ? options.window : 0;
     ClipReader reader(options.clip, options.frames, options.onDamage);
-    const Sizing sizing = ChooseSizing(options, reader.Format().size);
+    const NodeSizing sizing = ChooseSizing(options, reader.Format().size);
     Pipeline pipeline("stabilise", options, reader, sizing, window);
     MotionEstimator motion;
     SteadyCamera camera(options.variant, window, InputFor(sizing.output, sizing.margin), sizing.output);
@@ -55,13 +52,12 @@ int RunStabilise(const StabiliseOptions& options) {
         const SteadyCamera::View view = camera.Next();
         last = last.value_or(view);
         pipeline.Show(static_cast<uint64_t>(pipeline.Number(frame) + 1), view.grid,
-                      {{"camera_before", PoseJson(view.shaky, last->shaky)},
-                       {"camera_after", PoseJson(view.steady, last->steady)}});
+                      {{ResultOf(view.shaky, last->shaky), ResultOf(view.steady, last->steady)}});
         last = view;
     };
     while (pipeline.Read()) {
         {
-            const StageTimer timer(pipeline.Results(), "estimate");
+            const StageTimer timer(pipeline.Results(), Stage::Estimate);
             camera.Add(motion.Add(pipeline.Input(pipeline.Taken() - 1).luma));
         }
         if (pipeline.Taken() - pipeline.Shown() > window) {

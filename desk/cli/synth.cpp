@@ -9,13 +9,13 @@
 #include "desk/cli/commands.h"
 #include "desk/clip/clip_reader.h"
 #include "desk/clip/clip_writer.h"
-#include "desk/dump/dump_file.h"
+#include "desk/dump/dump_line.h"
 #include "desk/output/output.h"
 #include "desk/run/exit_code.h"
-#include "desk/run/pipeline.h"
 #include "desk/run/progress.h"
 #include "desk/synth/scene.h"
 #include "desk/synth/shaky_camera.h"
+#include "desk/warp/sizing.h"
 #include "desk/warp/warp_map.h"
 
 namespace desk {

@@ -5,9 +5,8 @@
 #include <optional>
 
 #include "desk/cli/commands.h"
-#include "desk/cli/replay.h"
 #include "desk/output/output.h"
-#include "desk/report/chart.h"
+#include "desk/report/pictures.h"
 #include "desk/warp/reference_renderer.h"
 
 namespace desk {
@@ -29,30 +28,30 @@ public:
     void Add(const RenderedFrame& frame) {
         const cv::Size size = frame.output.luma.size();
         const WarpMap map(frame.grid, frame.input.luma.size(), size);
-        if (worst_.empty()) {
+        if (!results_.reference) {
             // The mesh lies in the same place in every frame; only what it shows changes.
             reference_ = Nv12(size);
-            luma_ = PlaneMeter(CoverageMask(map, size, 1), options_.limit);
-            chroma_ = PlaneMeter(CoverageMask(map, size / 2, 2), options_.limit);
+            results_.reference = {PlaneMeter(CoverageMask(map, size, 1), options_.limit),
+                                  PlaneMeter(CoverageMask(map, size / 2, 2), options_.limit)};
         }
-        const StageTimer timer(results_, "reference");
+        const StageTimer timer(results_, Stage::Reference);
         RenderReference(map, frame.input, reference_);
-        const cv::Mat difference = luma_.Add(frame.output.luma, reference_.luma);
-        chroma_.Add(frame.output.chroma, reference_.chroma);
+        const cv::Mat difference = results_.reference->luma.Add(frame.output.luma, reference_.luma);
+        results_.reference->chroma.Add(frame.output.chroma, reference_.chroma);
         const double error = cv::norm(difference, cv::NORM_L2SQR);
         if (error >= worstError_) {
             worstError_ = error;
             worst_ = difference;
-            results_.json["worst_frame"] = frame.number;
+            results_.worstFrame = frame.number;
         }
     }
 
     void Finish() {
-        if (worst_.empty()) {
+        if (!results_.reference) {
             return;  // interrupted before the first frame
         }
-        Judge("luma", luma_);
-        Judge("chroma", chroma_);
+        Judge("luma", results_.reference->luma);
+        Judge("chroma", results_.reference->chroma);
         // Up to twice the limit the colours tell levels apart; what is beyond is white-hot alike.
         worst_.convertTo(results_.heatMap, CV_8U, 255.0 / std::max(2 * options_.limit, 1));
         cv::applyColorMap(results_.heatMap, results_.heatMap, cv::COLORMAP_HOT);
@@ -64,14 +63,11 @@ public:
 private:
     void Judge(const char* plane, const PlaneMeter& meter) {
         const double share = meter.ShareWithinLimit();
-        const double psnr = meter.Psnr();
-        results_.json["planes"][plane] = {
-            {"max", meter.Max()}, {"mean", meter.Mean()}, {"psnr_db", psnr}, {"share_within_limit", share}};
         if (options_.json != "-") {
             fmt::print("{}: max {}, mean {:.4f}, PSNR {:.2f} dB, {:.4f} % within {}\n", plane, meter.Max(),
-                       meter.Mean(), psnr, 100 * share, options_.limit);
+                       meter.Mean(), meter.Psnr(), 100 * share, options_.limit);
         }
-        if (!(share >= MinShareWithinLimit && psnr >= MinPsnr)) {
+        if (!(share >= MinShareWithinLimit && meter.Psnr() >= MinPsnr)) {
             results_.missedLimits.push_back(
                 fmt::format("{} misses the limits: expected {} % of the samples within {} levels of the "
                             "reference and {} dB",
@@ -82,8 +78,6 @@ private:
     const VerifyOptions& options_;
     RunResults& results_;
     Nv12 reference_{cv::Size()};
-    PlaneMeter luma_;
-    PlaneMeter chroma_;
     cv::Mat worst_;
     double worstError_ = 0;
 };
@@ -91,12 +85,10 @@ private:
 int RunVerify(const VerifyOptions& options) {
     std::optional<Verifier> verifier;
     Replay replay("verify", options, [&verifier](const RenderedFrame& frame) { verifier->Add(frame); });
-    verifier.emplace(options, replay.Run().Results());
-    while (replay.Next()) {
-    }
-    replay.Run().Drain();
+    verifier.emplace(options, replay.Frames().Results());
+    replay.Run();
     verifier->Finish();
-    return replay.Run().Finish();
+    return replay.Frames().Finish();
 }
 
 }  // namespace

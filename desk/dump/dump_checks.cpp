@@ -6,6 +6,7 @@
 #include <cmath>
 #include <map>
 
+#include "desk/dump/dump_reader.h"
 #include "desk/warp/grid_size.h"
 #include "desk/warp/warp_map.h"
 
@@ -21,26 +22,6 @@ constexpr double StillShare = 0.0002;
 /// Four decimals round a reach by less than this.
 constexpr double ReachTolerance = 0.001;
 
-/// The points that are drawn, row by row. A mesh dump ends within a row.
-std::vector<cv::Point2d> MeshPoints(const DumpLine& line, DumpKind kind) {
-    std::vector<cv::Point2d> points;
-    const auto add = [&](size_t point) {
-        points.emplace_back(line.values[2 * point], line.values[2 * point + 1]);
-    };
-    if (kind != DumpKind::Grid) {
-        for (size_t point = 0; point < MeshValueCount / 2; point++) {
-            add(point);
-        }
-        return points;
-    }
-    for (size_t row = 1; row < GridRows - 1; row++) {
-        for (size_t column = 1; column < GridColumns - 1; column++) {
-            add(row * GridColumns + column);
-        }
-    }
-    return points;
-}
-
 /// Mean way between the points of two lines, in widths of the mesh.
 double Motion(const std::vector<cv::Point2d>& before, const std::vector<cv::Point2d>& after) {
     double sum = 0;
@@ -50,17 +31,6 @@ double Motion(const std::vector<cv::Point2d>& before, const std::vector<cv::Poin
     const double width = cv::norm(before[MeshColumns - 1] - before[0]);
     return width > 0 ? sum / static_cast<double>(after.size()) / width : 0;
 }
-
-/// One side of the margin: its name, what a frame uses of it, and what there is.
-struct Side {
-    const char* name;
-    double SideUse::*used;
-    int cv::Size::*extent;
-};
-constexpr Side Sides[] = {{"left", &SideUse::left, &cv::Size::width},
-                          {"top", &SideUse::top, &cv::Size::height},
-                          {"right", &SideUse::right, &cv::Size::width},
-                          {"bottom", &SideUse::bottom, &cv::Size::height}};
 
 class DumpChecker {
 public:
@@ -78,7 +48,7 @@ public:
                     CheckLine(*line);
                 }
             } catch (const DumpError& error) {
-                Add(error.Line(), error.Column(), "malformed", error.Reason());
+                Add(error.line, error.column, "malformed", error.reason);
             }
         }
         CheckJumps();
@@ -168,13 +138,14 @@ private:
     }
 
     void CheckReach() {
-        for (const Side& side : Sides) {
-            const double margin = (check_.sizes.input.*side.extent - check_.sizes.output.*side.extent) / 2.0;
+        const cv::Size margin = check_.sizes.input - check_.sizes.output;
+        for (const Side side : {Left, Top, Right, Bottom}) {
+            const double available = (side == Left || side == Right ? margin.width : margin.height) / 2.0;
             const DumpFrame* first = nullptr;
             double most = 0;
             size_t count = 0;
             for (const DumpFrame& frame : check_.frames) {
-                const double beyond = frame.used ? *frame.used.*side.used - margin : 0;
+                const double beyond = frame.used ? (*frame.used)[side] - available : 0;
                 if (beyond > ReachTolerance) {
                     first = first == nullptr ? &frame : first;
                     most = std::max(most, beyond);
@@ -185,7 +156,7 @@ private:
                 Add(first->line, 0, "reach",
                     fmt::format("request {} is the first of {} to read beyond the input's {} side, by {:.2f} "
                                 "pixels at most",
-                                first->requestId, count, side.name, most));
+                                first->requestId, count, SideNames[side], most));
             }
         }
     }

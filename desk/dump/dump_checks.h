@@ -8,7 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "desk/dump/dump_file.h"
+#include "desk/dump/dump_line.h"
+#include "desk/warp/sizing.h"
 #include "desk/warp/warp_map.h"
 
 namespace desk {
@@ -29,23 +30,13 @@ struct DumpFrame {
     std::optional<SideUse> used;  ///< of a grid whose sizes are known
 };
 
-/// The sizes between which a grid warps, in pixels; zero when they are not known.
-struct WarpSizes {
-    cv::Size input;
-    cv::Size output;
-
-    bool IsKnown() const {
-        return !input.empty() && !output.empty();
-    }
-};
-
 struct DumpCheck {
     DumpKind kind = DumpKind::Grid;
     WarpSizes sizes;
     std::vector<DumpFinding> findings;  ///< by line
     std::vector<DumpFrame> frames;      ///< the good lines
-    std::vector<cv::Point2d>
-        points;  ///< the mesh to be looked at: of the first line with a finding, or the last
+    /// The mesh to be looked at: of the first line that folds over, or the last.
+    std::vector<cv::Point2d> points;
     size_t pointsLine = 0;
 };
 

@@ -4,32 +4,29 @@
 
 #include <array>
 
-#include "desk/dump/dump_file.h"
-#include "desk/warp/grid_size.h"
+#include "desk/dump/dump_reader.h"
 
 namespace desk {
 namespace {
 
-/// Mean distance between the mesh's first and last column or row, the grid's border left out, in input
-/// pixels: the input's size, when the grid neither zooms nor folds.
+/// Mean distance between the mesh's first and last column or row, in input pixels: the input's size, when the
+/// grid neither zooms nor folds.
 cv::Point2d Span(const DumpLine& line) {
-    const auto value = [&line](size_t column, size_t row, size_t axis) {
-        return line.values[2 * (row * GridColumns + column) + axis];
-    };
+    const std::vector<cv::Point2d> points = MeshPoints(line, DumpKind::Grid);
     cv::Point2d span;
-    for (size_t row = 1; row < GridRows - 1; row++) {
-        span.x += (value(GridColumns - 2, row, 0) - value(1, row, 0)) / (GridRows - 2);
+    for (auto row = points.begin(); row != points.end(); row += MeshColumns) {
+        span.x += (row[MeshColumns - 1].x - row[0].x) / MeshRows;
     }
-    for (size_t column = 1; column < GridColumns - 1; column++) {
-        span.y += (value(column, GridRows - 2, 1) - value(column, 1, 1)) / (GridColumns - 2);
+    for (auto column = points.begin(); column != points.begin() + MeshColumns; ++column) {
+        span.y += (column[MeshVertices - MeshColumns].y - column[0].y) / MeshColumns;
     }
     return span;
 }
 
 /// Whether a line's grid may be for an input of this size: it says so, or it spans it more or less.
 bool Fits(const DumpLine& line, cv::Size input) {
-    constexpr double MostZoom =
-        1.25;  // warps zoom by a few per cent; more comes from a picture of another size
+    // Warps zoom by a few per cent; more comes from a picture of another size.
+    constexpr double MostZoom = 1.25;
     const cv::Point2d span = Span(line);
     const auto spans = [](double part, int whole) {
         return part * MostZoom >= whole && part <= whole * MostZoom;
@@ -60,13 +57,12 @@ GridDump::GridDump(const std::filesystem::path& file, cv::Size input) {
                         input.width, input.height, Span(*line).x, Span(*line).y));
         }
         // Every line so far was good, so that lines and grids have the same numbers.
-        const auto [known, isNew] = byRequest_.emplace(line->requestId, grids_.size());
+        const auto [known, isNew] = byRequest_.emplace(line->requestId, lines_.size());
         if (!isNew) {
             fail(1, fmt::format("expected every request id once, got {} again after line {}", line->requestId,
                                 known->second + 1));
         }
-        grids_.push_back(ToGrid(*line));
-        requestIds_.push_back(line->requestId);
+        lines_.push_back({line->requestId, ToGrid(*line)});
     }
 }
 

@@ -19,23 +19,18 @@ public:
     /// comes twice, or a grid cannot have been made for an input of this size.
     GridDump(const std::filesystem::path& file, cv::Size input);
 
-    /// Number of grids.
-    size_t Size() const {
-        return grids_.size();
+    struct Line {
+        uint64_t requestId;
+        IPEICAGridTransform grid;  ///< enabled
+    };
+    const std::vector<Line>& Lines() const {
+        return lines_;
     }
-    /// The n-th grid, from 0, enabled. n is less than Size().
-    const IPEICAGridTransform& Grid(size_t n) const {
-        return grids_[n];
-    }
-    uint64_t RequestId(size_t n) const {
-        return requestIds_[n];
-    }
-    /// The number of the grid with this request id; empty when there is none.
+    /// The number, from 0, of the line with this request id; empty when there is none.
     std::optional<size_t> Find(uint64_t requestId) const;
 
 private:
-    std::vector<IPEICAGridTransform> grids_;
-    std::vector<uint64_t> requestIds_;
+    std::vector<Line> lines_;
     std::map<uint64_t, size_t> byRequest_;
 };
 

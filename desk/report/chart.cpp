@@ -4,33 +4,37 @@
 
 #include <algorithm>
 #include <cmath>
-#include <opencv2/imgcodecs.hpp>
-#include <opencv2/imgproc.hpp>
+#include <iterator>
 
 namespace desk {
 namespace {
 
-constexpr int Width = 960;
-constexpr int Height = 320;
+constexpr double Width = 960;
+constexpr double Height = 320;
 const cv::Rect2d Plot(80, 56, Width - 100, Height - 96);
 
-// Blue, vermilion, green and purple, which people who see few colours tell apart; as BGR.
-const cv::Scalar Colours[] = {{178, 114, 0}, {0, 94, 213}, {115, 158, 0}, {167, 121, 204}};
-const cv::Scalar Black = cv::Scalar::all(0);
-const cv::Scalar Grey = cv::Scalar::all(130);
+// Blue, vermilion, green and purple, which people who see few colours tell apart.
+constexpr const char* Colours[] = {"#0072b2", "#d55e00", "#009e73", "#cc79a7"};
+constexpr const char* Grey = "#828282";
 
-void DrawLine(cv::Mat& picture, cv::Point2d from, cv::Point2d to, const cv::Scalar& colour,
-              int thickness = 1) {
-    constexpr int Bits = 4;  // of a pixel's fraction
-    const auto fixed = [](cv::Point2d p) { return cv::Point(p * (1 << Bits)); };
-    cv::line(picture, fixed(from), fixed(to), colour, thickness, cv::LINE_AA, Bits);
+std::string Text(cv::Point2d at, const std::string& text) {
+    return fmt::format("<text x='{:.1f}' y='{:.1f}'>{}</text>\n", at.x, at.y, Escaped(text));
 }
 
-/// Returns the text's width.
-int DrawText(cv::Mat& picture, const std::string& text, cv::Point2d at, const cv::Scalar& colour) {
-    constexpr double Size = 0.45;
-    cv::putText(picture, text, at, cv::FONT_HERSHEY_SIMPLEX, Size, colour, 1, cv::LINE_AA);
-    return cv::getTextSize(text, cv::FONT_HERSHEY_SIMPLEX, Size, 1, nullptr).width;
+std::string Polyline(const std::vector<cv::Point2d>& points, const char* colour, int thickness) {
+    std::string text;
+    for (const cv::Point2d& point : points) {
+        text += fmt::format("{:.2f},{:.2f} ", point.x, point.y);
+    }
+    return fmt::format("<polyline fill='none' stroke='{}' stroke-width='{}' points='{}'/>\n", colour,
+                       thickness, text);
+}
+
+std::string Picture(const std::string& title, double height, const std::string& content) {
+    return fmt::format(
+        "<svg xmlns='http://www.w3.org/2000/svg' viewBox='0 0 {} {:.0f}' font-family='sans-serif' "
+        "font-size='13'>\n<rect width='100%' height='100%' fill='white'/>\n{}{}</svg>\n",
+        Width, height, Text({8, 18}, title), content);
 }
 
 /// A round distance for about this many lines.
@@ -65,46 +69,63 @@ struct Scale {
     double last = 1;  ///< frame
 };
 
-void DrawAxes(cv::Mat& picture, const Scale& scale) {
+std::string Axes(const Scale& scale) {
+    std::string svg;
     for (int line = 0; scale.low + line * scale.step <= scale.high + scale.step / 2; line++) {
         const double value = scale.low + line * scale.step;
-        const cv::Point2d left = scale.At(0, value);
-        DrawLine(picture, left, scale.At(scale.last, value), cv::Scalar::all(220));
         const double shown = std::abs(value) < scale.step / 2 ? 0 : value;
-        DrawText(picture, fmt::format("{:8.5g}", shown), left - cv::Point2d(70, -4), Black);
+        const cv::Point2d left = scale.At(0, value);
+        svg += Polyline({left, scale.At(scale.last, value)}, "#dcdcdc", 1) +
+               Text(left - cv::Point2d(70, -4), fmt::format("{:.5g}", shown));
     }
-    const int step = std::max(1, cvRound(RoundStep(scale.last, 8)));
+    const int step = std::max(1, static_cast<int>(std::lround(RoundStep(scale.last, 8))));
     for (int frame = 0; frame <= scale.last; frame += step) {
-        DrawText(picture, fmt::format("{}", frame), scale.At(frame, scale.low) + cv::Point2d(-8, 18), Black);
+        svg += Text(scale.At(frame, scale.low) + cv::Point2d(-8, 18), std::to_string(frame));
     }
-    DrawText(picture, "frame", {Plot.x + Plot.width / 2 - 20, Height - 6.0}, Black);
+    return svg + Text({Plot.x + Plot.width / 2 - 20, Height - 6}, "frame");
+}
+
+std::string Curve(const Scale& scale, const std::vector<double>& values, const char* colour) {
+    std::string svg;
+    std::vector<cv::Point2d> points;
+    for (size_t i = 0; i <= values.size(); i++) {
+        if (i < values.size() && std::isfinite(values[i])) {
+            points.push_back(scale.At(static_cast<double>(i), values[i]));
+        } else if (!points.empty()) {
+            svg += Polyline(points, colour, 2);
+            points.clear();
+        }
+    }
+    return svg;
 }
 
 }  // namespace
 
-cv::Mat Draw(const Chart& chart) {
-    cv::Mat picture(Height, Width, CV_8UC3, cv::Scalar::all(255));
-    DrawText(picture, fmt::format("{} ({})", chart.title, chart.unit), {8, 18}, Black);
-    const Scale scale(chart.lines);
-    DrawAxes(picture, scale);
-    size_t colours = 0;
-    double legend = Plot.x;
-    for (const ChartLine& line : chart.lines) {
-        const cv::Scalar colour = line.isLimit ? Grey : Colours[colours++ % std::size(Colours)];
-        for (size_t i = 1; i < line.values.size(); i++) {
-            if (std::isfinite(line.values[i - 1]) && std::isfinite(line.values[i])) {
-                const auto frame = static_cast<double>(i);
-                DrawLine(picture, scale.At(frame - 1, line.values[i - 1]), scale.At(frame, line.values[i]),
-                         colour, 2);
-            }
-        }
-        legend += 24 + DrawText(picture, line.name, {legend, 42}, colour);
+std::string Escaped(const std::string& text) {
+    std::string escaped;
+    for (const char c : text) {
+        escaped += c == '<' ? "&lt;" : c == '&' ? "&amp;" : std::string(1, c);
     }
-    return picture;
+    return escaped;
 }
 
-cv::Mat DrawMesh(const std::string& title, const std::vector<cv::Point2d>& vertices, int columns,
-                 cv::Size2d frame) {
+std::string Draw(const Chart& chart) {
+    const Scale scale(chart.lines);
+    std::string curves;
+    std::string legend;
+    size_t colours = 0;
+    for (const ChartLine& line : chart.lines) {
+        const char* colour = line.isLimit ? Grey : Colours[colours++ % std::size(Colours)];
+        curves += Curve(scale, line.values, colour);
+        legend += fmt::format("<tspan dx='20' fill='{}'>{}</tspan>", colour, Escaped(line.name));
+    }
+    return Picture(
+        fmt::format("{} ({})", chart.title, chart.unit), Height,
+        fmt::format("{}{}<text x='{}' y='42'>{}</text>\n", Axes(scale), curves, Plot.x - 20, legend));
+}
+
+std::string DrawMesh(const std::string& title, const std::vector<cv::Point2d>& vertices, size_t columns,
+                     cv::Size2d frame) {
     constexpr double Top = 26;
     constexpr double Border = 8;
     const cv::Point2d half(frame.width / 2, frame.height / 2);
@@ -116,35 +137,27 @@ cv::Mat DrawMesh(const std::string& title, const std::vector<cv::Point2d>& verti
     }
     const double scale = (Width - 2 * Border) / std::max(high.x - low.x, 1e-9);
     const double height = std::clamp(scale * (high.y - low.y), 1.0, 4.0 * Width);
-    cv::Mat picture(cvCeil(Top + height + Border), Width, CV_8UC3, cv::Scalar::all(255));
-    DrawText(picture, title, {8, 18}, Black);
-    const auto draw = [&](cv::Point2d from, cv::Point2d to, const cv::Scalar& colour, int thickness) {
-        const cv::Point2d origin(Border, Top);
-        DrawLine(picture, origin + scale * (from - low), origin + scale * (to - low), colour, thickness);
+    const auto place = [&](cv::Point2d p) { return cv::Point2d(Border, Top) + scale * (p - low); };
+    const auto strand = [&](size_t first, size_t step, size_t end) {
+        std::vector<cv::Point2d> points;
+        for (size_t i = first; i < std::min(end, vertices.size()); i += step) {
+            points.push_back(place(vertices[i]));
+        }
+        return Polyline(points, Colours[0], 1);
     };
+    std::string svg;
     if (!frame.empty()) {
         const cv::Point2d other(half.x, -half.y);
-        for (const auto& [from, to] :
-             {std::pair(-half, other), {other, half}, {half, -other}, {-other, -half}}) {
-            draw(from, to, Colours[1], 2);
-        }
+        svg +=
+            Polyline({place(-half), place(other), place(half), place(-other), place(-half)}, Colours[1], 2);
     }
-    const auto width = static_cast<size_t>(columns);
-    for (size_t i = 0; i < vertices.size(); i++) {
-        if ((i + 1) % width != 0 && i + 1 < vertices.size()) {
-            draw(vertices[i], vertices[i + 1], Colours[0], 1);
-        }
-        if (i + width < vertices.size()) {
-            draw(vertices[i], vertices[i + width], Colours[0], 1);
-        }
+    for (size_t row = 0; row < vertices.size(); row += columns) {
+        svg += strand(row, 1, row + columns);
     }
-    return picture;
-}
-
-std::string Encoded(const cv::Mat& picture, const std::string& extension) {
-    std::vector<unsigned char> bytes;
-    cv::imencode(extension, picture, bytes, {cv::IMWRITE_JPEG_QUALITY, 90});
-    return {bytes.begin(), bytes.end()};
+    for (size_t column = 0; column < columns; column++) {
+        svg += strand(column, columns, vertices.size());
+    }
+    return Picture(title, Top + height + Border, svg);
 }
 
 }  // namespace desk

@@ -3,10 +3,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cmath>
 
 #include "desk/output/output.h"
 #include "desk/report/chart.h"
+#include "desk/report/pictures.h"
 
 extern "C" {
 #include <libavutil/base64.h>
@@ -21,57 +21,14 @@ constexpr const char* Style =
     "table{border-collapse:collapse}td,th{border:1px solid #ccc;padding:.25em .7em;text-align:left}"
     "img{max-width:100%}.bad{color:#b00020}";
 
-/// A chart, and where in the frames' objects its lines are.
-struct ChartRow {
-    const char* title;
-    const char* unit;
-    std::vector<std::pair<const char*, const char*>> lines;  ///< name and JSON pointer
-    const char* limit = nullptr;                             ///< JSON pointer in the results
-};
-
-/// A part of the page: the results' entries that are tables, and the charts.
-struct SectionRow {
-    const char* title;
-    std::vector<const char*> tables;
-    std::vector<ChartRow> charts;
-};
-
-const SectionRow Sections[] = {
-    {"Camera",
-     {},
-     {{"camera path, across", "input pixels", {{"before", "/camera_before/x"}, {"after", "/camera_after/x"}}},
-      {"camera path, down", "input pixels", {{"before", "/camera_before/y"}, {"after", "/camera_after/y"}}},
-      {"camera roll", "radians", {{"before", "/camera_before/roll"}, {"after", "/camera_after/roll"}}}}},
-    {"Motion between frames",
-     {"motion_px_rms"},
-     {{"way of the camera from frame to frame",
-       "input pixels",
-       {{"before", "/camera_before/step"}, {"after", "/camera_after/step"}}}}},
-    {"Margin",
-     {"margin_use"},
-     {{"horizontal margin used on each side",
-       "input pixels",
-       {{"left", "/margin_used/left"}, {"right", "/margin_used/right"}},
-       "/margin_use/horizontal/pixels_on_a_side"},
-      {"vertical margin used on each side",
-       "input pixels",
-       {{"top", "/margin_used/top"}, {"bottom", "/margin_used/bottom"}},
-       "/margin_use/vertical/pixels_on_a_side"}}},
-    {"Quality", {"psnr_db", "planes"}, {}},
-    {"Time per frame", {"stage_ms"}, {}},
-    {"Counters", {"counters"}, {}},
-};
-
-std::string Escaped(const std::string& text) {
-    std::string escaped;
-    for (const char c : text) {
-        escaped += c == '<' ? "&lt;" : c == '&' ? "&amp;" : std::string(1, c);
-    }
-    return escaped;
-}
-
+/// The numbers of a size have an x between them.
 std::string Text(const Json& value) {
-    return value.is_string()         ? Escaped(value.get<std::string>())
+    std::string size;
+    for (const Json& number : value.is_object() ? value : Json::object()) {
+        size += (size.empty() ? "" : " x ") + number.dump();
+    }
+    return value.is_object()         ? size
+           : value.is_string()       ? Escaped(value.get<std::string>())
            : value.is_number_float() ? fmt::format("{:.5g}", value.get<double>())
                                      : value.dump();
 }
@@ -81,7 +38,8 @@ std::string Spaced(std::string name) {
     return name;
 }
 
-/// An object as a table: a row for every entry, with a column for each value of an entry that is an object.
+/// A part of the results as a table: a row for every entry that is not empty, with a column for each of its
+/// values when the entries are objects.
 std::string Table(const Json& object) {
     std::string html;
     const auto row = [&html](const std::string& name, const Json& cells, bool isHead) {
@@ -91,11 +49,14 @@ std::string Table(const Json& object) {
         }
         html += "</tr>\n";
     };
-    if (!object.empty() && object.begin()->is_object()) {
+    const bool hasColumns = !object.empty() && object.begin()->is_object();
+    if (hasColumns) {
         row("", *object.begin(), true);
     }
     for (const auto& [name, entry] : object.items()) {
-        row(name, entry.is_object() ? entry : Json::array({entry}), false);
+        if (entry != "") {
+            row(name, hasColumns ? entry : Json::array({entry}), false);
+        }
     }
     return html.empty() ? "" : "<table>\n" + html + "</table>\n";
 }
@@ -114,64 +75,74 @@ std::string Image(const cv::Mat& picture, const std::string& extension) {
     return fmt::format("<img alt='' src='data:image/{};base64,{}'>\n", extension.substr(1), text);
 }
 
-/// Nothing when no frame has a value for it.
-std::string ChartFigure(const ChartRow& row, const Json& json) {
-    Chart chart{row.title, row.unit, {}};
-    bool isKnown = false;
-    for (const auto& [name, pointer] : row.lines) {
-        ChartLine line{name, {}};
-        for (const Json& frame : json["frames"]) {
-            line.values.push_back(frame.value(Json::json_pointer(pointer), std::nan("")));
-            isKnown = isKnown || std::isfinite(line.values.back());
+/// Nothing when the cameras are not known.
+std::string CameraChart(const RunResults& results, const char* title, const char* unit,
+                        double CameraResult::*value) {
+    Chart chart{title, unit, {{"before", {}}, {"after", {}}}};
+    for (const FrameResult& frame : results.frames) {
+        if (!frame.camera) {
+            return "";
+        }
+        chart.lines[0].values.push_back(frame.camera->before.*value);
+        chart.lines[1].values.push_back(frame.camera->after.*value);
+    }
+    return Draw(chart);
+}
+
+std::string MarginChart(const RunResults& results, const char* title, Side first, Side last) {
+    Chart chart{title, "input pixels", {}};
+    for (const Side side : {first, last}) {
+        ChartLine line{SideNames[side], {}};
+        for (const FrameResult& frame : results.frames) {
+            line.values.push_back(frame.marginUsed[side]);
         }
         chart.lines.push_back(std::move(line));
     }
-    if (row.limit != nullptr && isKnown) {
-        const auto limit = json.at(Json::json_pointer(row.limit)).get<double>();
-        chart.lines.push_back({"negotiated", std::vector<double>(json["frames"].size(), limit), true});
-    }
-    return isKnown ? Image(Draw(chart), ".png") : "";
+    const cv::Size margin = results.facts.inputSize - results.facts.outputSize;
+    const double limit = (first == Left ? margin.width : margin.height) / 2.0;
+    chart.lines.push_back({"negotiated", std::vector<double>(results.frames.size(), limit), true});
+    return Draw(chart);
 }
 
 std::string Section(const std::string& title, const std::string& content) {
     return content.empty() ? "" : fmt::format("<h2>{}</h2>\n{}", title, content);
 }
 
-std::string Page(const RunResults& results, const Json& json) {
-    Json run = Json::object();
-    std::string sections;
-    for (const SectionRow& row : Sections) {
-        std::string content;
-        for (const char* table : row.tables) {
-            content += Table(json.value(table, Json::object()));
-        }
-        for (const ChartRow& chart : row.charts) {
-            content += ChartFigure(chart, json);
-        }
-        sections += Section(row.title, content);
-    }
-    std::string findings;
-    for (const char* list : {"findings", "missed_limits"}) {
-        for (const Json& text : json[list]) {
-            findings += "<li class='bad'>" + Text(text) + "</li>\n";
+std::string Findings(const RunResults& results) {
+    std::string list;
+    for (const auto* sentences : {&results.findings, &results.missedLimits}) {
+        for (const std::string& sentence : *sentences) {
+            list += "<li class='bad'>" + Escaped(sentence) + "</li>\n";
         }
     }
-    for (const auto& [name, value] : json.items()) {
-        if (!value.is_structured() && value != "") {
-            run[name] = value;
-        } else if (value.contains("width")) {
-            run[name] = value["width"].dump() + " x " + value["height"].dump();
-        }
-    }
-    const std::string title = fmt::format("dewarp-desk {} {}", Text(json["command"]), Text(json["clip"]));
+    return list.empty() ? "<p>The node kept all rules of its host.</p>\n" : "<ul>\n" + list + "</ul>\n";
+}
+
+std::string Page(const RunResults& results) {
+    const std::string title =
+        Escaped(fmt::format("dewarp-desk {} {}", results.facts.command, results.facts.clip));
+    const auto camera = [&results](const char* name, const char* unit, double CameraResult::*value) {
+        return CameraChart(results, name, unit, value);
+    };
     return fmt::format(
                "<!DOCTYPE html>\n<html lang='en'><head><meta charset='utf-8'><title>{0}</title>"
                "<style>{1}</style></head>\n<body>\n<h1>{0}</h1>\n",
                title, Style) +
-           Table(run) + Section("Before and after", Image(results.beforeAfter, ".jpg")) +
-           Section("Errors in the worst frame", Image(results.heatMap, ".png")) + sections +
-           Section("Findings", findings.empty() ? "<p>The node kept all rules of its host.</p>\n"
-                                                : "<ul>\n" + findings + "</ul>\n") +
+           Table(ToJson(results.facts)) + Section("Before and after", Image(results.beforeAfter, ".jpg")) +
+           Section("Errors in the worst frame", Image(results.heatMap, ".png")) +
+           Section("Camera", camera("camera path, across", "input pixels", &CameraResult::x) +
+                                 camera("camera path, down", "input pixels", &CameraResult::y) +
+                                 camera("camera roll", "radians", &CameraResult::roll)) +
+           Section("Motion between frames",
+                   (results.motion ? Table(ToJson(*results.motion)) : "") +
+                       camera("way of the camera from frame to frame", "input pixels", &CameraResult::step)) +
+           Section("Margin", Table(MarginUse(results)) +
+                                 MarginChart(results, "horizontal margin used on each side", Left, Right) +
+                                 MarginChart(results, "vertical margin used on each side", Top, Bottom)) +
+           Section("Quality", (results.truth ? Table(Psnr(*results.truth)) : "") +
+                                  (results.reference ? Table(Planes(*results.reference)) : "")) +
+           Section("Time per frame", Table(StageTimes(results))) +
+           Section("Counters", Table(ToJson(results.counters))) + Section("Findings", Findings(results)) +
            "</body></html>\n";
 }
 
@@ -185,9 +156,8 @@ void PrepareReport(const std::filesystem::path& folder, bool overwrite) {
 }
 
 void WriteReport(const RunResults& results, const std::filesystem::path& folder, bool overwrite) {
-    const Json json = ToJson(results);
-    WriteWhole(folder / "report.html", Page(results, json), overwrite);
-    WriteJson(json, (folder / "report.json").string(), overwrite);
+    WriteWhole(folder / "report.html", Page(results), overwrite);
+    WriteJson(ToJson(results), (folder / "report.json").string(), overwrite);
     if (!results.beforeAfter.empty()) {
         WriteWhole(folder / "before_after.jpg", Encoded(results.beforeAfter, ".jpg"), overwrite);
     }

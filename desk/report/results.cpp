@@ -10,28 +10,141 @@
 namespace desk {
 namespace {
 
-/// Nearest-rank percentiles of the milliseconds, of which there is at least one.
-Json Percentiles(std::vector<double> milliseconds) {
-    std::sort(milliseconds.begin(), milliseconds.end());
-    const auto percentile = [&](double percent) {
-        const double rank = std::ceil(percent / 100 * static_cast<double>(milliseconds.size()));
-        return milliseconds[static_cast<size_t>(rank) - 1];
-    };
-    return {{"p50", percentile(50)}, {"p95", percentile(95)}, {"max", milliseconds.back()}};
+const char* NameOf(Stage stage) {
+    constexpr const char* Names[] = {"read", "estimate", "node", "reference", "write", "measure"};
+    return Names[static_cast<size_t>(stage)];
+}
+
+Json ToJson(cv::Size size) {
+    return {{"width", size.width}, {"height", size.height}};
+}
+
+Json ToJson(const CameraResult& camera) {
+    return {{"x", camera.x},
+            {"y", camera.y},
+            {"roll", camera.roll},
+            {"log_scale", camera.logScale},
+            {"step", camera.step}};
+}
+
+Json ToJson(const FrameResult& frame) {
+    Json json = {{"frame", frame.frame}, {"request", frame.request}};
+    for (const Side side : {Left, Top, Right, Bottom}) {
+        json["margin_used"][SideNames[side]] = frame.marginUsed[side];
+    }
+    if (frame.camera) {
+        json["camera_before"] = ToJson(frame.camera->before);
+        json["camera_after"] = ToJson(frame.camera->after);
+    }
+    return json;
+}
+
+Json MarginIn(const RunResults& results, Side first, Side last, double input, double output) {
+    double most = 0;
+    for (const FrameResult& frame : results.frames) {
+        most = std::max({most, frame.marginUsed[first], frame.marginUsed[last]});
+    }
+    return {{"pixels_on_a_side", (input - output) / 2},
+            {"most_used", most},
+            {"negotiated", input / output - 1},
+            {"sufficient", 2 * most / output}};
+}
+
+Json Plane(const PlaneMeter& meter) {
+    return {{"max", meter.Max()},
+            {"mean", meter.Mean()},
+            {"psnr_db", meter.Psnr()},
+            {"share_within_limit", meter.ShareWithinLimit()}};
 }
 
 }  // namespace
 
+double Percentile(std::vector<double> values, double percent) {
+    const double rank = std::ceil(percent / 100 * static_cast<double>(values.size()));
+    const auto found = values.begin() + static_cast<std::ptrdiff_t>(rank) - 1;
+    std::nth_element(values.begin(), found, values.end());
+    return *found;
+}
+
+Json ToJson(const RunFacts& facts) {
+    return {{"command", facts.command},
+            {"clip", facts.clip},
+            {"output", facts.output},
+            {"credit", facts.credit},
+            {"variant", facts.variant},
+            {"gl_renderer", facts.glRenderer},
+            {"library", facts.library},
+            {"input_size", ToJson(facts.inputSize)},
+            {"output_size", ToJson(facts.outputSize)},
+            {"crop", static_cast<double>(facts.outputSize.area()) / facts.inputSize.area()},
+            {"frames_per_second", facts.framesPerSecond}};
+}
+
+Json ToJson(const RunCounters& counters) {
+    return {{"imports", counters.imports},
+            {"cache_hits", counters.cacheHits},
+            {"live_images", counters.liveImages},
+            {"open_fds", counters.openDescriptors}};
+}
+
+Json ToJson(const Change<double>& motion) {
+    return {{"before", motion.before}, {"after", motion.after}};
+}
+
+Json StageTimes(const RunResults& results) {
+    Json json = Json::object();
+    for (const auto& [stage, times] : results.milliseconds) {
+        json[NameOf(stage)] = {
+            {"p50", Percentile(times, 50)}, {"p95", Percentile(times, 95)}, {"max", Percentile(times, 100)}};
+    }
+    return json;
+}
+
+Json MarginUse(const RunResults& results) {
+    const cv::Size& input = results.facts.inputSize;
+    const cv::Size& output = results.facts.outputSize;
+    return {{"horizontal", MarginIn(results, Left, Right, input.width, output.width)},
+            {"vertical", MarginIn(results, Top, Bottom, input.height, output.height)}};
+}
+
+Json Psnr(const PlaneMeters& truth) {
+    return {{"luma", truth.luma.Psnr()},
+            {"luma_worst_frame", truth.luma.WorstPsnr()},
+            {"chroma", truth.chroma.Psnr()},
+            {"chroma_worst_frame", truth.chroma.WorstPsnr()}};
+}
+
+Json Planes(const PlaneMeters& reference) {
+    return {{"luma", Plane(reference.luma)}, {"chroma", Plane(reference.chroma)}};
+}
+
 Json ToJson(const RunResults& results) {
-    Json json = results.json;
+    Json json = {{"schema", 1}};
+    json.update(ToJson(results.facts));
     json["frame_count"] = results.frames.size();
-    json["stage_ms"] = Json::object();
-    for (const auto& [stage, milliseconds] : results.stages) {
-        json["stage_ms"][stage] = Percentiles(milliseconds);
+    json["damaged_frames"] = Json::array();
+    for (const FrameRange& range : results.damagedFrames) {
+        json["damaged_frames"].push_back({{"first", range.first}, {"last", range.end - 1}});
+    }
+    json["counters"] = ToJson(results.counters);
+    json["margin_use"] = MarginUse(results);
+    json["stage_ms"] = StageTimes(results);
+    if (results.motion) {
+        json["motion_px_rms"] = ToJson(*results.motion);
+    }
+    if (results.truth) {
+        json["psnr_db"] = Psnr(*results.truth);
+    }
+    if (results.reference) {
+        json["planes"] = Planes(*results.reference);
+        json["worst_frame"] = results.worstFrame;
     }
     json["findings"] = results.findings;
     json["missed_limits"] = results.missedLimits;
-    json["frames"] = results.frames;
+    json["frames"] = Json::array();
+    for (const FrameResult& frame : results.frames) {
+        json["frames"].push_back(ToJson(frame));
+    }
     return json;
 }
 

@@ -5,7 +5,7 @@
 #include <functional>
 #include <future>
 #include <memory>
-#include <opencv2/core.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -20,22 +20,9 @@
 #include "desk/run/progress.h"
 #include "desk/run/recording.h"
 #include "desk/run/settings.h"
-#include "desk/warp/warp_map.h"
+#include "desk/warp/sizing.h"
 
 namespace desk {
-
-/// The margin with which the node asks for an input of exactly this size. Throws UsageError when there is
-/// none: the input is even, and at least as large as the output.
-Margin MarginFor(cv::Size input, cv::Size output);
-
-/// The input that the node asks for: both sizes are even.
-cv::Size InputFor(cv::Size output, Margin margin);
-
-/// What a node is set up for.
-struct Sizing {
-    cv::Size output;  ///< pixels, both even
-    Margin margin;
-};
 
 /// A frame that came out of the node. Grid and pictures are valid while it is handed on.
 struct RenderedFrame {
@@ -55,8 +42,8 @@ public:
     /// out of the node, in order; it may be empty. Prints the program's first line on stderr. Options and
     /// reader must outlive the pipeline. Throws UsageError for sizes that the GL cannot hold, and as
     /// Recording does; std::runtime_error when there is no node.
-    Pipeline(const std::string& command, const RunOptions& options, ClipReader& reader, const Sizing& sizing,
-             int64_t held, Observer observer = {});
+    Pipeline(const std::string& command, const RunOptions& options, ClipReader& reader,
+             const NodeSizing& sizing, int64_t held, Observer observer = {});
 
     /// Takes the clip's next frame in. False when there is none, or the user has interrupted the run.
     bool Read();
@@ -77,10 +64,11 @@ public:
     /// The input of a frame that was read, until it has been shown and `held` more were read.
     Nv12 Input(int64_t frame);
 
-    /// Takes the next frame to the node; the grid is the request's metadata, the details go into the frame's
-    /// results. The frame comes out at once, or as soon as as many others as may be in flight have followed
-    /// it. Throws std::runtime_error naming the request when the node fails.
-    void Show(uint64_t requestId, const IPEICAGridTransform& grid, const Json& details = Json::object());
+    /// Takes the next frame to the node; the grid is the request's metadata, what is known of the camera
+    /// goes into the results. The frame comes out at once, or as soon as as many others as may be in flight
+    /// have followed it. Throws std::runtime_error naming the request when the node fails.
+    void Show(uint64_t requestId, const IPEICAGridTransform& grid,
+              const std::optional<Change<CameraResult>>& camera = std::nullopt);
 
     /// Has every frame come out that was shown. Throws as Show does.
     void Drain();
@@ -103,19 +91,18 @@ private:
     }
     /// Waits for the frame that was shown first of those in flight, and records it.
     void Collect();
+    /// Says what was measured and what went wrong.
     ExitCode Tell() const;
 
-    /// A frame in flight.
-    struct Request {
+    struct InFlight {
         uint64_t id;
         IPEICAGridTransform grid;
-        Json details;
+        std::optional<Change<CameraResult>> camera;
         std::future<uint32_t> result;
     };
 
     const RunOptions& options_;
     ClipReader& reader_;
-    Sizing sizing_;
     RunResults results_;
     std::unique_ptr<Output> dumps_;  ///< null without --dump-dir
     DeskHost host_;
@@ -128,8 +115,7 @@ private:
     std::vector<int64_t> numbers_;  ///< in the clip, of the frames taken
     int64_t taken_ = 0;
     int64_t shown_ = 0;
-    SideUse mostUsed_{};
-    std::deque<Request> inFlight_;
+    std::deque<InFlight> inFlight_;
     std::unique_ptr<PipelinedDriver> driver_;  ///< null for one request at a time, on the caller's thread
 };
 

@@ -6,8 +6,8 @@
 #include <opencv2/imgproc.hpp>
 
 #include "desk/base/usage_error.h"
-#include "desk/report/before_after.h"
 #include "desk/report/page.h"
+#include "desk/report/pictures.h"
 
 namespace desk {
 namespace {
@@ -34,7 +34,7 @@ std::unique_ptr<ClipWriter> WriterOf(const std::filesystem::path& clip, ClipForm
 
 }  // namespace
 
-void Recording::Side::Measure(const Nv12& picture) {
+void Recording::Shown::Measure(const Nv12& picture) {
     if (pictures++ == 0) {
         lumaMean = cv::Mat::zeros(picture.luma.size(), CV_32FC1);
         chromaMean = cv::Mat::zeros(picture.chroma.size(), CV_32FC2);
@@ -45,7 +45,7 @@ void Recording::Side::Measure(const Nv12& picture) {
     motion.Add(picture.luma);
 }
 
-cv::Mat Recording::Side::Mean() const {
+cv::Mat Recording::Shown::Mean() const {
     Nv12 mean(lumaMean.size());
     lumaMean.convertTo(mean.luma, CV_8U);
     chromaMean.convertTo(mean.chroma, CV_8U);
@@ -82,7 +82,7 @@ void Recording::Add(const Nv12& input, const Nv12& output) {
         before_.writer->Add(before);
     }
     if (after_.writer) {
-        const StageTimer timer(results_, "write");
+        const StageTimer timer(results_, Stage::Write);
         if (options_.compare) {
             CopyInto(before, 0, sideBySide_);
             CopyInto(output, output.luma.cols + GapInCompare, sideBySide_);
@@ -90,7 +90,7 @@ void Recording::Add(const Nv12& input, const Nv12& output) {
         after_.writer->Add(options_.compare ? sideBySide_ : output);
     }
     if (isMeasured_) {
-        const StageTimer timer(results_, "measure");
+        const StageTimer timer(results_, Stage::Measure);
         before_.Measure(before);
         after_.Measure(output);
     }
@@ -100,19 +100,21 @@ void Recording::Add(const Nv12& input, const Nv12& output) {
 }
 
 void Recording::CompareWithTruth(const Nv12& output) {
+    if (!results_.truth) {
+        results_.truth.emplace();
+    }
     if (!truth_->Read(ideal_)) {
         throw UsageError(fmt::format("{} ends before the clip; expected a frame for each of the clip's",
                                      options_.truth.string()));
     }
-    luma_.Add(output.luma, ideal_.luma);
-    chroma_.Add(output.chroma, ideal_.chroma);
+    results_.truth->luma.Add(output.luma, ideal_.luma);
+    results_.truth->chroma.Add(output.chroma, ideal_.chroma);
 }
 
 void Recording::AddMotion() {
     const double before = before_.motion.Rms();
     const double after = after_.motion.Rms();
-    results_.json["motion_px_rms"] = {{"before", before}, {"after", after}};
-    results_.summary += fmt::format("motion {:.2f} -> {:.3f} px RMS, ", before, after);
+    results_.motion = {before, after};
     if (options_.maxMotion && !(after <= *options_.maxMotion)) {
         results_.missedLimits.push_back(
             fmt::format("the output moves by {:.3f} pixels RMS between frames, the limit is {}", after,
@@ -125,22 +127,18 @@ void Recording::AddMotion() {
                                        caption("after", after), options_.credit);
 }
 
-void Recording::AddQuality() {
-    results_.json["psnr_db"] = {{"luma", luma_.Psnr()},
-                                {"luma_worst_frame", luma_.WorstPsnr()},
-                                {"chroma", chroma_.Psnr()},
-                                {"chroma_worst_frame", chroma_.WorstPsnr()}};
-    results_.summary += fmt::format("PSNR luma {:.2f} dB, chroma {:.2f} dB, ", luma_.Psnr(), chroma_.Psnr());
-    if (options_.minPsnr && !(luma_.Psnr() >= *options_.minPsnr)) {
+void Recording::CheckQuality() {
+    const double psnr = results_.truth->luma.Psnr();
+    if (options_.minPsnr && !(psnr >= *options_.minPsnr)) {
         results_.missedLimits.push_back(fmt::format(
-            "luma PSNR against the truth is {:.2f} dB, the limit is {}", luma_.Psnr(), *options_.minPsnr));
+            "luma PSNR against the truth is {:.2f} dB, the limit is {}", psnr, *options_.minPsnr));
     }
 }
 
 void Recording::Finish() {
     // What is there is replaced when all that takes its place is complete.
     for (const auto step : {&ClipWriter::Complete, &ClipWriter::Publish}) {
-        for (const Side* side : {&before_, &after_}) {
+        for (const Shown* side : {&before_, &after_}) {
             if (side->writer) {
                 ((*side->writer).*step)();
             }
@@ -149,8 +147,8 @@ void Recording::Finish() {
     if (isMeasured_ && !results_.frames.empty()) {
         AddMotion();
     }
-    if (truth_ && !results_.frames.empty()) {
-        AddQuality();
+    if (results_.truth) {
+        CheckQuality();
     }
     WriteJson(ToJson(results_), options_.json, options_.overwrite);
     if (!options_.report.empty()) {

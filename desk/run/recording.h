@@ -5,7 +5,6 @@
 #include "desk/clip/clip_reader.h"
 #include "desk/clip/clip_writer.h"
 #include "desk/measure/motion_meter.h"
-#include "desk/measure/quality.h"
 #include "desk/report/results.h"
 #include "desk/run/settings.h"
 
@@ -28,7 +27,7 @@ public:
 
 private:
     /// A clip, and what is measured on its pictures.
-    struct Side {
+    struct Shown {
         void Measure(const Nv12& picture);
         /// The mean of the last pictures, 8-bit BGR: what stands still is sharp, what moves is blurred.
         cv::Mat Mean() const;
@@ -42,18 +41,16 @@ private:
 
     void CompareWithTruth(const Nv12& output);
     void AddMotion();
-    void AddQuality();
+    void CheckQuality();
 
     const RunOptions& options_;
     RunResults& results_;
     bool isMeasured_;
     Nv12 sideBySide_;
-    Side before_;
-    Side after_;
+    Shown before_;
+    Shown after_;
     std::unique_ptr<ClipReader> truth_;
     Nv12 ideal_;
-    PlaneMeter luma_;
-    PlaneMeter chroma_;
 };
 
 }  // namespace desk

@@ -13,14 +13,12 @@ namespace desk {
 /// the centre of their picture. Enabled; the two dump values are the input's width and height.
 IPEICAGridTransform MakeGrid(cv::Size input, const std::function<cv::Point2d(cv::Point2d)>& inputOf);
 
-/// Pixels of the input that a frame's grid reads beyond the output's window, on each side; negative where the
+enum Side { Left, Top, Right, Bottom };
+constexpr std::array<const char*, 4> SideNames = {"left", "top", "right", "bottom"};
+
+/// Pixels of the input that a frame's grid reads beyond the output's window, by Side; negative where the
 /// window is not used up to its edge.
-struct SideUse {
-    double left = 0;
-    double top = 0;
-    double right = 0;
-    double bottom = 0;
-};
+using SideUse = std::array<double, 4>;
 
 /// What the node's mesh shows where, worked out anew in double precision from the geometry itself and not
 /// from the node's arithmetic. Positions are pixel indexes, fractions included, about the first pixel's

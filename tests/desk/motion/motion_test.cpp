@@ -50,8 +50,8 @@ std::vector<SteadyCamera::View> Steadied(Variant variant, const std::vector<Fram
         if (n >= window) {
             views.push_back(camera.Next());
             const SideUse used = WarpMap(views.back().grid, Input, Output).MarginUse();
-            EXPECT_LE(std::max(used.left, used.right), 32.1) << "the view leaves the input";
-            EXPECT_LE(std::max(used.top, used.bottom), 24.1) << "the view leaves the input";
+            EXPECT_LE(std::max(used[desk::Left], used[desk::Right]), 32.1) << "the view leaves the input";
+            EXPECT_LE(std::max(used[desk::Top], used[desk::Bottom]), 24.1) << "the view leaves the input";
         }
     }
     return views;

@@ -24,7 +24,9 @@ fail() {
 # Runs the page's copy, whose script puts what the browser made of it into the title.
 title_of() {
   sed 's#</body>#<script>onload=()=>{document.title=[document.images.length,\
-[...document.images].filter(i=>i.naturalWidth>100).length].join(" ")}</script></body>#' \
+[...document.images].filter(i=>i.naturalWidth>100).length,\
+[...document.querySelectorAll("svg")].filter(s=>s.querySelector("polyline").getBBox().width>100).length\
+].join(" ")}</script></body>#' \
     "$1" >"$work/page.html"
   "${headless[@]}" --virtual-time-budget=3000 --dump-dom "file://$work/page.html" 2>/dev/null |
     sed -n 's#.*<title>\([0-9 ]*\)</title>.*#\1#p'
@@ -46,7 +48,7 @@ for command in stabilise verify; do
   "${headless[@]}" --hide-scrollbars --window-size=1040,3200 --screenshot="$PWD/report_$command.png" \
     "file://$page" 2>/dev/null
 done
-# Pictures, and those that decode.
-[ "$(title_of "$work/stabilise/report.html")" = "7 7" ] || fail "stabilise: expected 7 pictures"
-[ "$(title_of "$work/verify/report.html")" = "4 4" ] || fail "verify: expected 4 pictures"
+# Pictures, those that decode, and charts that are drawn.
+[ "$(title_of "$work/stabilise/report.html")" = "1 1 6" ] || fail "stabilise: expected 1 picture and 6 charts"
+[ "$(title_of "$work/verify/report.html")" = "2 2 2" ] || fail "verify: expected 2 pictures and 2 charts"
 echo "both reports open: $PWD/report_stabilise.png, $PWD/report_verify.png"

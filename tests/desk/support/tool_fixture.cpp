@@ -7,7 +7,7 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "desk/dump/dump_file.h"
+#include "desk/dump/dump_line.h"
 #include "desk/warp/warp_map.h"
 
 #ifdef __SANITIZE_THREAD__

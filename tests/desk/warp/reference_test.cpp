@@ -59,8 +59,8 @@ TEST(Reference, WithoutAMarginTheLastRowAndColumnStayClear) {
 
 TEST(Reference, MarginUseIsWhatIsShownBeyondTheMiddle) {
     const desk::SideUse used = desk::WarpMap(ShiftGrid(400, 300, 7, -4), Input, {320, 240}).MarginUse();
-    EXPECT_NEAR(used.left, -7, 1e-4);
-    EXPECT_NEAR(used.right, 7, 1e-4);
-    EXPECT_NEAR(used.top, 4, 1e-4);
-    EXPECT_NEAR(used.bottom, -4, 1e-4);
+    EXPECT_NEAR(used[desk::Left], -7, 1e-4);
+    EXPECT_NEAR(used[desk::Right], 7, 1e-4);
+    EXPECT_NEAR(used[desk::Top], 4, 1e-4);
+    EXPECT_NEAR(used[desk::Bottom], -4, 1e-4);
 }

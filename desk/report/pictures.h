@@ -10,4 +10,7 @@ namespace desk {
 cv::Mat BeforeAfter(const cv::Mat& before, const std::string& beforeCaption, const cv::Mat& after,
                     const std::string& afterCaption, const std::string& credit);
 
+/// The bytes of a picture file of the kind that the extension names, such as ".png".
+std::string Encoded(const cv::Mat& picture, const std::string& extension);
+
 }  // namespace desk

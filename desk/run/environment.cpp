@@ -1,11 +1,32 @@
-#include "desk/run/gl_info.h"
+#include "desk/run/environment.h"
 
 #include <EGL/egl.h>
 #include <GLES3/gl3.h>
 #include <dlfcn.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <stdexcept>
+
+#include "desk/base/usage_error.h"
 
 namespace desk {
 namespace {
+
+/// What the program loads lies in the build folder that the program itself lies in, in bin.
+std::filesystem::path Built(const char* file) {
+    const auto place = std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path() / file;
+    if (!std::filesystem::exists(place)) {
+        throw std::runtime_error(
+            fmt::format("expected {}, which is built beside the program", place.string()));
+    }
+    return place;
+}
+
+struct GlInfo {
+    std::string renderer;    ///< empty when there is no context
+    int maxTextureSize = 0;  ///< pixels each way
+};
 
 /// A function of a library, to be called by name as a node does.
 template <typename Function>
@@ -22,12 +43,10 @@ GlInfo CurrentInfo(void* gl) {
     return info;
 }
 
-}  // namespace
-
-GlInfo DescribeGl(const std::filesystem::path& libraryDir) {
+GlInfo DescribeGl() {
     // The libraries stay loaded, as GL drivers want it.
-    void* egl = dlopen((libraryDir / "libEGL.so").c_str(), RTLD_NOW);
-    void* gl = dlopen((libraryDir / "libGLESv2.so").c_str(), RTLD_NOW);
+    void* egl = dlopen((SystemLibraryFolder() / "libEGL.so").c_str(), RTLD_NOW);
+    void* gl = dlopen((SystemLibraryFolder() / "libGLESv2.so").c_str(), RTLD_NOW);
     if (egl == nullptr || gl == nullptr) {
         return {};
     }
@@ -52,6 +71,30 @@ GlInfo DescribeGl(const std::filesystem::path& libraryDir) {
     Find<decltype(eglDestroyContext)>(egl, "eglDestroyContext")(display, context);
     Find<decltype(eglTerminate)>(egl, "eglTerminate")(display);
     return info;
+}
+
+}  // namespace
+
+std::filesystem::path NodeLibraryFile() {
+    return Built("lib/com.oxa.node.dewarp.so");
+}
+
+std::filesystem::path SystemLibraryFolder() {
+    return Built("desk/system/lib64");
+}
+
+std::string RendererFor(cv::Size input) {
+    const GlInfo gl = DescribeGl();
+    if (gl.renderer.empty()) {
+        throw std::runtime_error(
+            "the machine's EGL and OpenGL ES give no context; expected a driver such as Mesa's");
+    }
+    if (std::max(input.width, input.height) > gl.maxTextureSize) {
+        throw UsageError(
+            fmt::format("an input of {} x {} is too large for {}; expected at most {} pixels each way",
+                        input.width, input.height, gl.renderer, gl.maxTextureSize));
+    }
+    return gl.renderer;
 }
 
 }  // namespace desk

@@ -6,7 +6,6 @@
 #include <string>
 
 #include "desk/dump/grid_dump.h"
-#include "desk/options/options.h"
 #include "desk/run/pipeline.h"
 
 namespace desk {
@@ -18,9 +17,6 @@ struct ReplayOptions : RunOptions {
     std::optional<uint64_t> firstRequest;  ///< request id of the clip's first frame; empty: line n, frame n
 };
 
-/// Adds CLIP, --grids, --first-request and the options of a run. `options` outlives the parsing.
-void AddReplayOptions(CLI::App& command, ReplayOptions& options);
-
 /// The clip's frames, as they stand, on their way through the node with the grids of the dump. Without --size
 /// the output is as large as the clip.
 class Replay {
@@ -28,16 +24,16 @@ public:
     /// Throws DumpError for a dump that cannot drive a node with this clip; as Pipeline does.
     Replay(const std::string& command, const ReplayOptions& options, Pipeline::Observer observer = {});
 
-    /// Takes the clip's next frame to the node. False at the end of the clip, or when the user has
-    /// interrupted the run. Throws UsageError naming the frame that has no grid.
-    bool Next();
+    /// Takes the clip's frames to the node, to its end or until the user interrupts the run. Throws
+    /// UsageError naming the frame that has no grid.
+    void Run();
 
-    Pipeline& Run() {
+    Pipeline& Frames() {
         return pipeline_;
     }
 
 private:
-    size_t LineOf(int64_t frame) const;
+    const GridDump::Line& LineOf(int64_t frame) const;
 
     const ReplayOptions& options_;
     ClipReader reader_;

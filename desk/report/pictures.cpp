@@ -1,7 +1,9 @@
-#include "desk/report/before_after.h"
+#include "desk/report/pictures.h"
 
 #include <algorithm>
+#include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
+#include <vector>
 
 namespace desk {
 namespace {
@@ -36,6 +38,12 @@ cv::Mat BeforeAfter(const cv::Mat& before, const std::string& beforeCaption, con
     cv::Mat row;
     cv::hconcat(Captioned(left, beforeCaption), Captioned(right, afterCaption), row);
     return credit.empty() ? row : Captioned(row, credit);
+}
+
+std::string Encoded(const cv::Mat& picture, const std::string& extension) {
+    std::vector<unsigned char> bytes;
+    cv::imencode(extension, picture, bytes, {cv::IMWRITE_JPEG_QUALITY, 90});
+    return {bytes.begin(), bytes.end()};
 }
 
 }  // namespace desk

@@ -1,12 +1,10 @@
-#include "desk/dump/dump_file.h"
+#include "desk/dump/dump_reader.h"
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cmath>
-#include <iterator>
 #include <string_view>
 #include <system_error>
 
@@ -94,17 +92,13 @@ bool HasGridHeader(const std::string& text) {
 
 }  // namespace
 
-const char* NameOf(DumpKind kind) {
-    constexpr const char* Names[] = {"grid", "texture coordinate", "vertex"};
-    return Names[static_cast<size_t>(kind)];
-}
-
-DumpError::DumpError(const std::filesystem::path& file, size_t line, size_t column, const std::string& reason)
-    : UsageError(file.string() + (line == 0 ? "" : fmt::format(":{}", line)) +
-                 (column == 0 ? "" : fmt::format(":{}", column)) + ": " + reason),
-      line_(line),
-      column_(column),
-      reason_(reason) {}
+DumpError::DumpError(const std::filesystem::path& file, size_t atLine, size_t atColumn,
+                     const std::string& why)
+    : UsageError(file.string() + (atLine == 0 ? "" : fmt::format(":{}", atLine)) +
+                 (atColumn == 0 ? "" : fmt::format(":{}", atColumn)) + ": " + why),
+      line(atLine),
+      column(atColumn),
+      reason(why) {}
 
 DumpReader::DumpReader(std::filesystem::path file)
     : file_(std::move(file)), stream_(file_, std::ios::binary) {
@@ -176,59 +170,6 @@ DumpLine DumpReader::Parse() const {
         scanner.Fail("a line feed: the file is cut off");
     }
     return line;
-}
-
-std::optional<BadValue> FindBadValue(const DumpLine& line) {
-    const auto isBad = [](double value) { return !(std::abs(value) <= MaxCoordinate); };  // NaN is
-    const auto bad = std::find_if(line.values.begin(), line.values.end(), isBad);
-    if (bad == line.values.end()) {
-        return std::nullopt;
-    }
-    const auto more = std::count_if(bad + 1, line.values.end(), isBad);
-    return BadValue{line.columns[static_cast<size_t>(bad - line.values.begin())], std::isfinite(*bad),
-                    fmt::format("expected a coordinate within {} pixels, got {:.4f}{}", MaxCoordinate, *bad,
-                                more == 0 ? "" : fmt::format(" and {} more such in the line", more))};
-}
-
-void WriteDumpLine(std::ostream& out, DumpKind kind, const DumpLine& line) {
-    fmt::memory_buffer text;
-    const auto end = std::back_inserter(text);
-    fmt::format_to(end, "Frame {}", line.requestId);
-    if (kind == DumpKind::Grid) {
-        fmt::format_to(end, ", {}, {}", line.header[0], line.header[1]);
-    }
-    for (size_t i = 0; i < line.values.size(); i++) {
-        const bool isTwice = kind != DumpKind::Grid && i > 0 && i + 1 < line.values.size();
-        for (int copy = 0; copy < (isTwice ? 2 : 1); copy++) {
-            fmt::format_to(end, ", {:.4f}", line.values[i]);
-        }
-    }
-    fmt::format_to(end, " \n");
-    out.write(text.data(), static_cast<std::streamsize>(text.size()));
-}
-
-DumpLine ToDumpLine(uint64_t requestId, const IPEICAGridTransform& grid) {
-    DumpLine line;
-    line.requestId = requestId;
-    line.header = {grid.dumpValue0, grid.dumpValue1};
-    line.values.reserve(GridValueCount);
-    for (size_t i = 0; i < GridValueCount / 2; i++) {
-        line.values.push_back(static_cast<double>(grid.gridTransformArray[i].x));
-        line.values.push_back(static_cast<double>(grid.gridTransformArray[i].y));
-    }
-    return line;
-}
-
-IPEICAGridTransform ToGrid(const DumpLine& line) {
-    IPEICAGridTransform grid{};
-    grid.gridTransformEnable = 1;
-    grid.dumpValue0 = line.header[0];
-    grid.dumpValue1 = line.header[1];
-    for (size_t i = 0; i < GridValueCount / 2; i++) {
-        grid.gridTransformArray[i] = {static_cast<float>(line.values[2 * i]),
-                                      static_cast<float>(line.values[2 * i + 1])};
-    }
-    return grid;
 }
 
 }  // namespace desk
