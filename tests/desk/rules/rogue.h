@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 
+#include "desk/abi/gl_counters.h"
 #include "desk/host/rules/node_call.h"
 #include "host/lumnodeutils.h"
 
@@ -11,9 +12,10 @@
 struct RogueCall {
     desk::Phase step;            ///< PhaseRefusal is DumpCoreNodeConfig
     void* record;                ///< the callback's; null where it has none
-    LumNodeInterface& services;  ///< the node's copy; zero before any host has handed its table over
     void* session;               ///< the host's of the last node created
     uint32_t result;             ///< what the callback returns
+    LumNodeInterface& services;  ///< the node's copy; zero before any host has handed its table over
+    DeskGlCounters& gl;          ///< what the library counts where it is mapped as the device's GL
     // The library's own imports, which the host counts.
     void* (*allocate)(size_t size);
     int (*allocateAligned)(void** block, size_t alignment, size_t size);
@@ -27,7 +29,7 @@ struct RogueCall {
 using Misdeed = std::function<void(RogueCall&)>;
 
 extern "C" {
-/// What is done at the end of every step from now on; null for nothing. Must outlive its use.
+/// What is done at the end of every step from now on. Must outlive its use. The counters start again.
 __attribute__((visibility("default"))) void RogueSet(const Misdeed* misdeed);
 /// A step of the caller's, outside of every callback. Returns what the misdeed leaves in `result`.
 __attribute__((visibility("default"))) uint32_t RogueStep(desk::Phase step, void* record);

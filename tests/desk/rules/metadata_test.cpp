@@ -1,0 +1,115 @@
+// What the host asks of those who look tags up, read and publish them, and tell of requests.
+
+#include "tests/desk/rules/rules.h"
+
+namespace {
+
+using namespace desk;
+
+const TagRegistry tags;  // with the ids of every host
+const Tag& grid = GridTag(RT);
+const Tag& extra = ExtraBuffersTag();
+
+// Each makes a call as it should be, but for what is spoilt.
+const auto Whole = [](auto&) {};
+
+const auto LookUp = [](RogueCall& c, const Tag& tag, auto spoil) {
+    LumVendorTagBaseInfo info = {sizeof(info), 0, tag.section, tag.name};
+    spoil(info);
+    c.services.GetVendorTagBase(&info);
+};
+
+const auto Publish = [](RogueCall& c, const Tag& tag, auto spoil) {
+    struct {
+        uint32_t id;
+        uint64_t payload;  // whatever the tag, 8 bytes are enough
+        LumTagData data;
+        LumMetadataInfo info;
+    } made = {tags.FlaggedId(tag), 0, {}, {}};
+    made.data = {sizeof(made.data), 0, 0, &made.payload, tag.payloadSize, {}};
+    made.info = {sizeof(made.info), 0, c.session, 1, 0, &made.id, &made.data, tag.pool, {}};
+    spoil(made);
+    c.services.SetMetadata(&made.info);
+};
+
+const auto Notify = [](RogueCall& c, auto spoil) {
+    LumRequestDoneInfo done = {sizeof(done), 0, c.session, 7, 0};
+    spoil(done);
+    c.services.NotifyRequestDone(&done);
+};
+
+void Read(RogueCall& c, uint32_t tag, uint64_t id = 7, LumMetadataType pool = Vendor, uint32_t last = 0) {
+    LumNodeUtils::GetMetaData(id, tag, pool, &c.services, c.session, last);
+}
+
+void QueryWindow(RogueCall& c, void* session, LumRequestWindowInfo window = {}) {
+    c.services.QueryRequestWindow(session, &window);
+}
+
+TEST(Metadata, TheTableIsTheHosts) {
+    const auto call = [](void* slot) { reinterpret_cast<uint32_t (*)()>(slot)(); };
+    LumNodeInterface copy = {};
+    uint32_t base = 0;
+    Expect({PhaseInterface},
+           {{"another name", DO(LumNodeUtils::SetNodeInterface(&c.services, "com.other", &copy, &base))}});
+    Expect({PhaseSecondPass}, {{"slot 3", DO(call(c.services.reservedSlot3))},
+                               {"slot 5", DO(call(c.services.reservedSlots5[0]))},
+                               {"slot 31", DO(call(c.services.reservedSlots17[14]))},
+                               {"slot 0", DO(c.services.GetMetadata(nullptr))},
+                               {"another table", DO(++c.services.minorVersion; Read(c, tags.Id(grid)))}});
+}
+
+TEST(Metadata, TagsAreLookedUpAndRead) {
+    Expect({PhaseQuery}, {{"a tag looked up too late", DO(LookUp(c, grid, Whole))}});
+    Expect({PhaseCreate}, {{"the other's tag looked up", DO(LookUp(c, GridTag(LA), Whole))},
+                           {"no section", DO(LookUp(c, grid, WITH(pComponentName = nullptr)))},
+                           {"no tag name", DO(LookUp(c, grid, WITH(pTagName = nullptr)))},
+                           {"a short lookup", DO(LookUp(c, grid, WITH(size = 20)))},
+                           {"a lookup with an id", DO(LookUp(c, grid, WITH(vendorTagBase = 1)))},
+                           {"an unknown tag", DO(LookUp(c, grid, WITH(pComponentName = "no")))}});
+    Expect({PhaseQuery}, {{"a tag read too early", DO(Read(c, tags.Id(grid), 0))},
+                          {"a tag read without its flag", DO(Read(c, tags.Id(MarginTag(RT)), 0))}});
+    Expect({PhaseSecondPass},
+           {{"the other's tag read", DO(Read(c, tags.Id(GridTag(LA))))},
+            {"an unknown tag read", DO(Read(c, 5))},
+            {"another request's tag read", DO(Read(c, tags.Id(grid), 8))},
+            {"another pool read", DO(Read(c, tags.Id(grid), 7, LumMetadataTypeUnset))},
+            {"a reserved argument", DO(Read(c, tags.Id(grid), 7, Vendor, 1))},
+            {"another session's tag read", DO(c.session = &elsewhere; Read(c, tags.Id(grid)))}});
+}
+
+TEST(Metadata, TagsArePublishedAndRequestsToldOf) {
+    Expect({PhaseQuery}, {{"the other's tag published", DO(Publish(c, OutputDimsTag(LA), Whole))}});
+    Expect({PhaseCreate},
+           {{"a tag published too early", DO(Publish(c, OutputDimsTag(RT), Whole))},
+            {"a short publication", DO(Publish(c, extra, WITH(info.size = 48)))},
+            {"two tags", DO(Publish(c, extra, WITH(info.tagCount = 2)))},
+            {"no ids", DO(Publish(c, extra, WITH(info.pTagIds = nullptr)))},
+            {"no data", DO(Publish(c, extra, WITH(info.pTagData = nullptr)))},
+            {"another session's publication", DO(Publish(c, extra, WITH(info.hSession = &elsewhere)))},
+            {"an unknown tag published", DO(Publish(c, extra, WITH(id = 5)))},
+            {"a tag published without its flag", DO(Publish(c, extra, WITH(id = tags.Id(extra))))},
+            {"another pool published", DO(Publish(c, extra, WITH(info.metadataType = Vendor)))},
+            {"a request's publication", DO(Publish(c, extra, WITH(data.requestId = 7)))},
+            {"reserved byte 4", DO(Publish(c, extra, WITH(info.reserved4 = 1)))},
+            {"reserved byte 20", DO(Publish(c, extra, WITH(info.reserved20 = 1)))},
+            {"reserved byte 55", DO(Publish(c, extra, WITH(info.reserved44[11] = 1)))},
+            {"reserved byte 4 of the data", DO(Publish(c, extra, WITH(data.reserved4 = 1)))},
+            {"reserved byte 47 of the data", DO(Publish(c, extra, WITH(data.reserved32[15] = 1)))},
+            {"short data", DO(Publish(c, extra, WITH(data.size = 40)))},
+            {"a long payload", DO(Publish(c, extra, WITH(data.dataSize = 8)))},
+            {"no payload", DO(Publish(c, extra, WITH(data.pData = nullptr)))}});
+    Expect({PhaseFirstPass}, {{"two windows", DO(QueryWindow(c, c.session))},
+                              {"a window with a byte", DO(QueryWindow(c, c.session, {{0, 0}, 0, 1}))},
+                              {"another session's window", DO(QueryWindow(c, &elsewhere))},
+                              {"a notice in real time", DO(Notify(c, Whole))}});
+    Expect({PhaseFirstPass, LA},
+           {{"two notices", DO(Notify(c, Whole))},
+            {"another request's notice", DO(Notify(c, WITH(requestId = 8)))},
+            {"a short notice", DO(Notify(c, WITH(size = 24)))},
+            {"reserved byte 4 of a notice", DO(Notify(c, WITH(reserved4 = 1)))},
+            {"reserved byte 24 of a notice", DO(Notify(c, WITH(reserved24 = 1)))},
+            {"another session's notice", DO(Notify(c, WITH(hNodeSession = &elsewhere)))}});
+}
+
+}  // namespace

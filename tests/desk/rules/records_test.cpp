@@ -1,0 +1,126 @@
+// What a node leaves behind: the records it is shown, as they were but for what is its own, and nothing else.
+
+#include <fmt/core.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+#include "desk/abi/gralloc_layout.h"
+#include "desk/host/rules/record_watch.h"
+#include "tests/desk/rules/rules.h"
+
+namespace {
+
+using namespace desk;
+using namespace LumNodeUtils;
+using Query = LumNodeQueryBufferInfo;
+using Request = LumNodeProcessRequestInfo;
+
+/// A record that a step shows to the node: where its named fields are, and one of each kind of byte beside
+/// them.
+struct Shown {
+    Phase step;
+    const char* name;
+    std::function<void*(RogueCall&)> find;
+    std::vector<RecordField> fields;
+    std::vector<size_t> others;
+};
+
+std::vector<Shown> ShownRecords() {
+#define AT(...) [](RogueCall& c) -> void* { return __VA_ARGS__; }
+    const auto own = AT(c.record);
+    const auto output = AT(c.As<Query>().pOutputPortQueryInfo);
+    const auto input = AT(c.As<Query>().pInputOptions);
+    const auto wanted =
+        AT(const_cast<LumNodeBufferRequirement*>(c.As<Query>().pOutputPortQueryInfo->pDownstreamRequirement));
+    const auto dependency = AT(c.As<Request>().pDependency);
+    const auto inputs = AT(c.As<Request>().inputImageLists[0]);
+    const auto outputs = AT(c.As<Request>().outputImageLists[0]);
+    // In a requirement the format and the third plane's alignment are the host's.
+    constexpr size_t Format = offsetof(LumNodeBufferRequirement, format);
+    constexpr size_t Plane2 = offsetof(LumNodeBufferRequirement, planeAlignment[2]);
+    std::vector<RecordField> create = CreateFields;
+    create.erase(create.begin() + 1);  // the handle is the node's to fill
+    std::vector<Shown> shown = {
+        {PhaseEntry, "LumNodeCallbacks", own, {}, {12}},
+        {PhaseCreate, "LumNodeCreateInfo", own, create, {4, 71}},
+        {PhaseQuery, "LumNodeQueryBufferInfo", own, {}, {4, 16}},
+        {PhaseQuery, "LumOutputPortQueryInfo", output, {}, {0, 16 + Format, 16 + Plane2, 95}},
+        {PhaseQuery, "LumInputPortQueryInfo", input, {}, {0, 4 + Format, 4 + Plane2}},
+        {PhaseQuery, "the downstream requirement", wanted, {}, {0, Plane2}},
+    };
+    for (const Phase pass : {PhaseFirstPass, PhaseSecondPass}) {
+        shown.push_back({pass, "LumNodeProcessRequestInfo", own, RequestFields, {4, 103}});
+        shown.push_back({pass, "LumDependencyInfo", dependency, DependencyFields, {0, 276}});
+        shown.push_back({pass, "LumImageList", inputs, {}, {0}});
+        shown.push_back({pass, "LumImageList", outputs, ImageListFields, {0}});
+    }
+    return shown;
+}
+
+TEST(Records, AreTheHosts) {
+    for (Shown& record : ShownRecords()) {
+        for (const size_t offset : record.others) {
+            record.fields.push_back({nullptr, offset, 1});
+        }
+        for (const RecordField& field : record.fields) {
+            std::string sentence = Caller(record.step);
+            const Misdeed flip = [&](RogueCall& call) {
+                auto* bytes = static_cast<unsigned char*>(record.find(call)) + field.offset;
+                uint64_t words[2] = {};  // before and after
+                const size_t width = field.size % 8 == 0 ? 8 : std::min<size_t>(field.size, 4);
+                std::memcpy(&words[0], bytes, width);
+                *bytes ^= 1;
+                std::memcpy(&words[1], bytes, width);
+                sentence += field.name == nullptr
+                                ? fmt::format(" changed byte {} of {}, which belongs to the host",
+                                              field.offset, record.name)
+                                : fmt::format(" leaves {:#x} in {}.{} (byte {}); expected {:#x}", words[1],
+                                              record.name, field.name, field.offset, words[0]);
+            };
+            const auto findings = FindingsOf({record.step}, flip);
+            EXPECT_THAT(findings, ::testing::ElementsAre(sentence));
+        }
+    }
+    Expect({PhaseFirstPass},
+           {{"a changed handle", DO(++OutputOf(c)->data[GrallocFdCount + GrallocIntSize])}});
+}
+
+TEST(Teardown, LeavesNothing) {
+    const auto map = [] { return LibMapFullName("/system/lib64/" TEST_ROGUE_NAME); };
+    const auto mapGl = [&] { LibUnmap(map()); };  // the rogue is the device's GL library
+    const auto keep = [](void* block) { leftover = [block] { std::free(block); }; };
+    const auto copy = [](int copied) { leftover = [copied] { ::close(copied); }; };
+    Expect({PhaseCreate}, {{"no handle", DO(c.As<LumNodeCreateInfo>().phNodeSession = nullptr)},
+                           {"a file left open", DO(FOpen("/data/vendor/camera/x", "a"))},
+                           {"a library left mapped", DO(map(); mapGl())},
+                           {"a context left current", DO(mapGl(); c.gl.contextCurrent = 1)},
+                           {"an image left", DO(mapGl(); c.gl.liveImages = 1)},
+                           {"a context left", DO(mapGl(); c.gl.liveContexts = 2)},
+                           {"a display left", DO(mapGl(); c.gl.initialisedDisplays = 1)},
+                           {"an image fewer", DO(c.gl.liveImages = 1; mapGl(); c.gl.liveImages = 0)}});
+    Expect({PhaseSecondPass}, {{"a block kept", DO(keep(c.allocate(1)))},
+                               {"a descriptor kept", DO(copy(::dup(OutputOf(c)->data[GrallocPixelFd])))}});
+    Expect({PhaseDestroy}, {{"a handle left", DO(c.As<LumNodedestroyInfo>().hNodeSession = &elsewhere)},
+                            {"no destruction", DO(c.result = LumResultFailure)}});
+}
+
+TEST(Teardown, ALibraryThatIsNoDewarpNodeIsRefused) {
+    const auto says = [](const char* message) {
+        return ::testing::ThrowsMessage<std::runtime_error>(::testing::HasSubstr(message));
+    };
+    const auto leaveOut = DO(std::memset(&c.As<LumNodeCallbacks>().Create, HostPattern, sizeof(void*)));
+    EXPECT_THAT([&] { FindingsOf({PhaseEntry}, leaveOut); }, says("LumNodeEntry left one of the eight"));
+    EXPECT_THAT([] { FindingsOf({PhaseInterface}, DO(c.result = 1)); },
+                says("take the host's services: result 1"));
+    EXPECT_THAT([] { FindingsOf({PhaseCaps}, DO(c.As<LumNodeCapsInfo>().nodeCapsMask = 1)); },
+                says("reports the capabilities 1 (result 0, success); expected 384"));
+    Dl_info library = {};  // without an entry
+    ASSERT_NE(0, ::dladdr(reinterpret_cast<void*>(&::getppid), &library));
+    EXPECT_THAT([&] { DeskHost({TEST_SENTENCES, {}, {}, nullptr}); }, says(".txt cannot be loaded: "));
+    EXPECT_THAT([&] { DeskHost({library.dli_fname, {}, {}, nullptr}); }, says(" has no LumNodeEntry"));
+}
+
+}  // namespace
