@@ -60,9 +60,10 @@ struct Buffer : ANativeWindowBuffer {
     std::array<EGLint, 3> attributes = {EGL_NONE};
 };
 
-constexpr const char* Corners =  // of a triangle round the target, on which `at` is 0 to 1
-    "#version 300 es\nout highp vec2 at;\nvoid main() { at = vec2(gl_VertexID % 2, gl_VertexID / 2) * 2.0;\n"
-    "gl_Position = vec4(at * 2.0 - 1.0, 0.0, 1.0); }\n";
+constexpr float Corners[] = {0, 0, 2, 0, 0, 2};  // of a triangle round the target, which is 0 to 1
+constexpr const char* Place =
+    "#version 300 es\nin highp vec2 corner; out highp vec2 at;\n"
+    "void main() { at = corner; gl_Position = vec4(corner * 2.0 - 1.0, 0.0, 1.0); }\n";
 constexpr const char* Copy =
     "#version 300 es\n#extension GL_EXT_YUV_target : require\nuniform highp __samplerExternal2DY2YEXT tex;\n"
     "in highp vec2 at; layout(yuv) out highp vec4 yuv;\nvoid main() { yuv = texture(tex, at); }\n";
@@ -108,17 +109,23 @@ protected:
         GL(eglDestroyImageKHR)(display_, image);
         GL(glViewport)(0, 0, buffer.width, buffer.height);
     }
-    static void Draw(const char* fragment) {
+    static void Use(const char* fragment) {
         const GLuint program = GL(glCreateProgram)();
-        for (const char* text : {Corners, fragment}) {
-            const GLuint shader = GL(glCreateShader)(text == Corners ? GL_VERTEX_SHADER : GL_FRAGMENT_SHADER);
+        for (const char* text : {Place, fragment}) {
+            const GLuint shader = GL(glCreateShader)(text == Place ? GL_VERTEX_SHADER : GL_FRAGMENT_SHADER);
             GL(glShaderSource)(shader, 1, &text, nullptr);
             GL(glCompileShader)(shader);
             GL(glAttachShader)(program, shader);
         }
+        GL(glBindAttribLocation)(program, 3, "corner");
+        GL(glEnableVertexAttribArray)(3);
+        GL(glVertexAttribPointer)(3, 2, GL_FLOAT, GL_FALSE, 0, Corners);
         GL(glLinkProgram)(program);
         GL(glUseProgram)(program);
         GL(glUniform1i)(GL(glGetUniformLocation)(program, "tex"), 1);
+    }
+    static void Draw(const char* fragment) {
+        Use(fragment);
         GL(glDrawArrays)(GL_TRIANGLES, 0, 3);
         GL(glFinish)();
     }
@@ -155,7 +162,7 @@ TEST_F(Gl, ImportsBuffersOfTheDeskAlone) {
         {Wrong, [](Buffer& b) { b.told.hasGeometry = 0; }},
         {Wrong, [](Buffer& b) { b.told.hasColor = 0; }},
         {Wrong, [](Buffer& b) { b.told.geometry.stride = 64; }},
-        {Wrong, [](Buffer& b) { b.told.geometry.stride = 67; }},
+        {Wrong, [](Buffer& b) { b.told.geometry.stride = 65; }},
         {Wrong, [](Buffer& b) { b.told.geometry.scanline = 48; }},
     };
     const uint64_t imports = Counters().imports;
@@ -235,8 +242,11 @@ TEST_F(Gl, RefusesWhatImagesAreNotFor) {
         {GL_INVALID_ENUM, renderbuffer(GL_TEXTURE_2D, image)},
         {GL_INVALID_VALUE, renderbuffer(GL_RENDERBUFFER, nullptr)},
         {GL_INVALID_OPERATION, [] { Attach(GL_DEPTH_ATTACHMENT); }},
-        {GL_INVALID_ENUM, [] { GL(glBindTexture)
-                               (GL_RGBA, 0); }},  // the driver's own
+        {GL_INVALID_ENUM,
+         [] {
+             GL(glBindTexture)
+             (GL_RGBA, 0);
+         }},  // the driver's own
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(&row - rows);
@@ -248,12 +258,16 @@ TEST_F(Gl, RefusesWhatImagesAreNotFor) {
     EXPECT_EQ(GL(glGetError)(), rows[3].first) << "the first one stays";
     EXPECT_EQ(GL(glGetError)(), GLenum{GL_NO_ERROR}) << "until it is taken";
 
-    GL(eglDestroyImageKHR)(display_, image);
-    EXPECT_EQ(references, 2) << "of the texture and the renderbuffer";
+    EXPECT_EQ(references, 3) << "of the image, the texture and the renderbuffer";
     const GLuint names[] = {7, 5};
     GL(glDeleteTextures)(1, names);
     GL(glDeleteRenderbuffers)(1, names + 1);
-    EXPECT_EQ(references, 0);
+    EXPECT_EQ(references, 1);
+    GL(glActiveTexture)(GL_TEXTURE2);
+    GL(glBindTexture)(GL_TEXTURE_EXTERNAL_OES, 7);
+    GL(glActiveTexture)(GL_TEXTURE1);
+    rows[0].second();
+    EXPECT_EQ(GL(glGetError)(), rows[0].first) << "the name's next texture is bound on another unit";
 }
 
 TEST_F(Gl, DrawsAllSamplesOfAnOddImageAndNoOthers) {
@@ -270,7 +284,6 @@ TEST_F(Gl, DrawsAllSamplesOfAnOddImageAndNoOthers) {
         return all;
     };
     using Samples = std::array<double, 3>;
-    const Scene before = [](double x, double y) { return Samples{x, y, x + y}; };
     const Scene copied = [](double x, double y) { return Samples{250 - 2 * x, 250 - 3 * y, 120 + x - y}; };
     const Scene cleared = [](double /*x*/, double /*y*/) { return Samples{51, 102, 153}; };
     Buffer input(65, 49);
@@ -278,13 +291,15 @@ TEST_F(Gl, DrawsAllSamplesOfAnOddImageAndNoOthers) {
     Paint(*input.memory, copied);
     Sample(input);
     DrawTo(output);
-    Draw(Copy);
+    Use(Copy);
     GL(glActiveTexture)(GL_TEXTURE3);
     GL(glClearColor)(0.2F, 0.4F, 0.6F, 1.0F);
     for (const int edge : {0, 11}) {
         GL(glScissor)(edge, edge, 65 - 2 * edge, 49 - 2 * edge);
         edge == 0 ? GL(glDisable)(GL_SCISSOR_TEST) : GL(glEnable)(GL_SCISSOR_TEST);
         for (const Scene* inside : {&copied, &cleared}) {
+            const double old = inside == &copied ? 3 : 9;
+            const Scene before = [=](double x, double y) { return Samples{x + old, y + old, x + y + old}; };
             const Scene expected = [&](double x, double y) {  // chroma's samples on the edge are drawn whole
                 const bool isIn = std::min(x, y) > edge - 1 && x < 65 - edge && y < 49 - edge;
                 return isIn ? (*inside)(x, y) : before(x, y);
