@@ -1,8 +1,9 @@
-#include <array>
+#include <algorithm>
 #include <exception>
 #include <functional>
+#include <optional>
 #include <string>
-#include <utility>
+#include <type_traits>
 
 #include "desk/abi/gl_counters.h"
 #include "desk/abi/gl_errors.h"
@@ -17,7 +18,7 @@
 /// Every function that callers of the libraries look up by name; all else stays hidden.
 #define EXPORT extern "C" __attribute__((visibility("default")))
 
-using namespace desk;  // NOLINT(google-build-using-namespace): what follows has C's one namespace
+using namespace desk;  // what is defined here is C's
 
 namespace {
 
@@ -72,13 +73,16 @@ void SetShaderSource(ContextState& /*context*/, GLuint shader, GLsizei count, co
 
 }  // namespace
 
+// A row says what a function is called and who does its work.
 // clang-format off
-EXPORT EGLDisplay EGLAPIENTRY eglGetDisplay(EGLNativeDisplayType native) { return EglCall(__func__, GetDisplay, native); }
+EXPORT EGLDisplay EGLAPIENTRY eglGetDisplay(EGLNativeDisplayType native) {
+    return EglCall(__func__, GetDisplay, native); }
 EXPORT EGLBoolean EGLAPIENTRY eglInitialize(EGLDisplay display, EGLint* major, EGLint* minor) {
     return EglCall(__func__, Initialise, display, major, minor); }
 EXPORT EGLBoolean EGLAPIENTRY eglTerminate(EGLDisplay display) { return EglCall(__func__, Terminate, display); }
 EXPORT EGLint EGLAPIENTRY eglGetError() { return TakeEglResult(); }
-EXPORT EGLContext EGLAPIENTRY eglCreateContext(EGLDisplay display, EGLConfig config, EGLContext share, const EGLint* attributes) {
+EXPORT EGLContext EGLAPIENTRY eglCreateContext(EGLDisplay display, EGLConfig config, EGLContext share,
+                                               const EGLint* attributes) {
     return EglCall(__func__, CreateContext, display, config, share, attributes); }
 EXPORT EGLBoolean EGLAPIENTRY eglDestroyContext(EGLDisplay display, EGLContext context) {
     return EglCall(__func__, DestroyContext, display, context); }
@@ -92,7 +96,8 @@ EXPORT EGLBoolean EGLAPIENTRY eglDestroyImageKHR(EGLDisplay display, EGLImageKHR
     return EglCall(__func__, DestroyImage, display, image); }
 
 EXPORT GLenum GL_APIENTRY glGetError() { return GlCall(&ContextState::TakeError); }
-EXPORT void GL_APIENTRY glBindTexture(GLenum target, GLuint texture) { GlCall(&ContextState::BindTexture, target, texture); }
+EXPORT void GL_APIENTRY glBindTexture(GLenum target, GLuint texture) {
+    GlCall(&ContextState::BindTexture, target, texture); }
 EXPORT void GL_APIENTRY glTexParameteri(GLenum target, GLenum name, GLint value) {
     GlCall(&ContextState::TexParameter, target, name, value); }
 EXPORT void GL_APIENTRY glDeleteTextures(GLsizei count, const GLuint* textures) {
@@ -107,8 +112,10 @@ EXPORT void GL_APIENTRY glDeleteRenderbuffers(GLsizei count, const GLuint* rende
     GlCall(&ContextState::DeleteRenderbuffers, count, renderbuffers); }
 EXPORT void GL_APIENTRY glShaderSource(GLuint shader, GLsizei count, const GLchar* const* strings, const GLint* lengths) {
     GlCall(SetShaderSource, shader, count, strings, lengths); }
-EXPORT void GL_APIENTRY glLinkProgram(GLuint program) { GlCall([=](auto& context) { context.programs.Link(program); }); }
-EXPORT void GL_APIENTRY glDeleteProgram(GLuint program) { GlCall([=](auto& context) { context.programs.Delete(program); }); }
+EXPORT void GL_APIENTRY glLinkProgram(GLuint program) {
+    GlCall([=](auto& context) { context.programs.Link(program); }); }
+EXPORT void GL_APIENTRY glDeleteProgram(GLuint program) {
+    GlCall([=](auto& context) { context.programs.Delete(program); }); }
 EXPORT void GL_APIENTRY glClear(GLbitfield mask) { GlCall(Clear, mask); }
 EXPORT void GL_APIENTRY glDrawElements(GLenum mode, GLsizei count, GLenum type, const void* indices) {
     GlCall(Draw, [&] { Gl().DrawElements(mode, count, type, indices); }); }

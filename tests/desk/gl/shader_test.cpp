@@ -36,6 +36,12 @@ TEST(Shader, WithoutTheExtensionIsLeftAlone) {
     EXPECT_EQ(desk::ExternalSampler(plain), "");
 }
 
+TEST(Shader, WithTwoExternalSamplersDoesNotCompile) {
+    const std::string sampler = "uniform __samplerExternal2DY2YEXT tex;\n";
+    EXPECT_THAT(desk::TranslateYuvShader("#extension GL_EXT_YUV_target : require\n" + sampler + sampler),
+                HasSubstr("\n#error expected one external sampler, got tex as well\n"));
+}
+
 TEST(Shader, HasItsVersionInTheFirstLine) {
     EXPECT_EQ(desk::LeadWithVersion(" \t\n\n#version 300 es\n4\n"), "#version 300 es\n \t\n\n4\n");
     for (const char* text : {"#version 300 es", "", " \n", "// 1\n#version 300 es\n"}) {
