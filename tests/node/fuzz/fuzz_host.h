@@ -2,9 +2,8 @@
 
 #include <filesystem>
 
-#include "tests/node/fakegl/fake_gl.h"
+#include "tests/node/fakegl/fake_gl_fixture.h"
 #include "tests/support/fuzz.h"
-#include "tests/support/node_fixture.h"
 
 /// A host over the fake GL with the built library, made once for all inputs.
 struct FuzzHost {

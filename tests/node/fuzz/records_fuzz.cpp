@@ -4,9 +4,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <cmath>
 #include <csignal>
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -41,24 +42,18 @@ void SendSmall(FuzzInput& input, FuzzHost& fuzz, uint32_t (desk::NodeGate::*call
     constexpr bool hasHandle = sizeof(Record) > 16 || std::is_same_v<Record, LumNodedestroyInfo>;
     constexpr size_t readAnyway = (hasHandle && !std::is_same_v<Record, LumNodeCreateInfo>) ? 16 : 4;
     const auto size = static_cast<uint32_t>(input.Take<uint16_t>() % sizeof(Record));
-    const size_t bytes = std::max<size_t>(size, readAnyway);
-    const std::unique_ptr<uint64_t[]> block(new uint64_t[(bytes + 7) / 8]());
-    auto* memory = reinterpret_cast<unsigned char*>(block.get()) + ((bytes + 7) / 8 * 8 - bytes);
-    const bool isAligned = reinterpret_cast<uintptr_t>(memory) % 8 == 0;
-    memory = isAligned ? memory : reinterpret_cast<unsigned char*>(block.get());
-    for (size_t i = 0; i < bytes; ++i) {
-        memory[i] = input.Take<unsigned char>();
-    }
-    std::memcpy(memory, &size, sizeof(size));
+    std::vector<unsigned char> memory(std::max<size_t>(size, readAnyway));
+    std::generate(memory.begin(), memory.end(), [&input] { return input.Take<unsigned char>(); });
+    std::memcpy(memory.data(), &size, sizeof(size));
     void* session = input.Below(2) == 0 ? nullptr : handle;
     if (readAnyway == 16) {
-        std::memcpy(memory + 8, &session, sizeof(session));
+        std::memcpy(memory.data() + 8, &session, sizeof(session));
     }
-    const std::vector<unsigned char> before(memory, memory + bytes);
+    const std::vector<unsigned char> before = memory;
     const uint32_t expected = (readAnyway == 16 && session == nullptr) ? 5 : 1;
-    Require((fuzz.host.Callbacks().*callback)(reinterpret_cast<Record*>(memory)) == expected,
+    Require((fuzz.host.Callbacks().*callback)(reinterpret_cast<Record*>(memory.data())) == expected,
             "a small record has another result");
-    Require(std::equal(before.begin(), before.end(), memory), "a refused record is written to");
+    Require(memory == before, "a refused record is written to");
 }
 
 /// What negotiation makes of one size, in wide arithmetic; false when it does not fit 32 bits.
@@ -131,40 +126,20 @@ void SendRequest(FuzzInput& input, FuzzHost& fuzz, desk::DeskNode& node) {
 }  // namespace
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    FuzzHost& fuzz = FuzzHost::Get();
     FuzzInput input(data, size);
-    {
-        auto node =
-            fuzz.host.CreateNode(input.Below(2) == 0 ? desk::Variant::RealTime : desk::Variant::LookAhead);
-        while (!input.IsEmpty()) {
-            switch (input.Below(8)) {
-                case 0:
-                    SendSmall(input, fuzz, &desk::NodeGate::GetCaps, node->Handle());
-                    break;
-                case 1:
-                    SendSmall(input, fuzz, &desk::NodeGate::Create, node->Handle());
-                    break;
-                case 2:
-                    SendSmall(input, fuzz, &desk::NodeGate::Destroy, node->Handle());
-                    break;
-                case 3:
-                    SendSmall(input, fuzz, &desk::NodeGate::QueryBufferInfo, node->Handle());
-                    break;
-                case 4:
-                    SendSmall(input, fuzz, &desk::NodeGate::SetBufferInfo, node->Handle());
-                    break;
-                case 5:
-                    SendSmall(input, fuzz, &desk::NodeGate::ProcRequest, node->Handle());
-                    break;
-                case 6:
-                    SendQuery(input, fuzz, *node);
-                    break;
-                default:
-                    SendRequest(input, fuzz, *node);
-                    break;
-            }
-        }
+    FuzzHost& fuzz = FuzzHost::Get();
+    using Node = desk::NodeGate;
+    auto node = fuzz.host.CreateNode(Variants[input.Below(2)]);
+    const auto small = [&](auto callback) { SendSmall(input, fuzz, callback, node->Handle()); };
+    const std::function<void()> actions[] = {
+        [&] { small(&Node::GetCaps); },         [&] { small(&Node::Create); },
+        [&] { small(&Node::Destroy); },         [&] { small(&Node::QueryBufferInfo); },
+        [&] { small(&Node::SetBufferInfo); },   [&] { small(&Node::ProcRequest); },
+        [&] { SendQuery(input, fuzz, *node); }, [&] { SendRequest(input, fuzz, *node); }};
+    while (!input.IsEmpty()) {
+        actions[input.Below(8)]();
     }
+    node.reset();
     fuzz.RequireClean();
     return 0;
 }

@@ -50,27 +50,20 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         // Every flag but those that the generation of names looks at is logged and nothing more.
         const char* harmless[] = {"glDrawElements", "glClear", "glViewport", "glBindBuffer", "glScissor"};
         while (!input.IsEmpty()) {
-            const auto variant = input.Below(2) == 0 ? desk::Variant::RealTime : desk::Variant::LookAhead;
-            Stage& stage = stages[variant == desk::Variant::RealTime ? 0 : 1];
+            const uint32_t which = input.Below(2);
+            Stage& stage = stages[which];
             if (stage.node == nullptr) {
-                stage = MakeStage(fuzz.host, variant);
+                stage = MakeStage(fuzz.host, Variants[which]);
             }
-            switch (input.Below(6)) {
-                case 0:
-                    stage = Stage();
-                    break;
-                case 1:
-                    stage.inputs[input.Below(3)]->Remap();
-                    break;
-                case 2:
-                    stage.outputs[input.Below(3)]->Remap();
-                    break;
-                case 3:
-                    fuzz.gl.RaiseAfter(harmless[input.Below(5)], 0x500 + input.Below(6));
-                    break;
-                default:
-                    Render(input, stage);
-                    break;
+            const uint32_t action = input.Below(6);
+            if (action == 0) {
+                stage = Stage();
+            } else if (action <= 2) {
+                (action == 1 ? stage.inputs : stage.outputs)[input.Below(3)]->Remap();
+            } else if (action == 3) {
+                fuzz.gl.RaiseAfter(harmless[input.Below(5)], 0x500 + input.Below(6));
+            } else {
+                Render(input, stage);
             }
         }
     }

@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <cstring>
+#include <map>
 #include <random>
 #include <thread>
 
@@ -12,6 +13,34 @@ using ::testing::ContainsRegex;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
+namespace {
+
+using Point = std::pair<double, double>;
+using Warp = std::function<Point(double, double)>;
+
+Point Identity(double x, double y) {
+    return {x, y};
+}
+
+/// The scene that a buffer itself shows, sample by sample.
+Scene Copy(desk::GrallocBuffer& buffer, uint32_t left, uint32_t top) {
+    return [&buffer, left, top](double x, double y) {
+        const uint32_t column = static_cast<uint32_t>(std::floor(x)) + left;
+        const uint32_t row = static_cast<uint32_t>(std::floor(y)) + top;
+        const uint8_t* chroma = buffer.Chroma() + row / 2 * buffer.Stride() + column / 2 * 2;
+        return std::array<double, 3>{static_cast<double>(buffer.Luma()[row * buffer.Stride() + column]),
+                                     static_cast<double>(chroma[0]), static_cast<double>(chroma[1])};
+    };
+}
+
+struct Stage {
+    std::unique_ptr<desk::DeskNode> node;
+    std::shared_ptr<desk::GrallocBuffer> input;
+    std::shared_ptr<desk::GrallocBuffer> output;
+};
+
+}  // namespace
+
 // Real pixels over the desk's GL. An output pixel index is compared with the scene at the input pixel index
 // that the grid names for it.
 class Render : public NodeFixture {
@@ -19,12 +48,6 @@ protected:
     Render() : NodeFixture(nullptr) {
         host_.SetLogLevels(1 | 2, false);
     }
-
-    struct Stage {
-        std::unique_ptr<desk::DeskNode> node;
-        std::shared_ptr<desk::GrallocBuffer> input;
-        std::shared_ptr<desk::GrallocBuffer> output;
-    };
 
     Stage MakeStage(desk::Size output, float margin, desk::Variant variant = desk::Variant::RealTime) {
         Stage stage;
@@ -38,8 +61,7 @@ protected:
 
     /// The grid under which output pixel q, about the output's centre, shows input pixel warp(q), about the
     /// input's.
-    template <typename Warp>
-    static IPEICAGridTransform WarpGrid(const desk::GrallocBuffer& input, Warp warp) {
+    static IPEICAGridTransform WarpGrid(const desk::GrallocBuffer& input, const Warp& warp) {
         return Grid([&](int column, int row) {
             // A mesh vertex lies half a pixel off the fraction of the input that it stands for, and so does
             // what it samples.
@@ -50,109 +72,83 @@ protected:
         });
     }
 
-    /// What the output should show: the scene at the input index that the warp names.
-    template <typename Warp>
-    static Scene Seen(const Stage& stage, const Scene& scene, Warp warp) {
-        const double out[] = {(stage.output->Width() - 1) / 2.0, (stage.output->Height() - 1) / 2.0};
-        const double in[] = {(stage.input->Width() - 1) / 2.0, (stage.input->Height() - 1) / 2.0};
-        return [=](double x, double y) {
-            const auto [px, py] = warp(x - out[0], y - out[1]);
-            return scene(px + in[0], py + in[1]);
+    /// The output has to show the scene, painted into the input, at the input index that `seen` names. The
+    /// grid is of `warp`.
+    static void ExpectSeen(Stage& stage, const Warp& warp, const Warp& seen, uint32_t gridEnable = 1) {
+        const Scene scene = SmoothScene();
+        Paint(*stage.input, scene);
+        IPEICAGridTransform grid = WarpGrid(*stage.input, warp);
+        grid.gridTransformEnable = gridEnable;
+        ASSERT_EQ(stage.node->Process(1, &grid, *stage.input, *stage.output), 0U);
+        const auto centre = [](uint32_t size) { return (size - 1) / 2.0; };
+        const Point out(centre(stage.output->Width()), centre(stage.output->Height()));
+        const Point in(centre(stage.input->Width()), centre(stage.input->Height()));
+        const auto expected = [&](double x, double y) {
+            const auto [px, py] = seen(x - out.first, y - out.second);
+            return scene(px + in.first, py + in.second);
         };
+        EXPECT_EQ(Compare(*stage.output, expected, 2.0), "");
+    }
+    /// Noise, another for each request, through the identity grid has to come out as its middle.
+    static void ExpectCopied(const Stage& stage, desk::GrallocBuffer& output, unsigned request,
+                             Region without = {}) {
+        desk::GrallocBuffer& input = *stage.input;
+        std::mt19937 random(request);
+        std::generate_n(input.Luma(), input.ByteSize(), [&] { return static_cast<uint8_t>(random()); });
+        const IPEICAGridTransform grid = WarpGrid(input, Identity);
+        EXPECT_EQ(stage.node->Process(request, &grid, input, output), 0U);
+        const Scene middle =
+            Copy(input, (input.Width() - output.Width()) / 2, (input.Height() - output.Height()) / 2);
+        EXPECT_EQ(Compare(output, middle, 1.0, without), "") << "request " << request;
+    }
+    static void ExpectCopied(const Stage& stage, unsigned request) {
+        ExpectCopied(stage, *stage.output, request);
     }
 };
 
-namespace {
-
-using Point = std::pair<double, double>;
-
-Point Identity(double x, double y) {
-    return {x, y};
-}
-
-void FillWithNoise(desk::GrallocBuffer& buffer, unsigned seed) {
-    std::mt19937 random(seed);
-    for (size_t i = 0; i < buffer.ByteSize(); ++i) {
-        buffer.Luma()[i] = static_cast<uint8_t>(random());
-    }
-}
-
-/// The scene that a buffer itself shows, sample by sample.
-Scene Copy(desk::GrallocBuffer& buffer, uint32_t left, uint32_t top) {
-    return [&buffer, left, top](double x, double y) {
-        const auto at = [](double v) { return static_cast<uint32_t>(std::lround(std::floor(v))); };
-        const uint32_t luma = (at(y) + top) * buffer.Stride() + at(x) + left;
-        const uint32_t chroma = (at(y) + top) / 2 * buffer.Stride() + (at(x) + left) / 2 * 2;
-        return std::array<double, 3>{static_cast<double>(buffer.Luma()[luma]),
-                                     static_cast<double>(buffer.Chroma()[chroma]),
-                                     static_cast<double>(buffer.Chroma()[chroma + 1])};
-    };
-}
-
-}  // namespace
-
 TEST_F(Render, AnIdentityGridCopiesThePicture) {
     for (const desk::Size size : {desk::Size{320, 240}, desk::Size{1920, 1080}}) {
-        Stage stage = MakeStage(size, 0.2F);
-        FillWithNoise(*stage.input, size.width);
-        const IPEICAGridTransform grid = WarpGrid(*stage.input, Identity);
-        ASSERT_EQ(stage.node->Process(1, &grid, *stage.input, *stage.output), 0U);
-        const uint32_t left = (stage.input->Width() - size.width) / 2;
-        const uint32_t top = (stage.input->Height() - size.height) / 2;
-        EXPECT_EQ(Compare(*stage.output, Copy(*stage.input, left, top), 1.0), "");
+        ExpectCopied(MakeStage(size, 0.2F), size.width);
     }
 }
 
 TEST_F(Render, WithoutAMarginTheMeshEndsHalfAPixelShort) {
-    Stage stage = MakeStage({320, 240}, 0.0F);
-    FillWithNoise(*stage.input, 3);
-    const IPEICAGridTransform grid = WarpGrid(*stage.input, Identity);
-    ASSERT_EQ(stage.node->Process(1, &grid, *stage.input, *stage.output), 0U);
-    EXPECT_EQ(Compare(*stage.output, Copy(*stage.input, 0, 0), 1.0, {0, 0, 1, 1}), "");
+    const Stage stage = MakeStage({320, 240}, 0.0F);
+    ExpectCopied(stage, *stage.output, 3, {0, 0, 1, 1});
 }
 
 TEST_F(Render, ShiftZoomAndRotationShowTheSceneWhereTheGridSays) {
-    const struct {
-        const char* name;
-        std::function<Point(double, double)> warp;
-    } rows[] = {
-        {"shift",
-         [](double x, double y) {
-             return Point{x + 7.25, y - 5.5};
-         }},
-        {"zoom",
-         [](double x, double y) {
-             return Point{x * 0.8, y * 0.8};
-         }},
-        {"rotation",
-         [](double x, double y) {
-             const double angle = 0.05;
-             return Point{x * std::cos(angle) - y * std::sin(angle),
-                          x * std::sin(angle) + y * std::cos(angle)};
-         }},
+    const auto turn = [c = std::cos(0.05), s = std::sin(0.05)](double x, double y) {
+        return Point{x * c - y * s, x * s + y * c};
     };
-    const Scene scene = SmoothScene();
+    const std::map<const char*, Warp> rows = {{"shift",
+                                               [](double x, double y) {
+                                                   return Point{x + 7.25, y - 5.5};
+                                               }},
+                                              {"zoom",
+                                               [](double x, double y) {
+                                                   return Point{x * 0.8, y * 0.8};
+                                               }},
+                                              {"rotation", turn}};
     for (const auto variant : {desk::Variant::RealTime, desk::Variant::LookAhead}) {
         Stage stage = MakeStage({640, 480}, 0.2F, variant);
-        Paint(*stage.input, scene);
-        for (const auto& row : rows) {
-            const IPEICAGridTransform grid = WarpGrid(*stage.input, row.warp);
-            ASSERT_EQ(stage.node->Process(1, &grid, *stage.input, *stage.output), 0U);
-            EXPECT_EQ(Compare(*stage.output, Seen(stage, scene, row.warp), 2.0), "") << row.name;
+        for (const auto& [name, warp] : rows) {
+            SCOPED_TRACE(name);
+            ExpectSeen(stage, warp, warp);
         }
     }
 }
 
 TEST_F(Render, ADisabledGridShowsTheMiddleOfTheInput) {
     Stage stage = MakeStage({320, 240}, 0.25F);
-    const Scene scene = SmoothScene();
-    Paint(*stage.input, scene);
-    IPEICAGridTransform grid = WarpGrid(*stage.input, [](double, double) { return Point{3.0, 4.0}; });
-    grid.gridTransformEnable = 0;
-    ASSERT_EQ(stage.node->Process(1, &grid, *stage.input, *stage.output), 0U);
     // Unity samples by fraction, half a pixel beyond the mesh's own half.
     const auto unity = [](double x, double y) { return Point{x + 0.5, y + 0.5}; };
-    EXPECT_EQ(Compare(*stage.output, Seen(stage, scene, unity), 2.0), "");
+    ExpectSeen(
+        stage,
+        [](double, double) {
+            return Point{3.0, 4.0};
+        },
+        unity, 0);
 }
 
 TEST_F(Render, WhatTheMeshDoesNotReachKeepsTheClearColour) {
@@ -177,36 +173,26 @@ TEST_F(Render, WhatTheMeshDoesNotReachKeepsTheClearColour) {
 }
 
 TEST_F(Render, EveryFrameShowsTheBuffersCurrentContents) {
-    Stage stage = MakeStage({320, 240}, 0.2F);
-    const IPEICAGridTransform grid = WarpGrid(*stage.input, Identity);
-    auto second = stage.node->AllocateOutput();
+    const Stage stage = MakeStage({320, 240}, 0.2F);
+    const auto second = stage.node->AllocateOutput();
     for (unsigned request = 1; request <= 6; ++request) {
-        desk::GrallocBuffer& output = (request % 2 == 0) ? *second : *stage.output;
-        FillWithNoise(*stage.input, request);
         if (request == 5) {
             stage.input->Remap();
         }
-        ASSERT_EQ(stage.node->Process(request, &grid, *stage.input, output), 0U);
-        EXPECT_EQ(Compare(output, Copy(*stage.input, 32, 24), 1.0), "") << "request " << request;
+        ExpectCopied(stage, (request % 2 == 0) ? *second : *stage.output, request);
     }
     EXPECT_EQ(host_.Counters().gl->liveImages, 3U);
 }
 
 TEST_F(Render, NodesLiveIndependently) {
     Stage first = MakeStage({320, 240}, 0.2F);
-    Stage second = MakeStage({320, 240}, 0.2F, desk::Variant::LookAhead);
-    const IPEICAGridTransform grid = WarpGrid(*first.input, Identity);
-    const auto expectFrame = [&grid](Stage& stage, unsigned request) {
-        FillWithNoise(*stage.input, request);
-        ASSERT_EQ(stage.node->Process(request, &grid, *stage.input, *stage.output), 0U);
-        EXPECT_EQ(Compare(*stage.output, Copy(*stage.input, 32, 24), 1.0), "");
-    };
+    const Stage second = MakeStage({320, 240}, 0.2F, desk::Variant::LookAhead);
     for (unsigned request = 1; request <= 3; ++request) {
-        expectFrame(first, request);
-        expectFrame(second, 10 + request);
+        ExpectCopied(first, request);
+        ExpectCopied(second, 10 + request);
     }
     first.node.reset();
-    expectFrame(second, 20);
+    ExpectCopied(second, 20);
 }
 
 TEST_F(Render, FourNodesRunOnFourThreads) {
@@ -215,12 +201,9 @@ TEST_F(Render, FourNodesRunOnFourThreads) {
         threads.emplace_back([this, id] {
             const auto variant = (id % 2 == 0) ? desk::Variant::RealTime : desk::Variant::LookAhead;
             for (int round = 0; round < 2; ++round) {
-                Stage stage = MakeStage({160, 120}, 0.2F, variant);
-                const IPEICAGridTransform grid = WarpGrid(*stage.input, Identity);
+                const Stage stage = MakeStage({160, 120}, 0.2F, variant);
                 for (unsigned request = 1; request <= 8; ++request) {
-                    FillWithNoise(*stage.input, id * 100 + request);
-                    EXPECT_EQ(stage.node->Process(request, &grid, *stage.input, *stage.output), 0U);
-                    EXPECT_EQ(Compare(*stage.output, Copy(*stage.input, 16, 12), 1.0), "");
+                    ExpectCopied(stage, id * 100 + request);
                 }
             }
         });
@@ -260,11 +243,9 @@ TEST_F(Render, WhatTheDriverCallsAnErrorIsAFindingInItsWords) {
     static WrongBeforeFlush libraries;
     host_.State().libraries.SetProvider(&libraries);
     Stage stage = MakeStage({160, 120}, 0.2F);
-    const IPEICAGridTransform grid = WarpGrid(*stage.input, Identity);
     EXPECT_THAT(host_.State().contract.List(), IsEmpty());
-    for (unsigned request = 7; request <= 8; ++request) {
-        stage.node->Process(request, &grid, *stage.input, *stage.output);
-    }
+    ExpectCopied(stage, 7);
+    ExpectCopied(stage, 8);
     const auto says = [](unsigned request) {
         return ContainsRegex(
             fmt::format("^the real-time node in the second pass of request {} makes the GL driver "

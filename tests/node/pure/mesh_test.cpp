@@ -1,12 +1,12 @@
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <random>
 #include <set>
 #include <vector>
 
 #include "desk/warp/grid_size.h"
 #include "node/dewarp/gpu/gpumesh.h"
+#include "tests/node/pure/mesh_definition.h"
 
 namespace {
 
@@ -30,19 +30,6 @@ Mesh MakeMesh(const std::vector<float>& grid, int inW, int inH, int outW, int ou
     return mesh;
 }
 
-/// Forces one rounding to single precision, whatever the compiler would like to keep.
-float Round(double value) {
-    volatile float rounded = static_cast<float>(value);
-    return rounded;
-}
-
-bool SameBits(float a, float b) {
-    uint32_t bits[2] = {};
-    std::memcpy(&bits[0], &a, sizeof(a));
-    std::memcpy(&bits[1], &b, sizeof(b));
-    return bits[0] == bits[1];
-}
-
 std::vector<float> RandomGrid(unsigned seed) {
     std::mt19937 random(seed);
     std::uniform_real_distribution<float> value(-1500.0F, 1500.0F);
@@ -55,35 +42,21 @@ std::vector<float> RandomGrid(unsigned seed) {
 
 }  // namespace
 
-// Every single-precision operation done in double and rounded once gives the single-precision result: the
-// double holds sums, products and quotients of two floats closely enough. So this is the definition, step by
-// step, independent of how the compiler arranges the mesh's own arithmetic.
 TEST(MeshArithmetic, IsBitForBitTheDefinition) {
     const int sizes[][4] = {
         {2304, 1296, 1920, 1080}, {1920, 1080, 1920, 1080}, {640, 480, 1280, 960}, {1161, 1243, 7, 4001}};
     for (const auto& s : sizes) {
         const std::vector<float> grid = RandomGrid(static_cast<unsigned>(s[0]));
         const Mesh mesh = MakeMesh(grid, s[0], s[1], s[2], s[3], true);
-        for (size_t k = 0; k < MeshVertices; ++k) {
-            const size_t position[] = {k % MeshColumns, k / MeshColumns};
-            const int last[] = {MeshColumns - 1, MeshRows - 1};
-            for (size_t axis = 0; axis < 2; ++axis) {
-                const float half = Round(-0.5 / s[axis]);
-                const float scale = Round(static_cast<double>(Round(s[axis])) / Round(s[2 + axis]));
-                const float centre = Round(Round(static_cast<double>(Round(s[axis])) - 1.0) / 2.0);
-                const float fraction = Round(static_cast<double>(position[axis]) / Round(last[axis]));
-                const float doubled = Round(2.0 * Round(static_cast<double>(half) + fraction));
-                const float expected = Round(static_cast<double>(scale) * Round(-1.0 + doubled));
-                const size_t at = 2 * k + axis;
-                ASSERT_TRUE(SameBits(mesh.vertices[at], expected))
-                    << s[0] << " vertex " << k << " axis " << axis;
-                const size_t point = (position[1] + 1) * desk::GridColumns + position[0] + 1;
-                const float value = grid[2 * point + axis];
-                const float sampled =
-                    Round(Round(static_cast<double>(value) + centre) / static_cast<double>(Round(s[axis])));
-                ASSERT_TRUE(SameBits(mesh.tex[at], sampled))
-                    << s[0] << " texture coordinate " << k << " axis " << axis;
-            }
+        for (size_t i = 0; i < MeshFloats; ++i) {
+            const size_t axis = i % 2;
+            const size_t at[] = {i / 2 % MeshColumns, i / 2 / MeshColumns};
+            const float value = grid[2 * ((at[1] + 1) * desk::GridColumns + at[0] + 1) + axis];
+            const float position = mesh_definition::Position(
+                static_cast<int>(at[axis]), axis == 0 ? MeshColumns : MeshRows, s[axis], s[2 + axis]);
+            ASSERT_TRUE(mesh_definition::IsSame(mesh.vertices[i], position)) << s[0] << " vertex's " << i;
+            ASSERT_TRUE(mesh_definition::IsSame(mesh.tex[i], mesh_definition::Sampled(value, s[axis])))
+                << s[0] << " texture coordinate's " << i;
         }
     }
 }

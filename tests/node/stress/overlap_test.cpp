@@ -114,14 +114,15 @@ TEST_F(Overlap, EveryOtherCallStandsAlone) {
     EXPECT_EQ(host_.Callbacks().SetBufferInfo(&properties), 1U);
     EXPECT_EQ(held.callsOfOthers, 0U);
     held.Release();
-    std::vector<std::string> expected;
-    for (const char* call : {"its destruction", "QueryBufferInfo", "SetBufferInfo"}) {
-        expected.push_back(
-            fmt::format("the real-time node in {} meets another call on the same node; expected "
-                        "the host to let only requests overlap",
-                        call));
-    }
-    EXPECT_EQ(host_.State().contract.List(), expected);
+    const auto says = [](const char* call) {
+        return fmt::format(
+            "the real-time node in {} meets another call on the same node; expected the host to let "
+            "only requests overlap",
+            call);
+    };
+    EXPECT_THAT(
+        host_.State().contract.List(),
+        ::testing::ElementsAre(says("its destruction"), says("QueryBufferInfo"), says("SetBufferInfo")));
     EXPECT_EQ(Frame(3), 0U) << "the node still lives";
 }
 

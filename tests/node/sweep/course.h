@@ -2,9 +2,7 @@
 
 #include <algorithm>
 
-#include "desk/host/desk_node.h"
-#include "node/dewarp/gpu/gpuapi.h"
-#include "tests/node/fakegl/fake_gl_fixture.h"
+#include "desk/host/rules/node_call.h"
 #include "tests/node/sweep/point.h"
 #include "tests/node/sweep/prediction.h"
 
@@ -17,44 +15,42 @@ inline bool IsSaid(const std::string& line, const std::string& expected) {
                            line.substr(line.size() - tail) == expected.substr(star + 1);
 }
 
-/// One node under test and its neighbour, from creation to destruction.
-class Course {
-public:
-    Course(const Point& point, const std::filesystem::path& dumps)
-        : point_(point), host_(OptionsFor(dumps)), prediction_(point.variant, point.InfoLog()) {
-        gl_.infoLog = point.InfoLog();
-        gl_.fault = [this](const GlCall& call) { return FaultOf(call); };
-        gl_.watch = [this](const GlCall& call, const GlFault& fault, uint64_t answer) {
+/// A node under test beside its neighbour, which is the fixture's own.
+class Course : public FakeGlFixture {
+protected:
+    explicit Course(desk::Variant variant) : variant_(variant) {
+        host_.State().clock = LUMDateTime{};
+        host_.SetDumps(true);
+        grid_ = Grid([](int column, int row) {
+            return GridPoint{static_cast<float>(column) - 17.0F,
+                             static_cast<float>(35 * row + column) / 70.0F};
+        });
+        MakeNode(variant == desk::Variant::RealTime ? desk::Variant::LookAhead : desk::Variant::RealTime);
+        gl_->watch = [this](const GlCall& call, const GlFault& fault, uint64_t answer) {
             Watch(call, fault, answer);
         };
-        host_.State().libraries.SetProvider(&gl_);
-        host_.SetLogLevels(point.IsLogged() ? 1 | 2 | 8 | 32 : 0, point.HasSystemLog());
-        host_.State().log.SetObserver([this](const desk::LogRecord& line) { Log(line); });
+        RunNeighbour();
+    }
+
+    /// Takes a node from its creation to its destruction. Returns what went wrong, then what was lost and how
+    /// often each class was called: "lost: 2 wrappers".
+    std::string Run(const Point& point) {
+        point_ = point;
+        prediction_ = std::make_unique<Prediction>(variant_, point.InfoLog());
+        problems_.clear();
+        counts_.clear();
+        gl_->infoLog = point.InfoLog();
+        gl_->fault = [this](const GlCall& call) { return FaultOf(call); };
+        host_.SetLogLevels(point.IsLogged() ? AllLevels : 0, point.HasSystemLog());
         host_.State().fault = [this](const desk::HostCall& call, uint32_t& result) {
             return ServiceFault(call, result);
         };
-        host_.State().clock = LUMDateTime{};
-        host_.SetDumps(true);
-        grid_.gridTransformEnable = 1;
-        for (int i = 0; i < 945; ++i) {
-            grid_.gridTransformArray[i] = {static_cast<float>(i % 35) - 17.0F, static_cast<float>(i) / 70.0F};
-        }
-    }
-
-    void Run() {
-        neighbour_ = host_.CreateNode(Other());
-        Prepare(*neighbour_);
-        neighbourInput_ = neighbour_->AllocateInput();
-        neighbourOutput_ = neighbour_->AllocateOutput();
-        RunNeighbour();
-        RunNeighbour();
-        const std::vector<std::string> expected = neighbourCalls_;
+        const std::vector<std::string> expected = RunNeighbour();
         const auto before = Held();
         RunNode();
-        RunNeighbour();
-        Require(neighbourCalls_ == expected, "the neighbour's frame makes other calls than before");
+        Require(RunNeighbour() == expected, "the neighbour's frame makes other calls than before");
         auto after = Held();
-        for (const auto& [what, count] : prediction_.Losses()) {
+        for (const auto& [what, count] : prediction_->Losses()) {
             after[what] -= count;
         }
         for (const auto& [what, count] : before) {
@@ -62,31 +58,21 @@ public:
                     fmt::format("{} {} left, not counting established losses; {} before", after[what], what,
                                 count));
         }
-        neighbour_.reset();
-        for (const std::string& finding : host_.State().contract.List()) {
-            Require(false, "the host finds: " + finding);
-        }
-    }
-
-    /// What went wrong, then what was lost and how often each class was called: "lost: 2 wrappers".
-    std::string Report() const {
-        std::string text = problems_;
-        for (const auto& [what, count] : prediction_.Losses()) {
-            text += fmt::format("lost: {} {}\n", count, what);
+        Require(host_.State().contract.Empty(),
+                fmt::format("the host finds: {}", fmt::join(host_.State().contract.List(), "\n    ")));
+        for (const auto& [what, count] : prediction_->Losses()) {
+            problems_ += fmt::format("lost: {} {}\n", count, what);
         }
         for (const auto& [what, count] : counts_) {
-            text += fmt::format("called: {} {}\n", count, what);
+            problems_ += fmt::format("called: {} {}\n", count, what);
         }
-        return text;
+        return problems_;
     }
 
 private:
-    desk::Variant Other() const {
-        return point_.variant == desk::Variant::RealTime ? desk::Variant::LookAhead : desk::Variant::RealTime;
-    }
     bool IsWatched() const {
         const desk::NodeState* node = desk::CurrentCall().node;
-        return node != nullptr && node->variant == point_.variant;
+        return node != nullptr && node->variant == variant_ && prediction_ != nullptr;
     }
     void Require(bool holds, const std::string& otherwise) {
         if (!holds) {
@@ -111,15 +97,12 @@ private:
         if (isFailed && (call.service == "GetVendorTagBase" || call.service == "SetGrallocMetaData")) {
             result = 2 + point_.first;
         }
-        prediction_.OnService(call, isFailed, result);
+        prediction_->OnService(call, isFailed, result);
         return isFailed;
     }
     GlFault FaultOf(const GlCall& call) {
         GlFault fault;
-        if (!IsWatched()) {
-            return fault;
-        }
-        for (const std::string& one : ClassesOf(call)) {
+        for (const std::string& one : IsWatched() ? ClassesOf(call) : std::vector<std::string>()) {
             if (IsHit(one)) {
                 fault.isRefused = one.find("refused") != std::string::npos;
                 const bool isSilent = one.find("silence") != std::string::npos;
@@ -133,18 +116,11 @@ private:
             arrays_[call.words[0] == 4 ? 0 : 1] = reinterpret_cast<const float*>(call.words[5]);
         } else if (call.name == "glDrawElements") {
             auto& drawn = drawn_[IsWatched() ? 0 : 1];
-            drawn.assign(arrays_[0], arrays_[0] + 1650);
-            drawn.insert(drawn.end(), arrays_[1], arrays_[1] + 1650);
+            drawn.assign(arrays_[0], arrays_[0] + desk::MeshFloats);
+            drawn.insert(drawn.end(), arrays_[1], arrays_[1] + desk::MeshFloats);
         }
         if (IsWatched()) {
-            prediction_.OnGl(call, fault, answer);
-        }
-    }
-    void Log(const desk::LogRecord& line) {
-        if (line.levelLetter == "E" && IsWatched()) {
-            errors_.push_back(line.function + "() " + line.text);
-        } else if (line.levelLetter == "E" && desk::CurrentCall().node != nullptr) {
-            Require(false, "the neighbour says: " + line.text);
+            prediction_->OnGl(call, fault, answer);
         }
     }
 
@@ -154,25 +130,23 @@ private:
         return {{"wrappers", counters.liveAllocations},
                 {"libraries", counters.mappedLibraries},
                 {"files", counters.openFiles},
-                {"images", gl_.liveImages},
-                {"names", gl_.liveNames},
-                {"objects", gl_.liveObjects}};
+                {"images", gl_->liveImages},
+                {"names", gl_->liveNames},
+                {"objects", gl_->liveObjects}};
     }
 
-    uint32_t Prepare(desk::DeskNode& node) const {
-        node.Negotiate({64, 48}, {0.25F, 0.25F});
-        return 0;
-    }
     template <typename Action>
     uint32_t Do(const char* what, Prediction::Step step, Action action) {
-        prediction_.Begin(step);
-        errors_.clear();
+        prediction_->Begin(step);
+        TakeLog();
         const uint32_t result = action();
-        Require(result == prediction_.Result(),
-                fmt::format("{}: result {} instead of {}", what, result, prediction_.Result()));
-        const auto expected = point_.IsLogged() ? prediction_.Errors() : std::vector<std::string>();
-        Require(std::equal(errors_.begin(), errors_.end(), expected.begin(), expected.end(), IsSaid),
-                fmt::format("{}: says\n    {}\n   instead of\n    {}", what, fmt::join(errors_, "\n    "),
+        Require(result == prediction_->Result(),
+                fmt::format("{}: result {} instead of {}", what, result, prediction_->Result()));
+        const auto expected = point_.IsLogged() ? prediction_->Errors() : std::vector<std::string>();
+        const std::vector<std::string> errors = TakeLog('E');
+        Require(std::equal(errors.begin(), errors.end(), expected.begin(), expected.end(),
+                           [](const auto& line, const auto& text) { return IsSaid(line, "E " + text); }),
+                fmt::format("{}: says\n    {}\n   instead of\n    {}", what, fmt::join(errors, "\n    "),
                             fmt::join(expected, "\n    ")));
         return result;
     }
@@ -181,7 +155,7 @@ private:
         std::unique_ptr<desk::DeskNode> node;
         Do("creation", Prediction::Step::Create, [&] {
             try {
-                node = host_.CreateNode(point_.variant);
+                node = host_.CreateNode(variant_);
                 return 0U;
             } catch (const desk::NodeError& error) {
                 return error.Result();
@@ -196,13 +170,16 @@ private:
             });
         }
         isArmed_ = false;
-        gl_.DropError();
+        gl_->DropError();
     }
     void RunFrames(desk::DeskNode& node) {
-        Do("negotiation", Prediction::Step::Negotiate, [&] { return Prepare(node); });
+        Do("negotiation", Prediction::Step::Negotiate, [&] {
+            node.Negotiate({64, 48}, {0.25F, 0.25F});
+            return 0U;
+        });
         const auto input = node.AllocateInput();
         const auto output = node.AllocateOutput();
-        Require(input->Width() == (prediction_.HasMargin() ? 80U : 64U),
+        Require(input->Width() == (prediction_->HasMargin() ? 80U : 64U),
                 "the input's size does not follow the margin");
         const auto frame = [&](const char* what, uint64_t request) {
             return Do(what, Prediction::Step::Frame,
@@ -215,35 +192,29 @@ private:
         isArmed_ = true;
         input->Remap();
         output->Remap();
-        prediction_.OnRemap();
+        prediction_->OnRemap();
         frame("stale frame", 3);
         isArmed_ = false;
         drawn_[0].clear();
         const uint32_t result = frame("good frame", 4);
-        Require(result != 0 || !prediction_.HasMargin() || drawn_[0] == drawn_[1],
+        Require(result != 0 || !prediction_->HasMargin() || drawn_[0] == drawn_[1],
                 "the good frame draws another mesh");
     }
-    void RunNeighbour() {
-        gl_.DropError();
-        gl_.Take();
-        Require(neighbour_->Process(9, &grid_, *neighbourInput_, *neighbourOutput_) == 0,
-                "the neighbour's frame fails");
-        neighbourCalls_ = gl_.Take();
+    /// The GL calls of a frame of the neighbour's, which has to notice nothing.
+    std::vector<std::string> RunNeighbour() {
+        gl_->DropError();
+        gl_->Take();
+        TakeLog();
+        Require(Frame(9) == 0 && TakeLog('E').empty(), "the neighbour's frame fails");
+        return gl_->Take();
     }
 
-    const Point point_;
-    FakeGl gl_;
-    desk::DeskHost host_;
-    Prediction prediction_;
+    const desk::Variant variant_;
+    Point point_;
+    std::unique_ptr<Prediction> prediction_;
     std::string problems_;
     Counts counts_;
     bool isArmed_ = false;
-    IPEICAGridTransform grid_ = {};
-    std::vector<std::string> errors_;
-    std::unique_ptr<desk::DeskNode> neighbour_;
-    std::shared_ptr<desk::GrallocBuffer> neighbourInput_;
-    std::shared_ptr<desk::GrallocBuffer> neighbourOutput_;
-    std::vector<std::string> neighbourCalls_;
     const float* arrays_[2] = {};
     std::vector<float> drawn_[2];  // the mesh drawn last, the node's and the neighbour's
 };

@@ -7,14 +7,12 @@
 #include <string>
 #include <vector>
 
-#include "desk/abi/node_types.h"
 #include "node/dewarp/gpu/gpuapi.h"
-#include "tests/node/fakegl/fake_gl.h"
+#include "tests/node/fakegl/fake_gl_fixture.h"
 
 using Counts = std::map<std::string, unsigned>;
 
 struct Point {
-    desk::Variant variant = desk::Variant::RealTime;
     std::string failing;  ///< the class of calls; empty for none
     unsigned first = 0;   ///< the first of them that fails, from 1
     bool isLasting = false;
@@ -34,8 +32,7 @@ struct Point {
 };
 
 inline std::string Name(const Point& point) {
-    return fmt::format("{} node, {} number {}{}", desk::NameOf(point.variant), point.failing, point.first,
-                       point.isLasting ? " and later" : "");
+    return fmt::format("{} number {}{}", point.failing, point.first, point.isLasting ? " and later" : "");
 }
 
 /// The classes that a GL call belongs to.

@@ -15,54 +15,40 @@ extern "C" int __android_log_print(int, const char*, const char*, ...) {
     return 0;
 }
 
-namespace {
-
-std::string Run(const Point& point, const std::filesystem::path& dumps) {
-    Course course(point, dumps);
-    course.Run();
-    return course.Report();
-}
-
-/// Runs a point in a child process. Returns what it reports; a child that died or hung reports that.
-std::string RunApart(const Point& point, const std::filesystem::path& dumps) {
-    if (std::getenv("DEWARP_SWEEP_TOGETHER") != nullptr) {  // for what only counts at a process's regular end
-        return Run(point, dumps);
-    }
-    const std::filesystem::path report = dumps / "report";
-    std::filesystem::remove(report);
-    const pid_t child = ::fork();
-    if (child == 0) {
-        ::alarm(60);
-        [&]() noexcept {
-            std::ofstream(report) << Run(point, dumps);
-        }();         // an exception ends it as a crash does
-        ::_exit(0);  // what is lost stays lost; nothing else is torn down
-    }
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    std::stringstream text;
-    text << std::ifstream(report).rdbuf();
-    return status == 0 ? text.str()
-                       : text.str() + fmt::format("  the process ended with status {:#x}\n", status);
-}
-
-}  // namespace
-
-class Sweep : public ::testing::TestWithParam<desk::Variant> {
+class Sweep : public Course, public ::testing::WithParamInterface<desk::Variant> {
 protected:
-    Sweep() : dumps_(std::filesystem::temp_directory_path() / fmt::format("dewarp-sweep-{}", ::getpid())) {
-        std::filesystem::create_directory(dumps_);
-    }
-    ~Sweep() override {
-        std::filesystem::remove_all(dumps_);
+    Sweep() : Course(GetParam()) {}
+
+    /// Runs a point in a child process, from this one's state. Returns what it reports; a child that died or
+    /// hung reports that.
+    std::string RunApart(const Point& point) {
+        if (std::getenv("DEWARP_SWEEP_TOGETHER") != nullptr) {  // for what only counts at a regular end
+            expectFindings_ = true;
+            return Run(point);
+        }
+        const std::filesystem::path report = dumpDir_ / "report";
+        std::filesystem::remove(report);
+        const pid_t child = ::fork();
+        if (child == 0) {
+            ::alarm(60);
+            // An exception ends it as a crash does.
+            [&]() noexcept { std::ofstream(report) << Run(point); }();
+            ::_exit(0);  // what is lost stays lost; nothing else is torn down
+        }
+        int status = 0;
+        ::waitpid(child, &status, 0);
+        std::stringstream text;
+        text << std::ifstream(report).rdbuf();
+        return status == 0 ? text.str()
+                           : text.str() + fmt::format("  the process ended with status {:#x}\n", status);
     }
     struct Outcome {
         std::string problems;
         Counts lost;
         Counts called;
     };
-    Outcome OutcomeOf(const Point& point) const {
-        std::istringstream lines(RunApart(point, dumps_));
+    Outcome OutcomeOf(const Point& point) {
+        std::istringstream lines(RunApart(point));
         Outcome outcome;
         for (std::string line; std::getline(lines, line);) {
             std::istringstream words(line);
@@ -78,8 +64,8 @@ protected:
         return outcome;
     }
     /// How often each class of calls occurs when nothing fails.
-    Counts Golden() const {
-        const Outcome outcome = OutcomeOf({GetParam(), "", 0, false});
+    Counts Golden() {
+        const Outcome outcome = OutcomeOf({"", 0, false});
         EXPECT_EQ(outcome.problems, "") << "the course fails although nothing was made to";
         return outcome.called;
     }
@@ -100,8 +86,6 @@ protected:
         }
         return lines;
     }
-
-    const std::filesystem::path dumps_;
 };
 
 TEST_P(Sweep, CountsAreKept) {
@@ -116,7 +100,7 @@ TEST_P(Sweep, EveryFaultEndsAsEstablished) {
         for (unsigned first = 1; first <= count; first += TEST_SWEEP_STRIDE) {
             for (const bool isLasting : {false, true}) {
                 ++points;
-                const Point point = {GetParam(), name, first, isLasting};
+                const Point point = {name, first, isLasting};
                 const Outcome outcome = OutcomeOf(point);
                 if (!outcome.problems.empty() && ++wrong <= 20) {
                     ADD_FAILURE() << Name(point) << ":\n" << outcome.problems;
