@@ -63,9 +63,9 @@ private:
     cv::Size frameSize_;
     double framesPerSecond_;
     double readout_;
-    Tremor x_;
-    Tremor y_;
-    Tremor roll_;
+    Tremor x_{};
+    Tremor y_{};
+    Tremor roll_{};
 };
 
 }  // namespace desk

@@ -58,7 +58,7 @@ protected:
                     fmt::format("{} {} left, not counting established losses; {} before", after[what], what,
                                 count));
         }
-        Require(host_.State().contract.Empty(),
+        Require(host_.State().contract.List().empty(),
                 fmt::format("the host finds: {}", fmt::join(host_.State().contract.List(), "\n    ")));
         for (const auto& [what, count] : prediction_->Losses()) {
             problems_ += fmt::format("lost: {} {}\n", count, what);
