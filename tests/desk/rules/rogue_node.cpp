@@ -68,6 +68,9 @@ uint32_t SetBufferInfo(LumNodeSetBufferPropertiesInfo* info) {
 void DeclareDependencies(const LumNodeProcessRequestInfo& info) {
     LumRequestWindowInfo window = {};
     services.QueryRequestWindow(node.hSession, &window);
+    if (std::getenv("ROGUE") != nullptr) {  // in a whole program, where nobody sets a misdeed
+        services.QueryRequestWindow(node.hSession, &window);
+    }
     LumDependencyInfo& dependency = *info.pDependency;
     dependency.hNodeSession = node.hSession;
     dependency.propertyCount = 1;
