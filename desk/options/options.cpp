@@ -25,44 +25,6 @@ bool ReadPair(const std::string& text, char separator, Value& first, Value& seco
     return in >> first >> between >> second && between == separator && in.peek() == EOF;
 }
 
-cv::Size ReadSize(const std::string& text) {
-    cv::Size size;
-    const auto fits = [](int pixels) { return pixels >= 2 && pixels <= 65536 && pixels % 2 == 0; };
-    if (!ReadPair(text, 'x', size.width, size.height) || !fits(size.width) || !fits(size.height)) {
-        Refuse("--size", "WxH with even numbers of pixels, such as 1920x1080", text);
-    }
-    return size;
-}
-
-Margin ReadMargin(const std::string& text) {
-    Margin margin{};
-    const bool isBoth = text.find(',') != std::string::npos;
-    const auto fits = [](float fraction) { return fraction >= 0 && fraction <= 1; };
-    if (!ReadPair(isBoth ? text : text + "," + text, ',', margin.horizontal, margin.vertical) ||
-        !fits(margin.horizontal) || !fits(margin.vertical)) {
-        Refuse("--margin", "H or H,V with fractions from 0 to 1, such as 0.2", text);
-    }
-    return margin;
-}
-
-FrameRange ReadFrames(const std::string& text) {
-    FrameRange range;
-    const std::string open = text.empty() || text.front() == ':' ? "0" + text : text;
-    const std::string closed = open.back() == ':' ? open + std::to_string(range.end) : open;
-    if (!ReadPair(closed, ':', range.first, range.end) || range.first < 0 || range.end <= range.first) {
-        Refuse("--frames", "A:B, the frames A to B - 1 counted from 0, such as 0:100, 50: or :10", text);
-    }
-    return range;
-}
-
-/// An option whose text is read by `read` into `value`.
-template <typename Value, typename Read>
-CLI::Option* AddText(CLI::App& command, const std::string& name, const std::string& description, Value& value,
-                     const Read& read) {
-    return command.add_option_function<std::string>(
-        name, [&value, read](const std::string& text) { value = read(text); }, description);
-}
-
 /// A value by its name. The help says which it is without the option.
 template <typename Value>
 void AddChoice(CLI::App& command, const std::string& name, const std::string& description, Value& value,
@@ -97,16 +59,41 @@ CLI::Option* AddOutput(CLI::App& command, const std::string& name, Makes kind, s
 }
 
 CLI::Option* AddSize(CLI::App& command, std::optional<cv::Size>& size) {
-    return AddText(command, "--size", "WxH: output size in pixels, both even", size, ReadSize);
+    const auto read = [&size](const std::string& text) {
+        const auto fits = [](int pixels) { return pixels >= 2 && pixels <= 65536 && pixels % 2 == 0; };
+        auto& [width, height] = size.emplace();
+        if (!ReadPair(text, 'x', width, height) || !fits(width) || !fits(height)) {
+            Refuse("--size", "WxH with even numbers of pixels, such as 1920x1080", text);
+        }
+    };
+    return command.add_option_function<std::string>("--size", read, "WxH: output size in pixels, both even");
 }
 
 CLI::Option* AddMargin(CLI::App& command, std::optional<Margin>& margin) {
-    return AddText(command, "--margin", "H[,V]: fractions of the output by which the input is larger", margin,
-                   ReadMargin);
+    const auto read = [&margin](const std::string& text) {
+        const auto fits = [](float fraction) { return fraction >= 0 && fraction <= 1; };
+        const bool isBoth = text.find(',') != std::string::npos;
+        auto& [horizontal, vertical] = margin.emplace();
+        if (!ReadPair(isBoth ? text : text + "," + text, ',', horizontal, vertical) || !fits(horizontal) ||
+            !fits(vertical)) {
+            Refuse("--margin", "H or H,V with fractions from 0 to 1, such as 0.2", text);
+        }
+    };
+    return command.add_option_function<std::string>(
+        "--margin", read, "H[,V]: fractions of the output by which the input is larger");
 }
 
 void AddFrames(CLI::App& command, FrameRange& frames) {
-    AddText(command, "--frames", "A:B: only the frames A to B - 1, counted from 0", frames, ReadFrames);
+    const auto read = [&frames](const std::string& text) {
+        const std::string open = text.empty() || text.front() == ':' ? "0" + text : text;
+        const std::string closed = open.back() == ':' ? open + std::to_string(FrameRange().end) : open;
+        if (!ReadPair(closed, ':', frames.first, frames.end) || frames.first < 0 ||
+            frames.end <= frames.first) {
+            Refuse("--frames", "A:B, the frames A to B - 1 counted from 0, such as 0:100, 50: or :10", text);
+        }
+    };
+    command.add_option_function<std::string>("--frames", read,
+                                             "A:B: only the frames A to B - 1, counted from 0");
 }
 
 void AddProgress(CLI::App& command, ProgressKind& progress) {

@@ -84,3 +84,37 @@ interrupted 8 4 0 --variant lookahead --window 30 --dump-dir "$work/dumps" --jso
 grep -q "interrupted before the first frame; nothing was made" "$work/stderr" || fail "expected to be told"
 left="$(find "$work" -name '*out*' -o -path '*/dumps/*' -o -path '*/report/*')"
 [ -z "$left" ] || fail "expected nothing, got $left"
+
+# Nothing more comes through the pipe, so that the run cannot end by itself: a second Ctrl-C ends it at once.
+: >"$work/stderr"
+"$desk" stabilise "$work/clip.y4m" -o "$work/out.y4m" --progress none --log-level none 2>"$work/stderr" &
+tool=$!
+exec 7>"$work/clip.y4m"
+printf 'YUV4MPEG2 W96 H64 F25:1 Ip A1:1 C420jpeg\n' >&7
+feed 4
+wait_for has_shown 2
+kill -INT "$tool"
+sleep 0.5
+kill -0 "$tool" 2>/dev/null || fail "expected the first one to wait for the frame under way"
+kill -INT "$tool"
+status=0
+wait "$tool" 2>/dev/null || status=$?
+exec 7>&-
+[ "$status" -eq 130 ] || fail "expected the second one to end the run at once, got status $status"
+rm "$work"/out.y4m.unfinished-*
+
+# synth keeps the frames that it made, in all its outputs.
+{ printf 'P6\n400 300\n255\n'; head -c 360000 /dev/urandom; } >"$work/photo.ppm"
+"$desk" synth "$work/photo.ppm" -o "$work/out.y4m" --grids "$work/out.txt" --truth "$work/truth.y4m" --size 96x64 \
+  --length 1000000 --progress none 2>"$work/stderr" &
+tool=$!
+wait_for has_shown 3
+kill -INT "$tool"
+status=0
+wait "$tool" || status=$?
+[ "$status" -eq 130 ] || fail "synth: expected exit status 130, got $status"
+frames="$(wc -l <"$work/out.txt")"
+for clip in out truth; do
+  [ "$frames" -ge 3 ] && [ "$(grep -ao FRAME "$work/$clip.y4m" | wc -l)" -eq "$frames" ] ||
+    fail "synth: expected as many frames in $clip.y4m as grids, which are $frames"
+done

@@ -1,332 +1,138 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 
-#include <filesystem>
-#include <fstream>
-#include <future>
-#include <opencv2/core.hpp>
-#include <sstream>
-#include <vector>
+#include <opencv2/imgcodecs.hpp>
 
 #include "desk/base/usage_error.h"
-#include "desk/clip/av_handles.h"
 #include "desk/clip/clip_reader.h"
+#include "desk/clip/clip_writer.h"
+#include "tests/desk/clip/clips.h"
 
-using ::testing::HasSubstr;
+using desk::ClipFormat;
 
 namespace {
 
-constexpr int Frames = 20;
-const cv::Size Size(160, 96);
+const cv::Size Size(64, 48);
 
-/// How FFmpeg is asked for a clip; the name's extension says the container.
-struct Kind {
-    const char* name;
-    const char* codec;
-    const char* options;
-    bool hasChecksums = false;
-    bool opensWhenCut = true;  ///< mp4 and mov have their index at the end
-    int pause = 3;             ///< in the middle, frames; some containers count it
-};
-
-constexpr const char* H264 = "preset=veryfast:crf=18:g=5:bf=2:b_strategy=0:sc_threshold=0:b-pyramid=none";
-constexpr const char* Ffv1 = "level=3:slices=4:slicecrc=1:g=5";
-constexpr const char* Mpeg4 = "g=5:bf=2:b=2000000:b_strategy=0";
-
-const std::vector<Kind> Kinds = {
-    {"h264.mp4", "libx264", H264, false, false},
-    {"h264.mov", "libx264", H264, false, false},
-    {"h264.mkv", "libx264", H264},
-    {"h264.avi", "libx264", H264},
-    {"h264.ts", "libx264", H264},
-    {"h264.flv", "libx264", H264},
-    {"h264.nut", "libx264", H264},
-    {"ffv1.mkv", "ffv1", Ffv1, true},
-    {"ffv1.avi", "ffv1", Ffv1, true},
-    {"ffv1.nut", "ffv1", Ffv1, true},
-    {"mpeg4.mp4", "mpeg4", Mpeg4, false, false},
-    {"mpeg4.mkv", "mpeg4", Mpeg4},
-    {"mpeg4.avi", "mpeg4", "g=5:b=2000000"},
-    {"mpeg4.ts", "mpeg4", Mpeg4},
-    {"front.mp4", "mpeg4", "b=2000000:movflags=+faststart"},
-    {"mjpeg.mpjpeg", "mjpeg", "b=2000000"},
-    {"mjpeg.avi", "mjpeg", "b=2000000"},
-    {"raw.y4m", "wrapped_avframe", ""},
-};
-
-/// Luma that tells a frame's number by its mean, with noise that gives the decoder much to read.
-void Paint(int number, AVFrame& frame) {
-    cv::Mat luma(Size, CV_8UC1, frame.data[0], static_cast<size_t>(frame.linesize[0]));
-    cv::RNG(static_cast<uint64_t>(number) + 1).fill(luma, cv::RNG::UNIFORM, 0, 40);
-    luma += 20 + 8 * number;
-    for (const int plane : {1, 2}) {
-        cv::Mat(Size / 2, CV_8UC1, frame.data[plane], static_cast<size_t>(frame.linesize[plane])).setTo(128);
-    }
+int LumaOf(int64_t number) {
+    return 60 + 5 * static_cast<int>(number);
 }
 
-int NumberOf(const desk::Nv12& picture) {
-    return cvRound((cv::mean(picture.luma)[0] - 39.5) / 8);
+/// Raw frames 0 to 9, each of its own luma, with one colour.
+std::string Raw(const std::string& header) {
+    std::string clip = header + "\n";
+    for (int number = 0; number < 10; number++) {
+        clip += "FRAME\n" + std::string(64 * 48, static_cast<char>(LumaOf(number))) +
+                std::string(32 * 24, static_cast<char>(118)) + std::string(32 * 24, static_cast<char>(142));
+    }
+    return clip;
 }
 
-void Require(int result) {
-    ASSERT_GE(result, 0) << desk::AvText(result);
+/// The frame is this one, and of that colour.
+void ExpectFrame(const desk::Nv12& picture, int64_t number, double tolerance) {
+    const cv::Scalar colour = cv::mean(picture.chroma);
+    EXPECT_NEAR(cv::mean(picture.luma)[0], LumaOf(number), tolerance) << number;
+    EXPECT_NEAR(colour[0], 118, tolerance) << number;
+    EXPECT_NEAR(colour[1], 142, tolerance) << number;
 }
-
-void MakeClip(const std::filesystem::path& file, const Kind& kind) {
-    av_log_set_level(AV_LOG_FATAL);
-    const AVCodec* found = avcodec_find_encoder_by_name(kind.codec);
-    ASSERT_NE(found, nullptr) << kind.codec;
-    const desk::AvOwned<AVCodecContext> codec(avcodec_alloc_context3(found));
-    codec->width = Size.width;
-    codec->height = Size.height;
-    codec->pix_fmt = found->pix_fmts != nullptr ? found->pix_fmts[0] : AV_PIX_FMT_YUV420P;
-    codec->time_base = {1, 25};
-    codec->framerate = {25, 1};
-    AVFormatContext* container = nullptr;
-    const AVOutputFormat* format =
-        av_guess_format(file.extension().string().substr(1).c_str(), file.c_str(), nullptr);
-    Require(avformat_alloc_output_context2(&container, format, nullptr, file.c_str()));
-    if ((container->oformat->flags & AVFMT_GLOBALHEADER) != 0) {
-        codec->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
-    }
-    AVDictionary* options = nullptr;
-    av_dict_parse_string(&options, kind.options, "=", ":", 0);
-    Require(avcodec_open2(codec.get(), found, &options));
-    AVStream* stream = avformat_new_stream(container, nullptr);
-    Require(avcodec_parameters_from_context(stream->codecpar, codec.get()));
-    stream->time_base = codec->time_base;
-    stream->avg_frame_rate = codec->framerate;
-    Require(avio_open(&container->pb, file.c_str(), AVIO_FLAG_WRITE));
-    Require(avformat_write_header(container, &options));
-    EXPECT_EQ(av_dict_count(options), 0);
-    av_dict_free(&options);
-    const desk::AvOwned<AVPacket> packet(av_packet_alloc());
-    for (int n = 0; n <= Frames; n++) {
-        const desk::AvOwned<AVFrame> frame(av_frame_alloc());
-        frame->format = codec->pix_fmt;
-        frame->width = Size.width;
-        frame->height = Size.height;
-        frame->pts = n < Frames / 2 ? n : n + kind.pause;
-        Require(av_frame_get_buffer(frame.get(), 0));
-        Paint(n, *frame);
-        Require(avcodec_send_frame(codec.get(), n < Frames ? frame.get() : nullptr));
-        while (avcodec_receive_packet(codec.get(), packet.get()) >= 0) {
-            packet->duration = 1;
-            av_packet_rescale_ts(packet.get(), codec->time_base, stream->time_base);
-            Require(av_interleaved_write_frame(container, packet.get()));
-        }
-    }
-    Require(av_write_trailer(container));
-    Require(avio_closep(&container->pb));
-    avformat_free_context(container);
-}
-
-/// What a reader makes of a clip: the frames that it gave, all their bytes as one number, what it skipped and
-/// what it said.
-struct Outcome {
-    std::vector<int> frames;
-    size_t digest = 0;
-    std::string skipped;
-    std::string error;
-
-    bool operator==(const Outcome& other) const {
-        return frames == other.frames && digest == other.digest && skipped == other.skipped &&
-               error == other.error;
-    }
-};
-
-Outcome Read(const std::filesystem::path& file, desk::OnDamage onDamage = desk::OnDamage::Stop) {
-    Outcome outcome;
-    try {
-        desk::ClipReader reader(file, {}, onDamage);
-        desk::Nv12 picture(Size);
-        while (reader.Read(picture)) {
-            outcome.frames.push_back(static_cast<int>(reader.Frame()));
-            for (const cv::Mat& plane : {picture.luma, picture.chroma}) {
-                const std::string_view bytes(reinterpret_cast<const char*>(plane.data),
-                                             plane.total() * plane.elemSize());
-                outcome.digest = 31 * outcome.digest + std::hash<std::string_view>()(bytes);
-            }
-            // Of a damaged clip frames may look like anything until the damage is noticed, but not others.
-            EXPECT_TRUE(onDamage == desk::OnDamage::Stop || NumberOf(picture) == reader.Frame()) << file;
-        }
-        for (const desk::FrameRange& range : reader.DamagedFrames()) {
-            outcome.skipped += fmt::format("{}:{} ", range.first, range.end);
-        }
-    } catch (const desk::UsageError& error) {
-        outcome.error = error.what();
-    }
-    return outcome;
-}
-
-/// Ten runs, some at the same time, that must all come to the same.
-Outcome ReadOften(const std::filesystem::path& file, desk::OnDamage onDamage = desk::OnDamage::Stop) {
-    std::vector<std::future<Outcome>> runs;
-    for (int i = 0; i < 9; i++) {
-        runs.push_back(std::async(std::launch::async, [=] { return Read(file, onDamage); }));
-    }
-    Outcome first = Read(file, onDamage);
-    for (auto& run : runs) {
-        const Outcome other = run.get();
-        EXPECT_TRUE(other == first) << file << ": " << first.error << " | " << other.error;
-    }
-    return first;
-}
-
-class Clips : public ::testing::Test {
-protected:
-    Clips() : folder_(std::filesystem::temp_directory_path() / fmt::format("dewarp_clips_{}", getpid())) {
-        std::filesystem::create_directory(folder_);
-    }
-    ~Clips() override {
-        std::filesystem::remove_all(folder_);
-    }
-
-    std::filesystem::path Make(const Kind& kind) const {
-        MakeClip(folder_ / kind.name, kind);
-        return folder_ / kind.name;
-    }
-    static std::string Bytes(const std::filesystem::path& file) {
-        std::ostringstream bytes;
-        bytes << std::ifstream(file, std::ios::binary).rdbuf();
-        return bytes.str();
-    }
-    /// The clip, ending early or with one byte that is another.
-    std::filesystem::path Cut(const std::filesystem::path& clip, double share) const {
-        const std::string bytes = Bytes(clip);
-        return Write(clip, bytes.substr(0, static_cast<size_t>(share * static_cast<double>(bytes.size()))));
-    }
-    std::filesystem::path Flip(const std::filesystem::path& clip, double share) const {
-        std::string bytes = Bytes(clip);
-        bytes[static_cast<size_t>(share * static_cast<double>(bytes.size()))] ^= 0x55;
-        return Write(clip, bytes);
-    }
-    /// The clip with a byte wrong for which the reader says this.
-    std::filesystem::path Damage(const std::filesystem::path& clip,
-                                 const std::string& words = "at frame") const {
-        double share = .4;
-        while (share < 1 && Read(Flip(clip, share)).error.find(words) == std::string::npos) {
-            share += .003;
-        }
-        EXPECT_LT(share, 1) << clip;
-        return Flip(clip, share);
-    }
-    std::filesystem::path Write(const std::filesystem::path& clip, const std::string& bytes) const {
-        const std::filesystem::path file = folder_ / ("harmed." + clip.filename().string());
-        std::ofstream(file, std::ios::binary) << bytes;
-        return file;
-    }
-
-    std::filesystem::path folder_;
-};
 
 }  // namespace
 
-TEST_F(Clips, IntactOnesPassWithAllTheirFramesInEveryContainer) {
-    for (const Kind& kind : Kinds) {
-        const std::filesystem::path clip = Make(kind);
-        const Outcome outcome = ReadOften(clip, desk::OnDamage::Skip);
-        EXPECT_EQ(outcome.error + outcome.skipped, "") << kind.name;
-        EXPECT_EQ(outcome.frames.size(), size_t{Frames}) << kind.name;
-        EXPECT_TRUE(Read(clip) == outcome) << kind.name;
-    }
-}
-
-TEST_F(Clips, ThatEndTooEarlyAreToldInEveryContainer) {
-    for (const Kind& kind : Kinds) {
-        const std::filesystem::path clip = Make(kind);
-        const bool isAvi = clip.extension() == ".avi";  // its last packet says that it is not whole
-        for (const double share : {0.61, 0.97}) {       // neither lies between two frames
-            const Outcome outcome = ReadOften(Cut(clip, share));
-            const std::string told = fmt::format("is damaged at frame {}: {}", outcome.frames.size(),
-                                                 isAvi ? "it is cut off" : "");
-            EXPECT_THAT(outcome.error, HasSubstr(kind.opensWhenCut ? told : "is not a clip"))
-                << kind.name << " " << share;
-        }
-    }
-}
-
-TEST_F(Clips, ThatLackAFrameOfTheirIndexAreTold) {
-    const std::filesystem::path clip = Make({"lost.avi", "mpeg4", "b=2000000", false, true, 0});
-    EXPECT_EQ(Read(clip).error, "");
-    std::string bytes = Bytes(clip);
-    size_t packet = 0;
-    for (int n = 0; n < Frames / 2; n++) {
-        packet = bytes.find("00dc", packet + 1);
-    }
-    const Outcome outcome = ReadOften(Write(clip, bytes.replace(packet, 4, "JUNK")));
-    EXPECT_THAT(outcome.error, HasSubstr("it ends after 19 of the 20 frames that its header promises"));
-}
-
-TEST_F(Clips, WithOneByteWrongComeToTheSameInEveryRun) {
-    for (const Kind& kind : Kinds) {
-        const std::filesystem::path clip = Make(kind);
-        int told = 0;
-        for (const double share : {.15, .25, .35, .45, .55, .65, .75, .85}) {
-            const std::filesystem::path harmed = Flip(clip, share);
-            const Outcome stopped = ReadOften(harmed);
-            told += stopped.error.empty() ? 0 : 1;
-            if (kind.hasChecksums) {
-                ReadOften(harmed, desk::OnDamage::Skip);  // each frame that it gives is right
-            }
-        }
-        EXPECT_GE(told, kind.hasChecksums ? 8 : 0) << kind.name;
-    }
-}
-
-TEST_F(Clips, ReadInTurnsAreToldApart) {
-    const std::filesystem::path intact = Make(Kinds[0]);
-    const std::filesystem::path harmed = Damage(intact, "its data does not fit together");
-    for (const bool isIntactFirst : {true, false}) {
-        desk::ClipReader one(isIntactFirst ? intact : harmed, {});
-        desk::ClipReader other(isIntactFirst ? harmed : intact, {});
-        desk::ClipReader& good = isIntactFirst ? one : other;
-        desk::ClipReader& bad = isIntactFirst ? other : one;
-        desk::Nv12 picture(Size);
-        int frames = 0;
-        bool isTold = false;
-        while (good.Read(picture)) {
-            frames++;
-            try {
-                EXPECT_TRUE(isTold || bad.Read(picture));
-            } catch (const desk::UsageError& error) {
-                isTold = true;
-                EXPECT_THAT(error.what(), HasSubstr(harmed.string()));
-            }
-        }
-        EXPECT_EQ(frames, Frames);
-        EXPECT_TRUE(isTold);
-    }
-}
-
-TEST_F(Clips, KeepTheirFramesNumbersWhenDamageIsSkipped) {
-    for (const Kind& kind : {Kinds[0], Kinds[2], Kinds[7], Kinds[10]}) {
-        const std::filesystem::path harmed = Damage(Make(kind));
-        const Outcome stopped = Read(harmed);
-        const Outcome skipped = ReadOften(harmed, desk::OnDamage::Skip);
-        const auto first = static_cast<int>(stopped.frames.size());
-        EXPECT_THAT(stopped.error, HasSubstr(fmt::format("is damaged at frame {}: ", first))) << kind.name;
-        EXPECT_THAT(skipped.skipped, ::testing::StartsWith(fmt::format("{}:", first))) << kind.name;
-        // The group of the damaged frame is lost at most, and the one before it where it is shown late.
-        EXPECT_GE(skipped.frames.size(), size_t{Frames - 8}) << kind.name;
-        EXPECT_LT(skipped.frames.size(), size_t{Frames}) << kind.name;
-        EXPECT_EQ(skipped.frames.back(), Frames - 1) << kind.name;
-    }
-    const std::filesystem::path cut = Cut(Make(Kinds[2]), 0.6);
-    const Outcome rest = ReadOften(cut, desk::OnDamage::Skip);
-    EXPECT_EQ(rest.skipped, fmt::format("{}:{} ", Read(cut).frames.size(), int{Frames}));
-}
-
-TEST_F(Clips, HaveNoFrameWhereAllAreDamaged) {
-    const std::filesystem::path harmed = Damage(Make(Kinds[7]));
-    const std::vector<int> frames = Read(harmed, desk::OnDamage::Skip).frames;
-    const size_t damaged = Read(harmed).frames.size();
-    const auto first = static_cast<int64_t>(damaged);
+TEST_F(Clips, GiveTheFramesOfARange) {
+    const std::filesystem::path clip = Write("raw.y4m", Raw("YUV4MPEG2 W64 H48 F30000:1001 C420jpeg"));
+    constexpr int64_t Open = desk::FrameRange().end;
+    const int64_t table[][3] = {{0, Open, 10}, {3, 8, 5}, {5, Open, 5}, {0, 4, 4}, {9, 20, 1}, {4, 5, 1}};
     desk::Nv12 picture(Size);
-    desk::ClipReader within(harmed, {first, frames[damaged]}, desk::OnDamage::Skip);
-    EXPECT_THROW(within.Read(picture), desk::UsageError);
-    desk::ClipReader after(harmed, {first, frames[damaged] + 1}, desk::OnDamage::Skip);
-    ASSERT_TRUE(after.Read(picture));
-    EXPECT_EQ(after.Frame(), frames[damaged]);
-    EXPECT_FALSE(after.Read(picture));
+    for (const auto& [first, end, frames] : table) {
+        desk::ClipReader reader(clip, {first, end});
+        for (int64_t number = first; number < first + frames; number++) {
+            ASSERT_TRUE(reader.Read(picture));
+            EXPECT_EQ(reader.Frame(), number);
+            ExpectFrame(picture, number, 0);
+        }
+        EXPECT_FALSE(reader.Read(picture));
+        EXPECT_EQ(reader.Format().rateNumerator * 1001, reader.Format().rateDenominator * 30000);
+    }
+    desk::ClipReader beyond(clip, {20, Open});
+    try {
+        beyond.Read(picture);
+        ADD_FAILURE();
+    } catch (const desk::UsageError& error) {
+        EXPECT_EQ(std::string(error.what()), clip.string() + " has 10 frames; expected more than 20");
+    }
+}
+
+TEST_F(Clips, ShowTheirMiddleInAnotherShape) {
+    std::string bytes = "YUV4MPEG2 W64 H48 F25:1 C420jpeg\nFRAME\n";
+    for (int pixel = 0; pixel < 64 * 48; pixel++) {
+        bytes += static_cast<char>(pixel % 64 + pixel / 64);
+    }
+    bytes += std::string(64 * 24, static_cast<char>(128));
+    desk::ClipReader reader(Write("shape.y4m", bytes), {});
+    desk::Nv12 narrow({32, 48});
+    ASSERT_TRUE(reader.Read(narrow));
+    EXPECT_EQ(narrow.luma.at<uint8_t>(0, 0), 16);
+    EXPECT_EQ(narrow.luma.at<uint8_t>(47, 31), 16 + 31 + 47);
+    desk::ClipReader half(folder_ / "shape.y4m", {});
+    desk::Nv12 small({32, 12});
+    ASSERT_TRUE(half.Read(small));
+    EXPECT_NEAR(small.luma.at<uint8_t>(6, 16), 24.5 + 32.5, 1);
+}
+
+TEST_F(Clips, AreReadAsTheyWereWritten) {
+    const std::pair<const char*, double> kinds[] = {{"a.mp4", 3}, {"a.mkv", 0}, {"a.y4m", 0}, {"a", 3}};
+    for (const auto& [name, tolerance] : kinds) {
+        for (const bool fullRange : {true, false}) {
+            const ClipFormat format = {Size, 30000, 1001, fullRange, 5};
+            desk::ClipWriter writer(folder_ / name, format, true);
+            for (int number = 0; number < 5; number++) {
+                desk::Nv12 picture(Size);
+                picture.luma.setTo(LumaOf(number));
+                picture.chroma.setTo(cv::Scalar(118, 142));
+                writer.Add(picture);
+            }
+            writer.Complete();
+            writer.Publish();
+            desk::ClipReader reader(folder_ / name, {});
+            const ClipFormat read = reader.Format();
+            const bool isFolder = folder_ / name == folder_ / "a";
+            EXPECT_EQ(read.size, Size);
+            EXPECT_TRUE(isFolder || std::abs(read.FramesPerSecond() - 30000 / 1001.0) < 1e-3) << name;
+            EXPECT_EQ(read.fullRange, fullRange || isFolder) << name;
+            desk::Nv12 picture(Size);
+            for (int number = 0; number < 5; number++) {
+                ASSERT_TRUE(reader.Read(picture));
+                if (fullRange || !isFolder) {
+                    ExpectFrame(picture, number, tolerance);
+                }
+            }
+            EXPECT_FALSE(reader.Read(picture));
+        }
+    }
+    // A picture has the full range: its luma is (65 - 16) * 255 / 219, and colours are as BT.601 has them.
+    const cv::Scalar bgr = cv::mean(cv::imread((folder_ / "a" / "000002.png").string()));
+    EXPECT_NEAR(bgr[0], 57.05 + 2.017 * (118 - 128), 2);
+    EXPECT_NEAR(bgr[2], 57.05 + 1.596 * (142 - 128), 3);
+    EXPECT_THAT(Bytes(folder_ / "a.y4m"), ::testing::StartsWith("YUV4MPEG2 W64 H48 F30000:1001 "));
+    EXPECT_EQ(std::filesystem::file_size(folder_ / "a.y4m") % (6 + 64 * 72),
+              Bytes(folder_ / "a.y4m").find('\n') + 1);
+}
+
+TEST_F(Clips, ThatAreNotFinishedLeaveNothing) {
+    {
+        desk::ClipWriter writer(folder_ / "a.mkv", {Size}, false);
+        writer.Add(desk::Nv12(Size));
+        EXPECT_FALSE(std::filesystem::is_empty(folder_));
+    }
+    EXPECT_TRUE(std::filesystem::is_empty(folder_));
+}
+
+TEST(Nv12, HasTheColoursOfAPhotograph) {
+    const cv::Mat photo(8, 16, CV_8UC3, cv::Scalar(200, 100, 50));
+    desk::Nv12 picture(photo.size());
+    desk::WriteNv12(photo, picture);
+    EXPECT_EQ(picture.luma.at<uint8_t>(7, 15), 96);  // .299 R + .587 G + .114 B
+    EXPECT_NEAR(picture.chroma.at<cv::Vec2b>(3, 7)[0], 128 + .564 * (200 - 96.5), 1);
+    EXPECT_NEAR(picture.chroma.at<cv::Vec2b>(3, 7)[1], 128 + .713 * (50 - 96.5), 1);
+    EXPECT_LE(cv::norm(ReadNv12(picture), photo, cv::NORM_INF), 2);
 }

@@ -48,6 +48,9 @@ uint32_t ProcRequest(LumNodeProcessRequestInfo* info) {
     }
     LumRequestWindowInfo window = {};
     services.QueryRequestWindow(node.hSession, &window);
+    if (std::getenv("ROGUE") != nullptr) {  // in a whole program, where nobody sets a misdeed
+        services.QueryRequestWindow(node.hSession, &window);
+    }
     dependency.hNodeSession = node.hSession;
     dependency.propertyCount = 1;
     dependency.propertyIds[0] = gridTag;

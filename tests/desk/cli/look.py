@@ -1,0 +1,149 @@
+#!/usr/bin/env python3
+"""Makes the inputs of cases.txt, and looks at what a row's runs have left.
+  look.py photo >FILE           a photograph of noise at two scales, in which every movement shows
+  look.py inputs                what the rows need beside what the program itself makes
+  look.py harm CLIP TO          the clip with some of its bytes overwritten
+  look.py check EXPRESSION WORK whether the expression is true in the row's folder"""
+import glob
+import json
+import math
+import os
+import random
+import re
+import sys
+
+
+def photo(width=480, height=360):
+    rng = random.Random(3)
+    planes = []
+    for _ in range(3):
+        plane = [0.0] * (width * height)
+        for cell, share in ((24, 0.6), (8, 0.4)):
+            knots = [[rng.random() for _ in range(width // cell + 2)] for _ in range(height // cell + 2)]
+            for y in range(height):
+                row, v = divmod(y, cell)
+                line = [a + (b - a) * v / cell for a, b in zip(knots[row], knots[row + 1])]
+                for x in range(width):
+                    column, u = divmod(x, cell)
+                    plane[y * width + x] += share * (line[column] + (line[column + 1] - line[column]) * u / cell)
+        planes.append(bytes(int(255 * value) for value in plane))
+    return b"P6\n%d %d\n255\n" % (width, height) + bytes(v for rgb in zip(*planes) for v in rgb)
+
+
+class Picture:
+    """A frame of 8-bit 4:2:0."""
+
+    def __init__(self, width, height, samples):
+        self.width, self.height = width, height
+        self.luma, self.chroma = samples[: width * height], samples[width * height :]
+
+    def rows(self, x, y, width, height):
+        return [self.luma[n * self.width + x : n * self.width + x + width] for n in range(y, y + height)]
+
+    def __eq__(self, other):
+        return (self.luma, self.chroma) == (other.luma, other.chroma)
+
+
+def header(name):
+    return open(name, "rb").readline().decode().split()
+
+
+def clip(name):
+    data = open(name, "rb").read()
+    start = data.index(b"\n") + 1
+    width, height = (int(word[1:]) for word in header(name)[1:3])
+    size = len(b"FRAME\n") + width * height * 3 // 2
+    assert (len(data) - start) % size == 0, name
+    return [Picture(width, height, data[at + 6 : at + size]) for at in range(start, len(data), size)]
+
+
+def squares(ones, others):
+    return sum((a - b) ** 2 for a, b in zip(ones, others)) / len(ones)
+
+
+def psnr(ones, others, plane="luma"):
+    """Over all frames, and of the worst one."""
+    errors = [squares(getattr(a, plane), getattr(b, plane)) for a, b in zip(ones, others)]
+    return [10 * math.log10(255 * 255 / error) for error in (sum(errors) / len(errors), max(errors))]
+
+
+def near(value, wanted, tolerance=0.01):
+    return all(abs(a - b) <= tolerance for a, b in zip(value, wanted))
+
+
+def results(name="out.json"):
+    return json.load(open(name))
+
+
+def numbers(name="out.json"):
+    return [frame["frame"] for frame in results(name)["frames"]]
+
+
+def left():
+    return sorted(name for name in glob.glob("**/*", recursive=True) if not name.startswith("in") and os.path.isfile(name))
+
+
+def documented():
+    """The JSON's names in docs/DESK.md."""
+    text = open(os.path.join(os.path.dirname(__file__), "../../../docs/DESK.md")).read()
+    rows = re.findall(r"^\| (`.*?) \|", text[text.index("The JSON's names:") :].split("\n## ")[0], re.M)
+    return {name for row in rows for name in re.findall(r"`(\w+)`", row)}
+
+
+def inputs():
+    shaky = open("shaky.y4m", "rb").read()
+    still, grids = open("still.txt").read(), open("grids.txt").read()
+    frame = len(b"FRAME\n") + 192 * 144 * 3 // 2
+    start = shaky.index(b"\n") + 1
+
+    def write(name, data):
+        open(name, "wb").write(data if isinstance(data, bytes) else data.encode())
+
+    def y4m(width, height, frames):
+        return b"YUV4MPEG2 W%d H%d F30:1 Ip A1:1 C420jpeg\n" % (width, height) + b"".join(b"FRAME\n" + f for f in frames)
+
+    def moved(line, x, y, scale=1):
+        words = line.strip().split(", ")
+        points = ["%.4f" % (float(word) * scale + (x, y)[n % 2]) for n, word in enumerate(words[3:])]
+        return ", ".join(words[:1] + [str(int(word) * scale) for word in words[1:3]] + points) + " \n"
+
+
+    write("text.mp4", "hello")
+    write("empty.y4m", y4m(192, 144, []))
+    write("odd.y4m", b"YUV4MPEG2 W193 H145 F30:1 Ip A1:1 C444\nFRAME\n" + bytes(3 * 193 * 145))
+    write("sound.wav", b"RIFF\x2c\0\0\0WAVEfmt \x10\0\0\0\1\0\1\0\x40\x1f\0\0\x40\x1f\0\0\1\0\x08\0data\x08\0\0\0abcdefgh")
+    write("cut.y4m", shaky[: start + 5 * frame + 99])
+    write("late.y4m", shaky[:start] + shaky[start + 4 * frame :])  # from its fifth frame on
+    write("a<b&c.y4m", shaky[: start + 2 * frame])
+    lines = grids.splitlines(True)
+    write("cut.txt", grids[: len(grids) * 3 // 4])
+    write("short.txt", lines[0])
+    write("twice.txt", grids + grids)
+    write("far.txt", re.sub(r", -\d+\.\d+", ", -230000000.0", grids, count=1))
+    write("nan.txt", re.sub(r", -\d+\.\d+", ", -nan", lines[0], count=1))
+    write("other.txt", moved(lines[0], 0, 0, 3))
+    write("changed.txt", lines[0] + re.sub(r", [-.0-9]+ $", ", 9.0000 ", lines[1]) + "".join(lines[2:]))
+    # The node of tests/desk/rules wants an input as large as the output.
+    write("flat.txt", "".join(re.sub(r", 160, 120, ", ", 128, 96, ", line) for line in still.splitlines(True)))
+    # A still camera, but for the first frame: 3 pixels to the right, 2 up.
+    lines = still.splitlines(True)
+    write("moved.txt", moved(lines[0], 3, -2) + "".join(lines[1:]))
+
+
+def check(expression, work):
+    out, err = (open(os.path.join(work, name), errors="replace", newline="").read() for name in ("out", "err"))
+    value = eval(expression, {**globals(), "out": out, "err": err})
+    if not value:
+        print(f"it is {value!r}")
+    return 0 if value else 1
+
+
+if sys.argv[1] == "photo":
+    sys.stdout.buffer.write(photo())
+elif sys.argv[1] == "inputs":
+    inputs()
+elif sys.argv[1] == "harm":
+    data = open(sys.argv[2], "rb").read()
+    open(sys.argv[3], "wb").write(data[: len(data) // 4] + b"\x55" * 64 + data[len(data) // 4 + 64 :])
+else:
+    sys.exit(check(sys.argv[2], sys.argv[3]))
