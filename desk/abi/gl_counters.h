@@ -14,6 +14,8 @@ struct DeskGlCounters {
     uint64_t contextCurrent;       ///< 1 when the calling thread has a context current, else 0
     uint64_t uploads;              ///< frames copied from a buffer's memory to its planes, since the start
     uint64_t readbacks;            ///< frames copied from the planes to a buffer's memory, since the start
+    int32_t maxTextureSize;        ///< pixels each way; 0 until a context has been current
+    char renderer[128];            ///< the driver's name for itself, zero-terminated; empty until then
 };
 
 #ifdef __cplusplus

@@ -1,5 +1,7 @@
 #include "desk/gl/driver/counters.h"
 
+#include <algorithm>
+
 #include "desk/abi/gl_counters.h"
 #include "desk/gl/driver/export.h"
 #include "desk/gl/yuv/context_state.h"
@@ -24,4 +26,8 @@ DESK_GL_EXPORT void desk_gl_counters(DeskGlCounters* counters) {
     counters->contextCurrent = desk::CurrentContext() != nullptr ? 1 : 0;
     counters->uploads = global.uploads;
     counters->readbacks = global.readbacks;
+    counters->maxTextureSize = global.maxTextureSize;
+    if (counters->maxTextureSize != 0) {
+        std::copy(global.renderer.begin(), global.renderer.end(), counters->renderer);
+    }
 }

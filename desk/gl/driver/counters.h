@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 
@@ -15,6 +16,8 @@ struct Counters {
     std::atomic<uint64_t> liveContexts{0};
     std::atomic<uint64_t> uploads{0};
     std::atomic<uint64_t> readbacks{0};
+    std::atomic<int32_t> maxTextureSize{0};
+    std::array<char, 128> renderer{};  ///< written once, before maxTextureSize is
 };
 
 Counters& GlobalCounters();

@@ -1,15 +1,35 @@
 #include "desk/gl/yuv/context_state.h"
 
+#include <mutex>
+#include <string>
 #include <utility>
 
 #include "desk/gl/driver/driver_errors.h"
 #include "desk/gl/driver/export.h"
 
 namespace desk {
+namespace {
+
+/// All contexts have the same, so the first one's is kept.
+void NoteRenderer() {
+    static std::once_flag isNoted;
+    std::call_once(isNoted, [] {
+        Counters& counters = GlobalCounters();
+        const GLubyte* name = Gl().GetString(GL_RENDERER);
+        const std::string text = name == nullptr ? "" : reinterpret_cast<const char*>(name);
+        text.copy(counters.renderer.data(), counters.renderer.size() - 1);
+        GLint most = 0;
+        Gl().GetIntegerv(GL_MAX_TEXTURE_SIZE, &most);
+        counters.maxTextureSize = most;
+    });
+}
+
+}  // namespace
 
 void ContextState::BecomeCurrent() {
     if (!isListening_) {
         isListening_ = true;
+        NoteRenderer();
         ListenToDriver();
     }
 }
