@@ -129,10 +129,11 @@ void Pipeline::CreateNode(Margin margin) {
                input.width, input.height, facts.outputSize.width, facts.outputSize.height, margin.horizontal,
                margin.vertical);
     showLog();
-    if (std::max(input.width, input.height) > gl().maxTextureSize) {
+    const int most = gl().maxTextureSize;
+    if (most != 0 && std::max(input.width, input.height) > most) {
         throw UsageError(
             fmt::format("an input of {} x {} is too large for {}; expected at most {} pixels each way",
-                        input.width, input.height, facts.glRenderer, gl().maxTextureSize));
+                        input.width, input.height, facts.glRenderer, most));
     }
 }
 
