@@ -51,36 +51,27 @@ private:
     size_t at_ = 0;
 };
 
-/// The values that follow, each after a comma and a blank, up to the blank that ends the line.
-void ReadValues(LineScanner& scanner, size_t count, DumpLine& line) {
-    line.values.reserve(count);
-    line.columns.reserve(count);
+/// The values that follow, each after a comma and a blank. A mesh line has every value but the first and the
+/// last twice; the copies must agree.
+void ReadValues(LineScanner& scanner, DumpKind kind, DumpLine& line) {
+    const bool isGrid = kind == DumpKind::Grid;
+    const size_t count = isGrid ? GridValueCount : 2 * (MeshValueCount - 1);
     for (size_t i = 0; i < count; i++) {
         double value = 0;
         const bool isAfterComma = scanner.Skip(", ");
-        line.columns.push_back(scanner.Column());
+        const size_t column = scanner.Column();
         if (!isAfterComma || !scanner.Read(value)) {
             scanner.Fail(
                 fmt::format("{}value {} of {}", isAfterComma ? "" : "a comma, a blank and ", i + 1, count));
         }
-        line.values.push_back(value);
-    }
-}
-
-/// A mesh line prints every value but the first and the last twice; the copies must agree.
-void DropRepeated(DumpLine& line, const LineScanner& scanner) {
-    for (size_t i = 1; i < MeshValueCount; i++) {
-        const double value = line.values[2 * i - 1];
-        const bool isLast = i + 1 == MeshValueCount;
-        if (!isLast && std::isfinite(value) && value != line.values[2 * i]) {
-            scanner.Fail(fmt::format("value {} and its copy to agree, but they are {:.4f} and {:.4f}", i + 1,
-                                     value, line.values[2 * i]));
+        if (isGrid || i == 0 || i % 2 == 1) {
+            line.values.push_back(value);
+            line.columns.push_back(column);
+        } else if (std::isfinite(line.values.back()) && value != line.values.back()) {
+            scanner.Fail(fmt::format("value {} and its copy to agree, but they are {:.4f} and {:.4f}",
+                                     line.values.size(), line.values.back(), value));
         }
-        line.values[i] = value;
-        line.columns[i] = line.columns[2 * i - 1];
     }
-    line.values.resize(MeshValueCount);
-    line.columns.resize(MeshValueCount);
 }
 
 /// Only a grid has whole numbers, without a decimal point, after its request id.
@@ -158,11 +149,8 @@ DumpLine DumpReader::Parse() const {
                 scanner.Fail("a whole number of the header");
             }
         }
-        ReadValues(scanner, GridValueCount, line);
-    } else {
-        ReadValues(scanner, 2 * (MeshValueCount - 1), line);
-        DropRepeated(line, scanner);
     }
+    ReadValues(scanner, kind_, line);
     if (!scanner.Skip(" ") || scanner.Column() <= text_.size()) {
         scanner.Fail(fmt::format("a blank and the end of the line after {} values", line.columns.size()));
     }

@@ -5,17 +5,18 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <iostream>
 #include <iterator>
 #include <stdexcept>
 #include <utility>
 
 #include "desk/base/usage_error.h"
-#include "desk/run/environment.h"
 #include "desk/warp/warp_map.h"
 
 namespace desk {
 namespace {
 
+constexpr const char* NodeLibrary = "lib/com.oxa.node.dewarp.so";
 constexpr int64_t SpareBuffers = 4;  // in rotation beside those that are held
 
 Nv12 View(GrallocBuffer& buffer) {
@@ -42,31 +43,19 @@ uint64_t OpenFds() {
     return static_cast<uint64_t>(std::distance(begin(open), end(open)));
 }
 
-/// Says on stderr and in the results what is at work.
-HostOptions Announce(const RunOptions& options, const NodeSizing& sizing, const Output* dumps,
-                     RunFacts& facts) {
-    HostOptions host{NodeLibraryFile(), SystemLibraryFolder(), dumps == nullptr ? "" : dumps->Work()};
-    host.luxBits = options.luxBits;
-    const cv::Size input = InputFor(sizing.output, sizing.margin);
-    facts.clip = options.clip.string();
-    facts.output = options.out.string();
-    facts.credit = options.credit;
-    facts.variant = NameOf(options.variant);
-    facts.glRenderer = RendererFor(input);
-    facts.library = host.nodeLibrary.string();
-    facts.inputSize = input;
-    facts.outputSize = sizing.output;
-    fmt::print(stderr, "dewarp-desk: {}, {}, {}, input {}x{}, output {}x{}, margin {},{}\n",
-               host.nodeLibrary.filename().string(), facts.glRenderer, facts.variant, input.width,
-               input.height, sizing.output.width, sizing.output.height, sizing.margin.horizontal,
-               sizing.margin.vertical);
-    return host;
+/// What the program loads lies in the build folder that the program itself lies in, in bin.
+std::filesystem::path Built(const char* file) {
+    const auto place = std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path() / file;
+    if (!std::filesystem::exists(place)) {
+        throw std::runtime_error(
+            fmt::format("expected {}, which is built beside the program", place.string()));
+    }
+    return place;
 }
 
-ClipFormat OutputFormat(const ClipReader& reader, cv::Size output) {
-    ClipFormat format = reader.Format();
-    format.size = output;
-    return format;
+HostOptions HostFor(const RunOptions& options, const Output* dumps, std::ostream& log) {
+    return {Built(NodeLibrary), Built("desk/system/lib64"), dumps == nullptr ? "" : dumps->Work(), &log,
+            options.luxBits};
 }
 
 }  // namespace
@@ -78,21 +67,31 @@ Pipeline::Pipeline(const std::string& command, const RunOptions& options, ClipRe
       dumps_(options.dumpDir.empty()
                  ? nullptr
                  : std::make_unique<Output>(options.dumpDir, Output::Kind::DumpFolder, false)),
-      host_(Announce(options, sizing, dumps_.get(), results_.facts)),
-      recording_(options, OutputFormat(reader, sizing.output), results_),
+      host_(HostFor(options, dumps_.get(), log_)),
       progress_(options.progress, reader.ExpectedFrames()),
       observer_(std::move(observer)) {
     if (options.onDamage == OnDamage::Skip && !options.truth.empty()) {
         throw UsageError("--truth is compared frame by frame; expected no --damaged skip with it");
     }
-    results_.facts.command = command;
-    results_.facts.framesPerSecond = reader.Format().FramesPerSecond();
+    const cv::Size input = InputFor(sizing.output, sizing.margin);
+    results_.facts = {command,
+                      options.clip.string(),
+                      options.out.string(),
+                      options.credit,
+                      NameOf(options.variant),
+                      "",
+                      Built(NodeLibrary).string(),
+                      input,
+                      sizing.output,
+                      reader.Format().FramesPerSecond()};
     host_.SetDumps(dumps_ != nullptr);
-    node_ = host_.CreateNode(options.variant);
+    CreateNode(sizing.margin);
+    ClipFormat format = reader.Format();
+    format.size = sizing.output;
+    recording_.emplace(options, format, results_);
     const Negotiated sizes = node_->Negotiate(
         {static_cast<uint32_t>(sizing.output.width), static_cast<uint32_t>(sizing.output.height)},
         sizing.margin);
-    const cv::Size input = results_.facts.inputSize;
     if (cv::Size(static_cast<int>(sizes.input.width), static_cast<int>(sizes.input.height)) != input) {
         throw std::runtime_error(fmt::format("the node asks for an input of {} x {}; expected {} x {}",
                                              sizes.input.width, sizes.input.height, input.width,
@@ -103,6 +102,38 @@ Pipeline::Pipeline(const std::string& command, const RunOptions& options, ClipRe
     std::generate_n(std::back_inserter(outputs_), spare, [this] { return node_->AllocateOutput(); });
     if (options.inFlight > 1) {
         driver_ = std::make_unique<PipelinedDriver>(host_, *node_, options.inFlight, options.inFlight);
+    }
+}
+
+void Pipeline::CreateNode(Margin margin) {
+    RunFacts& facts = results_.facts;
+    const auto gl = [this] { return host_.Counters().gl.value_or(DeskGlCounters{}); };
+    const auto showLog = [this] {
+        fmt::print(stderr, "{}", early_.str());
+        log_.rdbuf(std::cerr.rdbuf());
+    };
+    try {
+        node_ = host_.CreateNode(options_.variant);
+    } catch (const NodeError&) {
+        if (gl().maxTextureSize == 0) {
+            throw std::runtime_error(
+                "the machine's EGL and OpenGL ES give no context; expected a driver such as Mesa's");
+        }
+        showLog();
+        throw;
+    }
+    facts.glRenderer = gl().renderer;
+    const cv::Size& input = facts.inputSize;
+    fmt::print(stderr, "dewarp-desk: {}, {}, {}, input {}x{}, output {}x{}, margin {},{}\n",
+               std::filesystem::path(facts.library).filename().string(), facts.glRenderer, facts.variant,
+               input.width, input.height, facts.outputSize.width, facts.outputSize.height, margin.horizontal,
+               margin.vertical);
+    showLog();
+    const int most = gl().maxTextureSize;
+    if (most != 0 && std::max(input.width, input.height) > most) {
+        throw UsageError(
+            fmt::format("an input of {} x {} is too large for {}; expected at most {} pixels each way",
+                        input.width, input.height, facts.glRenderer, most));
     }
 }
 
@@ -164,7 +195,7 @@ void Pipeline::Collect() {
     const RenderedFrame shown{number, request.grid, Input(frame), View(OutputBuffer(frame))};
     const WarpMap map(shown.grid, results_.facts.inputSize, results_.facts.outputSize);
     results_.frames.push_back({number, request.id, map.MarginUse(), request.camera});
-    recording_.Add(shown.input, shown.output);
+    recording_->Add(shown.input, shown.output);
     if (observer_) {
         observer_(shown);
     }
@@ -189,37 +220,9 @@ ExitCode Pipeline::Finish() {
     const DeskGlCounters gl = host_.Counters().gl.value_or(DeskGlCounters{});
     results_.counters = {gl.imports, 2 * results_.frames.size() - gl.imports, gl.liveImages, OpenFds()};
     results_.findings = host_.State().contract.List();
-    recording_.Finish();
-    const ExitCode code = Tell();
+    recording_->Finish();
     if (dumps_) {
         dumps_->Publish();  // last: dumps of the same second may stand in the way
-    }
-    return code;
-}
-
-ExitCode Pipeline::Tell() const {
-    if ((results_.motion || results_.truth) && options_.json != "-") {
-        fmt::print("{}: ", NameOf(options_.variant));
-        if (results_.motion) {
-            fmt::print("motion {:.2f} -> {:.3f} px RMS, ", results_.motion->before, results_.motion->after);
-        }
-        if (results_.truth) {
-            fmt::print("PSNR luma {:.2f} dB, chroma {:.2f} dB, ", results_.truth->luma.Psnr(),
-                       results_.truth->chroma.Psnr());
-        }
-        const std::vector<double>& node = results_.milliseconds.at(Stage::Node);
-        fmt::print("node call {:.1f} ms (p95 {:.1f}), {} findings\n", Percentile(node, 50),
-                   Percentile(node, 95), results_.findings.size());
-    }
-    for (const FrameRange& range : results_.damagedFrames) {
-        fmt::print(stderr, "dewarp-desk: {} is damaged: skipped frames {} to {}\n", options_.clip.string(),
-                   range.first, range.end - 1);
-    }
-    for (const std::string& finding : results_.findings) {
-        fmt::print(stderr, "dewarp-desk: the node broke a rule: {}\n", finding);
-    }
-    for (const std::string& missed : results_.missedLimits) {
-        fmt::print(stderr, "dewarp-desk: {}\n", missed);
     }
     if (Interrupted()) {
         fmt::print(stderr, "dewarp-desk: interrupted after {} frames{}\n", Shown(),

@@ -6,6 +6,8 @@
 #include <future>
 #include <memory>
 #include <optional>
+#include <ostream>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -89,10 +91,10 @@ private:
     GrallocBuffer& OutputBuffer(int64_t frame) {
         return *outputs_[static_cast<size_t>(frame) % outputs_.size()];
     }
+    /// Says on stderr what is at work when it is known, and only then what was logged meanwhile.
+    void CreateNode(Margin margin);
     /// Waits for the frame that was shown first of those in flight, and records it.
     void Collect();
-    /// Says what was measured and what went wrong.
-    ExitCode Tell() const;
 
     struct InFlight {
         uint64_t id;
@@ -105,9 +107,11 @@ private:
     ClipReader& reader_;
     RunResults results_;
     std::unique_ptr<Output> dumps_;  ///< null without --dump-dir
+    std::stringbuf early_;           ///< what is logged before the program's first line
+    std::ostream log_{&early_};
     DeskHost host_;
-    Recording recording_;
     std::unique_ptr<DeskNode> node_;
+    std::optional<Recording> recording_;  ///< as soon as there is a node
     std::vector<std::shared_ptr<GrallocBuffer>> inputs_;
     std::vector<std::shared_ptr<GrallocBuffer>> outputs_;
     Progress progress_;

@@ -154,6 +154,33 @@ void Recording::Finish() {
     if (!options_.report.empty()) {
         WriteReport(results_, options_.report, options_.overwrite);
     }
+    Tell();
+}
+
+void Recording::Tell() const {
+    if ((results_.motion || results_.truth) && options_.json != "-") {
+        fmt::print("{}: ", NameOf(options_.variant));
+        if (results_.motion) {
+            fmt::print("motion {:.2f} -> {:.3f} px RMS, ", results_.motion->before, results_.motion->after);
+        }
+        if (results_.truth) {
+            fmt::print("PSNR luma {:.2f} dB, chroma {:.2f} dB, ", results_.truth->luma.Psnr(),
+                       results_.truth->chroma.Psnr());
+        }
+        const std::vector<double>& node = results_.milliseconds.at(Stage::Node);
+        fmt::print("node call {:.1f} ms (p95 {:.1f}), {} findings\n", Percentile(node, 50),
+                   Percentile(node, 95), results_.findings.size());
+    }
+    for (const FrameRange& range : results_.damagedFrames) {
+        fmt::print(stderr, "dewarp-desk: {} is damaged: skipped frames {} to {}\n", options_.clip.string(),
+                   range.first, range.end - 1);
+    }
+    for (const std::string& finding : results_.findings) {
+        fmt::print(stderr, "dewarp-desk: the node broke a rule: {}\n", finding);
+    }
+    for (const std::string& missed : results_.missedLimits) {
+        fmt::print(stderr, "dewarp-desk: {}\n", missed);
+    }
 }
 
 }  // namespace desk

@@ -21,8 +21,8 @@ public:
     /// The next frame: the node's input and output. Throws UsageError when the truth has ended.
     void Add(const Nv12& input, const Nv12& output);
 
-    /// Completes the clips, adds the measurements to the results, tells which limits they miss, and writes
-    /// JSON and report.
+    /// Completes the clips, adds the measurements to the results, writes JSON and report, and says what
+    /// was measured and what went wrong.
     void Finish();
 
 private:
@@ -42,6 +42,7 @@ private:
     void CompareWithTruth(const Nv12& output);
     void AddMotion();
     void CheckQuality();
+    void Tell() const;
 
     const RunOptions& options_;
     RunResults& results_;
