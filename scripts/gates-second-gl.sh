@@ -8,7 +8,7 @@ cd "$root"
 scripts/setup.sh
 scripts/setup-second-gl.sh
 cmake --preset desk
-cmake --build --preset desk -j"$(nproc)" --target pixel_tests stress_tests dewarp-desk
+cmake --build --preset desk -j"$(nproc)" --target gl_tests pixel_tests stress_tests dewarp-desk
 desk="$root/build/desk/bin/dewarp-desk"
 work="$(mktemp -d)"
 trap 'rm -rf "$work"' EXIT
@@ -31,5 +31,6 @@ for variant in realtime lookahead; do
 done
 "$desk" replay shaky.mkv --grids grids.txt --truth truth.mkv --size 1280x720 -o steady.mkv --min-psnr 32 \
   --progress none
+"$root/build/desk/tests/gl_tests"
 "$root/build/desk/tests/pixel_tests"
 "$root/build/desk/tests/stress_tests" --gtest_filter='Pixel*'
