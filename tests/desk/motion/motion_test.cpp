@@ -111,7 +111,7 @@ TEST(SteadyCamera, TakesTheShakeOutOfThePictures) {
     const ShakyCamera camera({5, 1, 0.6}, Input, Output.height, 30);
     const auto path = [&](int n, double y) { return camera.RowPose(n, y + (Input.height - 1) / 2.0); };
     const std::vector<cv::Mat> film = Film(path, Input, 40);
-    for (const auto& [variant, bound] : {std::pair(Variant::LookAhead, 0.15), {Variant::RealTime, 0.5}}) {
+    for (const auto& [variant, bound] : {std::pair(Variant::LookAhead, 0.15), {Variant::RealTime, 0.25}}) {
         MotionMeter meter;
         const auto views = Steadied(variant, Estimated(film));
         for (size_t n = 0; n < views.size(); n++) {
