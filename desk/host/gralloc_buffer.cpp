@@ -112,7 +112,8 @@ GrallocBuffer::~GrallocBuffer() {
 }
 
 void GrallocBuffer::Remap() {
-    void* mapping = ::mmap(nullptr, ByteSize(), PROT_READ | PROT_WRITE, MAP_SHARED, PixelFd(), 0);
+    void* mapping =
+        ::mmap(nullptr, ByteSize(), PROT_READ | PROT_WRITE, MAP_SHARED, handle_->data[GrallocPixelFd], 0);
     if (mapping == MAP_FAILED) {
         Fail("the memory of a gralloc buffer cannot be mapped");
     }
@@ -122,10 +123,6 @@ void GrallocBuffer::Remap() {
     pixels_ = static_cast<uint8_t*>(mapping);
 }
 
-int GrallocBuffer::PixelFd() const {
-    return handle_->data[GrallocPixelFd];
-}
-
 LumImageList GrallocBuffer::ImageList() {
     auto list = Patterned<LumImageList>();
     list.format = LumFormatNv12;
@@ -133,7 +130,7 @@ LumImageList GrallocBuffer::ImageList() {
     list.height = size_.height;
     list.stride = stride_;
     list.scanline = scanline_;
-    list.firstImage.fd = static_cast<uint32_t>(PixelFd());
+    list.firstImage.fd = static_cast<uint32_t>(handle_->data[GrallocPixelFd]);
     list.firstImage.pAddr = pixels_;
     list.firstImage.pNativeHandle = handle_;
     list.pFenceHandle = &fence_;

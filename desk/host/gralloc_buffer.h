@@ -60,7 +60,6 @@ public:
 private:
     GrallocBuffer(Size size, uint32_t stride, uint32_t scanline);
     void MakeMemory();
-    int PixelFd() const;
 
     Size size_;
     uint32_t stride_;

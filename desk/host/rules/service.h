@@ -13,9 +13,9 @@ namespace desk {
 /// One service of the host: what it is called, in which phases a node may call it, what a failure of it
 /// looks like unless the fault says otherwise, and whether the fault is asked at all.
 struct Service {
-    const char* name;
-    unsigned phases;
-    uint32_t failure;
+    const char* name = nullptr;
+    unsigned phases = 0;
+    uint32_t failure = 0;
     bool canFail = true;
 };
 

@@ -101,7 +101,8 @@ void LumLog::LogSystem(const char* levelWord, const char* levelLetter, const cha
     va_end(arguments);
     const desk::ServiceCall call(desk::service::LogSystem, text);
     if (call.Needs({levelWord, levelLetter, fileName, functionName, format})) {
-        const desk::LogRecord record = {levelWord, levelLetter, fileName, functionName, line, format, text};
+        const desk::LogRecord record = {
+            levelWord, levelLetter, fileName, functionName, line, std::string(desk::TextOf(format)), text};
         desk::RequireLevel(call->contract, record);
         call->log.Write(record);
     }
