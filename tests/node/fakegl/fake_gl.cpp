@@ -38,16 +38,15 @@ std::string TextOf(T value) {
     }
 }
 
-template <typename Name, typename Function>
+template <const char* Name, typename Function>
 struct Trampoline;
 
 /// The faked function itself: turns its arguments into words and a text, and the answer into its result.
-template <typename Name, typename Result, typename... Arguments>
+template <const char* Name, typename Result, typename... Arguments>
 struct Trampoline<Name, Result (*)(Arguments...)> {
     static Result Call(Arguments... arguments) {
         const std::vector<std::string> texts = {TextOf(arguments)...};
-        GlCall call{
-            Name::value, {WordOf(arguments)...}, fmt::format("{}({})", Name::value, fmt::join(texts, ", "))};
+        GlCall call{Name, {WordOf(arguments)...}, fmt::format("{}({})", Name, fmt::join(texts, ", "))};
         const uint64_t answer = FakeGl::current->Perform(std::move(call));
         if constexpr (std::is_pointer_v<Result>) {
             return reinterpret_cast<Result>(answer);
@@ -57,10 +56,7 @@ struct Trampoline<Name, Result (*)(Arguments...)> {
     }
 };
 
-#define FAKE_NAME(member, symbol, ...)                \
-    struct Name_##symbol {                            \
-        static constexpr const char* value = #symbol; \
-    };
+#define FAKE_NAME(member, symbol, ...) constexpr char Name_##symbol[] = #symbol;
 DEWARP_GLES_ENTRIES(FAKE_NAME)
 DEWARP_EGL_ENTRIES(FAKE_NAME)
 #undef FAKE_NAME

@@ -3,8 +3,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <future>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "utils/fenutils.h"
@@ -87,20 +87,18 @@ TEST(Memory, EveryOperatorZeroFills) {
                   [=](void* p) { ::operator delete(p, tag...); });
         fromDirty([=](size_t n) { return ::operator new[](n, tag...); },
                   [=](void* p) { ::operator delete[](p, tag...); });
-    };
-    const auto sizedForms = [&](auto... tag) {
-        fromDirty([=](size_t n) { return ::operator new(n, tag...); },
-                  [=](void* p) { ::operator delete(p, size, tag...); });
-        fromDirty([=](size_t n) { return ::operator new[](n, tag...); },
-                  [=](void* p) { ::operator delete[](p, size, tag...); });
+        if constexpr ((std::is_same_v<decltype(tag), std::align_val_t> && ...)) {
+            fromDirty([=](size_t n) { return ::operator new(n, tag...); },
+                      [=](void* p) { ::operator delete(p, size, tag...); });
+            fromDirty([=](size_t n) { return ::operator new[](n, tag...); },
+                      [=](void* p) { ::operator delete[](p, size, tag...); });
+        }
     };
     constexpr std::align_val_t alignment{64};
     forms();
     forms(std::nothrow);
     forms(alignment);
     forms(alignment, std::nothrow);
-    sizedForms();
-    sizedForms(alignment);
     fromDirty([](size_t n) { return ::operator new(n, 0, 0, nullptr, 0); },
               [](void* p) { ::operator delete(p); });
     EXPECT_EQ(Launder(::operator new(0)), nullptr) << "no smallest size is applied";
@@ -128,21 +126,19 @@ TEST(Mutex, IsRecursiveAndExcludesOthers) {
     mutex->Lock();
     mutex->Lock();
     ::alarm(0);
-    auto* native = static_cast<pthread_mutex_t*>(mutex->GetNativeHandle());
-    int whileHeld = 0;
-    int whileFree = 0;
-    const auto tryLock = [native](int* result) {
-        *result = pthread_mutex_trylock(native);
-        if (*result == 0) {
-            pthread_mutex_unlock(native);
-        }
+    const auto triedElsewhere = [mutex] {
+        return std::async(std::launch::async,
+                          [mutex] {
+                              auto* native = static_cast<pthread_mutex_t*>(mutex->GetNativeHandle());
+                              const int result = pthread_mutex_trylock(native);
+                              return result == 0 ? pthread_mutex_unlock(native) : result;
+                          })
+            .get();
     };
     mutex->Unlock();
-    std::thread(tryLock, &whileHeld).join();
+    EXPECT_EQ(triedElsewhere(), EBUSY);
     mutex->Unlock();
-    std::thread(tryLock, &whileFree).join();
-    EXPECT_EQ(whileHeld, EBUSY);
-    EXPECT_EQ(whileFree, 0);
+    EXPECT_EQ(triedElsewhere(), 0);
     mutex->Destroy();
     EXPECT_TRUE(g_trace.empty()) << "tracing is dormant unless its bit is set";
 }
@@ -157,14 +153,10 @@ TEST(Mutex, TracesUnderItsCutNameWhileItsBitIsSet) {
         std::to_string(static_cast<int32_t>(reinterpret_cast<uintptr_t>(mutex->GetNativeHandle())));
     mutex->Lock();
     mutex->Unlock();
-    const std::vector<std::string> expected = {"begin Mutex Init",
-                                               "end",
-                                               "begin " + name + ": Mutex::Lock",
-                                               "async begin " + name + ": Mutex Held " + cookie,
-                                               "end",
-                                               "async end " + name + ": Mutex Held " + cookie};
-    EXPECT_EQ(g_trace, expected);
-    g_trace.clear();
+    const std::string held = name + ": Mutex Held " + cookie;
+    EXPECT_EQ(std::exchange(g_trace, {}),
+              (std::vector<std::string>{"begin Mutex Init", "end", "begin " + name + ": Mutex::Lock",
+                                        "async begin " + held, "end", "async end " + held}));
     g_enabledTags = ATRACE_TAG_GRAPHICS;
     mutex->Lock();
     mutex->Unlock();

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <chrono>
 
+#include "desk/host/rules/node_call.h"
 #include "tests/node/stress/overlap.h"
 
 using namespace std::chrono_literals;
@@ -23,31 +24,37 @@ protected:
         return {requestId, &grid_, input_.get(), output_.get()};
     }
 
-    /// Renders a request on a thread of its own and holds it in its `nth` call of `name` until released.
+    /// Holds the first that passes until it is released.
+    struct Gate {
+        void Pass() {
+            if (isFirst.exchange(false)) {
+                reached.set_value();
+                released.get_future().wait();
+            }
+        }
+        std::atomic<bool> isFirst = true;
+        std::promise<void> reached;
+        std::promise<void> released;
+    };
+
+    /// Renders request 2 on a thread of its own and holds it in its `nth` call of `name` until released.
     class HeldRequest {
     public:
         HeldRequest(FakeGl& gl, desk::NodeRequest& request, const std::string& name, unsigned nth) : gl_(gl) {
             EXPECT_EQ(request.FirstPass(), 0U);
             gl_.hold = [this, name, nth](const GlCall& call) {
-                if (std::this_thread::get_id() != id_) {
+                if (desk::CurrentCall().requestId != 2) {
                     ++callsOfOthers;
                 } else if (call.name == name && ++seen_ == nth) {
-                    reached_.set_value();
-                    released_.get_future().wait();
+                    gate_.Pass();
                 }
             };
-            std::promise<void> started;
-            thread_ = std::thread([&request, begin = started.get_future().share()] {
-                begin.wait();
-                EXPECT_EQ(request.SecondPass(), 0U);
-            });
-            id_ = thread_.get_id();
-            started.set_value();
-            reached_.get_future().wait();
+            result_ = std::async(std::launch::async, [&request] { return request.SecondPass(); });
+            gate_.reached.get_future().wait();
         }
         void Release() {
-            released_.set_value();
-            thread_.join();
+            gate_.released.set_value();
+            EXPECT_EQ(result_.get(), 0U);
         }
         ~HeldRequest() {
             gl_.hold = nullptr;
@@ -58,10 +65,8 @@ protected:
     private:
         FakeGl& gl_;
         unsigned seen_ = 0;
-        std::promise<void> reached_;
-        std::promise<void> released_;
-        std::thread thread_;
-        std::thread::id id_;  // set before the thread renders
+        Gate gate_;
+        std::future<uint32_t> result_;
     };
 };
 
@@ -169,11 +174,10 @@ TEST_F(Overlap, TheDriverLetsRequestsOvertakeOnlyWhereTheNodeAllowsIt) {
 
 TEST_F(Overlap, TheDriverHandsOverNoMoreThanItMayAndEveryResult) {
     MakeNode();
-    std::promise<void> released;
-    std::atomic<bool> isFirst = true;
-    gl_->hold = [&, gate = released.get_future().share()](const GlCall& call) {
-        if (call.name == "glFlush" && isFirst.exchange(false)) {
-            gate.wait();
+    Gate gate;
+    gl_->hold = [&gate](const GlCall& call) {
+        if (call.name == "glFlush") {
+            gate.Pass();
         }
     };
     {
@@ -184,7 +188,7 @@ TEST_F(Overlap, TheDriverHandsOverNoMoreThanItMayAndEveryResult) {
         auto failed = driver.Submit(gridless);
         auto third = std::async(std::launch::async, [&] { return driver.Submit(FrameOf(3)); });
         EXPECT_EQ(third.wait_for(50ms), std::future_status::timeout) << "two are in flight";
-        released.set_value();
+        gate.released.set_value();
         EXPECT_EQ(drawn.get(), 0U);
         EXPECT_EQ(failed.get(), 1U);
         EXPECT_EQ(third.get().get(), 0U);
@@ -200,26 +204,23 @@ TEST_F(Overlap, TheDriverHandsOverNoMoreThanItMayAndEveryResult) {
 TEST_F(Overlap, ARequestThatMeetsANegotiationFailsWithoutItsSecondPass) {
     MakeNode();
     expectFindings_ = true;
-    std::promise<void> reached;
-    std::promise<void> released;
+    Gate gate;
     std::atomic<unsigned> secondPasses = 0;
-    std::atomic<bool> isFirst = true;
     host_.State().fault = [&](const desk::HostCall& call, uint32_t&) {
         secondPasses += call.caller.phase == desk::PhaseSecondPass ? 1 : 0;
-        if (call.service == "GetAlignment" && isFirst.exchange(false)) {
-            reached.set_value();
-            released.get_future().wait();
+        if (call.service == "GetAlignment") {
+            gate.Pass();
         }
         return false;
     };
     auto negotiation = std::async(std::launch::async, [&] { node_->Negotiate({64, 48}, {0.25F, 0.25F}); });
-    reached.get_future().wait();
+    gate.reached.get_future().wait();
     {
         desk::PipelinedDriver driver(host_, *node_, 1, 1);
         EXPECT_EQ(driver.Submit(FrameOf(1)).get(), 1U);
     }
     EXPECT_EQ(secondPasses, 0U);
-    released.set_value();
+    gate.released.set_value();
     negotiation.get();
     host_.State().fault = nullptr;
     EXPECT_EQ(host_.State().contract.List().size(), 1U);
