@@ -18,27 +18,28 @@ const cv::Size Input(400, 300);
 std::string MeshLine(uint64_t frame, double first) {
     desk::DumpLine line;
     line.requestId = frame;
-    for (int i = 0; i < static_cast<int>(desk::MeshValueCount); i++) {
-        const int vertex = i / 2;
-        line.values.push_back(first +
-                              (i % 2 == 0 ? vertex % desk::MeshColumns : vertex / desk::MeshColumns) / 32.0);
+    for (int i = 0; i < desk::MeshVertices + 1; i++) {
+        const div_t at = div(i / 2, desk::MeshColumns);
+        line.values.push_back(first + (i % 2 == 0 ? at.rem : at.quot) / 32.0);
     }
     std::ostringstream text;
     desk::WriteDumpLine(text, desk::DumpKind::TexCoordinates, line);
     return text.str();
 }
 
+using Lines = std::vector<std::string>;
+
 /// Replaces the n-th number of a line, counted from 0 after the request id.
-std::string WithNumber(const std::string& line, size_t n, const std::string& number) {
+void Put(std::string& line, size_t n, const std::string& number) {
     size_t at = 0;
     for (size_t i = 0; i <= n; i++) {
         at = line.find(", ", at) + 2;
     }
-    return line.substr(0, at) + number + line.substr(line.find_first_of(", ", at));
+    line.replace(at, line.find_first_of(", ", at) - at, number);
 }
 
 /// Where x of a grid's point stands among the numbers of its line.
-constexpr size_t NumberOfX(size_t column, size_t row) {
+constexpr size_t X(size_t column, size_t row) {
     return 2 + 2 * (row * desk::GridColumns + column);
 }
 
@@ -53,9 +54,17 @@ protected:
         }
         return "accepted";
     }
-    desk::DumpCheck Check(const std::vector<std::string>& lines, cv::Size output = {320, 240}) const {
+    desk::DumpCheck Check(const Lines& lines, cv::Size output = {320, 240}) const {
         const std::string text = std::accumulate(lines.begin(), lines.end(), std::string());
         return desk::CheckDump(Write("dump.txt", text), {Input, output});
+    }
+    /// A line of text for each.
+    std::string Findings(const Lines& lines, cv::Size output = {320, 240}) const {
+        std::string all;
+        for (const desk::DumpFinding& finding : Check(lines, output).findings) {
+            all += std::to_string(finding.line) + " " + finding.kind + ": " + finding.text + "\n";
+        }
+        return all;
     }
 };
 
@@ -78,7 +87,7 @@ TEST_F(Dump, LinesComeBackAsTheyWereWritten) {
 }
 
 TEST_F(Dump, ReadingGoesOnAfterABadLineAndLinesAreFoundByRequest) {
-    const std::vector<std::string> lines = CleanLines(3);
+    const Lines lines = CleanLines(3);
     desk::DumpReader reader(Write("dump.txt", lines[0] + "Frame x\n" + lines[1]));
     EXPECT_EQ(reader.Next()->requestId, 1U);
     EXPECT_THROW(reader.Next(), desk::DumpError);
@@ -95,66 +104,55 @@ TEST_F(Dump, WhatCannotDriveANodeIsRefusedWithItsPlace) {
     const std::string good = GridLine(1, ShiftGrid(400, 300, 3, 2));
     EXPECT_EQ(Refusal(good), "accepted");
     EXPECT_EQ(Refusal(good, {404, 304}), "accepted");
-    EXPECT_THAT(Refusal(good, {640, 300}),
-                HasSubstr("expected a grid for an input of 640 x 300, got one that"));
+    EXPECT_THAT(Refusal(good, {640, 300}), HasSubstr("expected a grid for an input of 640 x 300, got one"));
     EXPECT_THAT(Refusal(good, {400, 200}), HasSubstr("that spans 400 x 300 pixels"));
-    EXPECT_EQ(Refusal(""), "dump.txt: expected a dump file of the node, got an empty file");
-    EXPECT_THAT(Refusal("RIFF"), HasSubstr("dump.txt:1:1: expected a dump file of the node"));
-    EXPECT_THAT(Refusal(MeshLine(1, 0)), HasSubstr("expected a grid dump, got a texture coordinate dump"));
-    EXPECT_THAT(Refusal(good + good),
-                HasSubstr("dump.txt:2:1: expected every request id once, got 1 again after line 1"));
-    EXPECT_THAT(Refusal(good.substr(0, good.size() - 1)), HasSubstr("the file is cut off"));
-    EXPECT_THAT(Refusal(good.substr(0, 40)),
-                HasSubstr("dump.txt:1:40: expected a comma, a blank and value 3 of 1890"));
-    EXPECT_THAT(Refusal(GridLine(1, ShiftGrid(400, 300, 4e6F, 0))),
-                HasSubstr("dump.txt:1:20: expected a coordinate within 65536 pixels"));
+    const std::pair<std::string, const char*> refusals[] = {
+        {"", "dump.txt: expected a dump file of the node, got an empty file"},
+        {"RIFF", "dump.txt:1:1: expected a dump file of the node"},
+        {MeshLine(1, 0), "expected a grid dump, got a texture coordinate dump"},
+        {good + good, "dump.txt:2:1: expected every request id once, got 1 again after line 1"},
+        {good.substr(0, good.size() - 1), "the file is cut off"},
+        {good.substr(0, 40), "dump.txt:1:40: expected a comma, a blank and value 3 of 1890"},
+        {GridLine(1, ShiftGrid(400, 300, 4e6F, 0)),
+         "dump.txt:1:20: expected a coordinate within 65536 pixels"},
+    };
+    for (const auto& [text, sentence] : refusals) {
+        EXPECT_THAT(Refusal(text), HasSubstr(sentence));
+    }
 }
 
-/// One defect, put into a clean dump of 20 lines.
-struct Defect {
-    void (*seed)(std::vector<std::string>& lines);
-    const char* kind;
-    size_t line;
-    const char* text;
-};
-
-const Defect Defects[] = {
-    {[](auto& lines) { lines[4] = WithNumber(lines[4], NumberOfX(7, 3), "1x2"); }, "malformed", 5,
-     "expected a comma, a blank and value 226 of 1890, got \"x2, "},
-    {[](auto& lines) { lines[6] = lines[6].substr(0, lines[6].rfind(", ")) + " \n"; }, "malformed", 7,
-     "value 1890 of 1890"},
-    {[](auto& lines) { lines[8] = WithNumber(lines[8], NumberOfX(10, 10), "nan"); }, "not-finite", 9,
-     "got nan"},
-    {[](auto& lines) { lines[9] = WithNumber(lines[9], NumberOfX(11, 10) + 1, "-inf"); }, "not-finite", 10,
-     "got -inf"},
-    {[](auto& lines) { lines[2] = WithNumber(lines[2], NumberOfX(20, 5), "43750000.0000"); }, "out-of-range",
-     3, "got 43750000.0000"},
-    {[](auto& lines) { lines[11] = WithNumber(lines[11], NumberOfX(12, 8), "0.0000"); }, "fold-over", 12,
-     "cells have a negative area"},
-    {[](auto& lines) { lines[19] = GridLine(20, ShiftGrid(400, 300, 30, 20)); }, "jump", 20,
-     "from request 19 to 20"},
-    {[](auto& lines) { lines[13] = "Frame 13" + lines[13].substr(8); }, "repeated-request", 14,
-     "request 13 was already in line 13"},
-    {[](auto& lines) { lines.back().pop_back(); }, "malformed", 20, "the file is cut off"},
+/// How a defect is put into a clean dump of 20 lines, and what is found.
+const std::pair<void (*)(Lines& lines), const char*> Defects[] = {
+    {[](Lines& n) { Put(n[4], X(7, 3), "1x2"); }, "5 malformed: expected a comma, a blank and value 226 of"},
+    {[](Lines& n) { n[6] = n[6].substr(0, n[6].rfind(", ")) + " \n"; },
+     "7 malformed: expected a comma, a blank and value 1890 of 1890"},
+    {[](Lines& n) { Put(n[8], X(10, 10), "nan"); },
+     "9 not-finite: expected a coordinate within 65536 pixels, got nan"},
+    {[](Lines& n) { Put(n[9], X(11, 10) + 1, "-inf"); }, "10 not-finite: "},
+    {[](Lines& n) { Put(n[2], X(20, 5), "43750000.0000"); }, "3 out-of-range: "},
+    {[](Lines& n) { Put(n[11], X(12, 8), "0.0000"); }, "12 fold-over: 2 of the mesh's cells have a negative"},
+    {[](Lines& n) { n[19] = GridLine(20, ShiftGrid(400, 300, 30, 20)); }, "20 jump: from request 19 to 20"},
+    {[](Lines& n) { n[13].replace(0, 8, "Frame 13"); },
+     "14 repeated-request: request 13 was already in line 13"},
+    {[](Lines& n) { n.back().pop_back(); }, "20 malformed: expected a line feed: the file is cut off"},
     // The vertices of a mesh may not move at all.
-    {[](auto& lines) {
-         lines = {MeshLine(1, -0.5), MeshLine(2, -0.5), MeshLine(3, -0.501)};
+    {[](Lines& n) {
+         n = {MeshLine(1, -0.5), MeshLine(2, -0.5), MeshLine(3, -0.501)};
      },
-     "jump", 3, "moves by 0.14 % of its width a frame, expected at most 0.02 %"},
-    {[](auto& lines) {
-         lines = {MeshLine(7, 0), WithNumber(MeshLine(8, 0), 10, "0.0001")};
+     "3 jump: from request 2 to 3 the mesh moves by 0.14 % of its width a frame, expected at most 0.02 %"},
+    {[](Lines& n) {
+         Put((n = {MeshLine(7, 0), MeshLine(8, 0)})[1], 10, "0.0001");
      },
-     "malformed", 2, "expected value 6 and its copy to agree"},
+     "2 malformed: expected value 6 and its copy to agree"},
 };
 
 TEST_F(Dump, EverySeededDefectIsFoundAndNothingElse) {
-    for (const Defect& defect : Defects) {
-        std::vector<std::string> lines = CleanLines(20);
-        defect.seed(lines);
-        EXPECT_THAT(Check(lines).findings,
-                    ElementsAre(AllOf(Field(&desk::DumpFinding::line, defect.line),
-                                      Field(&desk::DumpFinding::kind, defect.kind),
-                                      Field(&desk::DumpFinding::text, HasSubstr(defect.text)))));
+    for (const auto& [seed, finding] : Defects) {
+        Lines lines = CleanLines(20);
+        seed(lines);
+        const std::string found = Findings(lines);
+        EXPECT_THAT(found, StartsWith(finding));
+        EXPECT_EQ(found.find('\n'), found.size() - 1) << found;
     }
 }
 
@@ -165,21 +163,20 @@ TEST_F(Dump, ACleanDumpHasNoFindings) {
     EXPECT_NEAR((*check.frames[4].used)[desk::Right], 5 * std::sin(1.6), 1e-3);
     EXPECT_NEAR((*check.frames[4].used)[desk::Left], -5 * std::sin(1.6), 1e-3);
     // After a gap of seven frames the mesh may have moved seven times as far.
-    const std::vector<std::string> gap = {GridLine(1, ShiftGrid(400, 300, 0, 0)),
-                                          GridLine(2, ShiftGrid(400, 300, 3, 0)),
-                                          GridLine(9, ShiftGrid(400, 300, 24, 0))};
-    EXPECT_THAT(Check(gap).findings, IsEmpty());
+    const auto line = [](uint64_t request, float x) { return GridLine(request, ShiftGrid(400, 300, x, 0)); };
+    EXPECT_EQ(Findings({line(1, 0), line(2, 3), line(9, 24)}), "");
 }
 
 TEST_F(Dump, ReachBeyondTheInputNamesSideAndFirstFrame) {
-    // The output is 6 pixels smaller than the input, the sway up to 5 to either side.
-    const desk::DumpCheck check = Check(CleanLines(20), {394, 294});
-    ASSERT_EQ(check.findings.size(), 2U);
-    EXPECT_EQ(check.findings[0].line, 3U);
-    EXPECT_EQ(check.findings[0].text,
-              "request 3 is the first of 7 to read beyond the input's right side, by "
-              "2.00 pixels at most");
-    EXPECT_THAT(check.findings[1].text, HasSubstr("the input's left side"));
+    // The margin is 3 pixels across and 2 down, the sway up to 5 and 2.5 to either side.
+    const std::string found = Findings(CleanLines(20), {394, 296});
+    EXPECT_EQ(std::count(found.begin(), found.end(), '\n'), 4);
+    for (const char* reach : {"\n4 reach: request 4 is the first of 4 to read beyond the input's bottom side",
+                              "\n11 reach: request 11 is the first of 5 to read beyond the input's left side",
+                              "\n12 reach: request 12 is the first of 3 to read beyond the input's top side",
+                              "the input's right side, by 2.00 pixels at most"}) {
+        EXPECT_THAT(found, HasSubstr(reach));
+    }
 }
 
 }  // namespace
