@@ -34,6 +34,16 @@ Scene SmoothScene() {
     };
 }
 
+Scene Copy(desk::GrallocBuffer& buffer, uint32_t left, uint32_t top) {
+    return [&buffer, left, top](double x, double y) {
+        const uint32_t column = static_cast<uint32_t>(std::floor(x)) + left;
+        const uint32_t row = static_cast<uint32_t>(std::floor(y)) + top;
+        const uint8_t* chroma = buffer.Chroma() + row / 2 * buffer.Stride() + column / 2 * 2;
+        return std::array<double, 3>{static_cast<double>(buffer.Luma()[row * buffer.Stride() + column]),
+                                     static_cast<double>(chroma[0]), static_cast<double>(chroma[1])};
+    };
+}
+
 void Paint(desk::GrallocBuffer& buffer, const Scene& scene) {
     ForEachSample(buffer, [&scene](uint8_t& byte, uint32_t component, double x, double y) {
         byte = static_cast<uint8_t>(std::lround(scene(x, y)[component]));

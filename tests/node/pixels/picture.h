@@ -12,6 +12,9 @@ using Scene = std::function<std::array<double, 3>(double x, double y)>;
 /// A smooth scene that bilinear sampling meets to well under a level.
 Scene SmoothScene();
 
+/// The scene that a buffer itself shows, sample by sample; `left` and `top` are its first pixel.
+Scene Copy(desk::GrallocBuffer& buffer, uint32_t left, uint32_t top);
+
 /// Writes the scene into both planes; a chroma sample has its centre between its luma pixels.
 void Paint(desk::GrallocBuffer& buffer, const Scene& scene);
 

@@ -22,17 +22,6 @@ Point Identity(double x, double y) {
     return {x, y};
 }
 
-/// The scene that a buffer itself shows, sample by sample.
-Scene Copy(desk::GrallocBuffer& buffer, uint32_t left, uint32_t top) {
-    return [&buffer, left, top](double x, double y) {
-        const uint32_t column = static_cast<uint32_t>(std::floor(x)) + left;
-        const uint32_t row = static_cast<uint32_t>(std::floor(y)) + top;
-        const uint8_t* chroma = buffer.Chroma() + row / 2 * buffer.Stride() + column / 2 * 2;
-        return std::array<double, 3>{static_cast<double>(buffer.Luma()[row * buffer.Stride() + column]),
-                                     static_cast<double>(chroma[0]), static_cast<double>(chroma[1])};
-    };
-}
-
 struct Stage {
     std::unique_ptr<desk::DeskNode> node;
     std::shared_ptr<desk::GrallocBuffer> input;
