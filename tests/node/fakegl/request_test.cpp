@@ -14,7 +14,7 @@ TEST_F(Request, FirstPassDeclaresWhatItWaitsFor) {
         host_.State().fault = [&notices](const desk::HostCall& call, uint32_t&) {
             notices += (call.service == "NotifyRequestDone") ? 1U : 0U;
             return call.service == "NotifyRequestDone";  // its failure changes nothing
-        });
+        };
         RawRequest raw = MakeRaw(1, 65536);  // only the low 16 bits tell the pass
         raw.inputs.resize(3, raw.inputs[0]);
         raw.inputs[1].pFenceSignaled = nullptr;
