@@ -23,7 +23,7 @@ cd "$work"
 desk="$build/bin/dewarp-desk"
 peers="$build/bin/desk-peers"
 size="${width}x$height"
-quiet=(-y --progress none --log-level none)
+quiet=(-y --progress none)
 
 # Each writes the clip of that name.
 ffmpeg_with() { # NAME FILTER
@@ -34,8 +34,8 @@ vidstab() {
   ffmpeg_with "$1" "vidstabtransform=input=vidstab.trf:smoothing=$window:optzoom=0:crop=keep:interpol=bicubic"
 }
 videostab() { "$peers" videostab shaky.mkv "$1" "$width" "$height"; }
-stabilise() { "$desk" stabilise shaky.mkv -o "$1" --size "$size" --window "$window" --variant "$2" "${quiet[@]}"; }
-replay() { "$desk" replay shaky.mkv --grids grids.txt -o "$1" --size "$size" "${quiet[@]}"; }
+stabilise() { "$desk" stabilise shaky.mkv -o "$1" --size "$size" --window "$window" --variant "$2" --log-level none "${quiet[@]}"; }
+replay() { "$desk" replay shaky.mkv --grids grids.txt -o "$1" --size "$size" --log-level none "${quiet[@]}"; }
 
 row() { # NAME COMMAND...
   local name="$1" command="$2" start end

@@ -23,7 +23,7 @@ desk/cli desk/peers"""
 INCLUDE = re.compile(r'#include "(desk/[^"]+)"')
 # A declaration or definition of a function in a namespace, and the definition of a member.
 FUNCTION = re.compile(r"^(?!using |namespace |class |struct |extern )\w[\w:<>,&*\[\] ]*[ &*](\w+)\([^;{]*?\)[^;{}]*?([;{])", re.M)
-MEMBER = re.compile(r"^(?:[\w:<>,&*\[\]\" ]*[ &*])?(\w+)::~?\w+\(", re.M)
+MEMBER = re.compile(r"^(?:\w[\w:<>,&*\[\]\" ]*[ &*])?(\w+)::~?\w+\(", re.M)
 CLASS = re.compile(r"^ *(?:class|struct) (?:\w+\(.*?\) )?(\w+)(?= *[:{]| final)", re.M)
 
 

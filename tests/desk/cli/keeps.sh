@@ -157,7 +157,7 @@ for file in report.html report.json before_after.jpg; do
   only_with_y "report/$file" "+out.mkv ${report/+report\/$file/}" "${replay[@]}" -o out.mkv --report report
 done
 only_with_y heat.png "" verify "${clip[@]}" "${grids[@]}" --limit 255 --heat-map heat.png
-only_with_y pictures/grids_mesh.png "" inspect "$in/grids.txt" --pictures pictures
+only_with_y pictures/grids_mesh.svg "" inspect "$in/grids.txt" --pictures pictures
 only_with_y out.json "" inspect "$in/grids.txt" --json out.json
 only_with_y out.json "" diff "$in/grids.txt" "$in/grids.txt" --json out.json
 only_with_y out.mkv "+grids.txt +truth.mkv" "${synth_all[@]}"

@@ -32,10 +32,10 @@ title_of() {
     sed -n 's#.*<title>\([0-9 ]*\)</title>.*#\1#p'
 }
 
-common=(--size 640x360 --progress none --log-level none)
+common=(--size 640x360 --progress none)
 "$desk" synth "$photo" -o "$work/shaky.mkv" --grids "$work/grids.txt" --truth "$work/truth.mkv" --length 12 "${common[@]}"
-"$desk" stabilise "$work/shaky.mkv" -o "$work/steady.mp4" --report "$work/stabilise" "${common[@]}"
-"$desk" verify "$work/shaky.mkv" --grids "$work/grids.txt" --report "$work/verify" "${common[@]}"
+"$desk" stabilise "$work/shaky.mkv" -o "$work/steady.mp4" --report "$work/stabilise" --log-level none "${common[@]}"
+"$desk" verify "$work/shaky.mkv" --grids "$work/grids.txt" --report "$work/verify" --log-level none "${common[@]}"
 
 for command in stabilise verify; do
   page="$work/$command/report.html"

@@ -8,7 +8,8 @@
 
 namespace {
 
-const Misdeed* misdeed = nullptr;
+const Misdeed None = [](RogueCall&) {};
+const Misdeed* misdeed = &None;
 LumNodeInterface services = {};
 LumNodeCreateInfo node = {};
 bool isLookAhead = false;

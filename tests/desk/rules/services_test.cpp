@@ -87,6 +87,7 @@ TEST(Services, KnowTheirStepsAndTheirArguments) {
 }
 
 TEST(Services, FailWithoutAHost) {
+    FindingsOf({}, DO());  // the library has its table from a host that is no more
     const Misdeed all = [](RogueCall& c) {
         for (const NullCall& row : NullCalls) {
             EXPECT_TRUE(row.isRefused(c)) << row.service.name;
