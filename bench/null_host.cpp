@@ -111,10 +111,12 @@ const LumNodeCallbacks& Callbacks(const char* nodeLibrary) {
 IPEICAGridTransform MakeGrid() {
     IPEICAGridTransform grid = {};
     grid.gridTransformEnable = 1;
+    constexpr int MiddleColumn = desk::GridColumns / 2;
+    constexpr int MiddleRow = desk::GridRows / 2;
     for (int row = 0; row < desk::GridRows; ++row) {
         for (int column = 0; column < desk::GridColumns; ++column) {
-            const auto x = static_cast<float>(column - desk::GridColumns / 2);
-            const auto y = static_cast<float>(row - desk::GridRows / 2);
+            const auto x = static_cast<float>(column - MiddleColumn);
+            const auto y = static_cast<float>(row - MiddleRow);
             grid.gridTransformArray[row * desk::GridColumns + column] = {x * 60.0F + 3.0F * std::sin(y),
                                                                          y * 45.0F + 2.0F};
         }

@@ -19,20 +19,23 @@ build() {
   cmake --build "$work/build" -j"$(nproc)" "$@" >"$work/output" 2>&1
 }
 
-# Names what fails of the tests that an entry names, a program or rows of the command line's (cli:ROW); nothing when
-# they pass, or take so long that only the machine can be to blame.
+# Names what fails of the tests that an entry names: a program, rows of the command line's (cli:ROW), or one of ctest's
+# tests. Nothing when they pass, or take so long that only the machine can be to blame.
 named_killer() {
-  local status=0 program="${1%%:*}"
-  case "$program" in
-    cli) timeout 300 "$tree/tests/desk/cli/run.sh" "$work/build/bin/dewarp-desk" "${1#cli:}" >"$work/output" 2>&1 || status=$? ;;
-    *) timeout 300 "$work/build/tests/$program" --gtest_fail_fast >"$work/output" 2>&1 || status=$? ;;
-  esac
+  local status=0 program="$work/build/tests/$1"
+  if [ -x "$program" ]; then
+    timeout 300 "$program" --gtest_fail_fast >"$work/output" 2>&1 || status=$?
+  elif [[ "$1" = cli:* ]]; then
+    timeout 300 "$tree/tests/desk/cli/run.sh" "$work/build/bin/dewarp-desk" "${1#cli:}" >"$work/output" 2>&1 || status=$?
+  else
+    ctest --test-dir "$work/build" -R "^$1\$" --timeout 300 --no-tests=error >"$work/output" 2>&1 || status=$?
+  fi
   if [ "$status" -eq 0 ] || [ "$status" -eq 124 ]; then
     return
-  elif [ "$program" = cli ]; then
-    echo "$1"
+  elif [ -x "$program" ]; then
+    sed -n 's/^\[  FAILED  \] \([A-Za-z/.]*\).*/\1/p' "$work/output" | head -1 | grep . || echo "$1 ended"
   else
-    sed -n 's/^\[  FAILED  \] \([A-Za-z/.]*\).*/\1/p' "$work/output" | head -1 | grep . || echo "$program ended"
+    echo "$1"
   fi
 }
 
@@ -74,7 +77,7 @@ take_back() {
 # run_list NAME FILE AT_LEAST: its faults one after the other.
 run_list() {
   local killed=0 total=0 names rest tests note by
-  local -a files
+  local -a files targets
   while IFS='|' read -r names rest; do
     read -ra files <<<"$names"
     tests="${rest##*|}"
@@ -82,11 +85,9 @@ run_list() {
     note="${rest##*|}"
     total=$((total + 1))
     put "${rest%|*}" "${files[@]}"
-    case "$tests" in
-      cli:*) target=dewarp-desk ;;
-      *) target="$tests" ;;
-    esac
-    if ! build --target "$target"; then
+    targets=(dewarp-desk rogue_node)
+    [ ! -x "$work/build/tests/$tests" ] || targets=("$tests")
+    if ! build --target "${targets[@]}"; then
       echo "mutants.sh: $names does not compile after ${rest%|*}" >&2
       exit 1
     fi

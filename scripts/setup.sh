@@ -15,9 +15,9 @@ packages=(
   lomiri-wallpapers-16.04
 )
 if [ "${1:-}" = "--ci" ]; then
-  packages+=(clang clang-format clang-tidy ninja-build cppcheck gcovr abigail-tools python3 chromium)
+  packages+=(clang clang-format clang-tidy ninja-build cppcheck gcovr abigail-tools chromium)
 elif [ "${1:-}" = "--bench" ]; then
-  packages+=(valgrind libbenchmark-dev libvidstab-dev ffmpeg python3)
+  packages+=(valgrind libbenchmark-dev libvidstab-dev ffmpeg)
 elif [ $# -gt 0 ]; then
   echo "setup.sh: expected no argument, --ci or --bench, got \"$1\"" >&2
   exit 2
