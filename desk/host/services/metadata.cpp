@@ -114,7 +114,7 @@ uint32_t SetMetadata(LumMetadataInfo* info) {
     const bool one = host != nullptr && info != nullptr && info->tagCount == 1 && info->pTagIds != nullptr;
     const Tag* tag = one ? host->tags.Resolve(info->pTagIds[0]) : nullptr;
     const ServiceCall call(service::SetMetadata, tag != nullptr ? tag->FullName() : "");
-    if (!call.Needs({info}) || !CheckPublication(call, *info, tag) || tag == nullptr) {
+    if (!call.Needs({info}) || info == nullptr || !CheckPublication(call, *info, tag) || tag == nullptr) {
         return LumResultInvalidArgument;
     }
     if (call.fails) {

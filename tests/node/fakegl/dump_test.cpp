@@ -71,8 +71,9 @@ TEST_F(Dumps, HoldOneLinePerFrame) {
 
     std::string grid = fmt::sprintf("Frame %lu, %u, %u", request, 4000000000U, 7U);
     for (int i = 0; i < desk::GridPoints; ++i) {
-        const float row = static_cast<float>(i / desk::GridColumns);
-        grid += fmt::sprintf(", %4.4f, %4.4f", static_cast<float>(i % desk::GridColumns) - 0.5F, -row / 3.0F);
+        const int row = i / desk::GridColumns;
+        grid += fmt::sprintf(", %4.4f, %4.4f", static_cast<float>(i % desk::GridColumns) - 0.5F,
+                             -static_cast<float>(row) / 3.0F);
     }
     EXPECT_THAT(DumpLines("Grid"), ElementsAre(grid + " ")) << "a disabled grid is not written";
 

@@ -44,8 +44,8 @@ TEST_F(Negotiate, WidensTheInputByTheMargin) {
     node_ = host_.CreateNode(desk::Variant::RealTime);
     const struct {
         desk::Size optimal;
-        float horizontal;
-        float vertical;
+        float horizontal = 0;
+        float vertical = 0;
         desk::Size largest;
     } rows[] = {
         {{1011, 1080}, 0.15F, 0.15F, {4096, 3072}}, {{1011, 1080}, 0.15F, 0.15F, {1011, 1080}},

@@ -19,11 +19,11 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         in[axis] = dimension();
         out[axis] = dimension();
     }
-    std::vector<float> grid(static_cast<size_t>((vertices[0] + 2) * (vertices[1] + 2) * 2));
+    std::vector<float> grid(2 * static_cast<size_t>(vertices[0] + 2) * static_cast<size_t>(vertices[1] + 2));
     for (float& value : grid) {
         value = input.Take<float>();
     }
-    const auto count = static_cast<size_t>(vertices[0] * vertices[1]);
+    const auto count = static_cast<size_t>(vertices[0]) * static_cast<size_t>(vertices[1]);
     std::vector<float> positions(count * 2);
     std::vector<float> texCoordinates(count * 2);
     UpdateMesh(positions.data(), texCoordinates.data(), grid.data(),
@@ -31,8 +31,9 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (int i = 0; i < static_cast<int>(2 * count); ++i) {
         const int axis = i % 2;
         const int at[] = {i / 2 % vertices[0], i / 2 / vertices[0]};
-        const float value =
-            grid[static_cast<size_t>(2 * ((at[1] + 1) * (vertices[0] + 2) + at[0] + 1) + axis)];
+        const auto columns = static_cast<size_t>(vertices[0] + 2);
+        const auto point = static_cast<size_t>(at[1] + 1) * columns + static_cast<size_t>(at[0] + 1);
+        const float value = grid[2 * point + static_cast<size_t>(axis)];
         using namespace mesh_definition;
         const float sampled = isGridUsed ? Sampled(value, in[axis]) : Fraction(at[axis], vertices[axis]);
         const float position = Position(at[axis], vertices[axis], in[axis], out[axis]);
