@@ -9,7 +9,8 @@ import os
 import re
 import sys
 
-# A folder includes those of lower floors alone; folders of one floor do not know one another.
+# A folder includes those of lower floors alone; folders of one floor do not know one another, nor do host and gl, which
+# are libraries of their own.
 FLOORS = """desk/abi desk/base
 desk/output desk/synth desk/measure desk/host/rules desk/gl/driver
 desk/clip desk/host/services desk/gl/yuv
@@ -52,7 +53,8 @@ def check_floors(sources, floor_of):
             if to == folder:
                 continue
             arrows[folder][to] += 1
-            if floor_of.get(to, len(floor_of)) >= floor_of[folder]:
+            pair = {folder.split("/")[1], to.split("/")[1]}
+            if floor_of.get(to, len(floor_of)) >= floor_of[folder] or pair == {"host", "gl"}:
                 wrong.append(f"{path}:{number}: {folder} includes {match.group(1)}, which does not stand below it")
     return arrows, wrong
 

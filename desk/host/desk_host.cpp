@@ -46,7 +46,7 @@ DeskHost::DeskHost(HostOptions options)
     : options_(std::move(options)),
       state_(options_.log, options_.systemLibraryDir, options_.dumpDir),
       library_(LoadLibrary(options_.nodeLibrary), &::dlclose) {
-    SetLogLevels(options_.luxBits, options_.systemLog);
+    SetLogLevels(options_.luxBits, false);
     const std::string name = options_.nodeLibrary.string();
     auto* entry = reinterpret_cast<NodeGate::Entry>(::dlsym(library_.get(), "LumNodeEntry"));
     if (entry == nullptr) {

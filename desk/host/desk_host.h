@@ -20,7 +20,6 @@ struct HostOptions {
     std::filesystem::path dumpDir;   ///< what /data/vendor/camera maps to; must exist while dumps are on
     std::ostream* log = &std::cerr;  ///< log lines and findings; null for none; outlives the host
     uint32_t luxBits = 1 | 2;        ///< levels logged from the start: errors and warnings
-    bool systemLog = false;          ///< whether lines also go to the platform's log
 };
 
 /// What exists right now because of the library.
@@ -44,7 +43,7 @@ public:
     /// Throws std::logic_error when another host exists; std::runtime_error, naming the file and the
     /// reason, when the library cannot be used.
     explicit DeskHost(HostOptions options);
-    /// Runs CheckTornDown, releases what the library left behind and unloads it. Nodes must be gone.
+    /// Runs CheckTornDown, unloads the library and releases what it left behind. Nodes must be gone.
     ~DeskHost();
     DeskHost(const DeskHost&) = delete;
     DeskHost& operator=(const DeskHost&) = delete;

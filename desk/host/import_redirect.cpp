@@ -124,8 +124,11 @@ void RedirectImports(const void* inside, const std::map<std::string, void*>& rep
             }
         }
     };
-    redirect(Table<ElfW(Rela)>(library, DT_JMPREL), Entry(library, DT_PLTRELSZ));
-    redirect(Table<ElfW(Rela)>(library, DT_RELA), Entry(library, DT_RELASZ));
+    // Both are there, or nothing is redirected.
+    const auto* calls = Table<ElfW(Rela)>(library, DT_JMPREL);
+    const auto* data = Table<ElfW(Rela)>(library, DT_RELA);
+    redirect(calls, Entry(library, DT_PLTRELSZ));
+    redirect(data, Entry(library, DT_RELASZ));
 }
 
 }  // namespace desk

@@ -121,6 +121,11 @@ std::string Findings(const RunResults& results) {
 std::string Page(const RunResults& results) {
     const std::string title =
         Escaped(fmt::format("dewarp-desk {} {}", results.facts.command, results.facts.clip));
+    Json run = ToJson(results.facts);
+    run["frame_count"] = results.frames.size();
+    if (results.reference) {
+        run["worst_frame"] = results.worstFrame;
+    }
     const auto camera = [&results](const char* name, const char* unit, double CameraResult::*value) {
         return CameraChart(results, name, unit, value);
     };
@@ -128,7 +133,7 @@ std::string Page(const RunResults& results) {
                "<!DOCTYPE html>\n<html lang='en'><head><meta charset='utf-8'><title>{0}</title>"
                "<style>{1}</style></head>\n<body>\n<h1>{0}</h1>\n",
                title, Style) +
-           Table(ToJson(results.facts)) + Section("Before and after", Image(results.beforeAfter, ".jpg")) +
+           Table(run) + Section("Before and after", Image(results.beforeAfter, ".jpg")) +
            Section("Errors in the worst frame", Image(results.heatMap, ".png")) +
            Section("Camera", camera("camera path, across", "input pixels", &CameraResult::x) +
                                  camera("camera path, down", "input pixels", &CameraResult::y) +

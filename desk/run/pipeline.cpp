@@ -53,6 +53,13 @@ std::filesystem::path Built(const char* file) {
     return place;
 }
 
+const RunOptions& Checked(const RunOptions& options) {
+    if (options.onDamage == OnDamage::Skip && !options.truth.empty()) {
+        throw UsageError("--truth is compared frame by frame; expected no --damaged skip with it");
+    }
+    return options;
+}
+
 HostOptions HostFor(const RunOptions& options, const Output* dumps, std::ostream& log) {
     return {Built(NodeLibrary), Built("desk/system/lib64"), dumps == nullptr ? "" : dumps->Work(), &log,
             options.luxBits};
@@ -62,7 +69,7 @@ HostOptions HostFor(const RunOptions& options, const Output* dumps, std::ostream
 
 Pipeline::Pipeline(const std::string& command, const RunOptions& options, ClipReader& reader,
                    const NodeSizing& sizing, int64_t held, Observer observer)
-    : options_(options),
+    : options_(Checked(options)),
       reader_(reader),
       dumps_(options.dumpDir.empty()
                  ? nullptr
@@ -70,9 +77,6 @@ Pipeline::Pipeline(const std::string& command, const RunOptions& options, ClipRe
       host_(HostFor(options, dumps_.get(), log_)),
       progress_(options.progress, reader.ExpectedFrames()),
       observer_(std::move(observer)) {
-    if (options.onDamage == OnDamage::Skip && !options.truth.empty()) {
-        throw UsageError("--truth is compared frame by frame; expected no --damaged skip with it");
-    }
     const cv::Size input = InputFor(sizing.output, sizing.margin);
     results_.facts = {command,
                       options.clip.string(),
@@ -114,12 +118,13 @@ void Pipeline::CreateNode(Margin margin) {
     };
     try {
         node_ = host_.CreateNode(options_.variant);
-    } catch (const NodeError&) {
-        if (gl().maxTextureSize == 0) {
-            throw std::runtime_error(
-                "the machine's EGL and OpenGL ES give no context; expected a driver such as Mesa's");
-        }
+    } catch (const NodeError& error) {
         showLog();
+        if (gl().maxTextureSize == 0) {
+            throw std::runtime_error(fmt::format(
+                "the machine's EGL and OpenGL ES give no context; expected a driver such as Mesa's ({})",
+                error.what()));
+        }
         throw;
     }
     facts.glRenderer = gl().renderer;

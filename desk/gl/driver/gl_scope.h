@@ -3,7 +3,8 @@
 #include "desk/gl/driver/real_gl.h"
 
 /// The application must find the GL state as it left it, so the layer changes state only in scopes, which put
-/// it back. All need a current context from construction to destruction.
+/// it back; but for how pixels lie in memory, which a node leaves as it is and the layer sets to GL's
+/// defaults. All need a current context from construction to destruction.
 namespace desk {
 
 /// One integer of the current context's state.

@@ -39,9 +39,13 @@ EGLContext CreateContext(EGLDisplay display, EGLConfig config, EGLContext share,
 }
 
 EGLBoolean DestroyContext(EGLDisplay display, EGLContext context) {
-    // Before the driver may give the handle to another one. What the table holds the driver can destroy.
+    // Before the driver may give the handle to another one.
     const auto dropped = Contexts().Remove(display, context);
-    return Egl().DestroyContext(display, context);
+    const EGLBoolean isDone = Egl().DestroyContext(display, context);
+    if (isDone == EGL_FALSE && dropped) {
+        Contexts().Add(display, context, dropped);
+    }
+    return isDone;
 }
 
 EGLBoolean MakeCurrent(EGLDisplay display, EGLSurface draw, EGLSurface read, EGLContext context) {

@@ -46,7 +46,7 @@ void Libraries::SetProvider(LibraryProvider* provider) {
         if (mapped.setErrorSink != nullptr) {
             mapped.setErrorSink(nullptr, nullptr);
         }
-        mapped = {};
+        mapped = {nullptr, std::move(mapped.mappings), nullptr, nullptr, {}};
         mapped.provider = provider != nullptr ? provider : &system_;
     });
 }

@@ -1,5 +1,4 @@
-// Any text as a dump file: the reader either takes a line, which then reads the same after being written
-// again, or says where and why it does not.
+// Any text as a dump file: the reader either takes a line or says where and why it does not.
 
 #include <unistd.h>
 

@@ -242,11 +242,7 @@ TEST_F(Gl, RefusesWhatImagesAreNotFor) {
         {GL_INVALID_ENUM, renderbuffer(GL_TEXTURE_2D, image)},
         {GL_INVALID_VALUE, renderbuffer(GL_RENDERBUFFER, nullptr)},
         {GL_INVALID_OPERATION, [] { Attach(GL_DEPTH_ATTACHMENT); }},
-        {GL_INVALID_ENUM,
-         [] {
-             GL(glBindTexture)
-             (GL_RGBA, 0);
-         }},  // the driver's own
+        {GL_INVALID_ENUM, [] { (GL(glBindTexture))(GL_RGBA, 0); }},  // the driver's own
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(&row - rows);
@@ -275,8 +271,7 @@ TEST_F(Gl, DrawsAllSamplesOfAnOddImageAndNoOthers) {
         std::vector<GLint> all;
         for (const int name :
              {GL_ACTIVE_TEXTURE, GL_TEXTURE_BINDING_2D, GL_VIEWPORT, GL_SCISSOR_BOX, GL_CURRENT_PROGRAM,
-              GL_DRAW_FRAMEBUFFER_BINDING, GL_READ_FRAMEBUFFER_BINDING, GL_COLOR_CLEAR_VALUE,
-              GL_UNPACK_ROW_LENGTH, GL_UNPACK_ALIGNMENT, GL_PACK_ROW_LENGTH, GL_PACK_ALIGNMENT}) {
+              GL_DRAW_FRAMEBUFFER_BINDING, GL_READ_FRAMEBUFFER_BINDING, GL_COLOR_CLEAR_VALUE}) {
             GLint values[4] = {};
             GL(glGetIntegerv)(static_cast<GLenum>(name), values);
             all.insert(all.end(), values, values + 4);

@@ -91,6 +91,7 @@ inline void Expect(const Life& life, const std::vector<std::pair<std::string, Mi
         sentences[line.substr(0, end)].push_back(line.substr(end + 2));
     }
     for (const auto& [name, misdeed] : misdeeds) {
+        EXPECT_EQ(sentences.count(name) == 0, name == "nothing") << name;
         EXPECT_EQ(FindingsOf(life, misdeed), sentences[name]) << name;
     }
 }

@@ -10,13 +10,6 @@
 #include "desk/dump/dump_line.h"
 #include "desk/warp/warp_map.h"
 
-#ifdef __SANITIZE_THREAD__
-namespace {
-// The picture library is not built with the sanitizer, which misses how its threads wait for one another.
-const bool isOnOneThread = (cv::setNumThreads(1), true);
-}  // namespace
-#endif
-
 ToolTest::ToolTest() {
     std::string name = (std::filesystem::temp_directory_path() / "dewarp_tool_XXXXXX").string();
     if (mkdtemp(name.data()) == nullptr) {

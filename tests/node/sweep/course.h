@@ -25,16 +25,18 @@ protected:
             return GridPoint{static_cast<float>(column) - 17.0F,
                              static_cast<float>(35 * row + column) / 70.0F};
         });
-        MakeNode(variant == desk::Variant::RealTime ? desk::Variant::LookAhead : desk::Variant::RealTime);
         gl_->watch = [this](const GlCall& call, const GlFault& fault, uint64_t answer) {
             Watch(call, fault, answer);
         };
-        RunNeighbour();
+        MakeNeighbour();
     }
 
     /// Takes a node from its creation to its destruction. Returns what went wrong, then what was lost and how
     /// often each class was called: "lost: 2 wrappers".
     std::string Run(const Point& point) {
+        if (node_ == nullptr) {
+            MakeNeighbour();
+        }
         point_ = point;
         prediction_ = std::make_unique<Prediction>(variant_, point.InfoLog());
         problems_.clear();
@@ -58,6 +60,7 @@ protected:
                     fmt::format("{} {} left, not counting established losses; {} before", after[what], what,
                                 count));
         }
+        node_.reset();
         Require(host_.State().contract.List().empty(),
                 fmt::format("the host finds: {}", fmt::join(host_.State().contract.List(), "\n    ")));
         for (const auto& [what, count] : prediction_->Losses()) {
@@ -70,6 +73,10 @@ protected:
     }
 
 private:
+    void MakeNeighbour() {
+        MakeNode(variant_ == desk::Variant::RealTime ? desk::Variant::LookAhead : desk::Variant::RealTime);
+        RunNeighbour();
+    }
     bool IsWatched() const {
         const desk::NodeState* node = desk::CurrentCall().node;
         return node != nullptr && node->variant == variant_ && prediction_ != nullptr;

@@ -31,9 +31,9 @@ protected:
         const pid_t child = ::fork();
         if (child == 0) {
             ::alarm(60);
-            // An exception ends it as a crash does.
-            [&]() noexcept { std::ofstream(report) << Run(point); }();
-            ::_exit(0);  // what is lost stays lost; nothing else is torn down
+            std::ofstream file(report);
+            [&]() noexcept { file << Run(point) << std::flush; }();  // an exception ends it as a crash does
+            ::_exit(file ? 0 : 1);  // what is lost stays lost; nothing else is torn down
         }
         int status = 0;
         ::waitpid(child, &status, 0);
@@ -55,7 +55,8 @@ protected:
             std::string head;
             std::string what;
             unsigned count = 0;
-            if (words >> head >> count >> std::ws && std::getline(words, what)) {
+            if (words >> head >> count >> std::ws && std::getline(words, what) &&
+                (head == "lost:" || head == "called:")) {
                 (head == "lost:" ? outcome.lost : outcome.called)[what] = count;
             } else {
                 outcome.problems += line + "\n";
