@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Checks the format of every source and runs clang-tidy's short list over what the lint preset configures. What it needs and does not find it names.
+# Checks the format of every source and runs clang-tidy's short list over what the lint preset configures. What it
+# needs and does not find it names.
 set -euo pipefail
 
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"

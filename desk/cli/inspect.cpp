@@ -93,6 +93,13 @@ int RunInspect(const InspectOptions& options) {
     const WarpSizes sizes = SizesOf(options);
     Json dumps = Json::array();
     bool isClean = true;
+    if (!options.pictures.empty()) {
+        std::vector<std::filesystem::path> pictures;
+        for (const std::filesystem::path& dump : options.dumps) {
+            pictures.push_back(options.pictures / dump.stem());
+        }
+        RequireApart({}, pictures);
+    }
     for (const std::filesystem::path& dump : options.dumps) {
         const DumpCheck check = CheckDump(dump, sizes);
         isClean = isClean && check.findings.empty();

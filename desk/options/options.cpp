@@ -4,11 +4,13 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <iterator>
 #include <sstream>
 #include <utility>
 #include <vector>
 
 #include "desk/output/output.h"
+#include "desk/report/page.h"
 
 namespace desk {
 namespace {
@@ -149,8 +151,7 @@ void AddRecordingOptions(CLI::App& command, RunOptions& options) {
                        "pixels RMS that the output may move between frames");
     command.add_option("--min-psnr", options.minPsnr, "dB that the output's luma must reach against --truth")
         ->needs(truth);
-    command.add_option("--credit", options.credit, "line under the report's picture before and after")
-        ->needs("--report");
+    command.add_option("--credit", options.credit, "line under the report's picture before and after");
 }
 
 void RequireOutputs(const CLI::App& command) {
@@ -162,6 +163,9 @@ void RequireOutputs(const CLI::App& command) {
         const std::string kind = option->get_type_name();
         if (option->get_group() == Inputs) {
             inputs.insert(inputs.end(), names.begin(), names.end());
+        } else if (option->check_lname("report") && !names.empty()) {
+            std::transform(ReportFiles.begin(), ReportFiles.end(), std::back_inserter(outputs),
+                           [&](const char* name) { return std::filesystem::path(names.back()) / name; });
         } else if (option->get_group() == Outputs && kind != KindNames[2] && names != Stdout) {
             outputs.insert(outputs.end(), names.begin(), names.end());
             files.insert(files.end(), names.begin(), kind == KindNames[0] ? names.end() : names.begin());

@@ -155,16 +155,16 @@ std::string Page(const RunResults& results) {
 
 void PrepareReport(const std::filesystem::path& folder, bool overwrite) {
     MakeFolder(folder);
-    for (const char* name : {"report.html", "report.json", "before_after.jpg"}) {
+    for (const char* name : ReportFiles) {
         RequireFree(folder / name, overwrite);
     }
 }
 
 void WriteReport(const RunResults& results, const std::filesystem::path& folder, bool overwrite) {
-    WriteWhole(folder / "report.html", Page(results), overwrite);
-    WriteJson(ToJson(results), (folder / "report.json").string(), overwrite);
+    WriteWhole(folder / ReportFiles[0], Page(results), overwrite);
+    WriteJson(ToJson(results), (folder / ReportFiles[1]).string(), overwrite);
     if (!results.beforeAfter.empty()) {
-        WriteWhole(folder / "before_after.jpg", Encoded(results.beforeAfter, ".jpg"), overwrite);
+        WriteWhole(folder / ReportFiles[2], Encoded(results.beforeAfter, ".jpg"), overwrite);
     }
 }
 
