@@ -6,7 +6,7 @@
 #include "desk/base/usage_error.h"
 #include "desk/clip/clip_reader.h"
 #include "desk/clip/clip_writer.h"
-#include "tests/desk/clip/clips.h"
+#include "tests/desk/support/folder_test.h"
 
 using desk::ClipFormat;
 
@@ -37,6 +37,8 @@ void ExpectFrame(const desk::Nv12& picture, int64_t number, double tolerance) {
 }
 
 }  // namespace
+
+using Clips = FolderTest;
 
 TEST_F(Clips, GiveTheFramesOfARange) {
     const std::filesystem::path clip = Write("raw.y4m", Raw("YUV4MPEG2 W64 H48 F30000:1001 C420jpeg"));

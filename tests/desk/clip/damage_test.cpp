@@ -7,7 +7,7 @@
 #include "desk/base/usage_error.h"
 #include "desk/clip/av_handles.h"
 #include "desk/clip/clip_reader.h"
-#include "tests/desk/clip/clips.h"
+#include "tests/desk/support/folder_test.h"
 
 using ::testing::HasSubstr;
 
@@ -153,7 +153,7 @@ Outcome ReadOften(const std::filesystem::path& file, desk::OnDamage onDamage = d
     return first;
 }
 
-class DamagedClips : public Clips {
+class DamagedClips : public FolderTest {
 protected:
     std::filesystem::path Make(const Kind& kind) const {
         MakeClip(folder_ / kind.name, kind);
@@ -180,7 +180,7 @@ protected:
         return Flip(clip, share);
     }
     std::filesystem::path Write(const std::filesystem::path& clip, const std::string& bytes) const {
-        return Clips::Write("harmed." + clip.filename().string(), bytes);
+        return FolderTest::Write("harmed." + clip.filename().string(), bytes);
     }
 };
 

@@ -1,18 +1,44 @@
 #include <gmock/gmock.h>
 
+#include <cmath>
 #include <numeric>
 #include <sstream>
 
 #include "desk/dump/dump_checks.h"
 #include "desk/dump/dump_reader.h"
 #include "desk/dump/grid_dump.h"
-#include "tests/desk/support/tool_fixture.h"
+#include "desk/warp/warp_map.h"
+#include "tests/desk/support/folder_test.h"
 
 using namespace ::testing;
 
 namespace {
 
 const cv::Size Input(400, 300);
+
+IPEICAGridTransform ShiftGrid(int inputWidth, int inputHeight, float x, float y) {
+    return desk::MakeGrid({inputWidth, inputHeight}, [&](cv::Point2d q) {
+        return q + cv::Point2d(static_cast<double>(x), static_cast<double>(y));
+    });
+}
+
+std::string GridLine(uint64_t requestId, const IPEICAGridTransform& grid) {
+    std::ostringstream line;
+    desk::WriteDumpLine(line, desk::DumpKind::Grid, desk::ToDumpLine(requestId, grid));
+    return line.str();
+}
+
+using Lines = std::vector<std::string>;
+
+/// A clean dump: the grids of a 400 x 300 input that sways by a few pixels, requests 1 to `count`.
+Lines CleanLines(int count) {
+    Lines lines;
+    for (int i = 0; i < count; i++) {
+        const auto sway = static_cast<float>(5 * std::sin(0.4 * i));
+        lines.push_back(GridLine(static_cast<uint64_t>(i) + 1, ShiftGrid(400, 300, sway, sway / 2)));
+    }
+    return lines;
+}
 
 /// A line of a mesh dump: the first vertex lies at `first`, its neighbours 1/32 further.
 std::string MeshLine(uint64_t frame, double first) {
@@ -26,8 +52,6 @@ std::string MeshLine(uint64_t frame, double first) {
     desk::WriteDumpLine(text, desk::DumpKind::TexCoordinates, line);
     return text.str();
 }
-
-using Lines = std::vector<std::string>;
 
 /// Replaces the n-th number of a line, counted from 0 after the request id.
 void Put(std::string& line, size_t n, const std::string& number) {
@@ -43,7 +67,7 @@ constexpr size_t X(size_t column, size_t row) {
     return 2 + 2 * (row * desk::GridColumns + column);
 }
 
-class Dump : public ToolTest {
+class Dump : public FolderTest {
 protected:
     /// The message with which a file is refused as the source of a node's grids, without the folder.
     std::string Refusal(const std::string& text, cv::Size input = Input) const {

@@ -6,7 +6,7 @@
 
 #include "desk/report/chart.h"
 #include "desk/report/page.h"
-#include "tests/desk/support/tool_fixture.h"
+#include "tests/desk/support/folder_test.h"
 
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
@@ -73,11 +73,11 @@ TEST(Report, ARisingCurveRisesFromOneEdgeToTheOtherAndBreaksAtAGap) {
     EXPECT_THAT(mesh, HasSubstr("'8.00,26.00 8.00,498.00 '"));
 }
 
-class ReportPage : public ToolTest {};
+class ReportPage : public FolderTest {};
 
 TEST_F(ReportPage, ShowsTheResultsAndEscapesThem) {
     desk::WriteReport(Results(), folder_, false);
-    const std::string page = Read(folder_ / "report.html");
+    const std::string page = Bytes(folder_ / "report.html");
     EXPECT_THAT(page, HasSubstr("<h1>dewarp-desk  a&lt;b&amp;c.mkv</h1>"));
     EXPECT_THAT(page, HasSubstr("<th>input size</th><td>500 x 300</td>"));
     EXPECT_THAT(page, HasSubstr("<li class='bad'>reads &lt;none></li>"));
@@ -86,7 +86,7 @@ TEST_F(ReportPage, ShowsTheResultsAndEscapesThem) {
     EXPECT_EQ(LinesIn(page, "#0072b2").size(), 6U);
     EXPECT_LT(LinesIn(page, "#0072b2")[0][3], LinesIn(page, "#0072b2")[0][1]);
     EXPECT_GT(LinesIn(page, "#d55e00")[0][3], LinesIn(page, "#d55e00")[0][1]);
-    EXPECT_EQ(desk::Json::parse(Read(folder_ / "report.json")), ToJson(Results()));
+    EXPECT_EQ(desk::Json::parse(Bytes(folder_ / "report.json")), ToJson(Results()));
 }
 
 }  // namespace
