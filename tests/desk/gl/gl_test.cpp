@@ -264,6 +264,7 @@ TEST_F(Gl, RefusesWhatImagesAreNotFor) {
     GL(glActiveTexture)(GL_TEXTURE1);
     rows[0].second();
     EXPECT_EQ(GL(glGetError)(), rows[0].first) << "the name's next texture is bound on another unit";
+    EXPECT_EQ(GL(eglDestroyImageKHR)(display_, image), EGLBoolean{EGL_TRUE}) << "before its buffer goes";
 }
 
 TEST_F(Gl, DrawsAllSamplesOfAnOddImageAndNoOthers) {
