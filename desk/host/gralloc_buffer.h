@@ -44,7 +44,7 @@ public:
         return pixels_;
     }
     uint8_t* Chroma() {
-        return pixels_ + size_t{stride_} * scanline_;
+        return pixels_ + static_cast<size_t>(stride_) * scanline_;
     }
     native_handle* Handle() {
         return handle_;

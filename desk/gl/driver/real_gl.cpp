@@ -43,12 +43,12 @@ Found FindExtension(const char* name) {
 
 const RealEgl& Egl() {
     static const RealEgl egl = {DESK_EGL_FUNCTIONS(DESK_EGL) DESK_EGL_EXTENSIONS(DESK_EGL_EXTENSION)};
-    return egl;
+    return egl;  // cppcheck-suppress returnDanglingLifetime; it is static
 }
 
 const RealGl& Gl() {
     static const RealGl gl = {DESK_GL_FUNCTIONS(DESK_GL) DESK_GL_EXTENSIONS(DESK_GL_EXTENSION)};
-    return gl;
+    return gl;  // cppcheck-suppress returnDanglingLifetime; it is static
 }
 
 }  // namespace desk
