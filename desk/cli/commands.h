@@ -15,7 +15,8 @@ void AddVerify(CLI::App& app, ChosenCommand& chosen);
 void AddDiff(CLI::App& app, ChosenCommand& chosen);
 void AddSynth(CLI::App& app, ChosenCommand& chosen);
 
-/// Adds CLIP, --grids, --first-request and what every run through the node takes. `options` outlives the parsing.
+/// Adds CLIP, --grids, --first-request and what every run through the node takes. `options` outlives the
+/// parsing.
 void AddReplayOptions(CLI::App& command, ReplayOptions& options);
 
 }  // namespace desk
