@@ -31,9 +31,9 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (int i = 0; i < static_cast<int>(2 * count); ++i) {
         const int axis = i % 2;
         const int at[] = {i / 2 % vertices[0], i / 2 / vertices[0]};
-        const auto columns = static_cast<size_t>(vertices[0] + 2);
-        const auto point = static_cast<size_t>(at[1] + 1) * columns + static_cast<size_t>(at[0] + 1);
-        const float value = grid[2 * point + static_cast<size_t>(axis)];
+        const int point = (at[1] + 1) * (vertices[0] + 2) + at[0] + 1;
+        const int index = 2 * point + axis;
+        const float value = grid[static_cast<size_t>(index)];
         using namespace mesh_definition;
         const float sampled = isGridUsed ? Sampled(value, in[axis]) : Fraction(at[axis], vertices[axis]);
         const float position = Position(at[axis], vertices[axis], in[axis], out[axis]);
