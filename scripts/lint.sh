@@ -14,5 +14,5 @@ git ls-files -- '*.h' '*.cpp' | xargs clang-format --dry-run --Werror
 cmake --preset lint >/dev/null
 # What the preset does not build has no compile command to check it by.
 sed -n 's/^ *"file": "\(.*\)",\{0,1\}$/\1/p' build/lint/compile_commands.json | sort -u |
-  xargs -P "$(nproc)" -n 4 clang-tidy --quiet -p build/lint 2>build/lint/stderr || { cat build/lint/stderr >&2; exit 1; }
+  xargs -P "$(nproc)" -n 1 clang-tidy --quiet -p build/lint 2>build/lint/stderr || { cat build/lint/stderr >&2; exit 1; }
 echo "lint: no finding"
