@@ -5,8 +5,7 @@
 #include <string>
 #include <type_traits>
 
-#include "desk/abi/gl_counters.h"
-#include "desk/abi/gl_errors.h"
+#include "desk/abi/gl_reports.h"
 #include "desk/gl/driver/driver_errors.h"
 #include "desk/gl/driver/egl_error.h"
 #include "desk/gl/egl/contexts.h"

@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 #include <fmt/core.h>
 
+#include <algorithm>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -10,7 +11,6 @@
 
 #include "desk/abi/gralloc_layout.h"
 #include "desk/host/desk_node.h"
-#include "desk/host/import_redirect.h"
 #include "host/lumlog.h"
 
 namespace desk {
@@ -29,33 +29,26 @@ void* LoadLibrary(const std::filesystem::path& file) {
 
 /// Descriptors of this process that refer to gralloc buffers of the desk.
 uint64_t CountBufferDescriptors() {
-    uint64_t count = 0;
-    std::error_code error;
-    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-        const std::string target = std::filesystem::read_symlink(entry.path(), error).string();
-        if (!error && target.rfind("/memfd:desk-gralloc", 0) == 0) {
-            ++count;
-        }
-    }
-    return count;
+    using Descriptors = std::filesystem::directory_iterator;
+    const auto isBuffer = [](const auto& entry) {
+        std::error_code gone;  // as the iterator's own is
+        return std::filesystem::read_symlink(entry.path(), gone).string().rfind("/memfd:desk-gralloc", 0) ==
+               0;
+    };
+    return static_cast<uint64_t>(std::count_if(Descriptors("/proc/self/fd"), Descriptors(), isBuffer));
 }
 
 }  // namespace
 
 DeskHost::DeskHost(HostOptions options)
-    : options_(std::move(options)),
-      state_(options_.log, options_.systemLibraryDir, options_.dumpDir),
-      library_(LoadLibrary(options_.nodeLibrary), &::dlclose) {
-    SetLogLevels(options_.luxBits, false);
-    const std::string name = options_.nodeLibrary.string();
+    : state_(std::move(options)), library_(LoadLibrary(state_.options.nodeLibrary), &::dlclose) {
+    SetLogLevels(state_.options.luxBits, false);
+    const std::string name = state_.options.nodeLibrary.string();
     auto* entry = reinterpret_cast<NodeGate::Entry>(::dlsym(library_.get(), "LumNodeEntry"));
     if (entry == nullptr) {
         throw std::runtime_error(fmt::format("the node library {} has no LumNodeEntry", name));
     }
-    RedirectImports(reinterpret_cast<const void*>(entry),
-                    {{"posix_memalign", reinterpret_cast<void*>(&NodePosixMemalign)},
-                     {"malloc", reinterpret_cast<void*>(&NodeMalloc)},
-                     {"free", reinterpret_cast<void*>(&NodeFree)}});
+    CountAllocations(reinterpret_cast<const void*>(entry));
     const auto contextIsCurrent = [this] {
         return state_.libraries.GlCounters().value_or(DeskGlCounters{}).contextCurrent != 0;
     };
@@ -90,7 +83,7 @@ HostCounters DeskHost::Counters() const {
         counters.liveAllocations = blocks.live.size();
         counters.totalAllocations = blocks.total;
     });
-    counters.openFiles = state_.files.Count();
+    counters.openFiles = state_.openFiles.With([](const auto& files) { return files.size(); });
     counters.mappedLibraries = state_.libraries.Count();
     counters.gl = state_.libraries.GlCounters();
     return counters;
@@ -102,9 +95,9 @@ void DeskHost::SetLogLevels(uint32_t luxBits, bool systemLog) {
 }
 
 void DeskHost::SetDumps(bool on) {
-    if (on && !std::filesystem::is_directory(options_.dumpDir)) {
+    if (on && !std::filesystem::is_directory(state_.options.dumpDir)) {
         throw std::runtime_error(fmt::format("dumps cannot be switched on: the folder \"{}\" does not exist",
-                                             options_.dumpDir.string()));
+                                             state_.options.dumpDir.string()));
     }
     state_.properties.With([on](auto& all) { all[DumpProperty] = on ? "1" : "0"; });
 }

@@ -1,8 +1,5 @@
 #pragma once
 
-#include <filesystem>
-#include <functional>
-#include <iostream>
 #include <memory>
 #include <optional>
 
@@ -13,14 +10,6 @@
 namespace desk {
 
 class DeskNode;
-
-struct HostOptions {
-    std::filesystem::path nodeLibrary;       ///< com.oxa.node.dewarp.so
-    std::filesystem::path systemLibraryDir;  ///< what /system/lib64 maps to
-    std::filesystem::path dumpDir;   ///< what /data/vendor/camera maps to; must exist while dumps are on
-    std::ostream* log = &std::cerr;  ///< log lines and findings; null for none; outlives the host
-    uint32_t luxBits = 1 | 2;        ///< levels logged from the start: errors and warnings
-};
 
 /// What exists right now because of the library.
 struct HostCounters {
@@ -71,7 +60,6 @@ public:
     void CheckTornDown();
 
 private:
-    HostOptions options_;
     HostState state_;
     std::unique_ptr<void, int (*)(void*)> library_;  // unloaded while its services still exist
 };

@@ -102,11 +102,7 @@ GrallocBuffer::~GrallocBuffer() {
     if (pixels_ != nullptr) {
         ::munmap(pixels_, ByteSize());
     }
-    for (const int fd : {handle_->data[GrallocPixelFd], handle_->data[GrallocMetadataFd]}) {
-        if (fd >= 0) {
-            ::close(fd);
-        }
-    }
+    ::native_handle_close(handle_);  // what was not opened is -1
     ::native_handle_delete(handle_);
     --liveBuffers;
 }

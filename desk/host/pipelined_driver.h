@@ -9,7 +9,7 @@
 #include <thread>
 #include <vector>
 
-#include "desk/host/node_request.h"
+#include "desk/host/desk_node.h"
 
 namespace desk {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "desk/abi/gl_errors.h"
+#include "desk/abi/gl_reports.h"
 
 namespace desk {
 

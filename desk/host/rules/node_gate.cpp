@@ -75,12 +75,18 @@ size_t NodeGate::LiveNodes() const {
     return nodes_.With([](const auto& nodes) { return nodes.size(); });
 }
 
-void NodeGate::Keep(const std::shared_ptr<NodeState>& node) {
-    nodes_.With([&](auto& nodes) { nodes[node->handle] = node; });
-}
-
-template <typename Callback>
+template <typename Lock, typename Callback>
 uint32_t NodeGate::Run(const NodeCall& call, Callback&& callback) {
+    Lock lock;
+    if (call.node != nullptr) {
+        lock = Lock(call.node->occupancy, std::try_to_lock);
+        if (!lock.owns_lock()) {
+            contract_.Report(Describe(call) +
+                             " meets another call on the same node; expected the host to let only requests "
+                             "overlap");
+            return LumResultFailure;
+        }
+    }
     const NodeCallScope scope(call);
     const bool before = contextIsCurrent_();
     const uint32_t result = callback();
@@ -90,34 +96,19 @@ uint32_t NodeGate::Run(const NodeCall& call, Callback&& callback) {
     return result;
 }
 
-template <typename Lock, typename Callback>
-uint32_t NodeGate::RunIn(const NodeCall& call, Callback&& callback) {
-    if (call.node == nullptr) {
-        return Run(call, std::forward<Callback>(callback));
-    }
-    const Lock lock(call.node->occupancy, std::try_to_lock);
-    if (!lock.owns_lock()) {
-        contract_.Report(Describe(call) +
-                         " meets another call on the same node; expected the host to let only requests "
-                         "overlap");
-        return LumResultFailure;
-    }
-    return Run(call, std::forward<Callback>(callback));
-}
-
 uint32_t NodeGate::GetCaps(LumNodeCapsInfo* info) {
-    return Run({PhaseCaps}, [&] { return library_.GetCaps(info); });
+    return Run<Alone>({PhaseCaps}, [&] { return library_.GetCaps(info); });
 }
 
 uint32_t NodeGate::Create(LumNodeCreateInfo* info) {
     if (!IsWhole(info)) {
-        return Run({PhaseRefusal}, [&] { return library_.Create(info); });
+        return Run<Alone>({PhaseRefusal}, [&] { return library_.Create(info); });
     }
     auto node = std::make_shared<NodeState>();
     node->session = info->hSession;
     node->variant = VariantOf(info->nodeCaps);
     const LumNodeCreateInfo before = *info;
-    const uint32_t result = Run({PhaseCreate, node.get()}, [&] {
+    const uint32_t result = Run<Alone>({PhaseCreate, node.get()}, [&] {
         const uint32_t created = library_.Create(info);
         CheckCreation(contract_, before, *info, created);
         return created;
@@ -125,7 +116,7 @@ uint32_t NodeGate::Create(LumNodeCreateInfo* info) {
     // A creation that fails at its very end still hands its node over.
     if (info->phNodeSession != before.phNodeSession && info->phNodeSession != nullptr) {
         node->handle = info->phNodeSession;
-        Keep(node);
+        nodes_.With([&](auto& nodes) { nodes[node->handle] = node; });
     } else if (result == 0) {
         contract_.Report("the library created a node with success but returned no handle");
     }
@@ -134,17 +125,17 @@ uint32_t NodeGate::Create(LumNodeCreateInfo* info) {
 
 uint32_t NodeGate::Destroy(LumNodedestroyInfo* info) {
     if (!IsWhole(info) || info->hNodeSession == nullptr) {
-        return Run({PhaseRefusal}, [&] { return library_.Destroy(info); });
+        return Run<Alone>({PhaseRefusal}, [&] { return library_.Destroy(info); });
     }
     void* const handle = info->hNodeSession;
     const std::shared_ptr<NodeState> node = Find(handle);
-    return RunIn<Alone>({PhaseDestroy, node.get()}, [&] {
-        nodes_.With(
-            [&](auto& nodes) { nodes.erase(handle); });  // before its address can come back as another node's
+    return Run<Alone>({PhaseDestroy, node.get()}, [&] {
+        // Before its address can come back as another node's.
+        nodes_.With([&](auto& nodes) { nodes.erase(handle); });
         const uint32_t destroyed = library_.Destroy(info);
         contract_.Require(destroyed != 0 || info->hNodeSession == nullptr, "leaves its handle in the record");
         if (destroyed != 0 && node != nullptr) {
-            Keep(node);
+            nodes_.With([&](auto& nodes) { nodes[handle] = node; });
         }
         return destroyed;
     });
@@ -153,10 +144,10 @@ uint32_t NodeGate::Destroy(LumNodedestroyInfo* info) {
 uint32_t NodeGate::QueryBufferInfo(LumNodeQueryBufferInfo* info) {
     const auto node = IsWhole(info) ? Find(info->hNodeSession) : nullptr;
     if (node == nullptr) {
-        return Run({PhaseRefusal}, [&] { return library_.QueryBufferInfo(info); });
+        return Run<Alone>({PhaseRefusal}, [&] { return library_.QueryBufferInfo(info); });
     }
     QueryWatch watch(*info);
-    return RunIn<Alone>({PhaseQuery, node.get()}, [&] {
+    return Run<Alone>({PhaseQuery, node.get()}, [&] {
         const uint32_t result = library_.QueryBufferInfo(info);
         watch.Check(contract_);
         return result;
@@ -166,7 +157,7 @@ uint32_t NodeGate::QueryBufferInfo(LumNodeQueryBufferInfo* info) {
 uint32_t NodeGate::SetBufferInfo(LumNodeSetBufferPropertiesInfo* info) {
     const auto node = IsWhole(info) ? Find(info->hNodeSession) : nullptr;
     const Phase phase = node != nullptr ? PhaseSetBuffer : PhaseRefusal;
-    return RunIn<Alone>({phase, node.get()}, [&] { return library_.SetBufferInfo(info); });
+    return Run<Alone>({phase, node.get()}, [&] { return library_.SetBufferInfo(info); });
 }
 
 uint32_t NodeGate::ProcRequest(LumNodeProcessRequestInfo* info) {
@@ -174,13 +165,13 @@ uint32_t NodeGate::ProcRequest(LumNodeProcessRequestInfo* info) {
     const bool isPass = node != nullptr && info->pDependency != nullptr &&
                         (info->pDependency->processSequenceId & 0xffffU) <= 1;
     if (!isPass) {
-        return RunIn<Shared>({PhaseRefusal, node.get()}, [&] { return library_.ProcRequest(info); });
+        return Run<Shared>({PhaseRefusal, node.get()}, [&] { return library_.ProcRequest(info); });
     }
     const bool isFirst = (info->pDependency->processSequenceId & 0xffffU) == 0;
     RequestWatch watch(*info);
     PassRecord pass;
     const Phase phase = isFirst ? PhaseFirstPass : PhaseSecondPass;
-    const uint32_t result = RunIn<Shared>({phase, node.get(), info->requestId, &pass}, [&] {
+    const uint32_t result = Run<Shared>({phase, node.get(), info->requestId, &pass}, [&] {
         const uint32_t processed = library_.ProcRequest(info);
         if (isFirst) {
             watch.CheckFirstPass(contract_, tags_, processed);
@@ -196,11 +187,11 @@ uint32_t NodeGate::ProcRequest(LumNodeProcessRequestInfo* info) {
 }
 
 uint32_t NodeGate::SetNodeInterface(LumNodeInterface* nodeInterface) {
-    return Run({PhaseInterface}, [&] { return library_.SetNodeInterface(nodeInterface); });
+    return Run<Alone>({PhaseInterface}, [&] { return library_.SetNodeInterface(nodeInterface); });
 }
 
 uint32_t NodeGate::DumpCoreNodeConfig(int32_t fd, uint32_t indent, void* reserved) {
-    return Run({PhaseRefusal}, [&] { return library_.DumpCoreNodeConfig(fd, indent, reserved); });
+    return Run<Alone>({PhaseRefusal}, [&] { return library_.DumpCoreNodeConfig(fd, indent, reserved); });
 }
 
 }  // namespace desk

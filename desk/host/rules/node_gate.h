@@ -45,13 +45,9 @@ public:
     uint32_t DumpCoreNodeConfig(int32_t fd, uint32_t indent, void* reserved);
 
 private:
-    /// Runs a callback in its phase.
-    template <typename Callback>
-    uint32_t Run(const NodeCall& call, Callback&& callback);
-    /// The same for a callback of the node that `Lock` lets in beside what else is in it.
+    /// Runs a callback in its phase, once `Lock` lets it in beside what else is in its node.
     template <typename Lock, typename Callback>
-    uint32_t RunIn(const NodeCall& call, Callback&& callback);
-    void Keep(const std::shared_ptr<NodeState>& node);
+    uint32_t Run(const NodeCall& call, Callback&& callback);
 
     Contract& contract_;
     const TagRegistry& tags_;

@@ -95,10 +95,6 @@ uint32_t TagRegistry::Id(const Tag& tag) const {
     return ids_.at(static_cast<size_t>(&tag - Tags));
 }
 
-uint32_t TagRegistry::FlaggedId(const Tag& tag) const {
-    return Id(tag) | tag.flag;
-}
-
 void TagRegistry::Pin(const Tag& tag, uint32_t id) {
     const Tag* holder = Resolve(id);
     if ((id & FlagBits) != 0 || (holder != nullptr && holder != &tag)) {

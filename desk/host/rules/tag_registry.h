@@ -44,10 +44,8 @@ public:
     const Tag* Find(std::string_view section, std::string_view name) const;
     /// The tag of an id, whether or not the host's flag bits are set in it; null when there is none.
     const Tag* Resolve(uint32_t id) const;
-    /// The id without any flag bit.
+    /// The id without any flag bit; a metadata access carries the tag's flag beside it.
     uint32_t Id(const Tag& tag) const;
-    /// The id as a metadata access carries it.
-    uint32_t FlaggedId(const Tag& tag) const;
 
     /// Gives a tag another id. Throws std::invalid_argument when the id has a flag bit set or belongs to
     /// another tag.

@@ -1,5 +1,6 @@
 // What nodes ask of the device: its properties, its clock and its buffers.
 
+#include <fmt/chrono.h>
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -10,7 +11,7 @@
 #include <string>
 
 #include "desk/abi/gralloc_layout.h"
-#include "desk/host/services/service_call.h"
+#include "desk/host/services/host_state.h"
 #include "platform/properties.h"
 
 using namespace desk;
@@ -49,9 +50,7 @@ void LumNodeUtils::GetDateTime(LUMDateTime* dateTime) {
         *dateTime = *call->clock;
         return;
     }
-    const std::time_t now = std::time(nullptr);
-    std::tm local = {};
-    ::localtime_r(&now, &local);
+    const std::tm local = fmt::localtime(std::time(nullptr));
     *dateTime = Patterned<LUMDateTime>();
     dateTime->seconds = local.tm_sec;
     dateTime->minutes = local.tm_min;

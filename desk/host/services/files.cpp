@@ -1,47 +1,16 @@
-#include "desk/host/services/files.h"
+// What nodes ask about files, and how they write their lines.
 
-#include <utility>
+#include <cstdio>
+#include <filesystem>
+#include <string_view>
 
-#include "desk/host/services/service_call.h"
-
-namespace desk {
-
-Files::Files(std::filesystem::path folder) : folder_(std::move(folder)) {}
-
-Files::~Files() {
-    open_.With([](const auto& open) {
-        for (FILE* file : open) {
-            static_cast<void>(std::fclose(file));
-        }
-    });
-}
-
-FILE* Files::Open(const std::filesystem::path& name, const char* mode) {
-    FILE* file = std::fopen((folder_ / name).c_str(), mode);
-    if (file != nullptr) {
-        open_.With([&](auto& open) { open.insert(file); });
-    }
-    return file;
-}
-
-bool Files::IsOpen(FILE* file) const {
-    return open_.With([&](const auto& open) { return open.count(file) != 0; });
-}
-
-int Files::Close(FILE* file) {
-    const bool wasOpen = open_.With([&](auto& open) { return open.erase(file) != 0; });
-    return wasOpen ? std::fclose(file) : EOF;
-}
-
-size_t Files::Count() const {
-    return open_.With([](const auto& open) { return open.size(); });
-}
-
-}  // namespace desk
+#include "desk/host/services/host_state.h"
 
 namespace LumNodeUtils {
 
 using namespace desk;
+
+constexpr const char* DeviceDir = "/data/vendor/camera";
 
 FILE* FOpen(const char* path, const char* mode) {
     const ServiceCall call(service::FOpen, TextOf(path));
@@ -51,25 +20,34 @@ FILE* FOpen(const char* path, const char* mode) {
     call->contract.Require(std::string_view(mode) == "a", "opens {} with the mode \"{}\"; expected \"a\"",
                            path, mode);
     const std::filesystem::path file(path);
-    const bool isPlaced = call->contract.Require(
-        file.parent_path() == Files::DeviceDir, "opens {}, which does not lie in {}", path, Files::DeviceDir);
-    return call.fails || !isPlaced ? nullptr : call->files.Open(file.filename(), mode);
+    if (!call->contract.Require(file.parent_path() == DeviceDir, "opens {}, which does not lie in {}", path,
+                                DeviceDir) ||
+        call.fails) {
+        return nullptr;
+    }
+    FILE* opened = std::fopen((call->options.dumpDir / file.filename()).c_str(), mode);
+    if (opened != nullptr) {
+        call->openFiles.With([&](auto& files) { files.insert(opened); });
+    }
+    return opened;
 }
 
 int32_t FClose(FILE* file) {
     const ServiceCall call(service::FClose);
+    const auto forget = [&](auto& files) { return files.erase(file) != 0; };
     if (!call.Needs({file}) ||
-        !call->contract.Require(call->files.IsOpen(file), "closes a file that is not open")) {
+        !call->contract.Require(call->openFiles.With(forget), "closes a file that is not open")) {
         return EOF;
     }
-    const int closed = call->files.Close(file);
+    const int closed = std::fclose(file);
     return call.fails ? static_cast<int32_t>(call.result) : closed;
 }
 
 size_t FWrite(const void* buffer, size_t size, size_t count, FILE* file) {
     const ServiceCall call(service::FWrite);
+    const auto isOpen = [&](const auto& files) { return files.count(file) != 0; };
     if (!call.Needs({buffer, file}) ||
-        !call->contract.Require(call->files.IsOpen(file), "writes to a file that is not open")) {
+        !call->contract.Require(call->openFiles.With(isOpen), "writes to a file that is not open")) {
         return 0;
     }
     return call.fails ? call.result : std::fwrite(buffer, size, count, file);

@@ -2,10 +2,9 @@
 
 #include <dlfcn.h>
 
-#include <numeric>
 #include <utility>
 
-#include "desk/host/services/service_call.h"
+#include "desk/host/services/host_state.h"
 
 namespace desk {
 
@@ -32,10 +31,8 @@ Libraries::Libraries(const std::filesystem::path& systemLibraryDir, Contract& co
 
 Libraries::~Libraries() {
     mapped_.With([](const Mapped& mapped) {
-        for (const auto& [library, mappings] : mapped.mappings) {
-            for (unsigned i = 0; i < mappings; ++i) {
-                mapped.provider->Unmap(library);
-            }
+        for (void* library : mapped.mappings) {
+            mapped.provider->Unmap(library);
         }
     });
     SetProvider(nullptr);
@@ -46,7 +43,7 @@ void Libraries::SetProvider(LibraryProvider* provider) {
         if (mapped.setErrorSink != nullptr) {
             mapped.setErrorSink(nullptr, nullptr);
         }
-        mapped = {nullptr, std::move(mapped.mappings), nullptr, nullptr, {}};
+        mapped = {};
         mapped.provider = provider != nullptr ? provider : &system_;
     });
 }
@@ -55,7 +52,7 @@ void* Libraries::Map(const std::string& devicePath) {
     return mapped_.With([&](Mapped& mapped) {
         void* library = mapped.provider->Map(devicePath);
         if (library != nullptr) {
-            ++mapped.mappings[library];
+            mapped.mappings.insert(library);
             if (mapped.glCounters == nullptr) {
                 ConnectGl(mapped, library);
             }
@@ -80,34 +77,26 @@ void Libraries::ConnectGl(Mapped& mapped, void* library) {
     }
 }
 
-bool Libraries::IsMapped(void* library) const {
-    return mapped_.With([&](const Mapped& mapped) { return mapped.mappings.count(library) != 0; });
-}
-
-void* Libraries::Symbol(void* library, const char* symbol) {
+std::optional<void*> Libraries::Symbol(void* library, const char* symbol) {
     return mapped_.With([&](const Mapped& mapped) {
-        return mapped.mappings.count(library) != 0 ? mapped.provider->Symbol(library, symbol) : nullptr;
+        return mapped.mappings.count(library) != 0 ? std::optional(mapped.provider->Symbol(library, symbol))
+                                                   : std::nullopt;
     });
 }
 
-bool Libraries::Unmap(void* library) {
-    return mapped_.With([&](Mapped& mapped) {
+std::optional<bool> Libraries::Unmap(void* library) {
+    return mapped_.With([&](Mapped& mapped) -> std::optional<bool> {
         const auto found = mapped.mappings.find(library);
         if (found == mapped.mappings.end()) {
-            return false;
+            return std::nullopt;
         }
-        if (--found->second == 0) {
-            mapped.mappings.erase(found);
-        }
+        mapped.mappings.erase(found);
         return mapped.provider->Unmap(library);
     });
 }
 
 size_t Libraries::Count() const {
-    return mapped_.With([](const Mapped& mapped) {
-        return std::accumulate(mapped.mappings.begin(), mapped.mappings.end(), size_t{0},
-                               [](size_t count, const auto& mapping) { return count + mapping.second; });
-    });
+    return mapped_.With([](const Mapped& mapped) { return mapped.mappings.size(); });
 }
 
 std::optional<DeskGlCounters> Libraries::GlCounters() const {
@@ -140,19 +129,21 @@ void* LibGetAddr(void* library, const char* symbol) {
     if (!call.Needs({library, symbol})) {
         return nullptr;
     }
-    call->contract.Require(call->libraries.IsMapped(library), "looks {} up in a library that is not mapped",
-                           symbol);
-    return call.fails ? nullptr : call->libraries.Symbol(library, symbol);
+    const std::optional<void*> found = call->libraries.Symbol(library, symbol);
+    call->contract.Require(found.has_value(), "looks {} up in a library that is not mapped", symbol);
+    return call.fails ? nullptr : found.value_or(nullptr);
 }
 
 uint32_t LibUnmap(void* library) {
     const ServiceCall call(service::LibUnmap);
-    if (!call.Needs({library}) ||
-        !call->contract.Require(call->libraries.IsMapped(library), "unmaps a library that is not mapped")) {
+    if (!call.Needs({library})) {
         return LumResultInvalidArgument;
     }
-    const bool unmapped = call->libraries.Unmap(library);
-    return call.fails ? call.result : (unmapped ? LumResultSuccess : LumResultFailure);
+    const std::optional<bool> unmapped = call->libraries.Unmap(library);
+    if (!call->contract.Require(unmapped.has_value(), "unmaps a library that is not mapped")) {
+        return LumResultInvalidArgument;
+    }
+    return call.fails ? call.result : (*unmapped ? LumResultSuccess : LumResultFailure);
 }
 
 }  // namespace LumNodeUtils

@@ -2,12 +2,11 @@
 
 #include <cstddef>
 #include <filesystem>
-#include <map>
 #include <optional>
+#include <set>
 #include <string>
 
-#include "desk/abi/gl_counters.h"
-#include "desk/abi/gl_errors.h"
+#include "desk/abi/gl_reports.h"
 #include "desk/base/guarded.h"
 #include "desk/host/rules/contract.h"
 
@@ -52,10 +51,10 @@ public:
     /// Null for the workstation's own. Must outlive its use; set while nothing is mapped.
     void SetProvider(LibraryProvider* provider);
 
+    /// As the provider's. Symbol and Unmap return nothing for what is not mapped.
     void* Map(const std::string& devicePath);
-    bool IsMapped(void* library) const;
-    void* Symbol(void* library, const char* symbol);
-    bool Unmap(void* library);
+    std::optional<void*> Symbol(void* library, const char* symbol);
+    std::optional<bool> Unmap(void* library);
     /// Mappings made and not undone.
     size_t Count() const;
 
@@ -68,7 +67,7 @@ public:
 private:
     struct Mapped {
         LibraryProvider* provider = nullptr;
-        std::map<void*, unsigned> mappings;
+        std::multiset<void*> mappings;  // a library as often as it is mapped
         // The desk's own functions, which other GL libraries lack. They stay valid: its EGL never leaves the
         // process.
         decltype(&desk_gl_counters) glCounters = nullptr;

@@ -8,11 +8,13 @@
 #include <chrono>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 #include <iterator>
+#include <memory>
 #include <utility>
 
-#include "desk/host/services/service_call.h"
+#include "desk/host/services/host_state.h"
 #include "host/lumlog.h"
 
 uint32_t g_enableLuxLogs = 0;
@@ -42,14 +44,10 @@ void RequireLevel(Contract& contract, const LogRecord& record) {
 }
 
 __attribute__((format(printf, 1, 0))) std::string Formatted(const char* format, va_list arguments) {
-    va_list measured;
-    va_copy(measured, arguments);
-    const int length = std::vsnprintf(nullptr, 0, format, measured);
-    va_end(measured);
-    std::string text(static_cast<size_t>(std::max(length, 0)) + 1, '\0');
-    static_cast<void>(std::vsnprintf(text.data(), text.size(), format, arguments));
-    text.pop_back();
-    return text;
+    char* text = nullptr;
+    const int length = ::vasprintf(&text, format, arguments);
+    const std::unique_ptr<char, decltype(&std::free)> owner(length < 0 ? nullptr : text, &std::free);
+    return std::string(TextOf(owner.get()));
 }
 
 }  // namespace
@@ -83,9 +81,7 @@ void Log::Print(std::string_view letter, std::string_view tag, std::string_view 
     using std::chrono::milliseconds;
     const auto now = std::chrono::system_clock::now();
     const auto millis = std::chrono::duration_cast<milliseconds>(now.time_since_epoch()) % 1000;
-    const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
-    std::tm local = {};
-    ::localtime_r(&seconds, &local);
+    const std::tm local = fmt::localtime(std::chrono::system_clock::to_time_t(now));
     *stream_ << fmt::format("{:%m-%d %H:%M:%S}.{:03} {:5} {:5} {} {:<8}: {}\n", local, millis.count(),
                             ::getpid(), ::gettid(), letter, tag, text)
              << std::flush;

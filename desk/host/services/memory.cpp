@@ -1,8 +1,19 @@
 #include "desk/host/services/memory.h"
 
-#include <cstdlib>
+#include <elf.h>
+#include <link.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
-#include "desk/host/services/service_call.h"
+#include <cerrno>
+#include <cstdlib>
+#include <map>
+#include <stdexcept>
+#include <string_view>
+#include <system_error>
+#include <utility>
+
+#include "desk/host/services/host_state.h"
 
 namespace desk {
 namespace {
@@ -13,8 +24,6 @@ void Count(Memory& memory, const void* block) {
         ++blocks.total;
     });
 }
-
-}  // namespace
 
 int NodePosixMemalign(void** block, size_t alignment, size_t size) {
     const ServiceCall call(service::PosixMemalign);
@@ -43,6 +52,116 @@ void NodeFree(void* block) {
         host->memory.With([&](Blocks& blocks) { blocks.live.erase(block); });
     }
     std::free(block);
+}
+
+#if defined(__x86_64__)
+constexpr uint32_t JumpSlot = R_X86_64_JUMP_SLOT;
+constexpr uint32_t GlobalData = R_X86_64_GLOB_DAT;
+#elif defined(__aarch64__)
+constexpr uint32_t JumpSlot = R_AARCH64_JUMP_SLOT;
+constexpr uint32_t GlobalData = R_AARCH64_GLOB_DAT;
+#else
+#error "The desk runs on x86-64 and AArch64"
+#endif
+
+/// A loaded library.
+struct Loaded {
+    const void* inside = nullptr;  ///< an address in it
+    ElfW(Addr) address = 0;
+    const ElfW(Dyn) * dynamic = nullptr;
+    /// The pages that the loader made read-only after relocation.
+    ElfW(Addr) readOnlyBegin = 0;
+    ElfW(Addr) readOnlyEnd = 0;
+};
+
+/// What the dynamic section says under a tag; 0 when it says nothing.
+ElfW(Addr) Entry(const Loaded& library, ElfW(Sxword) tag) {
+    const ElfW(Dyn)* entry = library.dynamic;
+    while (entry->d_tag != DT_NULL && entry->d_tag != tag) {
+        ++entry;
+    }
+    return entry->d_tag == tag ? entry->d_un.d_ptr : 0;
+}
+
+/// The table that the dynamic section names under a tag. glibc has already added the load address to the
+/// addresses there, Android's loader has not.
+template <typename T>
+const T* Table(const Loaded& library, ElfW(Sxword) tag) {
+    const ElfW(Addr) address = Entry(library, tag);
+    if (address == 0) {
+        throw std::runtime_error("the node library has no symbol or relocation table to find its imports in");
+    }
+    return reinterpret_cast<const T*>(address < library.address ? library.address + address : address);
+}
+
+ElfW(Addr) PageOf(ElfW(Addr) address) {
+    return address & ~(static_cast<ElfW(Addr)>(::sysconf(_SC_PAGESIZE)) - 1);
+}
+
+/// Takes the segments' places from the library that `inside` lies in.
+int FindSegments(dl_phdr_info* info, size_t, void* data) {
+    auto* library = static_cast<Loaded*>(data);
+    const auto inside = reinterpret_cast<ElfW(Addr)>(library->inside);
+    bool isFound = false;
+    for (int i = 0; i < info->dlpi_phnum; ++i) {
+        const ElfW(Phdr)& segment = info->dlpi_phdr[i];
+        const ElfW(Addr) begin = info->dlpi_addr + segment.p_vaddr;
+        isFound = isFound || (segment.p_type == PT_LOAD && inside - begin < segment.p_memsz);
+    }
+    for (int i = 0; isFound && i < info->dlpi_phnum; ++i) {
+        const ElfW(Phdr)& segment = info->dlpi_phdr[i];
+        const ElfW(Addr) begin = info->dlpi_addr + segment.p_vaddr;
+        if (segment.p_type == PT_DYNAMIC) {
+            library->address = info->dlpi_addr;
+            library->dynamic = reinterpret_cast<const ElfW(Dyn)*>(begin);
+        } else if (segment.p_type == PT_GNU_RELRO) {
+            // A last page that is only in part of the segment stays writable.
+            library->readOnlyBegin = PageOf(begin);
+            library->readOnlyEnd = PageOf(begin + segment.p_memsz);
+        }
+    }
+    return isFound ? 1 : 0;
+}
+
+void Protect(const Loaded& library, int protection) {
+    if (::mprotect(reinterpret_cast<void*>(library.readOnlyBegin),
+                   library.readOnlyEnd - library.readOnlyBegin, protection) != 0) {
+        throw std::system_error(errno, std::generic_category(),
+                                "the protection of the node library's import slots cannot be changed");
+    }
+}
+
+}  // namespace
+
+void CountAllocations(const void* inside) {
+    static const std::map<std::string_view, void*> replacements = {
+        {"posix_memalign", reinterpret_cast<void*>(&NodePosixMemalign)},
+        {"malloc", reinterpret_cast<void*>(&NodeMalloc)},
+        {"free", reinterpret_cast<void*>(&NodeFree)}};
+    Loaded library;
+    library.inside = inside;
+    ::dl_iterate_phdr(FindSegments, &library);
+    if (library.dynamic == nullptr) {
+        throw std::runtime_error("the loader does not tell where the node library lies in memory");
+    }
+    const auto* symbols = Table<ElfW(Sym)>(library, DT_SYMTAB);
+    const auto* names = Table<char>(library, DT_STRTAB);
+    // Both are there, or nothing is redirected.
+    const std::pair<const ElfW(Rela)*, size_t> tables[] = {
+        {Table<ElfW(Rela)>(library, DT_JMPREL), Entry(library, DT_PLTRELSZ)},
+        {Table<ElfW(Rela)>(library, DT_RELA), Entry(library, DT_RELASZ)}};
+    Protect(library, PROT_READ | PROT_WRITE);
+    for (const auto& [relocations, bytes] : tables) {
+        for (size_t i = 0; i < bytes / sizeof(ElfW(Rela)); ++i) {
+            const auto type = static_cast<uint32_t>(ELF64_R_TYPE(relocations[i].r_info));
+            const char* name = names + symbols[ELF64_R_SYM(relocations[i].r_info)].st_name;
+            const auto found = replacements.find(name);
+            if ((type == JumpSlot || type == GlobalData) && found != replacements.end()) {
+                *reinterpret_cast<void**>(library.address + relocations[i].r_offset) = found->second;
+            }
+        }
+    }
+    Protect(library, PROT_READ);
 }
 
 }  // namespace desk

@@ -15,10 +15,11 @@ struct Blocks {
 };
 using Memory = Guarded<Blocks>;
 
-// What the library's imports of the same names are pointed at. A block that it did not allocate is freed
-// uncounted.
-int NodePosixMemalign(void** block, size_t alignment, size_t size);
-void* NodeMalloc(size_t size);
-void NodeFree(void* block);
+/// Points the imports of malloc, posix_memalign and free of one loaded library at services of the host: every
+/// slot through which it calls them. Other libraries and the process keep theirs. A block that it did not
+/// allocate is freed uncounted. The library must have been loaded with RTLD_NOW, and none of its functions
+/// may run meanwhile. `inside` is the address of anything in it. Throws std::runtime_error when the library's
+/// tables cannot be read or written.
+void CountAllocations(const void* inside);
 
 }  // namespace desk

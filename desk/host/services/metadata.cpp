@@ -3,12 +3,29 @@
 #include <fmt/core.h>
 
 #include <algorithm>
+#include <iterator>
 #include <string>
 
-#include "desk/host/services/service_call.h"
+#include "desk/host/services/host_state.h"
 
 namespace desk {
 namespace {
+
+constexpr uint32_t VendorTagBase = 0x80000000;
+constexpr const char* NodeName = "com.oxa.node.dewarp";
+
+template <typename Bytes>
+bool IsZero(const Bytes& bytes) {
+    const auto* begin = reinterpret_cast<const unsigned char*>(&bytes);
+    return std::all_of(begin, begin + sizeof(bytes), [](unsigned char byte) { return byte == 0; });
+}
+
+/// The record of the pass that runs; elsewhere, where a call has no place, one that nobody reads.
+PassRecord& ThisPass() {
+    static thread_local PassRecord unplaced;
+    PassRecord* pass = CurrentCall().pass;
+    return pass != nullptr ? *pass : unplaced;
+}
 
 /// Reports a tag used in a phase or by a variant that it is not for; `does` is the verb.
 void RequireUse(const ServiceCall& call, const Tag& tag, unsigned tagPhases, const char* does) {
@@ -23,7 +40,7 @@ void RequireUse(const ServiceCall& call, const Tag& tag, unsigned tagPhases, con
 /// Reports a wrong id or pool of a metadata access.
 void RequireAccess(const ServiceCall& call, const Tag& tag, uint32_t tagId, LumMetadataType pool,
                    const char* does, const char* to) {
-    const uint32_t expected = call->tags.FlaggedId(tag);
+    const uint32_t expected = call->tags.Id(tag) | tag.flag;
     call->contract.Require(tagId == expected, "{} {} under the id {:#x}; expected {:#x}", does,
                            tag.FullName(), tagId, expected);
     call->contract.Require(pool == tag.pool, "{} {} {} the pool {}; expected {}", does, tag.FullName(), to,
@@ -57,33 +74,6 @@ bool CheckPublication(const ServiceCall& call, const LumMetadataInfo& info, cons
            contract.Require(data.pData != nullptr && data.dataSize == tag->payloadSize,
                             "publishes {} with {} bytes; expected {}", subject, data.dataSize,
                             tag->payloadSize);
-}
-
-}  // namespace
-
-void Metadata::Set(const void* session, uint64_t requestId, const Tag& tag, const void* data, size_t size) {
-    const auto* bytes = static_cast<const std::byte*>(data);
-    payloads_.With([&](auto& payloads) { payloads[{session, requestId, &tag}].assign(bytes, bytes + size); });
-}
-
-void* Metadata::Find(const void* session, uint64_t requestId, const Tag& tag) {
-    return payloads_.With([&](auto& payloads) -> void* {
-        const auto found = payloads.find({session, requestId, &tag});
-        return found == payloads.end() ? nullptr : found->second.data();
-    });
-}
-
-void Metadata::Remove(const void* session, uint64_t requestId, const Tag& tag) {
-    payloads_.With([&](auto& payloads) { payloads.erase({session, requestId, &tag}); });
-}
-
-void Metadata::RemoveSession(const void* session) {
-    payloads_.With([&](auto& payloads) {
-        const auto begin = payloads.lower_bound({session, 0, nullptr});
-        payloads.erase(begin, std::find_if(begin, payloads.end(), [&](const auto& payload) {
-                           return std::get<0>(payload.first) != session;
-                       }));
-    });
 }
 
 uint32_t GetVendorTagBase(LumVendorTagBaseInfo* info) {
@@ -125,6 +115,91 @@ uint32_t SetMetadata(LumMetadataInfo* info) {
     return LumResultSuccess;
 }
 
+uint32_t NotifyRequestDone(LumRequestDoneInfo* info) {
+    const ServiceCall call(service::NotifyRequestDone);
+    if (!call.Needs({info}) || !call.NeedsOwn(info->hNodeSession)) {
+        return LumResultInvalidArgument;
+    }
+    call->contract.Require(
+        info->size == sizeof(*info) && info->reserved4 == 0 && info->reserved24 == 0,
+        "calls NotifyRequestDone with a record of size {} or reserved bytes that are not zero", info->size);
+    call->contract.Require(info->requestId == CurrentCall().requestId, "says that request {} is done",
+                           info->requestId);
+    ++ThisPass().doneNotices;
+    return call.fails ? call.result : LumResultSuccess;
+}
+
+uint32_t QueryRequestWindow(void* session, LumRequestWindowInfo* window) {
+    const ServiceCall call(service::QueryRequestWindow);
+    if (!call.Needs({window}) || !call.NeedsOwn(session)) {
+        return LumResultInvalidArgument;
+    }
+    call->contract.Require(IsZero(*window), "calls QueryRequestWindow with a record that is not zeroed");
+    PassRecord& pass = ThisPass();
+    ++pass.windowQueries;
+    if (call.fails) {
+        return call.result;
+    }
+    // The node has use for one field only; the rest is none of its business.
+    *window = Patterned<LumRequestWindowInfo>();
+    const NodeCall& caller = CurrentCall();
+    const NodeState& node = *caller.node;
+    window->referenceRequestId = node.reference ? node.reference(caller.requestId) : node.lastRequest.load();
+    pass.answeredReference = window->referenceRequestId;
+    return LumResultSuccess;
+}
+
+}  // namespace
+
+void Metadata::Set(const void* session, uint64_t requestId, const Tag& tag, const void* data, size_t size) {
+    const auto* bytes = static_cast<const std::byte*>(data);
+    payloads_.With([&](auto& payloads) { payloads[{session, requestId, &tag}].assign(bytes, bytes + size); });
+}
+
+void* Metadata::Find(const void* session, uint64_t requestId, const Tag& tag) {
+    return payloads_.With([&](auto& payloads) -> void* {
+        const auto found = payloads.find({session, requestId, &tag});
+        return found == payloads.end() ? nullptr : found->second.data();
+    });
+}
+
+void Metadata::Remove(const void* session, uint64_t requestId, const Tag& tag) {
+    payloads_.With([&](auto& payloads) { payloads.erase({session, requestId, &tag}); });
+}
+
+void Metadata::RemoveSession(const void* session) {
+    payloads_.With([&](auto& payloads) {
+        const auto begin = payloads.lower_bound({session, 0, nullptr});
+        payloads.erase(begin, std::find_if(begin, payloads.end(), [&](const auto& payload) {
+                           return std::get<0>(payload.first) != session;
+                       }));
+    });
+}
+
+LumNodeInterface ServicesTable() {
+    LumNodeInterface table = {};
+    table.size = sizeof(table);
+    const auto unknownSlot = []() -> uint32_t {
+        HostState::Current()->contract.Require(false,
+                                               "calls a slot of the services table that it does not know");
+        return LumResultFailure;
+    };
+    auto* unknown = reinterpret_cast<void*>(static_cast<uint32_t (*)()>(unknownSlot));
+    table.reservedSlot3 = unknown;
+    std::fill(std::begin(table.reservedSlots5), std::end(table.reservedSlots5), unknown);
+    std::fill(std::begin(table.reservedSlots17), std::end(table.reservedSlots17), unknown);
+    table.GetMetadata = [](LumMetadataInfo*) -> uint32_t {
+        HostState::Current()->contract.Require(
+            false, "calls GetMetadata through the table; expected LumNodeUtils::GetMetaData");
+        return LumResultFailure;
+    };
+    table.SetMetadata = SetMetadata;
+    table.GetVendorTagBase = GetVendorTagBase;
+    table.NotifyRequestDone = NotifyRequestDone;
+    table.QueryRequestWindow = QueryRequestWindow;
+    return table;
+}
+
 }  // namespace desk
 
 void* LumNodeUtils::GetMetaData(uint64_t requestId, uint32_t tagId, LumMetadataType type,
@@ -151,4 +226,22 @@ void* LumNodeUtils::GetMetaData(uint64_t requestId, uint32_t tagId, LumMetadataT
     contract.Require(requestId == expected, "reads {} of request {}; expected {}", subject, requestId,
                      expected);
     return call.fails ? nullptr : call->metadata.Find(session, requestId, *tag);
+}
+
+uint32_t LumNodeUtils::SetNodeInterface(LumNodeInterface* host, const char* nodeName, LumNodeInterface* copy,
+                                        uint32_t* vendorTagBase) {
+    using namespace desk;
+    const std::string_view name = TextOf(nodeName);
+    const ServiceCall call(service::SetNodeInterface, name);
+    if (!call.Needs({host, nodeName, copy, vendorTagBase})) {
+        return LumResultInvalidArgument;
+    }
+    if (call.fails) {
+        return call.result;
+    }
+    call->contract.Require(name == NodeName, "gives its name as \"{}\"; expected \"{}\"", name, NodeName);
+    // A host's table may be longer than what the node has room for.
+    std::memcpy(copy, host, std::min<size_t>(host->size, sizeof(*copy)));
+    *vendorTagBase = VendorTagBase;
+    return LumResultSuccess;
 }

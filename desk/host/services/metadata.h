@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <map>
 #include <optional>
 #include <tuple>
@@ -10,6 +9,7 @@
 
 #include "desk/base/guarded.h"
 #include "desk/host/rules/tag_registry.h"
+#include "host/lumnode.h"
 
 namespace desk {
 
@@ -26,17 +26,11 @@ public:
 
     /// The payload in place, or null.
     void* Find(const void* session, uint64_t requestId, const Tag& tag);
-    /// A copy of the payload; empty when there is none or its size is another.
+    /// A copy of the payload; empty when there is none or the tag's are of another size.
     template <typename Payload>
-    std::optional<Payload> Get(const void* session, uint64_t requestId, const Tag& tag) const {
-        std::optional<Payload> copy;
-        payloads_.With([&](const auto& payloads) {
-            const auto found = payloads.find({session, requestId, &tag});
-            if (found != payloads.end() && found->second.size() == sizeof(Payload)) {
-                std::memcpy(&copy.emplace(), found->second.data(), sizeof(Payload));
-            }
-        });
-        return copy;
+    std::optional<Payload> Get(const void* session, uint64_t requestId, const Tag& tag) {
+        const void* payload = tag.payloadSize == sizeof(Payload) ? Find(session, requestId, tag) : nullptr;
+        return payload != nullptr ? std::optional(*static_cast<const Payload*>(payload)) : std::nullopt;
     }
 
     void Remove(const void* session, uint64_t requestId, const Tag& tag);
@@ -48,8 +42,7 @@ private:
     Guarded<std::map<Key, std::vector<std::byte>>> payloads_;
 };
 
-// What the table offers beside LumNodeUtils::GetMetaData. The fields of the records are the host's.
-uint32_t GetVendorTagBase(LumVendorTagBaseInfo* info);
-uint32_t SetMetadata(LumMetadataInfo* info);
+/// The services table that the library is handed. What no node knows of leads to a finding.
+LumNodeInterface ServicesTable();
 
 }  // namespace desk

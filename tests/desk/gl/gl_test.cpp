@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "desk/abi/gl_counters.h"
+#include "desk/abi/gl_reports.h"
 #include "desk/abi/gralloc_layout.h"
 #include "desk/gl/egl/handle_table.h"
 #include "platform/nativewindowbuffer.h"

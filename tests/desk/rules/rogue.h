@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <functional>
 
-#include "desk/abi/gl_counters.h"
+#include "desk/abi/gl_reports.h"
 #include "desk/host/rules/node_call.h"
 #include "host/lumnodeutils.h"
 
