@@ -4,21 +4,8 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <fstream>
 #include <utility>
-
-namespace {
-
-std::filesystem::path MakeFolder() {
-    std::string name = (std::filesystem::temp_directory_path() / "dewarp-test-XXXXXX").string();
-    if (mkdtemp(name.data()) == nullptr) {
-        throw std::runtime_error("cannot make the folder " + name);
-    }
-    return name;
-}
-
-}  // namespace
 
 desk::HostOptions OptionsFor(const std::filesystem::path& dumpDir) {
     desk::HostOptions options;
@@ -35,8 +22,7 @@ std::string NullText() {
     return text;
 }
 
-NodeFixture::NodeFixture(desk::LibraryProvider* libraries)
-    : dumpDir_(MakeFolder()), host_(OptionsFor(dumpDir_)) {
+NodeFixture::NodeFixture(desk::LibraryProvider* libraries) : host_(OptionsFor(dumpDir_)) {
     host_.State().libraries.SetProvider(libraries);
     host_.SetLogLevels(AllLevels, false);
     host_.State().log.SetObserver([this](const desk::LogRecord& record) {
@@ -52,7 +38,6 @@ void NodeFixture::TearDown() {
         EXPECT_THAT(host_.State().contract.List(), ::testing::IsEmpty());
     }
     host_.State().log.SetObserver(nullptr);
-    std::filesystem::remove_all(dumpDir_);
 }
 
 std::vector<std::string> NodeFixture::TakeLog() {

@@ -11,6 +11,7 @@
 #include "desk/host/desk_host.h"
 #include "desk/host/desk_node.h"
 #include "desk/warp/grid_size.h"
+#include "tests/support/folder.h"
 
 /// A silent host of the built library over the desk's own GL, dumps in a folder that the caller keeps.
 desk::HostOptions OptionsFor(const std::filesystem::path& dumpDir);
@@ -49,7 +50,8 @@ protected:
 
     static constexpr uint32_t AllLevels = 1 | 2 | 8 | 32;
 
-    std::filesystem::path dumpDir_;
+    const TemporaryFolder folder_;
+    const std::filesystem::path& dumpDir_ = folder_.path;
     desk::DeskHost host_;
     /// Set by tests that provoke losses or breaches on purpose.
     bool expectFindings_ = false;

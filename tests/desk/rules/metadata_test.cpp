@@ -20,13 +20,13 @@ const auto LookUp = [](RogueCall& c, const Tag& tag, auto spoil) {
 };
 
 const auto Publish = [](RogueCall& c, const Tag& tag, auto spoil) {
+    static IPEICAGridTransform payload;  // the largest
     struct {
         uint32_t id;
-        uint64_t payload;  // whatever the tag, 8 bytes are enough
         LumTagData data;
         LumMetadataInfo info;
-    } made = {tags.FlaggedId(tag), 0, {}, {}};
-    made.data = {sizeof(made.data), 0, 0, &made.payload, tag.payloadSize, {}};
+    } made = {tags.Id(tag) | tag.flag, {}, {}};
+    made.data = {sizeof(made.data), 0, 0, &payload, tag.payloadSize, {}};
     made.info = {sizeof(made.info), 0, c.session, 1, 0, &made.id, &made.data, tag.pool, {}};
     spoil(made);
     c.services.SetMetadata(&made.info);
@@ -76,6 +76,53 @@ TEST(Metadata, TagsAreLookedUpAndRead) {
             {"another pool read", DO(Read(c, tags.Id(grid), 7, LumMetadataTypeUnset))},
             {"a reserved argument", DO(Read(c, tags.Id(grid), 7, Vendor, 1))},
             {"another session's tag read", DO(c.session = &elsewhere; Read(c, tags.Id(grid)))}});
+}
+
+// Each use of each tag in each step that has a place for the use: which of them the host has nothing against.
+TEST(Metadata, TagsHaveTheirPlacesAndTheirNodes) {
+    const struct {
+        const char* does;
+        std::function<void(RogueCall&, const Tag&)> use;
+        Phase steps[2];
+    } uses[] = {
+        {"looks up", [](RogueCall& c, const Tag& tag) { LookUp(c, tag, Whole); }, {PhaseCreate, PhaseQuery}},
+        {"reads",
+         [](RogueCall& c, const Tag& tag) {
+             Read(c, tags.Id(tag) | tag.flag, c.step == PhaseQuery ? 0 : 7, tag.pool);
+         },
+         {PhaseQuery, PhaseSecondPass}},
+        {"publishes",
+         [](RogueCall& c, const Tag& tag) { Publish(c, tag, Whole); },
+         {PhaseCreate, PhaseQuery}}};
+    std::vector<std::string> allowed;
+    for (const Variant variant : {RT, LA}) {
+        for (const auto& [does, use, steps] : uses) {
+            for (const Phase step : steps) {
+                std::vector<const Tag*> used;
+                const auto findings = FindingsOf(
+                    {step, variant}, DO(for (uint32_t id = 0x80010000; tags.Resolve(id) != nullptr; ++id) {
+                        used.push_back(tags.Resolve(id));
+                        use(c, *used.back());
+                    }));
+                for (const Tag* tag : used) {
+                    const std::string done = std::string(does) + " " + tag->FullName();
+                    if (std::none_of(findings.begin(), findings.end(), [&](const std::string& finding) {
+                            return finding.find(done + ",") != std::string::npos;
+                        })) {
+                        allowed.push_back(Caller(step, variant) + " " + done);
+                    }
+                }
+            }
+        }
+    }
+    EXPECT_EQ(allowed, Sentences("a use"));
+    TagRegistry pinned;
+    pinned.Pin(grid, 1);
+    pinned.Pin(grid, 1);
+    EXPECT_EQ(pinned.Resolve(1), &grid);
+    for (const uint32_t id : {1U, LumTagFlagStabilizer | 2U, LumTagFlagExtraBuffers | 2U}) {
+        EXPECT_THROW(pinned.Pin(extra, id), std::invalid_argument) << id;
+    }
 }
 
 TEST(Metadata, TagsArePublishedAndRequestsToldOf) {

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 
@@ -62,23 +63,30 @@ std::vector<Shown> ShownRecords() {
 
 TEST(Records, AreTheHosts) {
     for (Shown& record : ShownRecords()) {
-        for (const size_t offset : record.others) {
-            record.fields.push_back({nullptr, offset, 1});
-        }
+        std::vector<std::pair<RecordField, size_t>> flips;  // of the first word and of the last
         for (const RecordField& field : record.fields) {
+            flips.emplace_back(field, 0);
+            if (const size_t width = field.size % 8 == 0 ? 8 : 4; field.size > width) {
+                flips.emplace_back(field, field.size - width);
+            }
+        }
+        for (const size_t offset : record.others) {
+            flips.push_back({{nullptr, offset, 1}, 0});
+        }
+        for (const auto& [field, word] : flips) {
             std::string sentence = Caller(record.step);
-            const Misdeed flip = [&](RogueCall& call) {
-                auto* bytes = static_cast<unsigned char*>(record.find(call)) + field.offset;
+            const Misdeed flip = [&, field = field, place = field.offset + word](RogueCall& call) {
+                auto* bytes = static_cast<unsigned char*>(record.find(call)) + place;
                 uint64_t words[2] = {};  // before and after
                 const size_t width = field.size % 8 == 0 ? 8 : std::min<size_t>(field.size, 4);
                 std::memcpy(&words[0], bytes, width);
-                *bytes ^= 1;
+                bytes[width - 1] ^= 1;
                 std::memcpy(&words[1], bytes, width);
-                sentence += field.name == nullptr
-                                ? fmt::format(" changed byte {} of {}, which belongs to the host",
-                                              field.offset, record.name)
-                                : fmt::format(" leaves {:#x} in {}.{} (byte {}); expected {:#x}", words[1],
-                                              record.name, field.name, field.offset, words[0]);
+                sentence +=
+                    field.name == nullptr
+                        ? fmt::format(" changed byte {} of {}, which belongs to the host", place, record.name)
+                        : fmt::format(" leaves {:#x} in {}.{} (byte {}); expected {:#x}", words[1],
+                                      record.name, field.name, place, words[0]);
             };
             const auto findings = FindingsOf({record.step}, flip);
             EXPECT_THAT(findings, ::testing::ElementsAre(sentence));
@@ -86,6 +94,72 @@ TEST(Records, AreTheHosts) {
     }
     Expect({PhaseFirstPass},
            {{"a changed handle", DO(++OutputOf(c)->data[GrallocFdCount + GrallocIntSize])}});
+}
+
+TEST(Records, SayWhatTheHostWants) {
+    const auto look = [](RogueCall& c) {
+        if (c.step == PhaseCreate) {
+            const auto& made = c.As<LumNodeCreateInfo>();
+            EXPECT_EQ(made.nodeId, made.instanceId);
+            EXPECT_EQ(static_cast<unsigned char*>(c.record)[4], HostPattern) << "what a node has to leave";
+        } else {
+            const auto& request = c.As<Request>();
+            EXPECT_EQ(request.lookAheadComplete, 0U);
+            EXPECT_EQ(request.pDependency->processingDone, 0U);
+            // Only the first does not follow the one that was finished last.
+            EXPECT_EQ(request.pDependency->sequentialExecution, request.requestId == 7 ? 1U : 0U);
+        }
+    };
+    Expect({PhaseCreate | PhaseFirstPass, RT, {7, 8, 9}}, {{"nothing", look}});
+    std::string words;
+    for (uint32_t result = 0; result < 16; ++result) {
+        words += "; " + ResultText(result);
+    }
+    EXPECT_THAT(Sentences("results"), ::testing::ElementsAre(words.substr(2)));
+}
+
+TEST(Buffers, AreAsLargeAsTheirAlignmentsSay) {
+    const struct {
+        Size size;
+        Alignment alignment;
+        uint32_t stride;
+        uint32_t scanline;
+    } rows[] = {
+        {{2, 2}, {0, 0}, 2, 2},          {{3, 5}, {1, 1}, 4, 6},         {{130, 50}, {128, 32}, 256, 64},
+        {{128, 32}, {128, 32}, 128, 32}, {{64, 48}, {96, 20}, 96, 60},   {{16384, 2}, {0, 0}, 16384, 2},
+        {{2, 16384}, {0, 0}, 2, 16384},  {{2, 2}, {16384, 0}, 16384, 2}, {{2, 2}, {0, 16384}, 2, 16384}};
+    const auto memory = [] {  // mapped or open
+        std::ifstream maps("/proc/self/maps");
+        size_t count = 0;
+        for (std::string line; std::getline(maps, line);) {
+            count += line.find("desk-gralloc") != std::string::npos;
+        }
+        return count;
+    };
+    for (const auto& row : rows) {
+        const auto buffer = GrallocBuffer::Create(row.size, row.alignment);
+        EXPECT_EQ(GrallocBuffer::LiveCount(), 1U);
+        EXPECT_EQ(buffer->Width(), row.size.width);
+        EXPECT_EQ(buffer->Height(), row.size.height);
+        EXPECT_EQ(buffer->Stride(), row.stride);
+        EXPECT_EQ(buffer->Scanline(), row.scanline);
+        EXPECT_EQ(buffer->ByteSize(), size_t{row.stride} * (row.scanline + row.scanline / 2));
+        EXPECT_EQ(buffer->Chroma() - buffer->Luma(), ptrdiff_t{row.stride} * row.scanline);
+        uint8_t& last = buffer->Luma()[buffer->ByteSize() - 1];
+        EXPECT_EQ(last, 0);
+        last = 7;
+        buffer->Remap();
+        EXPECT_EQ(buffer->Luma()[buffer->ByteSize() - 1], 7);
+        EXPECT_EQ(memory(), 1U);
+    }
+    EXPECT_EQ(memory(), 0U);
+    EXPECT_EQ(GrallocBuffer::LiveCount(), 0U);
+    const std::pair<Size, Alignment> refused[] = {
+        {{1, 2}, {}},      {{2, 1}, {}},      {{16385, 2}, {}},     {{2, 16385}, {}},
+        {{2, 2}, {-1, 0}}, {{2, 2}, {0, -1}}, {{2, 2}, {16385, 0}}, {{2, 2}, {0, 16385}}};
+    for (const auto& [size, alignment] : refused) {
+        EXPECT_THROW(GrallocBuffer::Create(size, alignment), std::invalid_argument);
+    }
 }
 
 TEST(Teardown, LeavesNothing) {
@@ -103,6 +177,12 @@ TEST(Teardown, LeavesNothing) {
                            {"an image fewer", DO(c.gl.liveImages = 1; mapGl(); c.gl.liveImages = 0)}});
     Expect({PhaseSecondPass}, {{"a block kept", DO(keep(c.allocate(1)))},
                                {"a descriptor kept", DO(copy(::dup(OutputOf(c)->data[GrallocPixelFd])))}});
+    // The context of a frame that failed stays until the next that does not.
+    Expect(
+        {PhaseCreate | PhaseSecondPass},
+        {{"nothing", DO(c.step == PhaseCreate ? mapGl() : void((c.result = 1, c.gl.contextCurrent = 1)))}});
+    const auto alive = GrallocBuffer::Create({2, 2}, {});
+    Expect({PhaseDestroy}, {{"nothing", DO()}});
     Expect({PhaseDestroy}, {{"a handle left", DO(c.As<LumNodedestroyInfo>().hNodeSession = &elsewhere)},
                             {"no destruction", DO(c.result = LumResultFailure)}});
 }
@@ -119,6 +199,8 @@ TEST(Teardown, ALibraryThatIsNoDewarpNodeIsRefused) {
                 says("reports the capabilities 1 (result 0, success); expected 384"));
     Dl_info library = {};  // without an entry
     ASSERT_NE(0, ::dladdr(reinterpret_cast<void*>(&::getppid), &library));
+    const std::string other = TEST_ROGUE_LIBRARY;
+    EXPECT_THROW(FindingsOf({PhaseCreate}, DO(DeskHost({other, {}, {}, nullptr}))), std::logic_error);
     EXPECT_THAT([&] { DeskHost({TEST_SENTENCES, {}, {}, nullptr}); }, says(".txt cannot be loaded: "));
     EXPECT_THAT([&] { DeskHost({library.dli_fname, {}, {}, nullptr}); }, says(" has no LumNodeEntry"));
 }

@@ -5,15 +5,15 @@
 
 #include <filesystem>
 #include <fstream>
-#include <map>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "desk/host/desk_host.h"
 #include "desk/host/desk_node.h"
-#include "desk/host/node_request.h"
 #include "tests/desk/rules/rogue.h"
+#include "tests/support/folder.h"
 
 constexpr auto RT = desk::Variant::RealTime;
 constexpr auto LA = desk::Variant::LookAhead;
@@ -37,61 +37,83 @@ inline native_handle* OutputOf(RogueCall& call) {
     return const_cast<native_handle*>(list.firstImage.pNativeHandle);
 }
 
-/// One life of the rogue under a host, and the step in which it does its misdeed.
+/// One life of the rogue under a host, and the steps in which it does its misdeed.
 struct Life {
-    desk::Phase step = desk::PhaseOutside;
+    unsigned steps = desk::PhaseOutside;
     desk::Variant variant = RT;
     std::vector<uint64_t> requests = {7};
     desk::Fault fault = nullptr;
 };
 
-/// What a host finds in a life. A request that is found at fault in its first pass has no second.
-inline std::vector<std::string> FindingsOf(const Life& life, const Misdeed& misdeed) {
-    const Misdeed inStep = [&](RogueCall& call) { call.step == life.step ? misdeed(call) : void(); };
-    OfRogue<decltype(&RogueSet)>("RogueSet")(&inStep);
+/// What a host logs in a life. A request that is found at fault in its first pass has no second.
+inline std::string LogOf(const Life& life, const Misdeed& misdeed) {
+    const Misdeed inSteps = [&](RogueCall& call) { (call.step & life.steps) != 0 ? misdeed(call) : void(); };
+    OfRogue<decltype(&RogueSet)>("RogueSet")(&inSteps);
     const std::filesystem::path rogue = TEST_ROGUE_LIBRARY;
-    desk::DeskHost host({rogue, rogue.parent_path(), ::testing::TempDir(), nullptr});
-    const desk::Contract& contract = host.State().contract;
-    host.State().fault = life.fault;
-    if (const auto node = host.CreateNode(life.variant); node->Handle() != nullptr) {
-        node->Negotiate({64, 48}, {});
-        const auto input = node->AllocateInput();
-        const auto output = node->AllocateOutput();
-        for (const uint64_t id : life.requests) {
-            const size_t before = contract.List().size();
-            desk::NodeRequest request(host, *node, {id, nullptr, input.get(), output.get()});
-            request.FirstPass();
-            if (contract.List().size() == before) {
-                request.SecondPass();
+    std::ostringstream log;
+    {
+        const TemporaryFolder dumps;
+        desk::DeskHost host({rogue, rogue.parent_path(), dumps.path, &log});
+        const desk::Contract& contract = host.State().contract;
+        host.State().fault = life.fault;
+        if (const auto node = host.CreateNode(life.variant); node->Handle() != nullptr) {
+            node->Negotiate({64, 48}, {});
+            const auto input = node->AllocateInput();
+            const auto output = node->AllocateOutput();
+            for (const uint64_t id : life.requests) {
+                const size_t before = contract.List().size();
+                desk::NodeRequest request(host, *node, {id, nullptr, input.get(), output.get()});
+                request.FirstPass();
+                if (contract.List().size() == before) {
+                    request.SecondPass();
+                }
             }
         }
+        host.Callbacks().DumpCoreNodeConfig(0, 0, nullptr);
+        OfRogue<decltype(&RogueStep)>("RogueStep")(desk::PhaseOutside, nullptr);
     }
-    host.Callbacks().DumpCoreNodeConfig(0, 0, nullptr);
-    OfRogue<decltype(&RogueStep)>("RogueStep")(desk::PhaseOutside, nullptr);
-    host.CheckTornDown();
     std::exchange(leftover, [] {})();
-    return contract.List();
+    return log.str();
+}
+
+/// What it finds.
+inline std::vector<std::string> FindingsOf(const Life& life, const Misdeed& misdeed) {
+    const std::string mark = " W DESK    : finding: ";
+    std::istringstream log(LogOf(life, misdeed));
+    std::vector<std::string> findings;
+    for (std::string line; std::getline(log, line);) {
+        if (const size_t begin = line.find(mark); begin != std::string::npos) {
+            findings.push_back(line.substr(begin + mark.size()));
+        }
+    }
+    return findings;
 }
 
 /// Who does something in a step, in the words of the host.
-inline std::string Caller(desk::Phase step) {
+inline std::string Caller(desk::Phase step, desk::Variant variant = RT) {
     desk::NodeState node;
-    node.variant = RT;
+    node.variant = variant;
     const bool isOfNode = step > desk::PhaseCaps && step != desk::PhaseRefusal;
     return desk::Describe({step, isOfNode ? &node : nullptr, 7, nullptr});
 }
 
-/// Each misdeed alone: the host says what sentences.txt has after its name and ": ", in the order of the
-/// lines.
-inline void Expect(const Life& life, const std::vector<std::pair<std::string, Misdeed>>& misdeeds) {
-    std::map<std::string, std::vector<std::string>> sentences;
+/// What sentences.txt has after a name and ": ", in the order of the lines.
+inline std::vector<std::string> Sentences(const std::string& name) {
+    std::vector<std::string> sentences;
     std::ifstream file(TEST_SENTENCES);
     for (std::string line; std::getline(file, line);) {
-        const size_t end = line.find(": ");
-        sentences[line.substr(0, end)].push_back(line.substr(end + 2));
+        if (line.rfind(name + ": ", 0) == 0) {
+            sentences.push_back(line.substr(name.size() + 2));
+        }
     }
+    return sentences;
+}
+
+/// Each misdeed alone: the host says what sentences.txt has under its name.
+inline void Expect(const Life& life, const std::vector<std::pair<std::string, Misdeed>>& misdeeds) {
     for (const auto& [name, misdeed] : misdeeds) {
-        EXPECT_EQ(sentences.count(name) == 0, name == "nothing") << name;
-        EXPECT_EQ(FindingsOf(life, misdeed), sentences[name]) << name;
+        const std::vector<std::string> expected = Sentences(name);
+        EXPECT_EQ(expected.empty(), name == "nothing") << name;
+        EXPECT_EQ(FindingsOf(life, misdeed), expected) << name;
     }
 }

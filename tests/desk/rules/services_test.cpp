@@ -1,7 +1,14 @@
 // What every service asks of its caller, and what those about files, libraries, buffers and lines ask more.
 
+#include <fmt/core.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <regex>
+#include <tuple>
 
 #include "desk/abi/gralloc_layout.h"
 #include "host/lumlog.h"
@@ -59,30 +66,35 @@ const NullCall NullCalls[] = {
     {service::PosixMemalign, "", CALL(c.allocateAligned(nullptr, 8, 8) == ENOMEM)},
 };
 
-// In every step a null argument is named and the call refused; where the service has no place, that is told
-// as well; the fault is asked once, whatever is wrong.
+// In every step a null argument is named and the call refused; where the service has no place, as
+// sentences.txt has it, that is told as well; the fault is asked once, whatever is wrong.
 TEST(Services, KnowTheirStepsAndTheirArguments) {
     FindingsOf({}, DO());  // after which the rogue has a table in every step
     for (const NullCall& row : NullCalls) {
         const std::string name = row.service.name;
+        std::string places;
         for (unsigned bit = PhaseOutside; bit <= PhaseRefusal; bit <<= 1) {
             const auto step = static_cast<Phase>(bit);
             const std::string calls = Caller(step) + " calls " + name;
             std::vector<std::string> expected = {calls + " with a null argument"};
-            if ((row.service.phases & step) == 0) {
-                expected.insert(expected.begin(), calls + "(" + row.subject + "), which has no place there");
-            }
             int asked = 0;
             const Fault count = [&](const HostCall& call, uint32_t&) {
                 asked += call.caller.phase == step && call.service == name && call.subject == row.subject;
                 return false;
             };
             const Misdeed misdeed = DO(asked = 0; EXPECT_TRUE(row.isRefused(c)) << name);
-            EXPECT_EQ(FindingsOf({step, RT, {7}, count}, misdeed), expected);
+            const auto findings = FindingsOf({step, RT, {7}, count}, misdeed);
+            if (findings.size() == 1) {
+                places += "; " + Describe({step});
+            } else {
+                expected.insert(expected.begin(), calls + "(" + row.subject + "), which has no place there");
+            }
+            EXPECT_EQ(findings, expected);
             const bool hasFault = (step & (PhaseEntry | PhaseInterface | PhaseCaps)) == 0;  // set after these
             const bool isAsked = hasFault && name != "VSNPrintF" && name != "LogSystem";
             EXPECT_EQ(asked, isAsked ? 1 : 0) << expected.back();
         }
+        EXPECT_THAT(Sentences("places of " + name), ::testing::ElementsAre(places.substr(2)));
     }
 }
 
@@ -98,8 +110,94 @@ TEST(Services, FailWithoutAHost) {
     OfRogue<decltype(&RogueStep)>("RogueStep")(PhaseOutside, nullptr);
 }
 
+TEST(Services, ServeTheDevice) {
+    const auto property = [](const char* name, const char* fallback) {
+        char value[PropertyValueSize + 1] = {};
+        const int length = property_get(name, value, fallback);
+        EXPECT_EQ(std::strlen(value), static_cast<size_t>(length));
+        return std::string(value);
+    };
+    const auto isTime = [](std::time_t time, const LUMDateTime& date) {
+        const std::tm& at = *std::localtime(&time);
+        return std::tie(at.tm_sec, at.tm_min, at.tm_hour, at.tm_mday, at.tm_mon, at.tm_year) ==
+               std::tie(date.seconds, date.minutes, date.hours, date.dayOfMonth, date.month, date.year);
+    };
+    const auto dated = [&] {
+        LUMDateTime date = {};
+        std::time_t time = std::time(nullptr);
+        GetDateTime(&date);
+        for (const std::time_t end = std::time(nullptr); time < end && !isTime(time, date); ++time) {
+        }
+        return isTime(time, date);
+    };
+    const auto alignment = [](uint32_t plane, int format) {
+        int32_t stride = -1;
+        int32_t lines = -1;
+        GetAlignment(64, 48, plane, static_cast<LumFormat>(format), &stride, &lines);
+        return std::to_string(stride) + " " + std::to_string(lines);
+    };
+    Expect({PhaseCreate},
+           {{"nothing", DO(EXPECT_EQ(property("x", "low"), "low"); EXPECT_EQ(property("x", nullptr), "");
+                           HostState::Current()->properties.With([](auto& all) { all["x"] = "high"; });
+                           EXPECT_EQ(property("x", "low"), "high");
+                           const std::string longest(PropertyValueSize - 1, 'x');
+                           EXPECT_EQ(property("y", longest.c_str()), longest);
+                           EXPECT_EQ(property("y", (longest + "x").c_str()), longest))},
+            {"nothing", DO(EXPECT_TRUE(dated()))},
+            {"nothing", DO(EXPECT_EQ(LibMapFullName("/system/lib/" TEST_ROGUE_NAME), nullptr))}});
+    Expect({PhaseQuery}, {{"nothing", DO(EXPECT_EQ(alignment(0, LumFormatNv12), "128 32");
+                                         EXPECT_EQ(alignment(1, LumFormatNv12), "128 16");
+                                         EXPECT_EQ(alignment(2, LumFormatNv12), "-1 -1");
+                                         EXPECT_EQ(alignment(0, LumFormatNv12 + 1), "-1 -1"))}});
+}
+
+TEST(Services, ServeFilesAndMetadata) {
+    const auto serve = [file = static_cast<FILE*>(nullptr)](RogueCall& c) mutable {
+        if (c.step == PhaseCreate) {
+            file = FOpen(DumpFile, "a");
+        } else if (c.step == PhaseSecondPass) {
+            EXPECT_EQ(FWrite("abcdef", 2, 2, file), 2U);
+            GrallocMetadata wanted = {};
+            wanted.magic = GrallocMetadataMagic;
+            const auto set = [&](uint32_t item, auto& data, uint32_t& flag) {
+                std::memset(&data, 7, sizeof(data));
+                flag = 1;
+                GrallocMetadata told = {};
+                EXPECT_EQ(SetGrallocMetaData(OutputOf(c), item, sizeof(data), &data), 0);
+                EXPECT_GT(::pread(OutputOf(c)->data[GrallocMetadataFd], &told, sizeof(told), 0), 0);
+                EXPECT_EQ(std::memcmp(&told, &wanted, sizeof(told)), 0) << item;
+            };
+            set(MetadataColor, wanted.color, wanted.hasColor);
+        } else {
+            EXPECT_EQ(FClose(file), 0);
+            std::string written;
+            std::ifstream(HostState::Current()->options.dumpDir / "x") >> written;
+            EXPECT_EQ(written, "abcd");
+        }
+    };
+    Expect({PhaseCreate | PhaseSecondPass | PhaseDestroy}, {{"nothing", serve}});
+}
+
+TEST(Services, LogInLogcatsForm) {
+    const std::string log = LogOf({PhaseCreate}, DO(Log("[ERROR  ]", "E"); LibUnmap(&elsewhere)));
+    const std::string head = fmt::format("[01]\\d-[0-3]\\d [0-2]\\d:[0-5]\\d:[0-5]\\d\\.\\d{{3}} {:5} {:5} ",
+                                         ::getpid(), ::gettid());
+    EXPECT_TRUE(std::regex_match(log, std::regex(head + "E DEWARP  : file.cpp:1 Function\\(\\) text\n" +
+                                                 head + "W DESK    : finding: the real-time node .*\n")))
+        << log;
+    EXPECT_EQ(g_enableLuxLogs, 3U) << "errors and warnings are logged unless other levels are asked for";
+}
+
 TEST(Services, AskForWhatThereIs) {
-    static const native_handle blank = {};
+    struct {
+        native_handle head;
+        int data[GrallocFdCount + GrallocIntCount];
+    } copy;
+    const auto spoilt = [&](RogueCall& c, auto spoil) {
+        std::memcpy(&copy, OutputOf(c), sizeof(copy));
+        spoil(copy);
+        EXPECT_EQ(SetGrallocMetaData(&copy.head, MetadataColor, 4, ""), LumResultInvalidArgument);
+    };
     const BufferGeometry flat = {2, 48};
     int32_t lines = 0;
     Expect({PhaseCreate}, {{"a file to overwrite", DO(FClose(FOpen(DumpFile, "w")))},
@@ -112,7 +210,10 @@ TEST(Services, AskForWhatThereIs) {
                             {"a foreign library unmapped", DO(LibUnmap(&elsewhere))}});
     Expect({PhaseSecondPass},
            {{"a foreign file written", DO(FWrite("", 1, 1, stdout))},
-            {"no gralloc handle", DO(SetGrallocMetaData(&blank, MetadataColor, 4, ""))},
+            {"no gralloc handle", DO(spoilt(c, WITH(head.version += 4)))},
+            {"no gralloc handle", DO(spoilt(c, WITH(head.numFds = 1)))},
+            {"no gralloc handle", DO(spoilt(c, WITH(head.numInts = 4)))},
+            {"no gralloc handle", DO(spoilt(c, WITH(data[GrallocFdCount + GrallocIntMagic] = 0)))},
             {"an unknown gralloc item", DO(SetGrallocMetaData(OutputOf(c), 99, 4, ""))},
             {"short colours", DO(SetGrallocMetaData(OutputOf(c), MetadataColor, 4, ""))},
             {"no colours", DO(SetGrallocMetaData(OutputOf(c), MetadataColor, 2804, nullptr))},
