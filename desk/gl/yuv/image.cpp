@@ -10,7 +10,7 @@
 #include <system_error>
 
 #include "desk/abi/gralloc_layout.h"
-#include "desk/gl/driver/egl_error.h"
+#include "desk/gl/driver/errors.h"
 
 namespace desk {
 namespace {
@@ -108,7 +108,7 @@ Image::Image(ANativeWindowBuffer* buffer, const EGLint* attributes) : buffer_(bu
     bytes_ = static_cast<size_t>(bytes);
     pixels_ = MapPixels(buffer->handle->data[GrallocPixelFd], bytes_);
     buffer->common.incRef(&buffer->common);
-    ++GlobalCounters().imports;
+    globalCounters.With([](DeskGlCounters& counters) { ++counters.imports; });
 }
 
 Image::~Image() {
