@@ -13,13 +13,14 @@ constexpr struct {
     GLenum format;
 } Formats[PlaneCount] = {{GL_R8, GL_RED}, {GL_RG8, GL_RG}};
 
-/// One transfer between the GL and rows of any length in client memory. Afterwards GL's defaults hold again,
-/// which the desk's applications leave in force.
+/// One transfer of a plane between the GL and rows of any length in the image's memory. Afterwards GL's
+/// defaults hold again, which the desk's applications leave in force.
 template <typename Transfer>
-void WithRowLength(GLenum rowLength, GLenum alignment, GLint pixels, const Transfer& transfer) {
-    REAL(glPixelStorei)(rowLength, pixels);
+void WithRowLength(GLenum rowLength, GLenum alignment, const Image& image, Plane plane, Transfer transfer) {
+    REAL(glPixelStorei)(rowLength, image.RowLength(plane));
     REAL(glPixelStorei)(alignment, 1);
-    transfer();
+    transfer(0, 0, image.Width(plane), image.Height(plane), Formats[plane].format, GLenum{GL_UNSIGNED_BYTE},
+             image.Data(plane));
     REAL(glPixelStorei)(rowLength, 0);
     REAL(glPixelStorei)(alignment, 4);
 }
@@ -33,8 +34,8 @@ void PlaneSet::SetImage(std::shared_ptr<Image> image) {
     const TextureScope binding;
     for (const Plane plane : Planes) {
         BindTexture2D(textures_[plane]);
-        REAL(glTexStorage2D)
-        (GL_TEXTURE_2D, 1, Formats[plane].internalFormat, image_->Width(plane), image_->Height(plane));
+        const GLenum format = Formats[plane].internalFormat;
+        REAL(glTexStorage2D)(GL_TEXTURE_2D, 1, format, image_->Width(plane), image_->Height(plane));
         REAL(glTexParameteri)(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
         REAL(glTexParameteri)(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
     }
@@ -58,10 +59,8 @@ void PlaneSet::Upload() const {
         BindTexture2D(textures_[plane]);
         REAL(glTexParameteri)(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, minFilter_);
         REAL(glTexParameteri)(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, magFilter_);
-        WithRowLength(GL_UNPACK_ROW_LENGTH, GL_UNPACK_ALIGNMENT, image_->RowLength(plane), [&] {
-            REAL(glTexSubImage2D)
-            (GL_TEXTURE_2D, 0, 0, 0, image_->Width(plane), image_->Height(plane), Formats[plane].format,
-             GL_UNSIGNED_BYTE, image_->Data(plane));
+        WithRowLength(GL_UNPACK_ROW_LENGTH, GL_UNPACK_ALIGNMENT, *image_, plane, [](auto... pixels) {
+            REAL(glTexSubImage2D)(GL_TEXTURE_2D, 0, pixels...);
         });
     }
 }
@@ -80,12 +79,8 @@ void PlaneSet::Finish() {
     const ReadFramebufferScope binding;
     for (const Plane plane : Planes) {
         BindFramebuffer<GL_READ_FRAMEBUFFER>(Framebuffer(plane));
-        WithRowLength(GL_PACK_ROW_LENGTH, GL_PACK_ALIGNMENT, image_->RowLength(plane), [&] {
-            // The planes' formats are what drivers choose for themselves; one that did not would say so.
-            REAL(glReadPixels)
-            (0, 0, image_->Width(plane), image_->Height(plane), Formats[plane].format, GL_UNSIGNED_BYTE,
-             image_->Data(plane));
-        });
+        // The planes' formats are what drivers choose for themselves; one that did not would say so.
+        WithRowLength(GL_PACK_ROW_LENGTH, GL_PACK_ALIGNMENT, *image_, plane, REAL(glReadPixels));
     }
     isAheadOfMemory_ = false;
 }
@@ -96,8 +91,8 @@ GLuint PlaneSet::Framebuffer(Plane plane) {
         REAL(glGenFramebuffers)(1, &framebuffer);
         const DrawFramebufferScope binding;
         BindFramebuffer<GL_DRAW_FRAMEBUFFER>(framebuffer);
-        REAL(glFramebufferTexture2D)
-        (GL_DRAW_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, textures_[plane], 0);
+        const GLuint texture = textures_[plane];
+        REAL(glFramebufferTexture2D)(GL_DRAW_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, texture, 0);
     }
     return framebuffer;
 }

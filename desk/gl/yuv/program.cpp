@@ -24,24 +24,22 @@ GLuint ShaderOf(GLuint program, GLint kind) {
 }
 
 std::string SourceOf(GLuint shader) {
-    std::string source(static_cast<size_t>(Integer(REAL(glGetShaderiv), GL_SHADER_SOURCE_LENGTH, shader)),
-                       '\0');
-    GLsizei length = 0;
-    REAL(glGetShaderSource)(shader, static_cast<GLsizei>(source.size()), &length, source.data());
+    GLint length = Integer(REAL(glGetShaderiv), GL_SHADER_SOURCE_LENGTH, shader);  // with its zero
+    std::string source(static_cast<size_t>(length), '\0');
+    REAL(glGetShaderSource)(shader, length, &length, source.data());
     source.resize(static_cast<size_t>(length));
     return source;
 }
 
 /// One set of vertex attributes has to serve both programs.
 void BindSameAttributes(GLuint program, GLuint chromaProgram) {
-    std::string name(
-        static_cast<size_t>(Integer(REAL(glGetProgramiv), GL_ACTIVE_ATTRIBUTE_MAX_LENGTH, program)), '\0');
+    const GLint length = Integer(REAL(glGetProgramiv), GL_ACTIVE_ATTRIBUTE_MAX_LENGTH, program);
+    std::string name(static_cast<size_t>(length), '\0');
     const auto count = static_cast<GLuint>(Integer(REAL(glGetProgramiv), GL_ACTIVE_ATTRIBUTES, program));
     for (GLuint i = 0; i < count; ++i) {
         GLint size = 0;
         GLenum type = 0;
-        REAL(glGetActiveAttrib)
-        (program, i, static_cast<GLsizei>(name.size()), nullptr, &size, &type, name.data());
+        REAL(glGetActiveAttrib)(program, i, length, nullptr, &size, &type, name.data());
         const GLint location = REAL(glGetAttribLocation)(program, name.c_str());
         if (location >= 0) {  // built-in inputs have none
             REAL(glBindAttribLocation)(chromaProgram, static_cast<GLuint>(location), name.c_str());
@@ -81,13 +79,12 @@ void PlaceSampler(PlaneProgram& program, const std::string& name) {
     const ProgramScope scope;
     program.samplesImage = true;
     program.lumaSampler = REAL(glGetUniformLocation)(program.luma, name.c_str());
-    program.chromaPlaneUnit =
-        static_cast<GLuint>(Integer(REAL(glGetIntegerv), GL_MAX_COMBINED_TEXTURE_IMAGE_UNITS)) - 1;
+    const GLint chromaUnit = Integer(REAL(glGetIntegerv), GL_MAX_COMBINED_TEXTURE_IMAGE_UNITS) - 1;
+    program.chromaPlaneUnit = static_cast<GLuint>(chromaUnit);
     for (const GLuint reader : {program.luma, program.chroma}) {
         if (reader != 0) {
             UseProgram(reader);
-            REAL(glUniform1i)
-            (REAL(glGetUniformLocation)(reader, ChromaSampler), static_cast<GLint>(program.chromaPlaneUnit));
+            REAL(glUniform1i)(REAL(glGetUniformLocation)(reader, ChromaSampler), chromaUnit);
         }
     }
     if (program.chroma != 0) {
