@@ -5,11 +5,12 @@
 #include <cstdio>
 #include <cstdlib>
 
-void* desk::FindReal(const char* name) {
+namespace desk {
+
+void* FindReal(const char* name) {
     // What comes next after this library are the machine's own, which it links.
     void* function = dlsym(RTLD_NEXT, name);
-    if (function ==
-        nullptr) {  // an extension's; in the driver that has eglGetProcAddress, which the layer has not
+    if (function == nullptr) {  // an extension's; the layer has no eglGetProcAddress of its own
         function = reinterpret_cast<void*>(eglGetProcAddress(name));
     }
     if (function == nullptr) {
@@ -18,3 +19,5 @@ void* desk::FindReal(const char* name) {
     }
     return function;
 }
+
+}  // namespace desk

@@ -16,8 +16,6 @@
 namespace {
 
 using namespace desk;
-using ::testing::HasSubstr;
-using ::testing::Not;
 
 /// A function as a node finds it: by its name in the desk's libraries.
 #define GL(name) reinterpret_cast<decltype(&::name)>(dlsym(Library(), #name))
@@ -107,7 +105,8 @@ protected:
         GL(eglDestroyContext)(display_, context_);
         GL(eglTerminate)(display_);
         GL(desk_gl_set_error_sink)(nullptr, nullptr);
-        EXPECT_THAT(heard_, ::testing::ElementsAre(Not(::testing::EndsWith("\n")))) << "SetUp's alone";
+        EXPECT_THAT(heard_, ::testing::ElementsAre(::testing::Not(::testing::EndsWith("\n"))))
+            << "SetUp's alone";
         const DeskGlCounters left = Counters();
         EXPECT_EQ(left.liveImages + left.liveContexts + left.initialisedDisplays + left.contextCurrent, 0U);
         EXPECT_EQ(references, 0);
@@ -251,14 +250,12 @@ TEST_F(Gl, EndsADisplayWithItsLastUser) {
 
 TEST(HandleTable, KeepsDisplaysApart) {
     HandleTable<int> table;
-    int ends[2] = {};
-    for (int& display : ends) {
-        table.Add(&display, &table, std::make_shared<int>(7));
-    }
-    EXPECT_EQ(table.Remove(&table, &table), nullptr);
-    EXPECT_EQ(table.TakeAll(&ends[0]).size(), 1U);
-    EXPECT_EQ(table.Find(&ends[0], &table), nullptr);
-    EXPECT_EQ(*table.Find(&ends[1], &table), 7);
+    table.Add(&table, &table, std::make_shared<int>(7));
+    EXPECT_EQ(table.Remove(nullptr, &table), nullptr);
+    EXPECT_TRUE(table.TakeAll(nullptr).empty());
+    EXPECT_EQ(*table.Find(&table, &table), 7);
+    EXPECT_EQ(table.TakeAll(&table).size(), 1U);
+    EXPECT_EQ(table.Find(&table, &table), nullptr);
 }
 
 TEST_F(Gl, RefusesWhatImagesAreNotFor) {
@@ -334,21 +331,12 @@ TEST_F(Gl, HandsTheDriverAPlainShader) {
 
 TEST_F(Gl, DrawsAllSamplesOfAnOddImageAndNoOthers) {
     const auto state = [] {
-        constexpr GLenum Names[] = {GL_VIEWPORT,
-                                    GL_SCISSOR_BOX,
-                                    GL_COLOR_CLEAR_VALUE,
-                                    GL_ACTIVE_TEXTURE,
-                                    GL_TEXTURE_BINDING_2D,
-                                    GL_CURRENT_PROGRAM,
-                                    GL_DRAW_FRAMEBUFFER_BINDING,
-                                    GL_READ_FRAMEBUFFER_BINDING,
-                                    GL_PACK_ALIGNMENT,
-                                    GL_PACK_ROW_LENGTH,
-                                    GL_UNPACK_ALIGNMENT,
-                                    GL_UNPACK_ROW_LENGTH};
         std::vector<std::array<GLint, 4>> all;
-        for (const GLenum name : Names) {
-            GL(glGetIntegerv)(name, all.emplace_back().data());
+        for (const int name :
+             {GL_VIEWPORT, GL_SCISSOR_BOX, GL_COLOR_CLEAR_VALUE, GL_ACTIVE_TEXTURE, GL_TEXTURE_BINDING_2D,
+              GL_CURRENT_PROGRAM, GL_DRAW_FRAMEBUFFER_BINDING, GL_READ_FRAMEBUFFER_BINDING, GL_PACK_ALIGNMENT,
+              GL_PACK_ROW_LENGTH, GL_UNPACK_ALIGNMENT, GL_UNPACK_ROW_LENGTH}) {
+            GL(glGetIntegerv)(static_cast<GLenum>(name), all.emplace_back().data());
         }
         return all;
     };
@@ -363,23 +351,25 @@ TEST_F(Gl, DrawsAllSamplesOfAnOddImageAndNoOthers) {
     for (const int edge : {0, 11}) {
         GL(glScissor)(edge, edge, 65 - 2 * edge, 49 - 2 * edge);
         edge == 0 ? GL(glDisable)(GL_SCISSOR_TEST) : GL(glEnable)(GL_SCISSOR_TEST);
-        const Scene before = [=](double x, double y) { return Samples{x + edge, y + edge, x + y + edge}; };
         const Scene copied = [=](double x, double y) {
             return Samples{250 - 2 * x, 250 - 3 * y, 120 + x - y - edge};
         };
         const Scene cleared = [](double /*x*/, double /*y*/) { return Samples{51, 102, 153}; };
         Paint(*input.memory, copied);
-        for (const Scene* inside : {&copied, &cleared, &before}) {
+        for (const int step : {0, 1, 2}) {
+            const int old = edge + 7 * step;
+            const Scene before = [old](double x, double y) { return Samples{x + old, y + old, x + y + old}; };
+            const Scene& inside = step == 0 ? copied : step == 1 ? cleared : before;
             const Scene expected = [&](double x, double y) {  // chroma's samples on the edge are drawn whole
                 const bool isIn = std::min(x, y) > edge - 1 && x < 65 - edge && y < 49 - edge;
-                return isIn ? (*inside)(x, y) : before(x, y);
+                return isIn ? inside(x, y) : before(x, y);
             };
             Paint(*output.memory, before);
             const auto found = state();
-            if (inside == &copied) {
+            if (step == 0) {
                 Draw();
             } else {
-                GL(glClear)(inside == &cleared ? GL_COLOR_BUFFER_BIT : GL_DEPTH_BUFFER_BIT);
+                GL(glClear)(step == 1 ? GL_COLOR_BUFFER_BIT : GL_DEPTH_BUFFER_BIT);
             }
             GL(glFinish)();
             EXPECT_EQ(Compare(*output.memory, expected, 0.6), "");
@@ -389,32 +379,29 @@ TEST_F(Gl, DrawsAllSamplesOfAnOddImageAndNoOthers) {
 }
 
 TEST_F(Gl, KeepsAFilterFromOneImageToTheNext) {
-    const struct {
-        GLenum name;
-        GLint filter;
-        uint32_t size, luma, chroma;  // of the output; samples
-        std::array<float, 4> levels;  // of luma's first sample and that one, of chroma's the same
-    } rows[] = {{GL_TEXTURE_MAG_FILTER, GL_NEAREST, 64, 30, 15, {40, 120, 60, 60}},
-                {GL_TEXTURE_MAG_FILTER, GL_LINEAR, 64, 30, 15, {40, 88, 60, 107}},
-                {GL_TEXTURE_MIN_FILTER, GL_NEAREST, 3, 2, 0, {40, 120, 60, 60}},
-                {GL_TEXTURE_MIN_FILTER, GL_LINEAR, 3, 2, 0, {67, 120, 60, 60}}};
+    // The output's size, which samples of luma and chroma are compared, and of each the first and that one.
+    const std::tuple<GLenum, GLint, uint32_t, uint32_t, uint32_t, std::array<float, 4>> rows[] = {
+        {GL_TEXTURE_MAG_FILTER, GL_NEAREST, 64, 30, 15, {40, 120, 60, 60}},
+        {GL_TEXTURE_MAG_FILTER, GL_LINEAR, 64, 30, 15, {40, 88, 60, 107}},
+        {GL_TEXTURE_MIN_FILTER, GL_NEAREST, 3, 2, 0, {40, 120, 60, 60}},
+        {GL_TEXTURE_MIN_FILTER, GL_LINEAR, 3, 2, 0, {67, 120, 60, 60}}};
     Buffer input(4, 4);
     Paint(*input.memory, [](double x, double y) {
         const int odd = static_cast<int>(x) % 2 + static_cast<int>(y) % 2;
         return std::array{odd * 80.0 + 40.0, x + y < 2 ? 60.0 : 160.0, 128.0};
     });
-    for (const auto& row : rows) {
-        Buffer output(row.size, row.size);
+    for (const auto& [name, filter, size, inLuma, inChroma, expected] : rows) {
+        Buffer output(size, size);
         Sample(input);
-        GL(glTexParameteri)(External, row.name, row.filter);
+        GL(glTexParameteri)(External, name, filter);
         Sample(input);
         DrawTo(output);
         Use(Copy);
         Draw();
         const uint8_t* luma = output.memory->Luma();
         const uint8_t* chroma = output.memory->Chroma();
-        const int levels[] = {luma[0], luma[row.luma], chroma[0], chroma[2 * row.chroma]};
-        EXPECT_THAT(levels, ::testing::Pointwise(::testing::FloatNear(2), row.levels));
+        const int levels[] = {luma[0], luma[inLuma], chroma[0], chroma[2 * inChroma]};
+        EXPECT_THAT(levels, ::testing::Pointwise(::testing::FloatNear(2), expected));
     }
 }
 
