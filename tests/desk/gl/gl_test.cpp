@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <fstream>
+#include <list>
 
 #include "desk/abi/gl_counters.h"
 #include "desk/abi/gl_errors.h"
@@ -161,6 +162,7 @@ protected:
         GL(glFinish)();
     }
 
+    std::list<Buffer> buffers_;       ///< that images hold until the context ends
     std::vector<std::string> heard_;  ///< what the driver says of errors
     EGLDisplay display_ = GL(eglGetDisplay)(EGL_DEFAULT_DISPLAY);
     EGLConfig config_ = nullptr;
@@ -341,8 +343,8 @@ TEST_F(Gl, DrawsAllSamplesOfAnOddImageAndNoOthers) {
         return all;
     };
     using Samples = std::array<double, 3>;
-    Buffer input(65, 49, {128, 64});
-    Buffer output(65, 49, {32, 128});
+    Buffer& input = buffers_.emplace_back(65U, 49U, Alignment{128, 64});
+    Buffer& output = buffers_.emplace_back(65U, 49U, Alignment{32, 128});
     Sample(input);
     DrawTo(output);
     Use(Copy);
@@ -385,13 +387,13 @@ TEST_F(Gl, KeepsAFilterFromOneImageToTheNext) {
         {GL_TEXTURE_MAG_FILTER, GL_LINEAR, 64, 30, 15, {40, 88, 60, 107}},
         {GL_TEXTURE_MIN_FILTER, GL_NEAREST, 3, 2, 0, {40, 120, 60, 60}},
         {GL_TEXTURE_MIN_FILTER, GL_LINEAR, 3, 2, 0, {67, 120, 60, 60}}};
-    Buffer input(4, 4);
+    Buffer& input = buffers_.emplace_back(4U, 4U);
     Paint(*input.memory, [](double x, double y) {
         const int odd = static_cast<int>(x) % 2 + static_cast<int>(y) % 2;
         return std::array{odd * 80.0 + 40.0, x + y < 2 ? 60.0 : 160.0, 128.0};
     });
     for (const auto& [name, filter, size, inLuma, inChroma, expected] : rows) {
-        Buffer output(size, size);
+        Buffer& output = buffers_.emplace_back(size, size);
         Sample(input);
         GL(glTexParameteri)(External, name, filter);
         Sample(input);
