@@ -108,8 +108,7 @@ EGLContext MakeContext(EGLDisplay display) {
     return context;
 }
 
-class Loop {
-public:
+struct Loop {
     explicit Loop(cv::Size size)
         : current(display, context),
           sizes{MeshColumns, MeshRows, size.width, size.height, size.width, size.height},
@@ -151,12 +150,7 @@ public:
         planes[1].Read(output.chroma.data);
         glFinish();
     }
-    std::string Renderer() const {
-        const Current whileItLasts(display, context);
-        return reinterpret_cast<const char*>(glGetString(GL_RENDERER));
-    }
 
-private:
     EGLDisplay display = eglGetPlatformDisplay(EGL_PLATFORM_SURFACELESS_MESA, EGL_DEFAULT_DISPLAY, nullptr);
     EGLContext context = MakeContext(display);
     Current current;
@@ -174,7 +168,9 @@ Peer BareLoop(cv::Size size, const Shake& shake) {
 }
 
 std::string Renderer() {
-    return Loop({64, 64}).Renderer();
+    const Loop loop({64, 64});
+    const Current whileItLasts(loop.display, loop.context);
+    return reinterpret_cast<const char*>(glGetString(GL_RENDERER));
 }
 
 }  // namespace bench

@@ -4,8 +4,8 @@
 #include <iostream>
 #include <memory>
 
+#include "bench/lifecycle.h"
 #include "bench/peers.h"
-#include "bench/seconds.h"
 #include "desk/host/desk_host.h"
 #include "desk/host/desk_node.h"
 #include "desk/measure/quality.h"
@@ -22,14 +22,7 @@ const bench::Shake shake;
 
 /// The desk's host, one in the process.
 desk::DeskHost& Host() {
-    static desk::DeskHost host([] {
-        desk::HostOptions options;
-        options.nodeLibrary = BENCH_NODE_LIBRARY;
-        options.systemLibraryDir = BENCH_SYSTEM_LIBRARY_DIR;
-        options.log = nullptr;
-        options.luxBits = 0;
-        return options;
-    }());
+    static desk::DeskHost host({BENCH_NODE_LIBRARY, BENCH_SYSTEM_LIBRARY_DIR, {}, nullptr, 0});
     return host;
 }
 
@@ -43,8 +36,11 @@ Nv12 View(desk::GrallocBuffer& buffer) {
 
 /// One node of the desk with one buffer per direction.
 struct DeskWarp {
-    explicit DeskWarp(cv::Size s)
-        : size(s), node(Host().CreateNode(desk::Variant::RealTime)), grid(bench::MakeGrid(shake, size)) {
+    explicit DeskWarp(cv::Size s = {1920, 1080}) : size(s), grid(bench::MakeGrid(shake, size)) {}
+    void Create() {
+        node = Host().CreateNode(desk::Variant::RealTime);
+    }
+    void Prepare() {
         node->Negotiate({static_cast<uint32_t>(size.width), static_cast<uint32_t>(size.height)},
                         {0.0F, 0.0F});
         NextBuffers();
@@ -61,6 +57,9 @@ struct DeskWarp {
         if (node->Process(++requestId, &grid, *input, *output) != 0) {
             throw std::runtime_error("expected the node to render the request, got a failure");
         }
+    }
+    void Destroy() {
+        node.reset();
     }
 
     cv::Size size;
@@ -98,6 +97,8 @@ double Median(std::vector<double> values) {
 /// peer's and the desk's milliseconds and of desk / peer.
 void PeerFrame(benchmark::State& state, bench::Peer (*make)(cv::Size, const bench::Shake&)) {
     DeskWarp desk(SizeOf(state));
+    desk.Create();
+    desk.Prepare();
     desk.Frame();
     const Nv12 input = bench::MakeScene(desk.size);
     Nv12 output(desk.size);
@@ -118,45 +119,8 @@ void PeerFrame(benchmark::State& state, bench::Peer (*make)(cv::Size, const benc
     state.counters["ratio"] = Median(ratios);
 }
 
-const cv::Size fullHd(1920, 1080);
-
-void Create(benchmark::State& state) {
-    while (state.KeepRunning()) {
-        std::unique_ptr<desk::DeskNode> node;
-        state.SetIterationTime(Seconds([&] { node = Host().CreateNode(desk::Variant::RealTime); }));
-    }
-}
-
-void FirstFrame(benchmark::State& state) {
-    while (state.KeepRunning()) {
-        DeskWarp warp(fullHd);
-        state.SetIterationTime(Seconds([&] { warp.Frame(); }));
-    }
-}
-
-void ImportFrame(benchmark::State& state) {
-    DeskWarp warp(fullHd);
-    warp.Frame();
-    while (state.KeepRunning()) {
-        warp.NextBuffers();
-        state.SetIterationTime(Seconds([&] { warp.Frame(); }));
-    }
-}
-
-void Destroy(benchmark::State& state) {
-    while (state.KeepRunning()) {
-        DeskWarp warp(fullHd);
-        warp.Frame();
-        state.SetIterationTime(Seconds([&] { warp.node.reset(); }));
-    }
-}
-
 void Sizes(benchmark::internal::Benchmark* benchmark) {
     benchmark->Arg(1280)->Arg(1920)->Arg(3840)->UseManualTime()->Unit(benchmark::kMillisecond);
-}
-
-void Once(benchmark::internal::Benchmark* benchmark) {
-    benchmark->UseManualTime()->Iterations(10)->Unit(benchmark::kMillisecond);
 }
 
 BENCHMARK_CAPTURE(PeerFrame, bare loop, bench::BareLoop)
@@ -164,10 +128,6 @@ BENCHMARK_CAPTURE(PeerFrame, bare loop, bench::BareLoop)
     ->MinTime(3.0);  // a few percent are to be told apart
 BENCHMARK_CAPTURE(PeerFrame, OpenCV remap, bench::OpenCvRemap)->Apply(Sizes);
 BENCHMARK_CAPTURE(PeerFrame, vidstab transform, bench::VidStab)->Apply(Sizes);
-BENCHMARK(Create)->Apply(Once);
-BENCHMARK(FirstFrame)->Apply(Once);
-BENCHMARK(ImportFrame)->Apply(Once);
-BENCHMARK(Destroy)->Apply(Once);
 
 }  // namespace
 
@@ -175,6 +135,7 @@ int main(int argc, char** argv) {
     try {
         benchmark::Initialize(&argc, argv);
         benchmark::AddCustomContext("renderer", bench::Renderer());
+        bench::RegisterEvents<DeskWarp>(10, benchmark::kMillisecond);
         benchmark::RunSpecifiedBenchmarks();
     } catch (const std::exception& error) {
         std::cerr << "bench-desk: " << error.what() << "\n";

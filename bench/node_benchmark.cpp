@@ -1,11 +1,12 @@
 #include <benchmark/benchmark.h>
 
 #include <cstring>
+#include <optional>
 #include <vector>
 
 #include "bench/floor.h"
+#include "bench/lifecycle.h"
 #include "bench/null_host.h"
-#include "bench/seconds.h"
 #include "desk/warp/grid_size.h"
 #include "node/dewarp/gpu/gpumesh.h"
 #include "utils/orbamutex.h"
@@ -17,7 +18,6 @@ namespace {
 
 using bench::NodeSetup;
 using bench::NullNode;
-using bench::Seconds;
 
 void SteadyFrame(benchmark::State& state, const NodeSetup& setup) {
     NullNode node(BENCH_NODE_LIBRARY, setup);
@@ -81,37 +81,23 @@ void LockAndUnlock(benchmark::State& state) {
     mutex->Destroy();
 }
 
-void Create(benchmark::State& state) {
-    while (state.KeepRunning()) {
-        std::unique_ptr<NullNode> node;
-        state.SetIterationTime(
-            Seconds([&] { node = std::make_unique<NullNode>(BENCH_NODE_LIBRARY, NodeSetup{}); }));
+struct NullLife {
+    void Create() {
+        node.emplace(BENCH_NODE_LIBRARY, NodeSetup{});
     }
-}
-
-void FirstFrame(benchmark::State& state) {
-    while (state.KeepRunning()) {
-        NullNode node(BENCH_NODE_LIBRARY, {});
-        state.SetIterationTime(Seconds([&] { node.Frame(); }));
-    }
-}
-
-void ImportFrame(benchmark::State& state) {
-    NullNode node(BENCH_NODE_LIBRARY, {});
-    node.Frame();
-    while (state.KeepRunning()) {
-        node.ReplaceBuffers();
-        state.SetIterationTime(Seconds([&] { node.Frame(); }));
-    }
-}
-
-void Destroy(benchmark::State& state) {
-    while (state.KeepRunning()) {
-        auto node = std::make_unique<NullNode>(BENCH_NODE_LIBRARY, NodeSetup{});
+    void Prepare() {}
+    void Frame() {
         node->Frame();
-        state.SetIterationTime(Seconds([&] { node.reset(); }));
     }
-}
+    void NextBuffers() {
+        node->ReplaceBuffers();
+    }
+    void Destroy() {
+        node.reset();
+    }
+
+    std::optional<NullNode> node;
+};
 
 BENCHMARK_CAPTURE(SteadyFrame, grid, NodeSetup{});
 BENCHMARK_CAPTURE(SteadyFrame, unity, NodeSetup{1920, 1080, 1, false, false});
@@ -125,10 +111,7 @@ BENCHMARK(Mesh);
 BENCHMARK(GridCopy);
 BENCHMARK(LockAndUnlock);
 BENCHMARK(DumpCallsFrame);
-BENCHMARK(Create)->UseManualTime()->Iterations(2000);
-BENCHMARK(FirstFrame)->UseManualTime()->Iterations(2000);
-BENCHMARK(ImportFrame)->UseManualTime()->Iterations(2000);
-BENCHMARK(Destroy)->UseManualTime()->Iterations(2000);
+[[maybe_unused]] const bool isLifeTimed = bench::RegisterEvents<NullLife>(2000, benchmark::kNanosecond);
 
 }  // namespace
 

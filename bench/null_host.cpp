@@ -139,27 +139,17 @@ LumImageList MakeList(const NodeSetup& setup, uint32_t fd) {
 
 }  // namespace
 
-struct NullNode::Request {
-    const LumNodeCallbacks& callbacks;
-    IPEICAGridTransform grid = {};
-    LumDependencyInfo dependency = {};
-    LumImageList* input = nullptr;
-    LumImageList* output = nullptr;
-    LumNodeProcessRequestInfo info = {};
-};
-
 const IPEICAGridTransform& Grid() {
     static const IPEICAGridTransform grid = MakeGrid();
     return grid;
 }
 
-NullNode::NullNode(const char* nodeLibrary, const NodeSetup& setup)
-    : request_(new Request{Callbacks(nodeLibrary), Grid()}) {
+NullNode::NullNode(const char* nodeLibrary, const NodeSetup& setup) : callbacks_(Callbacks(nodeLibrary)) {
     isDumped = setup.isDumped;
     LumNodeCreateInfo create = {};
     create.size = sizeof(create);
     create.nodeCaps = LumNodeCapsDewarpRealTime;
-    if (request_->callbacks.Create(&create) != 0) {
+    if (callbacks_.Create(&create) != 0) {
         throw std::runtime_error("expected a node, got a refusal of the library");
     }
     handle_ = create.phNodeSession;
@@ -167,39 +157,38 @@ NullNode::NullNode(const char* nodeLibrary, const NodeSetup& setup)
         inputs_.push_back(MakeList(setup, 2 * i));
         outputs_.push_back(MakeList(setup, 2 * i + 1));
     }
-    request_->grid.gridTransformEnable = setup.isGridUsed ? 1 : 0;
-    LumNodeProcessRequestInfo& info = request_->info;
-    info.size = sizeof(info);
-    info.hNodeSession = handle_;
-    info.pDependency = &request_->dependency;
-    info.inputCount = info.outputCount = 1;
-    info.inputImageLists = &request_->input;
-    info.outputImageLists = &request_->output;
+    grid_.gridTransformEnable = setup.isGridUsed ? 1 : 0;
+    request_.size = sizeof(request_);
+    request_.hNodeSession = handle_;
+    request_.pDependency = &dependency_;
+    request_.inputCount = request_.outputCount = 1;
+    request_.inputImageLists = &input_;
+    request_.outputImageLists = &output_;
 }
 
 NullNode::~NullNode() {
     LumNodedestroyInfo destroy = {};
     destroy.size = sizeof(destroy);
     destroy.hNodeSession = handle_;
-    request_->callbacks.Destroy(&destroy);
+    callbacks_.Destroy(&destroy);
 }
 
 void NullNode::FirstPass() {
-    request_->input = &inputs_[next_];
-    request_->output = &outputs_[next_];
+    input_ = &inputs_[next_];
+    output_ = &outputs_[next_];
     next_ = (next_ + 1 == inputs_.size()) ? 0 : next_ + 1;
-    ++request_->info.requestId;
-    request_->dependency.processSequenceId = 0;
+    ++request_.requestId;
+    dependency_.processSequenceId = 0;
     Call();
 }
 
 void NullNode::SecondPass() {
-    currentGrid = &request_->grid;
+    currentGrid = &grid_;
     Call();
 }
 
 void NullNode::Call() {
-    if (request_->callbacks.ProcRequest(&request_->info) != 0) {
+    if (callbacks_.ProcRequest(&request_) != 0) {
         throw std::runtime_error("expected the node to serve the request, got a failure");
     }
 }

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
 #include <vector>
 
 #include "host/lumnode.h"
@@ -45,12 +44,15 @@ public:
     void ReplaceBuffers();
 
 private:
-    struct Request;
-
     void Call();
 
+    const LumNodeCallbacks& callbacks_;
     void* handle_ = nullptr;
-    std::unique_ptr<Request> request_;
+    IPEICAGridTransform grid_ = Grid();
+    LumDependencyInfo dependency_ = {};
+    LumImageList* input_ = nullptr;
+    LumImageList* output_ = nullptr;
+    LumNodeProcessRequestInfo request_ = {};
     std::vector<LumImageList> inputs_;
     std::vector<LumImageList> outputs_;
     size_t next_ = 0;

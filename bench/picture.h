@@ -4,8 +4,7 @@
 #include <opencv2/core.hpp>
 
 #include "desk/clip/nv12.h"
-#include "desk/warp/grid_size.h"
-#include "host/lumnoderequest.h"
+#include "desk/warp/warp_map.h"
 
 /// The frames and the warp that everyone who renders a real picture is measured with.
 namespace bench {
@@ -47,20 +46,13 @@ inline Nv12 MakeScene(cv::Size size) {
 
 /// The shake as a warp grid for pictures of the size.
 inline IPEICAGridTransform MakeGrid(const Shake& shake, cv::Size size) {
-    IPEICAGridTransform grid = {};
-    grid.gridTransformEnable = 1;
     const double c = shake.zoom * std::cos(shake.angle);
     const double s = shake.zoom * std::sin(shake.angle);
-    GridPoint* point = grid.gridTransformArray;
-    for (int row = -1; row <= MeshRows; ++row) {
-        for (int column = -1; column <= MeshColumns; ++column) {
-            const double x = size.width * (static_cast<double>(column) / (MeshColumns - 1) - 0.5);
-            const double y = size.height * (static_cast<double>(row) / (MeshRows - 1) - 0.5);
-            *point++ = {static_cast<float>(c * x + s * y + shake.shiftX),
-                        static_cast<float>(c * y - s * x + shake.shiftY)};
-        }
-    }
-    return grid;
+    return desk::MakeGrid(size, [=](cv::Point2d at) {
+        const cv::Point2d half(0.5, 0.5);
+        at += half;
+        return cv::Point2d(c * at.x + s * at.y + shake.shiftX, c * at.y - s * at.x + shake.shiftY) - half;
+    });
 }
 
 }  // namespace bench

@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <exception>
 #include <functional>
 #include <optional>
@@ -6,11 +5,9 @@
 #include <type_traits>
 
 #include "desk/abi/gl_reports.h"
-#include "desk/gl/driver/driver_errors.h"
-#include "desk/gl/driver/egl_error.h"
-#include "desk/gl/egl/contexts.h"
+#include "desk/gl/driver/errors.h"
 #include "desk/gl/egl/display.h"
-#include "desk/gl/egl/images.h"
+#include "desk/gl/egl/objects.h"
 #include "desk/gl/yuv/draw.h"
 #include "desk/gl/yuv/shader_translate.h"
 
@@ -55,7 +52,7 @@ auto GlCall(Function function, Arguments... arguments) noexcept {
 }
 
 std::shared_ptr<Image> FindImage(GLeglImageOES handle) {
-    return Images().Find(Egl().GetCurrentDisplay(), handle);
+    return images.Find(REAL(eglGetCurrentDisplay)(), handle);
 }
 
 void SetShaderSource(ContextState& /*context*/, GLuint shader, GLsizei count, const GLchar* const* strings,
@@ -67,7 +64,7 @@ void SetShaderSource(ContextState& /*context*/, GLuint shader, GLsizei count, co
     }
     source = LeadWithVersion(TranslateYuvShader(source));
     const char* text = source.c_str();
-    Gl().ShaderSource(shader, 1, &text, nullptr);
+    REAL(glShaderSource)(shader, 1, &text, nullptr);
 }
 
 }  // namespace
@@ -117,24 +114,15 @@ EXPORT void GL_APIENTRY glDeleteProgram(GLuint program) {
     GlCall([=](auto& context) { context.programs.Delete(program); }); }
 EXPORT void GL_APIENTRY glClear(GLbitfield mask) { GlCall(Clear, mask); }
 EXPORT void GL_APIENTRY glDrawElements(GLenum mode, GLsizei count, GLenum type, const void* indices) {
-    GlCall(Draw, [&] { Gl().DrawElements(mode, count, type, indices); }); }
+    GlCall(Draw, [&] { REAL(glDrawElements)(mode, count, type, indices); }); }
 EXPORT void GL_APIENTRY glDrawArrays(GLenum mode, GLint first, GLsizei count) {
-    GlCall(Draw, [&] { Gl().DrawArrays(mode, first, count); }); }
+    GlCall(Draw, [&] { REAL(glDrawArrays)(mode, first, count); }); }
 EXPORT void GL_APIENTRY glFinish() { GlCall(&ContextState::Finish); }
 
 EXPORT void desk_gl_set_error_sink(DeskGlErrorSink function, void* owner) { SetDriverErrorSink(function, owner); }
 // clang-format on
 
 EXPORT void desk_gl_counters(DeskGlCounters* counters) {
-    const Counters& global = GlobalCounters();
-    *counters = {};
-    counters->imports = global.imports;
-    counters->liveImages = global.liveImages;
-    counters->initialisedDisplays = global.initialisedDisplays;
-    counters->liveContexts = global.liveContexts;
+    *counters = globalCounters.With([](const DeskGlCounters& global) { return global; });
     counters->contextCurrent = CurrentContext() != nullptr ? 1 : 0;
-    counters->maxTextureSize = global.maxTextureSize;
-    if (counters->maxTextureSize != 0) {
-        std::copy(global.renderer.begin(), global.renderer.end(), counters->renderer);
-    }
 }

@@ -7,10 +7,12 @@
 /// defaults. All need a current context from construction to destruction.
 namespace desk {
 
-/// One integer of the current context's state.
-inline GLint GlInteger(GLenum name) {
+/// The one integer that a query of the driver's gives for `name`, of the object if it is one's; 0 when it
+/// refuses.
+template <typename Query, typename... Object>
+GLint Integer(Query query, GLenum name, Object... object) {
     GLint value = 0;
-    Gl().GetIntegerv(name, &value);
+    query(object..., name, &value);
     return value;
 }
 
@@ -18,7 +20,7 @@ inline GLint GlInteger(GLenum name) {
 template <GLenum State, void (*PutBack)(GLuint)>
 class StateScope {
 public:
-    StateScope() : value_(static_cast<GLuint>(GlInteger(State))) {}
+    StateScope() : value_(static_cast<GLuint>(Integer(REAL(glGetIntegerv), State))) {}
     ~StateScope() {
         PutBack(value_);
     }
@@ -30,25 +32,23 @@ private:
 };
 
 inline void ActivateUnit(GLuint unit) {
-    Gl().ActiveTexture(unit);
+    REAL(glActiveTexture)(unit);
 }
 inline void BindTexture2D(GLuint texture) {
-    Gl().BindTexture(GL_TEXTURE_2D, texture);
+    REAL(glBindTexture)(GL_TEXTURE_2D, texture);
 }
-inline void BindDrawFramebuffer(GLuint framebuffer) {
-    Gl().BindFramebuffer(GL_DRAW_FRAMEBUFFER, framebuffer);
-}
-inline void BindReadFramebuffer(GLuint framebuffer) {
-    Gl().BindFramebuffer(GL_READ_FRAMEBUFFER, framebuffer);
+template <GLenum Target>
+void BindFramebuffer(GLuint framebuffer) {
+    REAL(glBindFramebuffer)(Target, framebuffer);
 }
 inline void UseProgram(GLuint program) {
-    Gl().UseProgram(program);
+    REAL(glUseProgram)(program);
 }
 
 using ActiveTextureScope = StateScope<GL_ACTIVE_TEXTURE, ActivateUnit>;
 using TextureScope = StateScope<GL_TEXTURE_BINDING_2D, BindTexture2D>;  ///< of the unit that is active
-using DrawFramebufferScope = StateScope<GL_DRAW_FRAMEBUFFER_BINDING, BindDrawFramebuffer>;
-using ReadFramebufferScope = StateScope<GL_READ_FRAMEBUFFER_BINDING, BindReadFramebuffer>;
+using DrawFramebufferScope = StateScope<GL_DRAW_FRAMEBUFFER_BINDING, BindFramebuffer<GL_DRAW_FRAMEBUFFER>>;
+using ReadFramebufferScope = StateScope<GL_READ_FRAMEBUFFER_BINDING, BindFramebuffer<GL_READ_FRAMEBUFFER>>;
 using ProgramScope = StateScope<GL_CURRENT_PROGRAM, UseProgram>;
 
 }  // namespace desk

@@ -6,49 +6,39 @@
 #include <array>
 #include <cstring>
 #include <map>
-#include <mutex>
 
+#include "desk/base/guarded.h"
 #include "desk/gl/driver/counters.h"
-#include "desk/gl/driver/egl_error.h"
-#include "desk/gl/egl/contexts.h"
-#include "desk/gl/egl/images.h"
+#include "desk/gl/driver/errors.h"
+#include "desk/gl/egl/objects.h"
 
 namespace desk {
 namespace {
 
 /// How often each display was initialised and not yet terminated.
-struct Initialisations {
-    std::mutex mutex;
-    std::map<EGLDisplay, int> counts;
-};
-
-Initialisations& AllInitialisations() {
-    static auto* all = new Initialisations;  // threads may outlive the static objects
-    return *all;
-}
+auto& initialisations = *new Guarded<std::map<EGLDisplay, int>>;  // threads may outlive the static objects
 
 bool HasClientExtension(const char* name) {
-    const char* extensions = Egl().QueryString(EGL_NO_DISPLAY, EGL_EXTENSIONS);
+    const char* extensions = REAL(eglQueryString)(EGL_NO_DISPLAY, EGL_EXTENSIONS);
     return extensions != nullptr && std::strstr(extensions, name) != nullptr;
 }
 
 bool CanInitialise(EGLDisplay display) {
-    if (display == EGL_NO_DISPLAY || Egl().Initialize(display, nullptr, nullptr) == EGL_FALSE) {
+    if (display == EGL_NO_DISPLAY || REAL(eglInitialize)(display, nullptr, nullptr) == EGL_FALSE) {
         return false;
     }
-    Egl().Terminate(display);
+    REAL(eglTerminate)(display);
     return true;
 }
 
 EGLDisplay FirstDeviceDisplay() {
     std::array<EGLDeviceEXT, 16> devices{};
     EGLint count = 0;
-    if (Egl().QueryDevicesEXT == nullptr ||
-        Egl().QueryDevicesEXT(static_cast<EGLint>(devices.size()), devices.data(), &count) == EGL_FALSE) {
+    if (REAL(eglQueryDevicesEXT)(EGLint{devices.size()}, devices.data(), &count) == EGL_FALSE) {
         return EGL_NO_DISPLAY;
     }
     for (size_t i = 0; i < static_cast<size_t>(count); ++i) {
-        const EGLDisplay display = Egl().GetPlatformDisplay(EGL_PLATFORM_DEVICE_EXT, devices[i], nullptr);
+        const EGLDisplay display = REAL(eglGetPlatformDisplay)(EGL_PLATFORM_DEVICE_EXT, devices[i], nullptr);
         if (CanInitialise(display)) {
             return display;
         }
@@ -81,7 +71,7 @@ EGLDisplay OpenHeadlessDisplay() {
     for (const auto& row : HeadlessPlatforms) {
         if (HasClientExtension(row.extension)) {
             const EGLDisplay display =
-                Egl().GetPlatformDisplay(row.platform, EGL_DEFAULT_DISPLAY, row.attributes);
+                REAL(eglGetPlatformDisplay)(row.platform, EGL_DEFAULT_DISPLAY, row.attributes);
             if (CanInitialise(display)) {
                 return display;
             }
@@ -93,7 +83,7 @@ EGLDisplay OpenHeadlessDisplay() {
             return display;
         }
     }
-    return Egl().GetDisplay(EGL_DEFAULT_DISPLAY);
+    return REAL(eglGetDisplay)(EGL_DEFAULT_DISPLAY);
 }
 
 /// Keeps the driver that EGL has loaded in the process for good, as a device does: Mesa and ANGLE would
@@ -111,11 +101,15 @@ void KeepDriver() {
         nullptr);
 }
 
+void CountDisplays(uint64_t count) {
+    globalCounters.With([count](DeskGlCounters& counters) { counters.initialisedDisplays = count; });
+}
+
 }  // namespace
 
 EGLDisplay GetDisplay(EGLNativeDisplayType native) {
     if (native != EGL_DEFAULT_DISPLAY) {
-        return Egl().GetDisplay(native);
+        return REAL(eglGetDisplay)(native);
     }
     static const EGLDisplay headless = OpenHeadlessDisplay();
     SetEglResult(EGL_SUCCESS);
@@ -123,43 +117,41 @@ EGLDisplay GetDisplay(EGLNativeDisplayType native) {
 }
 
 EGLBoolean Initialise(EGLDisplay display, EGLint* major, EGLint* minor) {
-    Initialisations& all = AllInitialisations();
-    const std::lock_guard<std::mutex> lock(all.mutex);
-    const EGLBoolean isDone = Egl().Initialize(display, major, minor);
-    if (isDone == EGL_TRUE) {
-        KeepDriver();
-        ++all.counts[display];
-        GlobalCounters().initialisedDisplays = all.counts.size();
-    }
-    return isDone;
+    return initialisations.With([=](auto& counts) {
+        const EGLBoolean isDone = REAL(eglInitialize)(display, major, minor);
+        if (isDone == EGL_TRUE) {
+            KeepDriver();
+            ++counts[display];
+            CountDisplays(counts.size());
+        }
+        return isDone;
+    });
 }
 
 EGLBoolean Terminate(EGLDisplay display) {
     // Dropped after the lock, because the last owner of an image calls its buffer's owner.
-    std::vector<std::shared_ptr<ContextState>> contexts;
-    std::vector<std::shared_ptr<Image>> images;
-    Initialisations& all = AllInitialisations();
-    const std::lock_guard<std::mutex> lock(all.mutex);
-    const auto found = all.counts.find(display);
-    if (found != all.counts.end() && found->second > 1) {
-        --found->second;
-        SetEglResult(EGL_SUCCESS);
-        return EGL_TRUE;
-    }
-    const EGLBoolean isDone = Egl().Terminate(display);
-    if (isDone == EGL_TRUE) {
-        all.counts.erase(display);
-        GlobalCounters().initialisedDisplays = all.counts.size();
-        contexts = Contexts().TakeAll(display);
-        images = Images().TakeAll(display);
-    }
-    return isDone;
+    std::vector<std::shared_ptr<ContextState>> endedContexts;
+    std::vector<std::shared_ptr<Image>> endedImages;
+    return initialisations.With([&](auto& counts) -> EGLBoolean {
+        const auto found = counts.find(display);
+        if (found != counts.end() && found->second > 1) {
+            --found->second;
+            SetEglResult(EGL_SUCCESS);
+            return EGL_TRUE;
+        }
+        const EGLBoolean isDone = REAL(eglTerminate)(display);
+        if (isDone == EGL_TRUE) {
+            counts.erase(display);
+            CountDisplays(counts.size());
+            endedContexts = contexts.TakeAll(display);
+            endedImages = images.TakeAll(display);
+        }
+        return isDone;
+    });
 }
 
 void RequireInitialised(EGLDisplay display) {
-    Initialisations& all = AllInitialisations();
-    const std::lock_guard<std::mutex> lock(all.mutex);
-    if (all.counts.count(display) == 0) {
+    if (initialisations.With([=](auto& counts) { return counts.count(display) == 0; })) {
         throw display == EGL_NO_DISPLAY
             ? EglError(EGL_BAD_DISPLAY, "expected a display, got EGL_NO_DISPLAY")
             : EglError(EGL_NOT_INITIALIZED, "expected an initialised display, got one that is not");

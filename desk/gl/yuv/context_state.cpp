@@ -1,37 +1,27 @@
 #include "desk/gl/yuv/context_state.h"
 
-#include <mutex>
-#include <string>
+#include <cstdio>
 #include <utility>
 
-#include "desk/gl/driver/driver_errors.h"
+#include "desk/gl/driver/errors.h"
 #include "desk/gl/driver/gl_scope.h"
 
 namespace desk {
 namespace {
 
 GLuint ActiveUnit() {
-    return static_cast<GLuint>(GlInteger(GL_ACTIVE_TEXTURE)) - GL_TEXTURE0;
+    return static_cast<GLuint>(Integer(REAL(glGetIntegerv), GL_ACTIVE_TEXTURE)) - GL_TEXTURE0;
 }
 
 /// All contexts have the same, so the first one's is kept.
 void NoteRenderer() {
-    static std::once_flag isNoted;
-    std::call_once(isNoted, [] {
-        Counters& counters = GlobalCounters();
-        const GLubyte* name = Gl().GetString(GL_RENDERER);
-        const std::string text = name == nullptr ? "" : reinterpret_cast<const char*>(name);
-        text.copy(counters.renderer.data(), counters.renderer.size() - 1);
-        counters.maxTextureSize = GlInteger(GL_MAX_TEXTURE_SIZE);
+    globalCounters.With([](DeskGlCounters& counters) {
+        if (counters.maxTextureSize == 0) {
+            const auto* name = reinterpret_cast<const char*>(REAL(glGetString)(GL_RENDERER));
+            static_cast<void>(std::snprintf(counters.renderer, sizeof(counters.renderer), "%s", name));
+            counters.maxTextureSize = Integer(REAL(glGetIntegerv), GL_MAX_TEXTURE_SIZE);
+        }
     });
-}
-
-void DeletePlanes(std::unordered_map<GLuint, PlaneSet>& sets, GLuint name) {
-    const auto found = sets.find(name);
-    if (found != sets.end()) {
-        found->second.Delete();
-        sets.erase(found);
-    }
 }
 
 }  // namespace
@@ -46,7 +36,7 @@ void ContextState::BecomeCurrent() {
 
 void ContextState::BindTexture(GLenum target, GLuint texture) {
     if (target != GL_TEXTURE_EXTERNAL_OES) {
-        Gl().BindTexture(target, texture);
+        REAL(glBindTexture)(target, texture);
         return;
     }
     externalBindings_[ActiveUnit()] = texture;
@@ -62,7 +52,7 @@ PlaneSet* ContextState::ExternalTexture(GLuint unit) {
 
 void ContextState::TexParameter(GLenum target, GLenum name, GLint value) {
     if (target != GL_TEXTURE_EXTERNAL_OES) {
-        Gl().TexParameteri(target, name, value);
+        REAL(glTexParameteri)(target, name, value);
         return;
     }
     // External textures have one level and end at their edges, so only these values are left.
@@ -96,13 +86,14 @@ void ContextState::DeleteTextures(GLsizei count, const GLuint* textures) {
         for (auto& [unit, bound] : externalBindings_) {
             bound = bound == textures[i] ? 0 : bound;
         }
-        DeletePlanes(externalTextures_, textures[i]);
+        externalTextures_[textures[i]].Delete();
+        externalTextures_.erase(textures[i]);
     }
-    Gl().DeleteTextures(count, textures);
+    REAL(glDeleteTextures)(count, textures);
 }
 
 void ContextState::SetRenderbufferImage(GLenum target, std::shared_ptr<Image> image) {
-    const auto renderbuffer = static_cast<GLuint>(GlInteger(GL_RENDERBUFFER_BINDING));
+    const auto renderbuffer = static_cast<GLuint>(Integer(REAL(glGetIntegerv), GL_RENDERBUFFER_BINDING));
     if (image == nullptr) {
         SetError(GL_INVALID_VALUE);
     } else if (target != GL_RENDERBUFFER) {
@@ -118,30 +109,30 @@ void ContextState::AttachRenderbuffer(GLenum target, GLenum attachment, GLenum r
                                       GLuint renderbuffer) {
     const auto found = renderTargets_.find(renderbuffer);
     if (found == renderTargets_.end() || renderbufferTarget != GL_RENDERBUFFER) {
-        Gl().FramebufferRenderbuffer(target, attachment, renderbufferTarget, renderbuffer);
+        REAL(glFramebufferRenderbuffer)(target, attachment, renderbufferTarget, renderbuffer);
     } else if (attachment != GL_COLOR_ATTACHMENT0) {
         SetError(GL_INVALID_OPERATION);
     } else {
-        Gl().FramebufferTexture2D(target, attachment, GL_TEXTURE_2D, found->second.Texture(Luma), 0);
+        REAL(glFramebufferTexture2D)(target, attachment, GL_TEXTURE_2D, found->second.Texture(Luma), 0);
     }
 }
 
 void ContextState::DeleteRenderbuffers(GLsizei count, const GLuint* renderbuffers) {
     for (GLsizei i = 0; i < count; ++i) {
-        DeletePlanes(renderTargets_, renderbuffers[i]);
+        renderTargets_[renderbuffers[i]].Delete();
+        renderTargets_.erase(renderbuffers[i]);
     }
-    Gl().DeleteRenderbuffers(count, renderbuffers);
+    REAL(glDeleteRenderbuffers)(count, renderbuffers);
 }
 
 PlaneSet* ContextState::DrawTarget() {
-    if (renderTargets_.empty() || GlInteger(GL_DRAW_FRAMEBUFFER_BINDING) == 0) {
+    if (renderTargets_.empty() || Integer(REAL(glGetIntegerv), GL_DRAW_FRAMEBUFFER_BINDING) == 0) {
         return nullptr;
     }
     // Asking the driver what is attached spares following every way of attaching and detaching.
     const auto attached = [](GLenum name) {
-        GLint value = 0;
-        Gl().GetFramebufferAttachmentParameteriv(GL_DRAW_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, name, &value);
-        return value;
+        return Integer(REAL(glGetFramebufferAttachmentParameteriv), name, GLenum{GL_DRAW_FRAMEBUFFER},
+                       GLenum{GL_COLOR_ATTACHMENT0});
     };
     if (attached(GL_FRAMEBUFFER_ATTACHMENT_OBJECT_TYPE) != GL_TEXTURE) {
         return nullptr;
@@ -159,7 +150,7 @@ void ContextState::Finish() {
     for (auto& [renderbuffer, target] : renderTargets_) {
         target.Finish();
     }
-    Gl().Finish();
+    REAL(glFinish)();
 }
 
 void ContextState::SetError(GLenum error) {
@@ -169,7 +160,7 @@ void ContextState::SetError(GLenum error) {
 }
 
 GLenum ContextState::TakeError() {
-    return error_ == GL_NO_ERROR ? Gl().GetError() : std::exchange(error_, GLenum{GL_NO_ERROR});
+    return error_ == GL_NO_ERROR ? REAL(glGetError)() : std::exchange(error_, GLenum{GL_NO_ERROR});
 }
 
 }  // namespace desk

@@ -43,7 +43,7 @@ private:
     std::unordered_map<GLuint, PlaneSet> renderTargets_;  ///< by renderbuffer
     GLenum error_ = GL_NO_ERROR;
     bool isListening_ = false;
-    LiveCount live_{GlobalCounters().liveContexts};
+    LiveCount live_{&DeskGlCounters::liveContexts};
 };
 
 }  // namespace desk

@@ -21,9 +21,9 @@ Box Half(const Box& box) {
 class HalfSizeScope {
 public:
     explicit HalfSizeScope(GLuint framebuffer) {
-        Gl().GetIntegerv(GL_VIEWPORT, viewport_.data());
-        Gl().GetIntegerv(GL_SCISSOR_BOX, scissor_.data());
-        BindDrawFramebuffer(framebuffer);
+        REAL(glGetIntegerv)(GL_VIEWPORT, viewport_.data());
+        REAL(glGetIntegerv)(GL_SCISSOR_BOX, scissor_.data());
+        BindFramebuffer<GL_DRAW_FRAMEBUFFER>(framebuffer);
         SetBoxes(Half(viewport_), Half(scissor_));
     }
     ~HalfSizeScope() {
@@ -34,8 +34,8 @@ public:
 
 private:
     static void SetBoxes(const Box& viewport, const Box& scissor) {
-        Gl().Viewport(viewport[0], viewport[1], viewport[2], viewport[3]);
-        Gl().Scissor(scissor[0], scissor[1], scissor[2], scissor[3]);
+        REAL(glViewport)(viewport[0], viewport[1], viewport[2], viewport[3]);
+        REAL(glScissor)(scissor[0], scissor[1], scissor[2], scissor[3]);
     }
 
     DrawFramebufferScope framebuffer_;
@@ -84,7 +84,7 @@ void Draw(ContextState& context, const std::function<void()>& draw) {
         const ProgramScope programScope;
         const HalfSizeScope half(target->Framebuffer(Chroma));
         UseProgram(program->chroma);
-        Gl().Uniform1i(program->chromaSampler, static_cast<GLint>(program->Unit()));
+        REAL(glUniform1i)(program->chromaSampler, static_cast<GLint>(program->Unit()));
         draw();
     }
 }
@@ -92,16 +92,14 @@ void Draw(ContextState& context, const std::function<void()>& draw) {
 void Clear(ContextState& context, GLbitfield mask) {
     PlaneSet* target = (mask & GL_COLOR_BUFFER_BIT) != 0 ? context.DrawTarget() : nullptr;
     if (target != nullptr) {
-        target->BeginDrawing(Gl().IsEnabled(GL_SCISSOR_TEST) == GL_FALSE);
+        target->BeginDrawing(REAL(glIsEnabled)(GL_SCISSOR_TEST) == GL_FALSE);
     }
-    Gl().Clear(mask);
+    REAL(glClear)(mask);
     if (target != nullptr) {
-        std::array<GLfloat, 4> yuva{};
-        Gl().GetFloatv(GL_COLOR_CLEAR_VALUE, yuva.data());
+        GLfloat yuva[5] = {};  // four from the second on are asked for, of which the plane has two
+        REAL(glGetFloatv)(GL_COLOR_CLEAR_VALUE, yuva);
         const HalfSizeScope half(target->Framebuffer(Chroma));
-        Gl().ClearColor(yuva[1], yuva[2], 0.0F, yuva[3]);
-        Gl().Clear(GL_COLOR_BUFFER_BIT);
-        Gl().ClearColor(yuva[0], yuva[1], yuva[2], yuva[3]);
+        REAL(glClearBufferfv)(GL_COLOR, 0, yuva + 1);
     }
 }
 

@@ -10,7 +10,7 @@
 #include <system_error>
 
 #include "desk/abi/gralloc_layout.h"
-#include "desk/gl/driver/egl_error.h"
+#include "desk/gl/driver/errors.h"
 
 namespace desk {
 namespace {
@@ -64,8 +64,8 @@ void CheckAttributes(const ANativeWindowBuffer& buffer, const EGLint* attributes
 Orba::Gralloc::BufferGeometry ReadGeometry(int metadataFd) {
     GrallocMetadata metadata = {};
     const ssize_t count = pread(metadataFd, &metadata, sizeof(metadata), 0);
-    Require(count == static_cast<ssize_t>(sizeof(metadata)) && metadata.magic == GrallocMetadataMagic,
-            EGL_BAD_PARAMETER, "expected {} bytes of buffer metadata, got {}", sizeof(metadata), count);
+    RequireEqual(EGL_BAD_PARAMETER, "buffer metadata of size", sizeof(metadata), count);
+    RequireEqual(EGL_BAD_PARAMETER, "buffer metadata of magic", GrallocMetadataMagic, metadata.magic);
     RequireEqual(EGL_BAD_PARAMETER, "geometry in the buffer's metadata, flag", 1, metadata.hasGeometry);
     RequireEqual(EGL_BAD_PARAMETER, "colour in the buffer's metadata, flag", 1, metadata.hasColor);
     return metadata.geometry;
@@ -108,7 +108,7 @@ Image::Image(ANativeWindowBuffer* buffer, const EGLint* attributes) : buffer_(bu
     bytes_ = static_cast<size_t>(bytes);
     pixels_ = MapPixels(buffer->handle->data[GrallocPixelFd], bytes_);
     buffer->common.incRef(&buffer->common);
-    ++GlobalCounters().imports;
+    globalCounters.With([](DeskGlCounters& counters) { ++counters.imports; });
 }
 
 Image::~Image() {

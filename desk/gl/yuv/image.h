@@ -41,7 +41,7 @@ private:
     Orba::Gralloc::BufferGeometry geometry_{};
     size_t bytes_ = 0;
     uint8_t* pixels_ = nullptr;
-    LiveCount live_{GlobalCounters().liveImages};
+    LiveCount live_{&DeskGlCounters::liveImages};
 };
 
 }  // namespace desk

@@ -13,15 +13,16 @@ constexpr struct {
     GLenum format;
 } Formats[PlaneCount] = {{GL_R8, GL_RED}, {GL_RG8, GL_RG}};
 
-/// One transfer between the GL and rows of any length in client memory. Afterwards GL's defaults hold again,
-/// which the desk's applications leave in force.
+/// One transfer of a plane between the GL and rows of any length in the image's memory. Afterwards GL's
+/// defaults hold again, which the desk's applications leave in force.
 template <typename Transfer>
-void WithRowLength(GLenum rowLength, GLenum alignment, GLint pixels, const Transfer& transfer) {
-    Gl().PixelStorei(rowLength, pixels);
-    Gl().PixelStorei(alignment, 1);
-    transfer();
-    Gl().PixelStorei(rowLength, 0);
-    Gl().PixelStorei(alignment, 4);
+void WithRowLength(GLenum rowLength, GLenum alignment, const Image& image, Plane plane, Transfer transfer) {
+    REAL(glPixelStorei)(rowLength, image.RowLength(plane));
+    REAL(glPixelStorei)(alignment, 1);
+    transfer(0, 0, image.Width(plane), image.Height(plane), Formats[plane].format, GLenum{GL_UNSIGNED_BYTE},
+             image.Data(plane));
+    REAL(glPixelStorei)(rowLength, 0);
+    REAL(glPixelStorei)(alignment, 4);
 }
 
 }  // namespace
@@ -29,41 +30,24 @@ void WithRowLength(GLenum rowLength, GLenum alignment, GLint pixels, const Trans
 void PlaneSet::SetImage(std::shared_ptr<Image> image) {
     Delete();
     image_ = std::move(image);
-    Gl().GenTextures(PlaneCount, textures_.data());
+    REAL(glGenTextures)(PlaneCount, textures_.data());
     const TextureScope binding;
     for (const Plane plane : Planes) {
         BindTexture2D(textures_[plane]);
-        Gl().TexStorage2D(GL_TEXTURE_2D, 1, Formats[plane].internalFormat, image_->Width(plane),
-                          image_->Height(plane));
-        Gl().TexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
-        Gl().TexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
+        const GLenum format = Formats[plane].internalFormat;
+        REAL(glTexStorage2D)(GL_TEXTURE_2D, 1, format, image_->Width(plane), image_->Height(plane));
+        REAL(glTexParameteri)(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
+        REAL(glTexParameteri)(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
     }
-    ApplyFilters();
 }
 
 void PlaneSet::Delete() {
-    Gl().DeleteFramebuffers(PlaneCount, framebuffers_.data());
-    Gl().DeleteTextures(PlaneCount, textures_.data());
+    REAL(glDeleteFramebuffers)(PlaneCount, framebuffers_.data());
+    REAL(glDeleteTextures)(PlaneCount, textures_.data());
     framebuffers_ = {};
     textures_ = {};
     image_.reset();
     isAheadOfMemory_ = false;
-}
-
-void PlaneSet::SetFilter(GLenum name, GLint value) {
-    (name == GL_TEXTURE_MIN_FILTER ? minFilter_ : magFilter_) = value;
-    if (image_) {
-        ApplyFilters();
-    }
-}
-
-void PlaneSet::ApplyFilters() const {
-    const TextureScope binding;
-    for (const GLuint texture : textures_) {
-        BindTexture2D(texture);
-        Gl().TexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, minFilter_);
-        Gl().TexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, magFilter_);
-    }
 }
 
 void PlaneSet::Upload() const {
@@ -73,9 +57,10 @@ void PlaneSet::Upload() const {
     const TextureScope binding;
     for (const Plane plane : Planes) {
         BindTexture2D(textures_[plane]);
-        WithRowLength(GL_UNPACK_ROW_LENGTH, GL_UNPACK_ALIGNMENT, image_->RowLength(plane), [&] {
-            Gl().TexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, image_->Width(plane), image_->Height(plane),
-                               Formats[plane].format, GL_UNSIGNED_BYTE, image_->Data(plane));
+        REAL(glTexParameteri)(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, minFilter_);
+        REAL(glTexParameteri)(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, magFilter_);
+        WithRowLength(GL_UNPACK_ROW_LENGTH, GL_UNPACK_ALIGNMENT, *image_, plane, [](auto... pixels) {
+            REAL(glTexSubImage2D)(GL_TEXTURE_2D, 0, pixels...);
         });
     }
 }
@@ -93,12 +78,9 @@ void PlaneSet::Finish() {
     }
     const ReadFramebufferScope binding;
     for (const Plane plane : Planes) {
-        BindReadFramebuffer(Framebuffer(plane));
-        WithRowLength(GL_PACK_ROW_LENGTH, GL_PACK_ALIGNMENT, image_->RowLength(plane), [&] {
-            // The planes' formats are what drivers choose for themselves; one that did not would say so.
-            Gl().ReadPixels(0, 0, image_->Width(plane), image_->Height(plane), Formats[plane].format,
-                            GL_UNSIGNED_BYTE, image_->Data(plane));
-        });
+        BindFramebuffer<GL_READ_FRAMEBUFFER>(Framebuffer(plane));
+        // The planes' formats are what drivers choose for themselves; one that did not would say so.
+        WithRowLength(GL_PACK_ROW_LENGTH, GL_PACK_ALIGNMENT, *image_, plane, REAL(glReadPixels));
     }
     isAheadOfMemory_ = false;
 }
@@ -106,11 +88,11 @@ void PlaneSet::Finish() {
 GLuint PlaneSet::Framebuffer(Plane plane) {
     GLuint& framebuffer = framebuffers_[plane];
     if (framebuffer == 0) {
-        Gl().GenFramebuffers(1, &framebuffer);
+        REAL(glGenFramebuffers)(1, &framebuffer);
         const DrawFramebufferScope binding;
-        BindDrawFramebuffer(framebuffer);
-        Gl().FramebufferTexture2D(GL_DRAW_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, textures_[plane],
-                                  0);
+        BindFramebuffer<GL_DRAW_FRAMEBUFFER>(framebuffer);
+        const GLuint texture = textures_[plane];
+        REAL(glFramebufferTexture2D)(GL_DRAW_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, texture, 0);
     }
     return framebuffer;
 }

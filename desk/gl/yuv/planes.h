@@ -17,7 +17,9 @@ public:
     void SetImage(std::shared_ptr<Image> image);
     void Delete();
     /// One of GL_TEXTURE_MIN_FILTER and GL_TEXTURE_MAG_FILTER; kept from one image to the next.
-    void SetFilter(GLenum name, GLint value);
+    void SetFilter(GLenum name, GLint value) {
+        (name == GL_TEXTURE_MIN_FILTER ? minFilter_ : magFilter_) = value;
+    }
 
     /// Loads the textures with what the image's memory holds now.
     void Upload() const;
@@ -34,8 +36,6 @@ public:
     GLuint Framebuffer(Plane plane);
 
 private:
-    void ApplyFilters() const;
-
     std::shared_ptr<Image> image_;
     std::array<GLuint, PlaneCount> textures_{};
     std::array<GLuint, PlaneCount> framebuffers_{};

@@ -23,8 +23,8 @@ const char* const SamplerDeclaration =
 const char* const YuvOutput =
     R"(\blayout\s*\(\s*yuv\s*\)\s*out\s+((?:(?:highp|mediump|lowp)\s+)?)vec4\s+(\w+)\s*;)";
 
-/// The statement that tells a luma from a chroma text. Group: the YUV value's name.
-const char* const LumaStatement = R"(\bdesk_plane = (\w+)\.xxxw;)";
+/// What a text that writes luma ends with, after the YUV value's name.
+const std::string LumaEnd = ".xxxw; }\n";
 
 /// A call becomes one of a function that stands beside the declaration, so that its coordinates may be any
 /// expression.
@@ -55,7 +55,7 @@ std::string TranslateOutput(const std::string& text) {
                                                 "$1vec4 $2; layout(location = 0) out $1vec4 desk_plane;");
     translated = std::regex_replace(translated, std::regex(R"(\bvoid\s+main\s*\(\s*(?:void)?\s*\))"),
                                     "void desk_main()");
-    return translated + "\nvoid main() { desk_main(); desk_plane = " + name + ".xxxw; }\n";
+    return translated + "\nvoid main() { desk_main(); desk_plane = " + name + LumaEnd;
 }
 
 }  // namespace
@@ -78,13 +78,11 @@ std::string LeadWithVersion(const std::string& source) {
 }
 
 bool WritesPlanes(const std::string& translated) {
-    const auto lock = LockLocale();
-    return std::regex_search(translated, std::regex(LumaStatement));
+    return translated.find("void desk_main()") != std::string::npos;
 }
 
 std::string ChromaVariant(const std::string& translated) {
-    const auto lock = LockLocale();
-    return std::regex_replace(translated, std::regex(LumaStatement), "desk_plane = $1.yzzw;");
+    return translated.substr(0, translated.size() - LumaEnd.size()) + ".yzzw; }\n";
 }
 
 std::string ExternalSampler(const std::string& translated) {

@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "desk/abi/gl_reports.h"
 #include "desk/gl/driver/real_gl.h"
 
 namespace desk {
@@ -22,5 +23,12 @@ EGLint TakeEglResult();
 
 /// Prints one line about a refused call.
 void ReportRefusal(const char* function, const char* sentence);
+
+/// Has the driver tell what errors it meets in the context that is current. A driver that cannot tell keeps
+/// silent.
+void ListenToDriver();
+
+/// Says whom it tells, as desk_gl_set_error_sink() has it.
+void SetDriverErrorSink(DeskGlErrorSink function, void* owner);
 
 }  // namespace desk
