@@ -85,7 +85,7 @@ run_list() {
     note="${rest##*|}"
     total=$((total + 1))
     put "${rest%|*}" "${files[@]}"
-    targets=(dewarp-desk rogue_node)
+    targets=(dewarp-desk rogue_node read_clip)
     [ ! -x "$work/build/tests/$tests" ] || targets=("$tests")
     if ! build --target "${targets[@]}"; then
       echo "mutants.sh: $names does not compile after ${rest%|*}" >&2

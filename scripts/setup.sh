@@ -10,14 +10,14 @@ packages=(
   libegl-dev libgles-dev libegl1 libgles2 libgl1-mesa-dri
   android-liblog-dev android-libcutils-dev android-libutils-dev
   libavformat-dev libavcodec-dev libavutil-dev libswscale-dev pkg-config
-  python3
+  python3 ffmpeg
   libopencv-dev libcli11-dev nlohmann-json3-dev libfmt-dev libgtest-dev libgmock-dev
   lomiri-wallpapers-16.04
 )
 if [ "${1:-}" = "--ci" ]; then
   packages+=(clang clang-format clang-tidy ninja-build cppcheck gcovr abigail-tools chromium)
 elif [ "${1:-}" = "--bench" ]; then
-  packages+=(valgrind libbenchmark-dev libvidstab-dev ffmpeg)
+  packages+=(valgrind libbenchmark-dev libvidstab-dev)
 elif [ $# -gt 0 ]; then
   echo "setup.sh: expected no argument, --ci or --bench, got \"$1\"" >&2
   exit 2

@@ -103,10 +103,8 @@ int RunSynth(const SynthOptions& options) {
         WriteNv12(recorded, frame);
         shaky.Add(frame);
         truth.Add(ideal);
-        const auto requestId = static_cast<uint64_t>(done) + 1;
-        const IPEICAGridTransform grid =
-            MakeGrid(input, [&](cv::Point2d q) { return camera.FrameOf(done, q); });
-        WriteDumpLine(lines, DumpKind::Grid, ToDumpLine(requestId, grid));
+        WriteGridLine(lines, static_cast<uint64_t>(done) + 1,
+                      MakeGrid(input, [&](cv::Point2d q) { return camera.FrameOf(done, q); }));
         progress.Step(done + 1);
     }
     progress.Finish(done);

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "desk/clip/av_scaler.h"
 #include "desk/clip/clip_format.h"
+#include "desk/clip/ffmpeg.h"
 #include "desk/clip/nv12.h"
 #include "desk/clip/packet_reader.h"
 

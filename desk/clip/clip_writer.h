@@ -2,8 +2,8 @@
 
 #include <filesystem>
 
-#include "desk/clip/av_scaler.h"
 #include "desk/clip/clip_format.h"
+#include "desk/clip/ffmpeg.h"
 #include "desk/clip/nv12.h"
 #include "desk/output/output.h"
 

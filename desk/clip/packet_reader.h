@@ -5,8 +5,8 @@
 #include <string>
 #include <utility>
 
-#include "desk/clip/av_handles.h"
 #include "desk/clip/clip_format.h"
+#include "desk/clip/ffmpeg.h"
 
 namespace desk {
 

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <iterator>
 #include <ostream>
 
 namespace desk {
@@ -14,32 +13,13 @@ const char* NameOf(DumpKind kind) {
     return Names[static_cast<size_t>(kind)];
 }
 
-void WriteDumpLine(std::ostream& out, DumpKind kind, const DumpLine& line) {
-    fmt::memory_buffer text;
-    const auto end = std::back_inserter(text);
-    fmt::format_to(end, "Frame {}", line.requestId);
-    if (kind == DumpKind::Grid) {
-        fmt::format_to(end, ", {}, {}", line.header[0], line.header[1]);
-    }
-    for (size_t i = 0; i < line.values.size(); i++) {
-        const bool isTwice = kind != DumpKind::Grid && i > 0 && i + 1 < line.values.size();
-        for (int copy = 0; copy < (isTwice ? 2 : 1); copy++) {
-            fmt::format_to(end, ", {:.4f}", line.values[i]);
-        }
-    }
-    fmt::format_to(end, " \n");
-    out.write(text.data(), static_cast<std::streamsize>(text.size()));
-}
-
-DumpLine ToDumpLine(uint64_t requestId, const IPEICAGridTransform& grid) {
-    DumpLine line;
-    line.requestId = requestId;
-    line.header = {grid.dumpValue0, grid.dumpValue1};
+void WriteGridLine(std::ostream& out, uint64_t requestId, const IPEICAGridTransform& grid) {
+    out << fmt::format("Frame {}, {}, {}", requestId, grid.dumpValue0, grid.dumpValue1);
     for (size_t i = 0; i < GridPoints; i++) {
-        line.values.push_back(static_cast<double>(grid.gridTransformArray[i].x));
-        line.values.push_back(static_cast<double>(grid.gridTransformArray[i].y));
+        const GridPoint& point = grid.gridTransformArray[i];
+        out << fmt::format(", {:.4f}, {:.4f}", static_cast<double>(point.x), static_cast<double>(point.y));
     }
-    return line;
+    out << " \n";
 }
 
 IPEICAGridTransform ToGrid(const DumpLine& line) {

@@ -35,11 +35,8 @@ struct DumpLine {
     std::vector<size_t> columns;       ///< of each value in its line, from 1; empty unless read from a file
 };
 
-/// Appends a line as a node does: fixed point, four decimals.
-void WriteDumpLine(std::ostream& out, DumpKind kind, const DumpLine& line);
-
-/// The line that a node would dump for a grid.
-DumpLine ToDumpLine(uint64_t requestId, const IPEICAGridTransform& grid);
+/// Appends the line that a node dumps for a grid: fixed point, four decimals.
+void WriteGridLine(std::ostream& out, uint64_t requestId, const IPEICAGridTransform& grid);
 
 /// The grid of a grid dump's line, enabled.
 IPEICAGridTransform ToGrid(const DumpLine& line);

@@ -69,12 +69,15 @@ TEST_F(Clips, ShowTheirMiddleInAnotherShape) {
     for (int pixel = 0; pixel < 64 * 48; pixel++) {
         bytes += static_cast<char>(pixel % 64 + pixel / 64);
     }
-    bytes += std::string(64 * 24, static_cast<char>(128));
+    for (int sample = 0; sample < 2 * 32 * 24; sample++) {
+        bytes += static_cast<char>(sample % 32 + sample / 32);
+    }
     desk::ClipReader reader(Write("shape.y4m", bytes), {});
     desk::Nv12 narrow({32, 48});
     ASSERT_TRUE(reader.Read(narrow));
     EXPECT_EQ(narrow.luma.at<uint8_t>(0, 0), 16);
     EXPECT_EQ(narrow.luma.at<uint8_t>(47, 31), 16 + 31 + 47);
+    EXPECT_EQ(narrow.chroma.at<cv::Vec2b>(23, 15), cv::Vec2b(8 + 15 + 23, 24 + 8 + 15 + 23));
     desk::ClipReader half(folder_ / "shape.y4m", {});
     desk::Nv12 small({32, 12});
     ASSERT_TRUE(half.Read(small));
@@ -85,7 +88,7 @@ TEST_F(Clips, AreReadAsTheyWereWritten) {
     const std::pair<const char*, double> kinds[] = {{"a.mp4", 3}, {"a.mkv", 0}, {"a.y4m", 0}, {"a", 3}};
     for (const auto& [name, tolerance] : kinds) {
         for (const bool fullRange : {true, false}) {
-            const ClipFormat format = {Size, 30000, 1001, fullRange, 5};
+            const ClipFormat format = {Size, 30000, 1001, fullRange, fullRange ? 5 : 1};
             desk::ClipWriter writer(folder_ / name, format, true);
             for (int number = 0; number < 5; number++) {
                 desk::Nv12 picture(Size);
@@ -101,6 +104,7 @@ TEST_F(Clips, AreReadAsTheyWereWritten) {
             EXPECT_EQ(read.size, Size);
             EXPECT_TRUE(isFolder || std::abs(read.FramesPerSecond() - 30000 / 1001.0) < 1e-3) << name;
             EXPECT_EQ(read.fullRange, fullRange || isFolder) << name;
+            EXPECT_TRUE(read.matrix == (isFolder ? 5 : format.matrix) || name[2] == 'y') << name;
             desk::Nv12 picture(Size);
             for (int number = 0; number < 5; number++) {
                 ASSERT_TRUE(reader.Read(picture));
@@ -111,10 +115,10 @@ TEST_F(Clips, AreReadAsTheyWereWritten) {
             EXPECT_FALSE(reader.Read(picture));
         }
     }
-    // A picture has the full range: its luma is (65 - 16) * 255 / 219, and colours are as BT.601 has them.
+    // A picture has the full range: its luma is (65 - 16) * 255 / 219, and colours are as BT.709 has them.
     const cv::Scalar bgr = cv::mean(cv::imread((folder_ / "a" / "000002.png").string()));
-    EXPECT_NEAR(bgr[0], 57.05 + 2.017 * (118 - 128), 2);
-    EXPECT_NEAR(bgr[2], 57.05 + 1.596 * (142 - 128), 3);
+    EXPECT_NEAR(bgr[0], 57.05 + 2.112 * (118 - 128), 2);
+    EXPECT_NEAR(bgr[2] - bgr[0], 1.793 * (142 - 128) - 2.112 * (118 - 128), 1);
     EXPECT_THAT(Bytes(folder_ / "a.y4m"), ::testing::StartsWith("YUV4MPEG2 W64 H48 F30000:1001 "));
     EXPECT_EQ(std::filesystem::file_size(folder_ / "a.y4m") % (6 + 64 * 72),
               Bytes(folder_ / "a.y4m").find('\n') + 1);

@@ -126,15 +126,30 @@ TEST(SteadyCamera, TakesTheShakeOutOfThePictures) {
 }
 
 TEST(SteadyCamera, FollowsACameraThatIsTurnedWithoutAJerk) {
-    std::vector<FramePose> poses(60);
-    for (size_t n = 0; n < poses.size(); n++) {
-        poses[n].shift = static_cast<double>(n) * Position(6, -1);
-    }
-    for (const Variant variant : {Variant::LookAhead, Variant::RealTime}) {
-        const auto views = Steadied(variant, poses);
-        for (size_t n = 1; n < views.size(); n++) {
-            EXPECT_LT(std::abs(views[n].steady.shift - views[n - 1].steady.shift), 9) << "in frame " << n;
+    for (const Position step : {Position(6, -5), Position(-6, 5)}) {
+        std::vector<FramePose> poses(70);
+        for (size_t n = 0; n < poses.size(); n++) {
+            poses[n].shift = static_cast<double>(n) * step;
         }
+        for (const Variant variant : {Variant::LookAhead, Variant::RealTime}) {
+            const auto views = Steadied(variant, poses);
+            for (size_t n = 1; n < views.size(); n++) {
+                EXPECT_LT(std::abs(views[n].steady.shift - views[n - 1].steady.shift), 9) << "in frame " << n;
+            }
+        }
+        EXPECT_LT(std::abs(Steadied(Variant::LookAhead, poses)[35].steady.shift - 35.0 * step), 1e-9);
+    }
+}
+
+TEST(SteadyCamera, LooksAheadWithAGaussian) {
+    std::vector<FramePose> poses(81);
+    poses[40].shift = 20;
+    const auto views = Steadied(Variant::LookAhead, poses);
+    // 20 exp(-d^2 / (2 s^2)) over the sum of exp for all frames in the window: s is 15, and where the clip
+    // begins 61 frames over those that there are times as much.
+    for (const auto& [n, shift] :
+         {std::pair(40, 0.5552), {30, 0.4446}, {50, 0.4446}, {11, 0.2434}, {9, 0.0}}) {
+        EXPECT_NEAR(views[static_cast<size_t>(n)].steady.shift.real(), shift, 1e-4) << n;
     }
 }
 

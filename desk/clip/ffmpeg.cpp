@@ -1,4 +1,4 @@
-#include "desk/clip/av_scaler.h"
+#include "desk/clip/ffmpeg.h"
 
 #include <fmt/format.h>
 
