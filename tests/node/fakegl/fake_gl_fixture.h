@@ -1,9 +1,7 @@
 #pragma once
 
 #include "tests/node/fakegl/fake_gl.h"
-#include "tests/support/node_fixture.h"
-
-constexpr desk::Variant Variants[] = {desk::Variant::RealTime, desk::Variant::LookAhead};
+#include "tests/support/stage.h"
 
 /// The records of a request, filled by hand for what a well-behaved host never sends.
 struct RawRequest {

@@ -2,30 +2,12 @@
 // and go and move, GL calls that raise their flag. Results follow from the sequence; in the end nothing is
 // left.
 
-#include <array>
 #include <memory>
 
 #include "desk/warp/grid_size.h"
 #include "tests/node/fuzz/fuzz_host.h"
 
 namespace {
-
-struct Stage {
-    std::unique_ptr<desk::DeskNode> node;
-    std::array<std::shared_ptr<desk::GrallocBuffer>, 3> inputs;
-    std::array<std::shared_ptr<desk::GrallocBuffer>, 3> outputs;
-};
-
-Stage MakeStage(desk::DeskHost& host, desk::Variant variant) {
-    Stage stage;
-    stage.node = host.CreateNode(variant);
-    stage.node->Negotiate({16, 16}, {0.25F, 0.25F});
-    for (size_t i = 0; i < stage.inputs.size(); ++i) {
-        stage.inputs[i] = stage.node->AllocateInput();
-        stage.outputs[i] = stage.node->AllocateOutput();
-    }
-    return stage;
-}
 
 void Render(FuzzInput& input, Stage& stage) {
     IPEICAGridTransform grid = {};
@@ -46,24 +28,24 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FuzzHost& fuzz = FuzzHost::Get();
     FuzzInput input(data, size);
     {
-        std::array<Stage, 2> stages;
+        std::unique_ptr<Stage> stages[2];
         // Every flag but those that the generation of names looks at is logged and nothing more.
         const char* harmless[] = {"glDrawElements", "glClear", "glViewport", "glBindBuffer", "glScissor"};
         while (!input.IsEmpty()) {
             const uint32_t which = input.Below(2);
-            Stage& stage = stages[which];
-            if (stage.node == nullptr) {
-                stage = MakeStage(fuzz.host, Variants[which]);
+            std::unique_ptr<Stage>& stage = stages[which];
+            if (!stage) {
+                stage = std::make_unique<Stage>(fuzz.host, Variants[which], 3, desk::Size{16, 16});
             }
             const uint32_t action = input.Below(6);
             if (action == 0) {
-                stage = Stage();
+                stage.reset();
             } else if (action <= 2) {
-                (action == 1 ? stage.inputs : stage.outputs)[input.Below(3)]->Remap();
+                (action == 1 ? stage->inputs : stage->outputs)[input.Below(3)]->Remap();
             } else if (action == 3) {
                 fuzz.gl.RaiseAfter(harmless[input.Below(5)], 0x500 + input.Below(6));
             } else {
-                Render(input, stage);
+                Render(input, *stage);
             }
         }
     }

@@ -7,7 +7,7 @@
 #include <thread>
 
 #include "tests/node/pixels/picture.h"
-#include "tests/support/node_fixture.h"
+#include "tests/support/stage.h"
 
 using ::testing::ContainsRegex;
 using ::testing::ElementsAre;
@@ -22,12 +22,6 @@ Point Identity(double x, double y) {
     return {x, y};
 }
 
-struct Stage {
-    std::unique_ptr<desk::DeskNode> node;
-    std::shared_ptr<desk::GrallocBuffer> input;
-    std::shared_ptr<desk::GrallocBuffer> output;
-};
-
 }  // namespace
 
 // Real pixels over the desk's GL. An output pixel index is compared with the scene at the input pixel index
@@ -36,16 +30,6 @@ class Render : public NodeFixture {
 protected:
     Render() : NodeFixture(nullptr) {
         host_.SetLogLevels(1 | 2, false);
-    }
-
-    Stage MakeStage(desk::Size output, float margin, desk::Variant variant = desk::Variant::RealTime) {
-        Stage stage;
-        stage.node = host_.CreateNode(variant);
-        stage.node->Negotiate(output, {margin, margin});
-        stage.input = stage.node->AllocateInput();
-        stage.output = stage.node->AllocateOutput();
-        std::memset(stage.output->Luma(), 0xAA, stage.output->ByteSize());
-        return stage;
     }
 
     /// The grid under which output pixel q, about the output's centre, shows input pixel warp(q), about the
@@ -65,23 +49,23 @@ protected:
     /// grid is of `warp`.
     static void ExpectSeen(Stage& stage, const Warp& warp, const Warp& seen, uint32_t gridEnable = 1) {
         const Scene scene = SmoothScene();
-        Paint(*stage.input, scene);
-        IPEICAGridTransform grid = WarpGrid(*stage.input, warp);
+        Paint(*stage.inputs[0], scene);
+        IPEICAGridTransform grid = WarpGrid(*stage.inputs[0], warp);
         grid.gridTransformEnable = gridEnable;
-        ASSERT_EQ(stage.node->Process(1, &grid, *stage.input, *stage.output), 0U);
+        ASSERT_EQ(stage.node->Process(1, &grid, *stage.inputs[0], *stage.outputs[0]), 0U);
         const auto centre = [](uint32_t size) { return (size - 1) / 2.0; };
-        const Point out(centre(stage.output->Width()), centre(stage.output->Height()));
-        const Point in(centre(stage.input->Width()), centre(stage.input->Height()));
+        const Point out(centre(stage.outputs[0]->Width()), centre(stage.outputs[0]->Height()));
+        const Point in(centre(stage.inputs[0]->Width()), centre(stage.inputs[0]->Height()));
         const auto expected = [&](double x, double y) {
             const auto [px, py] = seen(x - out.first, y - out.second);
             return scene(px + in.first, py + in.second);
         };
-        EXPECT_EQ(Compare(*stage.output, expected, 2.0), "");
+        EXPECT_EQ(Compare(*stage.outputs[0], expected, 2.0), "");
     }
     /// Noise, another for each request, through the identity grid has to come out as its middle.
     static void ExpectCopied(const Stage& stage, desk::GrallocBuffer& output, unsigned request,
                              Region without = {}) {
-        desk::GrallocBuffer& input = *stage.input;
+        desk::GrallocBuffer& input = *stage.inputs[0];
         std::mt19937 random(request);
         std::generate_n(input.Luma(), input.ByteSize(), [&] { return static_cast<uint8_t>(random()); });
         const IPEICAGridTransform grid = WarpGrid(input, Identity);
@@ -91,19 +75,19 @@ protected:
         EXPECT_EQ(Compare(output, middle, 1.0, without), "") << "request " << request;
     }
     static void ExpectCopied(const Stage& stage, unsigned request) {
-        ExpectCopied(stage, *stage.output, request);
+        ExpectCopied(stage, *stage.outputs[0], request);
     }
 };
 
 TEST_F(Render, AnIdentityGridCopiesThePicture) {
     for (const desk::Size size : {desk::Size{320, 240}, desk::Size{1920, 1080}}) {
-        ExpectCopied(MakeStage(size, 0.2F), size.width);
+        ExpectCopied(Stage(host_, desk::Variant::RealTime, 1, size, 0.2F), size.width);
     }
 }
 
 TEST_F(Render, WithoutAMarginTheMeshEndsHalfAPixelShort) {
-    const Stage stage = MakeStage({320, 240}, 0.0F);
-    ExpectCopied(stage, *stage.output, 3, {0, 0, 1, 1});
+    const Stage stage(host_, desk::Variant::RealTime, 1, {320, 240}, 0.0F);
+    ExpectCopied(stage, *stage.outputs[0], 3, {0, 0, 1, 1});
 }
 
 TEST_F(Render, ShiftZoomAndRotationShowTheSceneWhereTheGridSays) {
@@ -119,8 +103,8 @@ TEST_F(Render, ShiftZoomAndRotationShowTheSceneWhereTheGridSays) {
                                                    return Point{x * 0.8, y * 0.8};
                                                }},
                                               {"rotation", turn}};
-    for (const auto variant : {desk::Variant::RealTime, desk::Variant::LookAhead}) {
-        Stage stage = MakeStage({640, 480}, 0.2F, variant);
+    for (const auto variant : Variants) {
+        Stage stage(host_, variant, 1, {640, 480}, 0.2F);
         for (const auto& [name, warp] : rows) {
             SCOPED_TRACE(name);
             ExpectSeen(stage, warp, warp);
@@ -129,7 +113,7 @@ TEST_F(Render, ShiftZoomAndRotationShowTheSceneWhereTheGridSays) {
 }
 
 TEST_F(Render, ADisabledGridShowsTheMiddleOfTheInput) {
-    Stage stage = MakeStage({320, 240}, 0.25F);
+    Stage stage(host_, desk::Variant::RealTime, 1, {320, 240}, 0.25F);
     // Unity samples by fraction, half a pixel beyond the mesh's own half.
     const auto unity = [](double x, double y) { return Point{x + 0.5, y + 0.5}; };
     ExpectSeen(
@@ -141,13 +125,13 @@ TEST_F(Render, ADisabledGridShowsTheMiddleOfTheInput) {
 }
 
 TEST_F(Render, WhatTheMeshDoesNotReachKeepsTheClearColour) {
-    Stage stage = MakeStage({320, 240}, 0.0F);
+    Stage stage(host_, desk::Variant::RealTime, 1, {320, 240}, 0.0F);
     auto wide = desk::GrallocBuffer::Create({640, 480}, {128, 32});
     std::memset(wide->Luma(), 0xAA, wide->ByteSize());
     const Scene scene = SmoothScene();
-    Paint(*stage.input, scene);
-    const IPEICAGridTransform grid = WarpGrid(*stage.input, Identity);
-    ASSERT_EQ(stage.node->Process(1, &grid, *stage.input, *wide), 0U);
+    Paint(*stage.inputs[0], scene);
+    const IPEICAGridTransform grid = WarpGrid(*stage.inputs[0], Identity);
+    ASSERT_EQ(stage.node->Process(1, &grid, *stage.inputs[0], *wide), 0U);
     // The mesh begins half a pixel before the middle and ends half a pixel before its end; the input's edge
     // goes on for that half.
     const auto inside = [](double x, double y) { return x >= 159 && y >= 119 && x < 479 && y < 359; };
@@ -162,39 +146,29 @@ TEST_F(Render, WhatTheMeshDoesNotReachKeepsTheClearColour) {
 }
 
 TEST_F(Render, EveryFrameShowsTheBuffersCurrentContents) {
-    const Stage stage = MakeStage({320, 240}, 0.2F);
+    const Stage stage(host_, desk::Variant::RealTime, 1, {320, 240}, 0.2F);
     const auto second = stage.node->AllocateOutput();
     for (unsigned request = 1; request <= 6; ++request) {
         if (request == 5) {
-            stage.input->Remap();
+            stage.inputs[0]->Remap();
         }
-        ExpectCopied(stage, (request % 2 == 0) ? *second : *stage.output, request);
+        ExpectCopied(stage, (request % 2 == 0) ? *second : *stage.outputs[0], request);
     }
     EXPECT_EQ(host_.Counters().gl->liveImages, 3U);
-}
-
-TEST_F(Render, NodesLiveIndependently) {
-    Stage first = MakeStage({320, 240}, 0.2F);
-    const Stage second = MakeStage({320, 240}, 0.2F, desk::Variant::LookAhead);
-    for (unsigned request = 1; request <= 3; ++request) {
-        ExpectCopied(first, request);
-        ExpectCopied(second, 10 + request);
-    }
-    first.node.reset();
-    ExpectCopied(second, 20);
 }
 
 TEST_F(Render, FourNodesRunOnFourThreads) {
     std::vector<std::thread> threads;
     for (unsigned id = 0; id < 4; ++id) {
         threads.emplace_back([this, id] {
-            const auto variant = (id % 2 == 0) ? desk::Variant::RealTime : desk::Variant::LookAhead;
-            for (int round = 0; round < 2; ++round) {
-                const Stage stage = MakeStage({160, 120}, 0.2F, variant);
-                for (unsigned request = 1; request <= 8; ++request) {
-                    ExpectCopied(stage, id * 100 + request);
-                }
+            auto other = std::make_unique<Stage>(host_, Variants[id % 2], 1, desk::Size{160, 120}, 0.2F);
+            const Stage stage(host_, Variants[(id + 1) / 2 % 2], 1, {160, 120}, 0.2F);
+            for (unsigned request = 1; request <= 8; ++request) {
+                ExpectCopied(*other, id * 100 + request);
+                ExpectCopied(stage, id * 100 + 10 + request);
             }
+            other.reset();
+            ExpectCopied(stage, id * 100 + 20);
         });
     }
     for (std::thread& thread : threads) {
@@ -231,7 +205,7 @@ private:
 TEST_F(Render, WhatTheDriverCallsAnErrorIsAFindingInItsWords) {
     static WrongBeforeFlush libraries;
     host_.State().libraries.SetProvider(&libraries);
-    Stage stage = MakeStage({160, 120}, 0.2F);
+    Stage stage(host_, desk::Variant::RealTime, 1, {160, 120}, 0.2F);
     EXPECT_THAT(host_.State().contract.List(), IsEmpty());
     ExpectCopied(stage, 7);
     ExpectCopied(stage, 8);

@@ -6,11 +6,14 @@
 #include <cstring>
 #include <map>
 
+#include "desk/host/pipelined_driver.h"
 #include "desk/host/rules/node_call.h"
-#include "tests/node/stress/overlap.h"
+#include "platform/nativewindowbuffer.h"
+#include "tests/node/fakegl/fake_gl_fixture.h"
 
 namespace {
 
+constexpr size_t Threads = 8;
 constexpr size_t InFlight = 2 * Threads;
 constexpr uint64_t Grids = static_cast<uint64_t>(500 * TEST_SOAK);  // more than are in flight together
 constexpr uint64_t Requests = Threads * Grids;
@@ -41,7 +44,7 @@ protected:
     OverlapLoad() {
         host_.SetLogLevels(1 | 2, false);
         host_.SetDumps(true);
-        gl_->watch = [this](const GlCall& call, const GlFault&, uint64_t) { Watch(call); };
+        gl_->watch = [this](const GlCall& call, const GlFault&, uint64_t answer) { Watch(call, answer); };
         for (uint64_t one = 1; one <= Grids; ++one) {
             const auto shift = static_cast<float>(one);
             grids_.push_back(Grid([&](int column, int row) {
@@ -65,24 +68,24 @@ protected:
             std::filesystem::remove(file);
         }
         seen_ = {};
-        MakeNode(variant);
-        node_->SetReferenceRequest(reference);
-        const Ring ring(*node_, InFlight);
+        gl_->Take();
+        stage_ = std::make_unique<Stage>(host_, variant, InFlight);
+        stage_->node->SetReferenceRequest(reference);
         std::vector<std::future<uint32_t>> results(InFlight);
         {
-            desk::PipelinedDriver driver(host_, *node_, InFlight, threads);
+            desk::PipelinedDriver driver(host_, *stage_->node, InFlight, threads);
             for (uint64_t request = 1; request <= requests + InFlight; ++request) {
                 std::future<uint32_t>& result = results[request % InFlight];
                 if (result.valid()) {
                     EXPECT_EQ(result.get(), 0U);
                 }
                 if (request <= requests) {
-                    result = driver.Submit(ring.Frame(request, grids_[GridIndex(request) - 1]));
+                    result = driver.Submit(stage_->Frame(request, grids_[GridIndex(request) - 1]));
                 }
             }
         }
         EXPECT_EQ(gl_->liveImages, 2 * InFlight);
-        node_.reset();
+        stage_.reset();
         for (const char* kind : {"Grid", "Tex", "Vert"}) {
             seen_.dumps[kind].Read(DumpLines(kind));
         }
@@ -90,31 +93,46 @@ protected:
     }
 
 private:
-    void Watch(const GlCall& call) {
+    void Watch(const GlCall& call, uint64_t answer) {
+        const uint64_t request = desk::CurrentCall().requestId;
         if (call.name == "eglCreateImageKHR") {
             ++seen_.imports;
+            handles_[answer] = reinterpret_cast<const ANativeWindowBuffer*>(call.words[3])->handle;
+        } else if (call.name == "glBindTexture" || call.name == "glBindFramebuffer") {
+            bound_[call.name == "glBindTexture" ? 0 : 1] = call.words[1];
+        } else if (call.name == "glEGLImageTargetTexture2DOES") {
+            shown_[0][bound_[0]] = handles_[call.words[1]];
+        } else if (call.name == "glEGLImageTargetRenderbufferStorageOES") {
+            shown_[1][bound_[1]] = handles_[call.words[1]];
         } else if (call.name == "glVertexAttribPointer" && call.words[0] == 5) {
             texCoordinates_ = reinterpret_cast<const float*>(call.words[5]);
         } else if (call.name == "glDrawElements") {
-            const uint64_t request = desk::CurrentCall().requestId;
+            EXPECT_EQ(shown_[0][bound_[0]], stage_->inputs[request % InFlight]->Handle()) << request;
+            EXPECT_EQ(shown_[1][bound_[1]], stage_->outputs[request % InFlight]->Handle()) << request;
             seen_.drawn.push_back(request);
             seen_.meshes[request].assign(texCoordinates_, texCoordinates_ + desk::MeshFloats);
         }
     }
 
     Seen seen_;
+    std::unique_ptr<Stage> stage_;
     std::vector<IPEICAGridTransform> grids_;
     const float* texCoordinates_ = nullptr;
+    // Of inputs and of outputs: the name bound last, and the buffer behind each name.
+    uint64_t bound_[2] = {};
+    std::map<uint64_t, const native_handle_t*> shown_[2];
+    std::map<uint64_t, const native_handle_t*> handles_;  // of images
 };
 
-TEST_F(OverlapLoad, EveryRequestIsDrawnOnceWithItsOwnGridAndDumpedWhole) {
+TEST_F(OverlapLoad, EveryRequestIsDrawnOnceWithItsOwnBuffersAndGridAndDumpedWhole) {
+    const desk::ReferenceRequest follows = [](uint64_t request) { return request - 1; };  // nobody waits
     for (const auto variant : Variants) {
         Seen alone = Run(variant, Grids, {}, 1);
         for (const bool isSequential : {true, false}) {
             SCOPED_TRACE(fmt::format("{}, sequential: {}", desk::NameOf(variant), isSequential));
             const uint64_t requests = isSequential ? Grids : Requests;
             Seen together =
-                Run(variant, requests, isSequential ? desk::ReferenceRequest() : Predecessor, Threads);
+                Run(variant, requests, isSequential ? desk::ReferenceRequest() : follows, Threads);
             EXPECT_EQ(together.imports, 2 * InFlight);
             EXPECT_EQ(together.drawn.size(), requests);
             EXPECT_TRUE(!isSequential || std::is_sorted(together.drawn.begin(), together.drawn.end()));
@@ -135,69 +153,5 @@ TEST_F(OverlapLoad, EveryRequestIsDrawnOnceWithItsOwnGridAndDumpedWhole) {
                 }
             }
         }
-    }
-}
-
-/// Over real pixels: a ramp of luma that begins at another level in each request, and a shift of its own.
-class PixelOverlap : public NodeFixture {
-protected:
-    PixelOverlap() : NodeFixture(nullptr) {
-        host_.SetLogLevels(1 | 2, false);
-    }
-
-    static int Level(uint64_t request) {
-        return 20 + static_cast<int>(request * 13 % 100);
-    }
-    static int Shift(uint64_t request) {
-        return static_cast<int>(request % 9) - 4;
-    }
-    static void Fill(desk::GrallocBuffer& input, uint64_t request) {
-        for (uint32_t i = 0; i < input.Stride() * input.Height(); ++i) {
-            input.Luma()[i] = static_cast<uint8_t>(Level(request) + static_cast<int>(i % input.Stride()));
-        }
-    }
-    /// Under which nothing changes but for the shift to the right.
-    static IPEICAGridTransform GridOf(desk::Size input, uint64_t request) {
-        const auto at = [](uint32_t pixels, int cell, float cells) {
-            return static_cast<float>(pixels) * (static_cast<float>(cell - 1) / cells - 0.5F);
-        };
-        return Grid([&](int column, int row) {
-            return GridPoint{at(input.width, column, 32) + static_cast<float>(Shift(request)),
-                             at(input.height, row, 24)};
-        });
-    }
-};
-
-TEST_F(PixelOverlap, EveryOutputShowsItsOwnInputThroughItsOwnGrid) {
-    for (const auto variant : Variants) {
-        auto node = host_.CreateNode(variant);
-        node->SetReferenceRequest(Predecessor);
-        const desk::Negotiated sizes = node->Negotiate({64, 48}, {0.25F, 0.25F});
-        const int border = static_cast<int>(sizes.input.width - sizes.output.width) / 2;
-        const Ring ring(*node, InFlight);
-        std::vector<IPEICAGridTransform> grids(InFlight);
-        std::vector<std::future<uint32_t>> results(InFlight);
-        const auto check = [&](uint64_t request) {
-            ASSERT_EQ(results[request % InFlight].get(), 0U);
-            desk::GrallocBuffer& output = *ring.outputs[request % InFlight];
-            for (const uint32_t x : {12U, 32U, 52U}) {
-                const int expected = Level(request) + border + static_cast<int>(x) + Shift(request);
-                ASSERT_NEAR(output.Luma()[24 * output.Stride() + x], expected, 2)
-                    << "request " << request << ", x " << x;
-            }
-        };
-        desk::PipelinedDriver driver(host_, *node, InFlight, Threads);
-        for (uint64_t request = 1; request <= Requests / 4 + InFlight; ++request) {
-            const size_t lane = request % InFlight;
-            if (request > InFlight) {
-                check(request - InFlight);
-            }
-            if (request <= Requests / 4) {
-                grids[lane] = GridOf(sizes.input, request);
-                Fill(*ring.inputs[lane], request);
-                results[lane] = driver.Submit(ring.Frame(request, grids[lane]));
-            }
-        }
-        EXPECT_EQ(host_.Counters().gl->liveImages, 2 * InFlight);
     }
 }

@@ -2,13 +2,27 @@
 
 #include <fmt/format.h>
 
+#include <unistd.h>
+
 #include <atomic>
 #include <chrono>
 
+#include "desk/host/pipelined_driver.h"
 #include "desk/host/rules/node_call.h"
-#include "tests/node/stress/overlap.h"
+#include "tests/node/fakegl/fake_gl_fixture.h"
 
 using namespace std::chrono_literals;
+
+namespace {
+
+constexpr size_t Threads = 8;
+
+/// Every request follows its reference directly, so none has to wait for its predecessor.
+uint64_t Predecessor(uint64_t requestId) {
+    return requestId - 1;
+}
+
+}  // namespace
 
 class Overlap : public FakeGlFixture {
 protected:
@@ -135,28 +149,22 @@ TEST_F(Overlap, TheDriverLetsRequestsOvertakeOnlyWhereTheNodeAllowsIt) {
     for (const bool isSequential : {true, false}) {
         MakeNode();
         node_->SetReferenceRequest(isSequential ? desk::ReferenceRequest() : Predecessor);
-        std::mutex mutex;
-        std::condition_variable changed;
-        std::set<uint64_t> declared;
-        std::set<uint64_t> rendering;
+        // The first to render is held until all that may come beside it are there.
+        Gate gate;
+        std::atomic<size_t> declared = 0;
+        std::atomic<size_t> rendering = 0;
+        std::atomic<bool> isHeld = true;
         host_.State().fault = [&](const desk::HostCall& call, uint32_t&) {
-            const std::lock_guard<std::mutex> lock(mutex);
-            if (call.service == "QueryRequestWindow") {
-                declared.insert(call.caller.requestId);
-            } else if (call.service == "GetMetaData") {
-                rendering.insert(call.caller.requestId);
+            declared += call.service == "QueryRequestWindow" ? 1 : 0;
+            rendering += call.service == "GetMetaData" ? 1 : 0;
+            if (declared == Threads && rendering == (isSequential ? 1 : Threads) && isHeld.exchange(false)) {
+                gate.released.set_value();
             }
-            changed.notify_all();
             return false;
         };
-        // The first to render is held until all that may come beside it are there.
-        std::atomic<bool> isFirst = true;
         gl_->hold = [&](const GlCall& call) {
-            if (call.name == "glFlush" && isFirst.exchange(false)) {
-                std::unique_lock<std::mutex> lock(mutex);
-                changed.wait(lock, [&] {
-                    return declared.size() == Threads && rendering.size() == (isSequential ? 1 : Threads);
-                });
+            if (call.name == "glFlush") {
+                gate.Pass();
             }
         };
         {
@@ -165,7 +173,7 @@ TEST_F(Overlap, TheDriverLetsRequestsOvertakeOnlyWhereTheNodeAllowsIt) {
                 driver.Submit(FrameOf(request));
             }
         }
-        EXPECT_EQ(rendering.size(), Threads);
+        EXPECT_EQ(rendering, Threads);
         gl_->hold = nullptr;
         host_.State().fault = nullptr;
         node_.reset();

@@ -4,8 +4,8 @@
 #include <thread>
 
 #include "desk/abi/gralloc_layout.h"
+#include "tests/node/fakegl/fake_gl_fixture.h"
 #include "tests/node/stress/level.h"
-#include "tests/node/stress/overlap.h"
 
 namespace {
 
@@ -15,6 +15,33 @@ uint64_t Digest(uint64_t start, const std::string& bytes) {
         start = (start ^ static_cast<unsigned char>(byte)) * 0x100000001b3ULL;
     }
     return start;
+}
+
+/// Two nodes' frames over buffers of which now and then one is replaced, so that its descriptor comes back as
+/// another buffer's, or moved. What the first node's frames have warmed up has to do for the second's.
+/// `images` tells how many EGL images there are.
+template <typename Images>
+void ExpectNothingGrows(desk::DeskHost& host, unsigned frames, Images images) {
+    IPEICAGridTransform grid = {};
+    grid.gridTransformEnable = 1;
+    std::unique_ptr<Level> warm;
+    for (const auto variant : Variants) {
+        Stage stage(host, variant, 8);
+        for (unsigned frame = 1; frame <= frames; ++frame) {
+            ASSERT_EQ(stage.Process(frame, grid), 0U);
+            ASSERT_EQ(images(), 2 * std::min(frame, 8U));
+            if (frame % 50 == 0) {
+                stage.Replace(frame / 50 % 16);
+            } else if (frame % 25 == 0) {
+                stage.inputs[frame % 8]->Remap();
+            }
+            if (frame == frames / 5 && warm) {
+                warm->ExpectHeld(host);
+            } else if (frame == frames / 5) {
+                warm = std::make_unique<Level>(host);
+            }
+        }
+    }
 }
 
 }  // namespace
@@ -31,11 +58,9 @@ TEST_F(Stress, EveryRequestIsDoneOnceWhateverTheirNumber) {
     for (unsigned id = 0; id < 4; ++id) {
         threads.emplace_back([this, id] {
             for (const uint64_t requests : {1U, 2U, 3U, 5U, 8U, 13U, 21U, 34U, 55U, 89U}) {
-                auto node = host_.CreateNode(Variants[id % 2]);
-                node->Negotiate({64, 48}, {0.25F, 0.25F});
-                const Ring ring(*node, 1);
+                const Stage stage(host_, Variants[id % 2]);
                 for (uint64_t request = 1; request <= requests; ++request) {
-                    EXPECT_EQ(ring.Process(*node, request, grid_), 0U);
+                    EXPECT_EQ(stage.Process(request, grid_), 0U);
                 }
             }
         });
@@ -56,32 +81,14 @@ TEST_F(Stress, ANodeMovesFromThreadToThread) {
     ::alarm(0);
 }
 
-// Over a ring of buffers; now and then one is replaced, so that its descriptor comes back as another
-// buffer's. What the first node's frames have warmed up has to do for the second's.
 TEST_F(Stress, NothingGrowsOverManyFrames) {
     for (const bool isDumped : {false, true}) {
         host_.SetDumps(isDumped);
-        const unsigned frames = Times(isDumped ? 500 : 9500);
-        std::unique_ptr<Level> warm;
-        for (const bool isFirst : {true, false}) {
-            auto node = host_.CreateNode(desk::Variant::LookAhead);
-            const desk::Negotiated sizes = node->Negotiate({64, 48}, {0.25F, 0.25F});
-            Ring ring(sizes, 8);
-            for (unsigned frame = 1; frame <= frames; ++frame) {
-                ASSERT_EQ(ring.Process(*node, frame, grid_), 0U);
-                if (frame % 50 == 0) {
-                    ring.Replace(sizes, frame / 50 % 16);
-                }
-                gl_->Take();
-                if (frame == frames / 5 && isFirst) {
-                    warm = std::make_unique<Level>(host_);
-                } else if (frame == frames / 5) {
-                    warm->ExpectHeld(host_);
-                }
-            }
-            node->Destroy();
-            EXPECT_EQ(gl_->liveImages + gl_->liveNames + gl_->liveObjects, 0U);
-        }
+        ExpectNothingGrows(host_, Times(isDumped ? 500 : 9500), [this] {
+            gl_->Take();
+            return gl_->liveImages;
+        });
+        EXPECT_EQ(gl_->liveImages + gl_->liveNames + gl_->liveObjects, 0U);
     }
 }
 
@@ -134,23 +141,5 @@ protected:
 };
 
 TEST_F(PixelStress, NothingGrowsOverManyFrames) {
-    const IPEICAGridTransform grid = Grid([](int, int) { return GridPoint{0.0F, 0.0F}; });
-    auto node = host_.CreateNode(desk::Variant::RealTime);
-    node->Negotiate({64, 48}, {0.25F, 0.25F});
-    const Ring ring(*node, 8);
-    std::unique_ptr<Level> warm;
-    const unsigned frames = Times(500);
-    for (unsigned frame = 1; frame <= frames; ++frame) {
-        if (frame % 25 == 0) {
-            ring.inputs[frame % 8]->Remap();
-        }
-        ASSERT_EQ(ring.Process(*node, frame, grid), 0U);
-        if (frame == frames / 2) {
-            warm = std::make_unique<Level>(host_);
-        }
-        if (frame > 8) {
-            ASSERT_EQ(host_.Counters().gl->liveImages, 16U);
-        }
-    }
-    warm->ExpectHeld(host_);
+    ExpectNothingGrows(host_, Times(250), [this] { return host_.Counters().gl->liveImages; });
 }
