@@ -15,16 +15,24 @@
 namespace desk {
 namespace {
 
-[[noreturn]] void Refuse(const std::string& option, const std::string& expected, const std::string& got) {
-    throw CLI::ValidationError(option, fmt::format("expected {}, got {}", expected, got));
-}
-
 /// Two values with the separator between them, and nothing else.
 template <typename Value>
 bool ReadPair(const std::string& text, char separator, Value& first, Value& second) {
     std::istringstream in(text);
     char between = 0;
     return in >> first >> between >> second && between == separator && in.peek() == EOF;
+}
+
+/// An option whose text `read` takes, or does not.
+template <typename Read>
+CLI::Option* AddText(CLI::App& command, const std::string& name, const std::string& description,
+                     const std::string& expected, Read read) {
+    const auto require = [name, expected, read](const std::string& text) {
+        if (!read(text)) {
+            throw CLI::ValidationError(name, fmt::format("expected {}, got {}", expected, text));
+        }
+    };
+    return command.add_option_function<std::string>(name, require, description);
 }
 
 /// A value by its name. The help says which it is without the option.
@@ -47,13 +55,6 @@ const std::vector<std::string> Stdout = {"-"};
 
 }  // namespace
 
-CLI::App& AddCommand(CLI::App& app, const std::string& name, const std::string& description,
-                     const std::string& example) {
-    CLI::App& command = *app.add_subcommand(name, description);
-    command.footer("Example:\n  " + example);
-    return command;
-}
-
 CLI::Option* AddOutput(CLI::App& command, const std::string& name, Makes kind, std::filesystem::path& place,
                        const std::string& description) {
     const char* type = KindNames[static_cast<size_t>(kind)];
@@ -61,41 +62,37 @@ CLI::Option* AddOutput(CLI::App& command, const std::string& name, Makes kind, s
 }
 
 CLI::Option* AddSize(CLI::App& command, std::optional<cv::Size>& size) {
-    const auto read = [&size](const std::string& text) {
-        const auto fits = [](int pixels) { return pixels >= 2 && pixels <= 65536 && pixels % 2 == 0; };
-        auto& [width, height] = size.emplace();
-        if (!ReadPair(text, 'x', width, height) || !fits(width) || !fits(height)) {
-            Refuse("--size", "WxH with even numbers of pixels, such as 1920x1080", text);
-        }
-    };
-    return command.add_option_function<std::string>("--size", read, "WxH: output size in pixels, both even");
+    return AddText(command, "--size", "WxH: output size in pixels, both even",
+                   "WxH with even numbers of pixels, such as 1920x1080", [&size](const std::string& text) {
+                       const auto fits = [](int pixels) {
+                           return pixels >= 2 && pixels <= 65536 && pixels % 2 == 0;
+                       };
+                       auto& [width, height] = size.emplace();
+                       return ReadPair(text, 'x', width, height) && fits(width) && fits(height);
+                   });
 }
 
 CLI::Option* AddMargin(CLI::App& command, std::optional<Margin>& margin) {
-    const auto read = [&margin](const std::string& text) {
-        const auto fits = [](float fraction) { return fraction >= 0 && fraction <= 1; };
-        const bool isBoth = text.find(',') != std::string::npos;
-        auto& [horizontal, vertical] = margin.emplace();
-        if (!ReadPair(isBoth ? text : text + "," + text, ',', horizontal, vertical) || !fits(horizontal) ||
-            !fits(vertical)) {
-            Refuse("--margin", "H or H,V with fractions from 0 to 1, such as 0.2", text);
-        }
-    };
-    return command.add_option_function<std::string>(
-        "--margin", read, "H[,V]: fractions of the output by which the input is larger");
+    return AddText(command, "--margin", "H[,V]: fractions of the output by which the input is larger",
+                   "H or H,V with fractions from 0 to 1, such as 0.2", [&margin](const std::string& text) {
+                       const auto fits = [](float fraction) { return fraction >= 0 && fraction <= 1; };
+                       const bool isBoth = text.find(',') != std::string::npos;
+                       auto& [horizontal, vertical] = margin.emplace();
+                       return ReadPair(isBoth ? text : text + "," + text, ',', horizontal, vertical) &&
+                              fits(horizontal) && fits(vertical);
+                   });
 }
 
 void AddFrames(CLI::App& command, FrameRange& frames) {
-    const auto read = [&frames](const std::string& text) {
-        const std::string open = text.empty() || text.front() == ':' ? "0" + text : text;
-        const std::string closed = open.back() == ':' ? open + std::to_string(FrameRange().end) : open;
-        if (!ReadPair(closed, ':', frames.first, frames.end) || frames.first < 0 ||
-            frames.end <= frames.first) {
-            Refuse("--frames", "A:B, the frames A to B - 1 counted from 0, such as 0:100, 50: or :10", text);
-        }
-    };
-    command.add_option_function<std::string>("--frames", read,
-                                             "A:B: only the frames A to B - 1, counted from 0");
+    AddText(command, "--frames", "A:B: only the frames A to B - 1, counted from 0",
+            "A:B, the frames A to B - 1 counted from 0, such as 0:100, 50: or :10",
+            [&frames](const std::string& text) {
+                const std::string open = text.empty() || text.front() == ':' ? "0" + text : text;
+                const std::string closed =
+                    open.back() == ':' ? open + std::to_string(FrameRange().end) : open;
+                return ReadPair(closed, ':', frames.first, frames.end) && frames.first >= 0 &&
+                       frames.end > frames.first;
+            });
 }
 
 void AddProgress(CLI::App& command, ProgressKind& progress) {

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <filesystem>
-#include <functional>
 #include <string>
 
 #include "desk/run/settings.h"
@@ -13,15 +12,8 @@ class Option;
 
 namespace desk {
 
-/// What the command line asks for; returns the exit code. Set by the subcommand that was named.
-using ChosenCommand = std::function<int()>;
-
 /// The group of options, in the help too, that name what a command reads.
 constexpr const char* Inputs = "Inputs";
-
-/// Adds a subcommand with its example, which is shown below the help.
-CLI::App& AddCommand(CLI::App& app, const std::string& name, const std::string& description,
-                     const std::string& example);
 
 // Each adds an option, or some that belong together, to a subcommand. What is read into outlives the parsing.
 

@@ -57,7 +57,7 @@ struct PlaneMeters {
 
 struct RunCounters {
     uint64_t imports = 0;     ///< buffers that became a GL image
-    uint64_t cacheHits = 0;   ///< buffers whose image the node still had
+    uint64_t cacheHits = 0;   ///< two buffers for a frame, less the imports: those not imported anew
     uint64_t liveImages = 0;  ///< when the node is gone
     uint64_t openDescriptors = 0;
 };
