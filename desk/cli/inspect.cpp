@@ -114,7 +114,7 @@ void AddInspect(CLI::App& app, int& status) {
     command.add_option("DUMP", options.dumps, "dumps of any kind")->required()->group(Inputs);
     CLI::Option* const size = AddSize(command, options.size);
     AddMargin(command, options.margin)->needs(size);
-    AddOutput(command, "--pictures", Makes::Folder, options.pictures,
+    AddOutput(command, "--pictures", MakesFolder, options.pictures,
               "for pictures of the mesh and of margin use");
     AddJson(command, options.json);
     AddOverwrite(command, options.overwrite);

@@ -168,11 +168,10 @@ void AddSynth(CLI::App& app, int& status) {
     AddSize(command, options.size);
     AddMargin(command, options.margin);
     AddShakeOptions(command, options);
-    AddOutput(command, "-o,--out", Makes::Clip, options.out, "the shaky clip, as large as the node's input")
+    AddOutput(command, "-o,--out", MakesClip, options.out, "the shaky clip, as large as the node's input")
         ->required();
-    AddOutput(command, "--grids", Makes::File, options.grids, "the grids, as a grid dump")->required();
-    AddOutput(command, "--truth", Makes::Clip, options.truth,
-              "the steady clip, as large as the node's output")
+    AddOutput(command, "--grids", MakesFile, options.grids, "the grids, as a grid dump")->required();
+    AddOutput(command, "--truth", MakesClip, options.truth, "the steady clip, as large as the node's output")
         ->required();
     AddProgress(command, options.progress);
     AddOverwrite(command, options.overwrite);

@@ -90,7 +90,7 @@ void AddVerify(CLI::App& app, int& status) {
     AddReplayOptions(command, options);
     command.add_option("--limit", options.limit, "levels that 99.99 % of the samples may be off [2]")
         ->check(CLI::Range(0, 255));
-    AddOutput(command, "--heat-map", Makes::File, options.heatMap, "PNG of the worst frame's luma error");
+    AddOutput(command, "--heat-map", MakesFile, options.heatMap, "PNG of the worst frame's luma error");
 }
 
 }  // namespace desk

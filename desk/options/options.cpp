@@ -15,24 +15,16 @@
 namespace desk {
 namespace {
 
+[[noreturn]] void Refuse(const std::string& option, const std::string& expected, const std::string& got) {
+    throw CLI::ValidationError(option, fmt::format("expected {}, got {}", expected, got));
+}
+
 /// Two values with the separator between them, and nothing else.
 template <typename Value>
 bool ReadPair(const std::string& text, char separator, Value& first, Value& second) {
     std::istringstream in(text);
     char between = 0;
     return in >> first >> between >> second && between == separator && in.peek() == EOF;
-}
-
-/// An option whose text `read` takes, or does not.
-template <typename Read>
-CLI::Option* AddText(CLI::App& command, const std::string& name, const std::string& description,
-                     const std::string& expected, Read read) {
-    const auto require = [name, expected, read](const std::string& text) {
-        if (!read(text)) {
-            throw CLI::ValidationError(name, fmt::format("expected {}, got {}", expected, text));
-        }
-    };
-    return command.add_option_function<std::string>(name, require, description);
 }
 
 /// A value by its name. The help says which it is without the option.
@@ -50,49 +42,51 @@ void AddChoice(CLI::App& command, const std::string& name, const std::string& de
 
 // What the help calls outputs tells RequireOutputs what they are.
 constexpr const char* Outputs = "Outputs";
-constexpr const char* KindNames[] = {"FILE", "CLIP", "FOLDER"};  // by Makes
 const std::vector<std::string> Stdout = {"-"};
 
 }  // namespace
 
-CLI::Option* AddOutput(CLI::App& command, const std::string& name, Makes kind, std::filesystem::path& place,
-                       const std::string& description) {
-    const char* type = KindNames[static_cast<size_t>(kind)];
-    return command.add_option(name, place, description)->group(Outputs)->type_name(type);
+CLI::Option* AddOutput(CLI::App& command, const std::string& name, const char* kind,
+                       std::filesystem::path& place, const std::string& description) {
+    return command.add_option(name, place, description)->group(Outputs)->type_name(kind);
 }
 
 CLI::Option* AddSize(CLI::App& command, std::optional<cv::Size>& size) {
-    return AddText(command, "--size", "WxH: output size in pixels, both even",
-                   "WxH with even numbers of pixels, such as 1920x1080", [&size](const std::string& text) {
-                       const auto fits = [](int pixels) {
-                           return pixels >= 2 && pixels <= 65536 && pixels % 2 == 0;
-                       };
-                       auto& [width, height] = size.emplace();
-                       return ReadPair(text, 'x', width, height) && fits(width) && fits(height);
-                   });
+    const auto read = [&size](const std::string& text) {
+        const auto fits = [](int pixels) { return pixels >= 2 && pixels <= 65536 && pixels % 2 == 0; };
+        auto& [width, height] = size.emplace();
+        if (!ReadPair(text, 'x', width, height) || !fits(width) || !fits(height)) {
+            Refuse("--size", "WxH with even numbers of pixels, such as 1920x1080", text);
+        }
+    };
+    return command.add_option_function<std::string>("--size", read, "WxH: output size in pixels, both even");
 }
 
 CLI::Option* AddMargin(CLI::App& command, std::optional<Margin>& margin) {
-    return AddText(command, "--margin", "H[,V]: fractions of the output by which the input is larger",
-                   "H or H,V with fractions from 0 to 1, such as 0.2", [&margin](const std::string& text) {
-                       const auto fits = [](float fraction) { return fraction >= 0 && fraction <= 1; };
-                       const bool isBoth = text.find(',') != std::string::npos;
-                       auto& [horizontal, vertical] = margin.emplace();
-                       return ReadPair(isBoth ? text : text + "," + text, ',', horizontal, vertical) &&
-                              fits(horizontal) && fits(vertical);
-                   });
+    const auto read = [&margin](const std::string& text) {
+        const auto fits = [](float fraction) { return fraction >= 0 && fraction <= 1; };
+        const bool isBoth = text.find(',') != std::string::npos;
+        auto& [horizontal, vertical] = margin.emplace();
+        if (!ReadPair(isBoth ? text : text + "," + text, ',', horizontal, vertical) || !fits(horizontal) ||
+            !fits(vertical)) {
+            Refuse("--margin", "H or H,V with fractions from 0 to 1, such as 0.2", text);
+        }
+    };
+    return command.add_option_function<std::string>(
+        "--margin", read, "H[,V]: fractions of the output by which the input is larger");
 }
 
 void AddFrames(CLI::App& command, FrameRange& frames) {
-    AddText(command, "--frames", "A:B: only the frames A to B - 1, counted from 0",
-            "A:B, the frames A to B - 1 counted from 0, such as 0:100, 50: or :10",
-            [&frames](const std::string& text) {
-                const std::string open = text.empty() || text.front() == ':' ? "0" + text : text;
-                const std::string closed =
-                    open.back() == ':' ? open + std::to_string(FrameRange().end) : open;
-                return ReadPair(closed, ':', frames.first, frames.end) && frames.first >= 0 &&
-                       frames.end > frames.first;
-            });
+    const auto read = [&frames](const std::string& text) {
+        const std::string open = text.empty() || text.front() == ':' ? "0" + text : text;
+        const std::string closed = open.back() == ':' ? open + std::to_string(FrameRange().end) : open;
+        if (!ReadPair(closed, ':', frames.first, frames.end) || frames.first < 0 ||
+            frames.end <= frames.first) {
+            Refuse("--frames", "A:B, the frames A to B - 1 counted from 0, such as 0:100, 50: or :10", text);
+        }
+    };
+    command.add_option_function<std::string>("--frames", read,
+                                             "A:B: only the frames A to B - 1, counted from 0");
 }
 
 void AddProgress(CLI::App& command, ProgressKind& progress) {
@@ -104,7 +98,7 @@ void AddProgress(CLI::App& command, ProgressKind& progress) {
 }
 
 void AddJson(CLI::App& command, std::filesystem::path& json) {
-    AddOutput(command, "--json", Makes::File, json, "the results; - for stdout");
+    AddOutput(command, "--json", MakesFile, json, "the results; - for stdout");
 }
 
 void AddOverwrite(CLI::App& command, bool& overwrite) {
@@ -127,18 +121,18 @@ void AddNodeOptions(CLI::App& command, RunOptions& options) {
         command, "--log-level", "of the node's log", options.luxBits,
         {{"none", 0}, {"error", 1}, {"warning", 1 | 2}, {"info", 1 | 2 | 8}, {"verbose", 1 | 2 | 8 | 32}});
     AddFrames(command, options.frames);
-    AddOutput(command, "--dump-dir", Makes::Folder, options.dumpDir,
+    AddOutput(command, "--dump-dir", MakesFolder, options.dumpDir,
               "for the node's dump files; switches them on");
     AddJson(command, options.json);
-    AddOutput(command, "--report", Makes::Folder, options.report, "for a report as HTML and JSON");
+    AddOutput(command, "--report", MakesFolder, options.report, "for a report as HTML and JSON");
     AddProgress(command, options.progress);
     AddOverwrite(command, options.overwrite);
 }
 
 void AddRecordingOptions(CLI::App& command, RunOptions& options) {
-    AddOutput(command, "-o,--out", Makes::Clip, options.out, "the output: .mp4, .mkv, .y4m, or a folder")
+    AddOutput(command, "-o,--out", MakesClip, options.out, "the output: .mp4, .mkv, .y4m, or a folder")
         ->required();
-    AddOutput(command, "--before", Makes::Clip, options.before, "what is seen without the node");
+    AddOutput(command, "--before", MakesClip, options.before, "what is seen without the node");
     command.add_flag("--compare", options.compare, "write before and after side by side");
     auto* const truth =
         command
@@ -163,9 +157,9 @@ void RequireOutputs(const CLI::App& command) {
         } else if (option->check_lname("report") && !names.empty()) {
             std::transform(ReportFiles.begin(), ReportFiles.end(), std::back_inserter(outputs),
                            [&](const char* name) { return std::filesystem::path(names.back()) / name; });
-        } else if (option->get_group() == Outputs && kind != KindNames[2] && names != Stdout) {
+        } else if (option->get_group() == Outputs && kind != MakesFolder && names != Stdout) {
             outputs.insert(outputs.end(), names.begin(), names.end());
-            files.insert(files.end(), names.begin(), kind == KindNames[0] ? names.end() : names.begin());
+            files.insert(files.end(), names.begin(), kind == MakesFile ? names.end() : names.begin());
         }
     }
     RequireApart(inputs, outputs);

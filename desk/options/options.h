@@ -17,10 +17,11 @@ constexpr const char* Inputs = "Inputs";
 
 // Each adds an option, or some that belong together, to a subcommand. What is read into outlives the parsing.
 
-/// The name of something that the command makes. A folder that it puts files into may hold others.
-enum class Makes { File, Clip, Folder };
-CLI::Option* AddOutput(CLI::App& command, const std::string& name, Makes kind, std::filesystem::path& place,
-                       const std::string& description);
+/// What a command makes, as its help says. A folder that it puts files into may hold others.
+constexpr const char *MakesFile = "FILE", *MakesClip = "CLIP", *MakesFolder = "FOLDER";
+/// The name of something that the command makes.
+CLI::Option* AddOutput(CLI::App& command, const std::string& name, const char* kind,
+                       std::filesystem::path& place, const std::string& description);
 CLI::Option* AddSize(CLI::App& command, std::optional<cv::Size>& size);
 CLI::Option* AddMargin(CLI::App& command, std::optional<Margin>& margin);
 void AddFrames(CLI::App& command, FrameRange& frames);

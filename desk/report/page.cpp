@@ -137,10 +137,13 @@ std::string Findings(const RunResults& results) {
 std::string Page(const RunResults& results) {
     const std::string title =
         Escaped(fmt::format("dewarp-desk {} {}", results.facts.command, results.facts.clip));
-    Json run = ToJson(results.facts);
-    run["frame_count"] = results.frames.size();
-    if (results.reference) {
-        run["worst_frame"] = results.worstFrame;
+    const Json all = ToJson(results);
+    const auto part = [&all](const char* name) { return Table(all.value(name, Json::object())); };
+    Json run = Json::object();  // what is one value, or a size
+    for (const auto& [name, value] : all.items()) {
+        if (name != "schema" && (value.is_primitive() || value.contains("width"))) {
+            run[name] = value;
+        }
     }
     return fmt::format(
                "<!DOCTYPE html>\n<html lang='en'><head><meta charset='utf-8'><title>{0}</title>"
@@ -151,15 +154,13 @@ std::string Page(const RunResults& results) {
            Section("Camera", CameraChart(results, "camera path, across", "input pixels", &CameraResult::x) +
                                  CameraChart(results, "camera path, down", "input pixels", &CameraResult::y) +
                                  CameraChart(results, "camera roll", "radians", &CameraResult::roll)) +
-           Section("Motion between frames", (results.motion ? Table(ToJson(*results.motion)) : "") +
-                                                CameraChart(results, "way of the camera from frame to frame",
-                                                            "input pixels", &CameraResult::step)) +
-           Section("Margin", Table(MarginUse(results)) + MarginCharts(results)) +
-           Section("Quality", (results.truth ? Table(Psnr(*results.truth)) : "") +
-                                  (results.reference ? Table(Planes(*results.reference)) : "")) +
-           Section("Time per frame", Table(StageTimes(results))) +
-           Section("Counters", Table(ToJson(results.counters))) + Section("Findings", Findings(results)) +
-           "</body></html>\n";
+           Section("Motion between frames",
+                   part("motion_px_rms") + CameraChart(results, "way of the camera from frame to frame",
+                                                       "input pixels", &CameraResult::step)) +
+           Section("Margin", part("margin_use") + MarginCharts(results)) +
+           Section("Quality", part("psnr_db") + part("planes")) +
+           Section("Time per frame", part("stage_ms")) + Section("Counters", part("counters")) +
+           Section("Findings", Findings(results)) + "</body></html>\n";
 }
 
 }  // namespace
