@@ -34,7 +34,7 @@ vidstab() {
   ffmpeg_with "$1" "vidstabtransform=input=vidstab.trf:smoothing=$window:optzoom=0:crop=keep:interpol=bicubic"
 }
 videostab() { "$peers" videostab shaky.mkv "$1" "$width" "$height"; }
-stabilise() { "$desk" stabilise shaky.mkv -o "$1" --size "$size" --window "$window" --variant "$2" --log-level none "${quiet[@]}"; }
+stabilise() { "$desk" stabilise shaky.mkv -o "$1" --size "$size" --variant "${@:2}" --log-level none "${quiet[@]}"; }
 replay() { "$desk" replay shaky.mkv --grids grids.txt -o "$1" --size "$size" --log-level none "${quiet[@]}"; }
 
 row() { # NAME COMMAND...
@@ -54,7 +54,7 @@ echo "| $frames frames, $size | PSNR  | settled | motion | fps  |"
 echo "|----------------------|-------|---------|--------|------|"
 row not-steadied ffmpeg_with ""
 row desk-known-grids replay
-row desk-lookahead stabilise lookahead
+row desk-lookahead stabilise lookahead --window "$window"
 row vidstab vidstab
 row opencv-videostab videostab
 row desk-realtime stabilise realtime

@@ -1,22 +1,59 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
 
 #include "desk/options/options.h"
-#include "desk/run/replay.h"
+#include "desk/run/pipeline.h"
 
 namespace desk {
 
-// Each adds its subcommand, which sets `chosen` when it is the one that was named.
-void AddStabilise(CLI::App& app, ChosenCommand& chosen);
-void AddReplay(CLI::App& app, ChosenCommand& chosen);
-void AddInspect(CLI::App& app, ChosenCommand& chosen);
-void AddVerify(CLI::App& app, ChosenCommand& chosen);
-void AddDiff(CLI::App& app, ChosenCommand& chosen);
-void AddSynth(CLI::App& app, ChosenCommand& chosen);
+// Each adds its subcommand, which runs when it is the one that was named and leaves the program's exit code
+// in `status`.
+void AddStabilise(CLI::App& app, int& status);
+void AddReplay(CLI::App& app, int& status);
+void AddInspect(CLI::App& app, int& status);
+void AddVerify(CLI::App& app, int& status);
+void AddDiff(CLI::App& app, int& status);
+void AddSynth(CLI::App& app, int& status);
+
+/// Adds a subcommand with its example, which is shown below the help, and has it call `run` with its options
+/// when everything on the command line is in order. Returns the subcommand and the options, which it owns and
+/// which are still to be added to it.
+template <typename Options, typename Run>
+std::pair<CLI::App&, Options&> AddCommand(CLI::App& app, const std::string& name,
+                                          const std::string& description, const std::string& example,
+                                          int& status, Run run) {
+    CLI::App& command = *app.add_subcommand(name, description);
+    command.footer("Example:\n  " + example);
+    const auto options = std::make_shared<Options>();
+    command.callback([&command, &status, options, run] {
+        RequireOutputs(command);
+        CatchInterrupts();
+        status = run(*options);
+    });
+    return {command, *options};
+}
+
+/// A clip and the grid dump that drives the node.
+struct ReplayOptions : RunOptions {
+    std::filesystem::path grids;
+    std::optional<cv::Size> size;          ///< of the output, pixels; the clip's without
+    std::optional<uint64_t> firstRequest;  ///< request id of the clip's first frame; empty: line n, frame n
+};
 
 /// Adds CLIP, --grids, --first-request and what every run through the node takes. `options` outlives the
 /// parsing.
 void AddReplayOptions(CLI::App& command, ReplayOptions& options);
+
+/// Takes the clip's frames, as they stand, through the node with the grids of the dump. Returns the program's
+/// exit code. Throws DumpError for a dump that cannot drive a node with this clip; UsageError naming a frame
+/// that has no grid; as Pipeline does.
+int RunReplay(const std::string& command, const ReplayOptions& options, Observer* observer = nullptr);
 
 }  // namespace desk

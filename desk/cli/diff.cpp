@@ -10,7 +10,6 @@
 #include "desk/cli/commands.h"
 #include "desk/dump/dump_reader.h"
 #include "desk/report/results.h"
-#include "desk/run/exit_code.h"
 
 namespace desk {
 namespace {
@@ -139,14 +138,13 @@ int RunDiff(const DiffOptions& options) {
 
 }  // namespace
 
-void AddDiff(CLI::App& app, ChosenCommand& chosen) {
-    CLI::App& command = AddCommand(app, "diff", "Compares two dumps line by line and value by value.",
-                                   "dewarp-desk diff device/Warp2_Grid_20261115_171203.txt desk/grids.txt");
-    auto options = std::make_shared<DiffOptions>();
-    command.add_option("DUMP", options->dumps, "two dumps of one kind")->required()->group(Inputs);
-    AddJson(command, options->json);
-    AddOverwrite(command, options->overwrite);
-    command.callback([options, &chosen] { chosen = [options] { return RunDiff(*options); }; });
+void AddDiff(CLI::App& app, int& status) {
+    auto [command, options] = AddCommand<DiffOptions>(
+        app, "diff", "Compares two dumps line by line and value by value.",
+        "dewarp-desk diff device/Warp2_Grid_20261115_171203.txt desk/grids.txt", status, RunDiff);
+    command.add_option("DUMP", options.dumps, "two dumps of one kind")->required()->group(Inputs);
+    AddJson(command, options.json);
+    AddOverwrite(command, options.overwrite);
 }
 
 }  // namespace desk

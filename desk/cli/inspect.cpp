@@ -1,14 +1,12 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <memory>
 
 #include "desk/cli/commands.h"
 #include "desk/dump/dump_checks.h"
 #include "desk/output/output.h"
 #include "desk/report/chart.h"
 #include "desk/report/results.h"
-#include "desk/run/exit_code.h"
 #include "desk/warp/sizing.h"
 
 namespace desk {
@@ -34,27 +32,20 @@ WarpSizes SizesOf(const InspectOptions& options) {
 }
 
 std::string MarginPicture(const DumpCheck& check) {
-    Chart chart{"margin used on each side", "pixels", {}};
-    for (const Side side : {Left, Top, Right, Bottom}) {
-        ChartLine line{SideNames[side], {}};
-        for (const DumpFrame& frame : check.frames) {
-            line.values.push_back((*frame.used)[side]);
-        }
-        chart.lines.push_back(std::move(line));
+    std::vector<SideUse> used;
+    for (const DumpFrame& frame : check.frames) {
+        used.push_back(*frame.used);
     }
     const cv::Size margin = check.sizes.input - check.sizes.output;
-    for (const auto& [name, pixels] :
-         {std::pair("horizontal margin", margin.width), {"vertical margin", margin.height}}) {
-        chart.lines.push_back({name, std::vector<double>(check.frames.size(), pixels / 2.0), true});
-    }
-    return Draw(chart);
+    return DrawMargin("margin used on each side", "pixels", {Left, Top, Right, Bottom}, used,
+                      {{"horizontal margin", margin.width / 2.0}, {"vertical margin", margin.height / 2.0}});
 }
 
 void WritePictures(const InspectOptions& options, const std::filesystem::path& dump, const DumpCheck& check) {
     if (options.pictures.empty() || check.frames.empty()) {
         return;
     }
-    MakeFolder(options.pictures);
+    const Folder folder(options.pictures);
     const std::string stem = (options.pictures / dump.stem()).string();
     const std::string title = fmt::format("{}, line {}", dump.filename().string(), check.pointsLine);
     const cv::Size2d frame = check.kind == DumpKind::Grid ? cv::Size2d(check.sizes.input) : cv::Size2d();
@@ -115,19 +106,18 @@ int RunInspect(const InspectOptions& options) {
 
 }  // namespace
 
-void AddInspect(CLI::App& app, ChosenCommand& chosen) {
-    CLI::App& command =
-        AddCommand(app, "inspect", "Looks for faults in the node's grid and mesh dumps.",
-                   "dewarp-desk inspect Warp2_Grid_20261115_171203.txt --size 1920x1080 --margin 0.2");
-    auto options = std::make_shared<InspectOptions>();
-    command.add_option("DUMP", options->dumps, "dumps of any kind")->required()->group(Inputs);
-    CLI::Option* const size = AddSize(command, options->size);
-    AddMargin(command, options->margin)->needs(size);
-    AddOutput(command, "--pictures", Makes::Folder, options->pictures,
+void AddInspect(CLI::App& app, int& status) {
+    auto [command, options] = AddCommand<InspectOptions>(
+        app, "inspect", "Looks for faults in the node's grid and mesh dumps.",
+        "dewarp-desk inspect Warp2_Grid_20261115_171203.txt --size 1920x1080 --margin 0.2", status,
+        RunInspect);
+    command.add_option("DUMP", options.dumps, "dumps of any kind")->required()->group(Inputs);
+    CLI::Option* const size = AddSize(command, options.size);
+    AddMargin(command, options.margin)->needs(size);
+    AddOutput(command, "--pictures", MakesFolder, options.pictures,
               "for pictures of the mesh and of margin use");
-    AddJson(command, options->json);
-    AddOverwrite(command, options->overwrite);
-    command.callback([options, &chosen] { chosen = [options] { return RunInspect(*options); }; });
+    AddJson(command, options.json);
+    AddOverwrite(command, options.overwrite);
 }
 
 }  // namespace desk

@@ -1,16 +1,20 @@
+#include <fcntl.h>
 #include <fmt/format.h>
+#include <unistd.h>
 
+#include <cerrno>
+#include <cstdio>
 #include <exception>
+#include <stdexcept>
 
 #include "desk/base/usage_error.h"
 #include "desk/cli/commands.h"
-#include "desk/run/exit_code.h"
-#include "desk/run/progress.h"
+#include "desk/output/output.h"
 
 namespace desk {
 namespace {
 
-using AddCommandTo = void (*)(CLI::App&, ChosenCommand&);
+using AddCommandTo = void (*)(CLI::App&, int&);
 constexpr AddCommandTo Commands[] = {AddStabilise, AddReplay, AddInspect, AddVerify, AddDiff, AddSynth};
 
 int Run(int argc, char** argv) {
@@ -26,22 +30,34 @@ int Run(int argc, char** argv) {
                                ? "expected a command: stabilise, replay, inspect, verify, diff or synth"
                                : error.what());
     });
-    ChosenCommand chosen;
+    int status = Done;
     for (const AddCommandTo add : Commands) {
-        add(app, chosen);
+        add(app, status);
     }
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? Done : WrongUse;
     }
-    RequireOutputs(*app.get_subcommands().front());
-    CatchInterrupts();
-    return chosen();
+    // What was told on stdout has to arrive there.
+    if (std::fflush(stdout) != 0) {
+        throw std::runtime_error("stdout cannot be written: " + ReasonText(errno));
+    }
+    return status;
+}
+
+/// Files that the run opens must not get the numbers of streams that its caller closed. Writing to such a
+/// stdout has to fail; what goes to such a stderr nobody wants.
+void HoldStreams() {
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(stream, F_GETFD) == -1) {
+            static_cast<void>(open("/dev/null", stream == STDERR_FILENO ? O_WRONLY : O_RDONLY));
+        }
+    }
 }
 
 int Fail(ExitCode code, const std::exception& error) {
-    fmt::print(stderr, "dewarp-desk: {}\n", error.what());
+    static_cast<void>(std::fputs(fmt::format("dewarp-desk: {}\n", error.what()).c_str(), stderr));
     return code;
 }
 
@@ -49,6 +65,7 @@ int Fail(ExitCode code, const std::exception& error) {
 }  // namespace desk
 
 int main(int argc, char** argv) {
+    desk::HoldStreams();
     try {
         return desk::Run(argc, argv);
     } catch (const desk::UsageError& error) {

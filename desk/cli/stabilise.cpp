@@ -1,18 +1,17 @@
 #include <algorithm>
 #include <cmath>
-#include <memory>
 #include <optional>
 
+#include "desk/base/usage_error.h"
 #include "desk/cli/commands.h"
 #include "desk/motion/motion_estimator.h"
 #include "desk/motion/steady_camera.h"
-#include "desk/run/pipeline.h"
 
 namespace desk {
 namespace {
 
 struct StabiliseOptions : RunOptions {
-    int64_t window = 30;
+    std::optional<size_t> window;  ///< frames that the look-ahead node sees ahead
     std::optional<cv::Size> size;  ///< of the output, pixels
     std::optional<Margin> margin;  ///< fractions of the output
 };
@@ -40,31 +39,35 @@ CameraResult ResultOf(const FramePose& pose, const FramePose& last) {
 /// Every frame is read and its motion estimated, and `window` frames later it is shown from where the steady
 /// camera then looks.
 int RunStabilise(const StabiliseOptions& options) {
-    const int64_t window = options.variant == Variant::LookAhead ? options.window : 0;
+    constexpr size_t UsualWindow = 30;
+    if (options.window && options.variant != Variant::LookAhead) {
+        throw UsageError("--window is of the look-ahead node; expected --variant lookahead with it");
+    }
+    const size_t window = options.variant == Variant::LookAhead ? options.window.value_or(UsualWindow) : 0;
     ClipReader reader(options.clip, options.frames, options.onDamage);
     const NodeSizing sizing = ChooseSizing(options, reader.Format().size);
     Pipeline pipeline("stabilise", options, reader, sizing, window);
     MotionEstimator motion;
-    SteadyCamera camera(options.variant, window, InputFor(sizing.output, sizing.margin), sizing.output);
+    SteadyCamera camera(options.variant, static_cast<int64_t>(window), InputFor(sizing.output, sizing.margin),
+                        sizing.output);
     std::optional<SteadyCamera::View> last;
     const auto show = [&] {
-        const int64_t frame = pipeline.Shown();
         const SteadyCamera::View view = camera.Next();
         last = last.value_or(view);
-        pipeline.Show(static_cast<uint64_t>(pipeline.Number(frame) + 1), view.grid,
+        pipeline.Show(static_cast<uint64_t>(pipeline.Next() + 1), view.grid,
                       {{ResultOf(view.shaky, last->shaky), ResultOf(view.steady, last->steady)}});
         last = view;
     };
     while (pipeline.Read()) {
         {
             const StageTimer timer(pipeline.Results(), Stage::Estimate);
-            camera.Add(motion.Add(pipeline.Input(pipeline.Taken() - 1).luma));
+            camera.Add(motion.Add(pipeline.Newest().luma));
         }
-        if (pipeline.Taken() - pipeline.Shown() > window) {
+        if (pipeline.Held() > window) {
             show();
         }
     }
-    while (pipeline.Shown() < pipeline.Taken() && !Interrupted()) {
+    while (pipeline.Held() > 0 && !Interrupted()) {
         show();
     }
     return pipeline.Finish();
@@ -72,22 +75,21 @@ int RunStabilise(const StabiliseOptions& options) {
 
 }  // namespace
 
-void AddStabilise(CLI::App& app, ChosenCommand& chosen) {
-    CLI::App& command =
-        AddCommand(app, "stabilise", "Steadies a clip through the node.",
-                   "dewarp-desk stabilise walk.mp4 -o steady.mp4 --variant lookahead --compare");
-    const auto options = std::make_shared<StabiliseOptions>();
-    command.add_option("CLIP", options->clip, "any clip that FFmpeg reads, or a folder of pictures")
+void AddStabilise(CLI::App& app, int& status) {
+    auto [command, options] = AddCommand<StabiliseOptions>(
+        app, "stabilise", "Steadies a clip through the node.",
+        "dewarp-desk stabilise walk.mp4 -o steady.mp4 --variant lookahead --compare", status, RunStabilise);
+    command.add_option("CLIP", options.clip, "any clip that FFmpeg reads, or a folder of pictures")
         ->required()
         ->group(Inputs);
-    command.add_option("--window", options->window, "frames that the look-ahead node sees ahead")
-        ->check(CLI::Range(1, 300))
-        ->capture_default_str();
-    AddSize(command, options->size);
-    AddMargin(command, options->margin);
-    AddNodeOptions(command, *options);
-    AddRecordingOptions(command, *options);
-    command.callback([&chosen, options] { chosen = [options] { return RunStabilise(*options); }; });
+    command
+        .add_option("--window", options.window,
+                    "frames that the look-ahead node sees ahead, with --variant lookahead [30]")
+        ->check(CLI::Range(1, 300));
+    AddSize(command, options.size);
+    AddMargin(command, options.margin);
+    AddNodeOptions(command, options);
+    AddRecordingOptions(command, options);
 }
 
 }  // namespace desk

@@ -1,7 +1,6 @@
 #include <fmt/format.h>
 
 #include <fstream>
-#include <memory>
 #include <opencv2/imgcodecs.hpp>
 #include <optional>
 
@@ -11,8 +10,6 @@
 #include "desk/clip/clip_writer.h"
 #include "desk/dump/dump_line.h"
 #include "desk/output/output.h"
-#include "desk/run/exit_code.h"
-#include "desk/run/progress.h"
 #include "desk/synth/scene.h"
 #include "desk/synth/shaky_camera.h"
 #include "desk/warp/sizing.h"
@@ -23,10 +20,10 @@ namespace {
 
 struct SynthOptions {
     std::filesystem::path photo;
-    FrameRange frames;  ///< of a clip
-    double framesPerSecond = 30;
-    std::optional<cv::Size> size;  ///< of the output, pixels
-    std::optional<Margin> margin;  ///< fractions of the output
+    FrameRange frames;                      ///< of a clip
+    std::optional<double> framesPerSecond;  ///< of what is filmed of a photograph
+    std::optional<cv::Size> size;           ///< of the output, pixels
+    std::optional<Margin> margin;           ///< fractions of the output
     Shake shake;
     int length = 96;
     std::filesystem::path out;
@@ -41,11 +38,22 @@ class World {
 public:
     explicit World(const SynthOptions& options)
         : photo_(cv::imread(options.photo.string(), cv::IMREAD_COLOR)) {
-        format_.rateNumerator = static_cast<int>(options.framesPerSecond * 1000);
-        format_.rateDenominator = 1000;
         if (photo_.empty()) {
-            clip_ = std::make_unique<ClipReader>(options.photo, options.frames);
+            clip_.emplace(options.photo, options.frames);
             format_ = clip_->Format();
+            picture_ = Nv12(format_.size / 2 * 2);
+        } else {
+            constexpr double UsualRate = 30;
+            format_.rateNumerator = static_cast<int>(options.framesPerSecond.value_or(UsualRate) * 1000);
+            format_.rateDenominator = 1000;
+        }
+        const FrameRange all;
+        if (clip_ && options.framesPerSecond) {
+            throw UsageError(options.photo.string() +
+                             " is a clip and has a rate of its own; expected no --fps with it");
+        }
+        if (!clip_ && (options.frames.first != all.first || options.frames.end != all.end)) {
+            throw UsageError(options.photo.string() + " is a photograph; expected no --frames with it");
         }
     }
 
@@ -58,19 +66,19 @@ public:
 
     /// The next picture, 8-bit BGR; empty at the clip's end.
     cv::Mat Next() {
-        if (clip_ == nullptr) {
+        if (!clip_) {
             return photo_;
         }
-        Nv12 picture(clip_->Format().size / 2 * 2);
-        return clip_->Read(picture) ? ReadNv12(picture) : cv::Mat();
+        return clip_->Read(picture_) ? ReadNv12(picture_) : cv::Mat();
     }
     bool StandsStill() const {
-        return clip_ == nullptr;
+        return !clip_;
     }
 
 private:
     cv::Mat photo_;
-    std::unique_ptr<ClipReader> clip_;
+    std::optional<ClipReader> clip_;  ///< none of a photograph
+    Nv12 picture_{cv::Size()};        ///< of the clip
     ClipFormat format_;
 };
 
@@ -107,7 +115,7 @@ int RunSynth(const SynthOptions& options) {
                       MakeGrid(input, [&](cv::Point2d q) { return camera.FrameOf(done, q); }));
         progress.Step(done + 1);
     }
-    progress.Finish(done);
+    progress.Step(done, true);
     if (InterruptedAtOnce(done)) {
         return WasInterrupted;
     }
@@ -130,9 +138,8 @@ void AddShakeOptions(CLI::App& command, SynthOptions& options) {
     command.add_option("--length", options.length, "frames to make")
         ->check(CLI::Range(1, 1000000))
         ->capture_default_str();
-    command.add_option("--fps", options.framesPerSecond, "frames per second, when PHOTO is no clip")
-        ->check(CLI::Range(1.0, 1000.0))
-        ->capture_default_str();
+    command.add_option("--fps", options.framesPerSecond, "frames per second, when PHOTO is no clip [30]")
+        ->check(CLI::Range(1.0, 1000.0));
     command
         .add_option("--shake", options.shake.strength,
                     "strength of the shake; 1 is a hand that tries to hold still")
@@ -147,27 +154,25 @@ void AddShakeOptions(CLI::App& command, SynthOptions& options) {
 
 }  // namespace
 
-void AddSynth(CLI::App& app, ChosenCommand& chosen) {
-    CLI::App& command = AddCommand(
+void AddSynth(CLI::App& app, int& status) {
+    auto [command, options] = AddCommand<SynthOptions>(
         app, "synth",
         "Makes a shaky clip, the grids that steady it, and the clip of a camera that stands still.",
         "dewarp-desk synth photo.jpg -o shaky.mkv --grids grids.txt --truth truth.mkv --size 1280x720 "
-        "--length 120");
-    const auto options = std::make_shared<SynthOptions>();
-    command.add_option("PHOTO", options->photo, "photograph to film, or a clip")->required()->group(Inputs);
-    AddFrames(command, options->frames);
-    AddSize(command, options->size);
-    AddMargin(command, options->margin);
-    AddShakeOptions(command, *options);
-    AddOutput(command, "-o,--out", Makes::Clip, options->out, "the shaky clip, as large as the node's input")
+        "--length 120",
+        status, RunSynth);
+    command.add_option("PHOTO", options.photo, "photograph to film, or a clip")->required()->group(Inputs);
+    AddFrames(command, options.frames);
+    AddSize(command, options.size);
+    AddMargin(command, options.margin);
+    AddShakeOptions(command, options);
+    AddOutput(command, "-o,--out", MakesClip, options.out, "the shaky clip, as large as the node's input")
         ->required();
-    AddOutput(command, "--grids", Makes::File, options->grids, "the grids, as a grid dump")->required();
-    AddOutput(command, "--truth", Makes::Clip, options->truth,
-              "the steady clip, as large as the node's output")
+    AddOutput(command, "--grids", MakesFile, options.grids, "the grids, as a grid dump")->required();
+    AddOutput(command, "--truth", MakesClip, options.truth, "the steady clip, as large as the node's output")
         ->required();
-    AddProgress(command, options->progress);
-    AddOverwrite(command, options->overwrite);
-    command.callback([&chosen, options] { chosen = [options] { return RunSynth(*options); }; });
+    AddProgress(command, options.progress);
+    AddOverwrite(command, options.overwrite);
 }
 
 }  // namespace desk

@@ -42,22 +42,13 @@ void AddChoice(CLI::App& command, const std::string& name, const std::string& de
 
 // What the help calls outputs tells RequireOutputs what they are.
 constexpr const char* Outputs = "Outputs";
-constexpr const char* KindNames[] = {"FILE", "CLIP", "FOLDER"};  // by Makes
 const std::vector<std::string> Stdout = {"-"};
 
 }  // namespace
 
-CLI::App& AddCommand(CLI::App& app, const std::string& name, const std::string& description,
-                     const std::string& example) {
-    CLI::App& command = *app.add_subcommand(name, description);
-    command.footer("Example:\n  " + example);
-    return command;
-}
-
-CLI::Option* AddOutput(CLI::App& command, const std::string& name, Makes kind, std::filesystem::path& place,
-                       const std::string& description) {
-    const char* type = KindNames[static_cast<size_t>(kind)];
-    return command.add_option(name, place, description)->group(Outputs)->type_name(type);
+CLI::Option* AddOutput(CLI::App& command, const std::string& name, const char* kind,
+                       std::filesystem::path& place, const std::string& description) {
+    return command.add_option(name, place, description)->group(Outputs)->type_name(kind);
 }
 
 CLI::Option* AddSize(CLI::App& command, std::optional<cv::Size>& size) {
@@ -107,7 +98,7 @@ void AddProgress(CLI::App& command, ProgressKind& progress) {
 }
 
 void AddJson(CLI::App& command, std::filesystem::path& json) {
-    AddOutput(command, "--json", Makes::File, json, "the results; - for stdout");
+    AddOutput(command, "--json", MakesFile, json, "the results; - for stdout");
 }
 
 void AddOverwrite(CLI::App& command, bool& overwrite) {
@@ -130,18 +121,18 @@ void AddNodeOptions(CLI::App& command, RunOptions& options) {
         command, "--log-level", "of the node's log", options.luxBits,
         {{"none", 0}, {"error", 1}, {"warning", 1 | 2}, {"info", 1 | 2 | 8}, {"verbose", 1 | 2 | 8 | 32}});
     AddFrames(command, options.frames);
-    AddOutput(command, "--dump-dir", Makes::Folder, options.dumpDir,
+    AddOutput(command, "--dump-dir", MakesFolder, options.dumpDir,
               "for the node's dump files; switches them on");
     AddJson(command, options.json);
-    AddOutput(command, "--report", Makes::Folder, options.report, "for a report as HTML and JSON");
+    AddOutput(command, "--report", MakesFolder, options.report, "for a report as HTML and JSON");
     AddProgress(command, options.progress);
     AddOverwrite(command, options.overwrite);
 }
 
 void AddRecordingOptions(CLI::App& command, RunOptions& options) {
-    AddOutput(command, "-o,--out", Makes::Clip, options.out, "the output: .mp4, .mkv, .y4m, or a folder")
+    AddOutput(command, "-o,--out", MakesClip, options.out, "the output: .mp4, .mkv, .y4m, or a folder")
         ->required();
-    AddOutput(command, "--before", Makes::Clip, options.before, "what is seen without the node");
+    AddOutput(command, "--before", MakesClip, options.before, "what is seen without the node");
     command.add_flag("--compare", options.compare, "write before and after side by side");
     auto* const truth =
         command
@@ -166,9 +157,9 @@ void RequireOutputs(const CLI::App& command) {
         } else if (option->check_lname("report") && !names.empty()) {
             std::transform(ReportFiles.begin(), ReportFiles.end(), std::back_inserter(outputs),
                            [&](const char* name) { return std::filesystem::path(names.back()) / name; });
-        } else if (option->get_group() == Outputs && kind != KindNames[2] && names != Stdout) {
+        } else if (option->get_group() == Outputs && kind != MakesFolder && names != Stdout) {
             outputs.insert(outputs.end(), names.begin(), names.end());
-            files.insert(files.end(), names.begin(), kind == KindNames[0] ? names.end() : names.begin());
+            files.insert(files.end(), names.begin(), kind == MakesFile ? names.end() : names.begin());
         }
     }
     RequireApart(inputs, outputs);

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <filesystem>
-#include <functional>
 #include <string>
 
 #include "desk/run/settings.h"
@@ -13,22 +12,16 @@ class Option;
 
 namespace desk {
 
-/// What the command line asks for; returns the exit code. Set by the subcommand that was named.
-using ChosenCommand = std::function<int()>;
-
 /// The group of options, in the help too, that name what a command reads.
 constexpr const char* Inputs = "Inputs";
 
-/// Adds a subcommand with its example, which is shown below the help.
-CLI::App& AddCommand(CLI::App& app, const std::string& name, const std::string& description,
-                     const std::string& example);
-
 // Each adds an option, or some that belong together, to a subcommand. What is read into outlives the parsing.
 
-/// The name of something that the command makes. A folder that it puts files into may hold others.
-enum class Makes { File, Clip, Folder };
-CLI::Option* AddOutput(CLI::App& command, const std::string& name, Makes kind, std::filesystem::path& place,
-                       const std::string& description);
+/// What a command makes, as its help says. A folder that it puts files into may hold others.
+constexpr const char *MakesFile = "FILE", *MakesClip = "CLIP", *MakesFolder = "FOLDER";
+/// The name of something that the command makes.
+CLI::Option* AddOutput(CLI::App& command, const std::string& name, const char* kind,
+                       std::filesystem::path& place, const std::string& description);
 CLI::Option* AddSize(CLI::App& command, std::optional<cv::Size>& size);
 CLI::Option* AddMargin(CLI::App& command, std::optional<Margin>& margin);
 void AddFrames(CLI::App& command, FrameRange& frames);

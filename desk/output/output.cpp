@@ -173,6 +173,15 @@ void RequireApart(const std::vector<Path>& inputs, const std::vector<Path>& outp
                                          other->second));
         }
     }
+    for (const Path& output : outputs) {
+        const Path folder = Whole(output) / "";
+        // What lies in it follows it in order.
+        const auto inner = taken.lower_bound(folder);
+        if (inner != taken.end() && inner->first.string().rfind(folder.string(), 0) == 0) {
+            throw UsageError(fmt::format("{}, which is {}, lies in {}; expected another name for the output",
+                                         inner->first.string(), inner->second, output.string()));
+        }
+    }
 }
 
 Output::Output(std::filesystem::path place, Kind kind, bool overwrite)
@@ -181,7 +190,7 @@ Output::Output(std::filesystem::path place, Kind kind, bool overwrite)
         place_ = place_.parent_path();
     }
     if (kind == Kind::DumpFolder) {
-        MakeFolder(place_);
+        folder_.emplace(place_);
         work_ = MakeBeside(place_ / "dumps", true);
         return;
     }
@@ -243,11 +252,21 @@ void WriteWhole(const std::filesystem::path& file, const std::string& bytes, boo
     output.Publish();
 }
 
-void MakeFolder(const std::filesystem::path& folder) {
+Folder::Folder(const Path& place) : Folder() {
+    for (Path missing = place; !missing.empty() && !IsThere(missing); missing = missing.parent_path()) {
+        made_.push_back(missing);
+    }
     std::error_code error;
-    std::filesystem::create_directories(folder, error);
+    std::filesystem::create_directories(place, error);
     if (error) {
-        Fail(folder, "made", error.value());
+        Fail(place, "made", error.value());
+    }
+}
+
+Folder::~Folder() {
+    for (const Path& made : made_) {
+        std::error_code isFull;
+        std::filesystem::remove(made, isFull);
     }
 }
 

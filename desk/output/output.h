@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -9,9 +10,26 @@ namespace desk {
 /// Throws UsageError when the file or folder exists and may not be overwritten.
 void RequireFree(const std::filesystem::path& place, bool overwrite);
 
-/// Throws UsageError when an output has the name of something that is read, or of another output.
+/// Throws UsageError when an output has the name of something that is read, or of another output, or when
+/// one of these lies in it.
 void RequireApart(const std::vector<std::filesystem::path>& inputs,
                   const std::vector<std::filesystem::path>& outputs);
+
+/// A folder, made with those that it lies in unless they are there. What was made of them and is empty in the
+/// end goes again.
+class Folder {
+public:
+    /// Throws std::runtime_error.
+    explicit Folder(const std::filesystem::path& place);
+    ~Folder();
+    Folder(const Folder&) = delete;
+    Folder& operator=(const Folder&) = delete;
+
+private:
+    Folder() = default;
+
+    std::vector<std::filesystem::path> made_;  ///< the innermost first
+};
 
 /// A file, a folder of numbered pictures, or files for a folder of dumps, which keeps those it has. What is
 /// made appears under its name when it is complete; until then it grows beside it under a name that nothing
@@ -44,6 +62,7 @@ public:
 
 private:
     std::filesystem::path place_;
+    std::optional<Folder> folder_;  ///< of dumps
     std::filesystem::path work_;
     Kind kind_;
     bool overwrite_;
@@ -51,9 +70,6 @@ private:
 
 /// Writes a file that is complete or not there. Throws as Output does; std::runtime_error.
 void WriteWhole(const std::filesystem::path& file, const std::string& bytes, bool overwrite);
-
-/// Makes a folder, and those that it lies in, unless it is there. Throws std::runtime_error.
-void MakeFolder(const std::filesystem::path& folder);
 
 /// An error of the system, as errno has it, in words: what it is, and what was expected of the place instead.
 std::string ReasonText(int error);

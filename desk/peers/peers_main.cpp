@@ -23,10 +23,11 @@ constexpr float Deviation = 15;  // frames; the module's own choice, the root of
 class ClipSource : public cv::videostab::IFrameSource {
 public:
     explicit ClipSource(std::string clip) : clip_(std::move(clip)) {
-        Open();
+        ClipSource::reset();
     }
-    void reset() override {
-        Open();
+    void reset() final {
+        reader_ = std::make_unique<ClipReader>(clip_, FrameRange{});
+        picture_ = Nv12(reader_->Format().size);
     }
     cv::Mat nextFrame() override {
         return reader_->Read(picture_) ? ReadNv12(picture_) : cv::Mat();
@@ -36,11 +37,6 @@ public:
     }
 
 private:
-    void Open() {
-        reader_ = std::make_unique<ClipReader>(clip_, FrameRange{});
-        picture_ = Nv12(reader_->Format().size);
-    }
-
     std::string clip_;
     std::unique_ptr<ClipReader> reader_;
     Nv12 picture_{cv::Size(2, 2)};

@@ -124,6 +124,22 @@ std::string Draw(const Chart& chart) {
         fmt::format("{}{}<text x='{}' y='42'>{}</text>\n", Axes(scale), curves, Plot.x - 20, legend));
 }
 
+std::string DrawMargin(const std::string& title, const std::string& unit, const std::vector<Side>& sides,
+                       const std::vector<SideUse>& used,
+                       const std::vector<std::pair<std::string, double>>& margins) {
+    Chart chart{title, unit, {}};
+    for (const Side side : sides) {
+        ChartLine& line = chart.lines.emplace_back(ChartLine{SideNames[side], {}});
+        for (const SideUse& frame : used) {
+            line.values.push_back(frame[side]);
+        }
+    }
+    for (const auto& [name, pixels] : margins) {
+        chart.lines.push_back({name, std::vector<double>(used.size(), pixels), true});
+    }
+    return Draw(chart);
+}
+
 std::string DrawMesh(const std::string& title, const std::vector<cv::Point2d>& vertices, size_t columns,
                      cv::Size2d frame) {
     constexpr double Top = 26;

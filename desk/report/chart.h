@@ -2,7 +2,10 @@
 
 #include <opencv2/core.hpp>
 #include <string>
+#include <utility>
 #include <vector>
+
+#include "desk/warp/warp_map.h"
 
 namespace desk {
 
@@ -24,6 +27,12 @@ struct Chart {
 
 /// The lines over the frames, from 0, as SVG, which may stand in a page or be a file.
 std::string Draw(const Chart& chart);
+
+/// Likewise what frames use of the margin on some of the sides, and the margins that there are, with their
+/// names: pixels on a side.
+std::string DrawMargin(const std::string& title, const std::string& unit, const std::vector<Side>& sides,
+                       const std::vector<SideUse>& used,
+                       const std::vector<std::pair<std::string, double>>& margins);
 
 /// Likewise the mesh of the vertices, row by row, and the frame that it reads from, a rectangle about 0; an
 /// empty one is left out. What is right and down in the values is so in the picture.

@@ -3,10 +3,12 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+#include <vector>
 
 #include "desk/output/output.h"
 #include "desk/report/chart.h"
-#include "desk/report/pictures.h"
 
 extern "C" {
 #include <libavutil/base64.h>
@@ -14,6 +16,23 @@ extern "C" {
 
 namespace desk {
 namespace {
+
+const cv::Scalar BarColour(32, 32, 32);
+
+/// The picture over a bar of the same width with the text in it.
+cv::Mat Captioned(const cv::Mat& picture, const std::string& text) {
+    constexpr int Font = cv::FONT_HERSHEY_SIMPLEX;
+    constexpr double Size = 0.6;
+    constexpr int BarHeight = 36;
+    constexpr int Border = 12;
+    const int width = std::max(cv::getTextSize(text, Font, Size, 1, nullptr).width, 1);
+    const double fit = std::min(1.0, static_cast<double>(picture.cols - 2 * Border) / width);
+    cv::Mat whole;
+    cv::copyMakeBorder(picture, whole, 0, BarHeight, 0, 0, cv::BORDER_CONSTANT, BarColour);
+    cv::putText(whole, text, {Border, whole.rows - Border}, Font, Size * fit, cv::Scalar::all(230), 1,
+                cv::LINE_AA);
+    return whole;
+}
 
 constexpr const char* Style =
     "body{font-family:sans-serif;max-width:1000px;margin:1.5em auto;padding:0 1em;color:#222}"
@@ -89,19 +108,16 @@ std::string CameraChart(const RunResults& results, const char* title, const char
     return Draw(chart);
 }
 
-std::string MarginChart(const RunResults& results, const char* title, Side first, Side last) {
-    Chart chart{title, "input pixels", {}};
-    for (const Side side : {first, last}) {
-        ChartLine line{SideNames[side], {}};
-        for (const FrameResult& frame : results.frames) {
-            line.values.push_back(frame.marginUsed[side]);
-        }
-        chart.lines.push_back(std::move(line));
+std::string MarginCharts(const RunResults& results) {
+    std::vector<SideUse> used;
+    for (const FrameResult& frame : results.frames) {
+        used.push_back(frame.marginUsed);
     }
     const cv::Size margin = results.facts.inputSize - results.facts.outputSize;
-    const double limit = (first == Left ? margin.width : margin.height) / 2.0;
-    chart.lines.push_back({"negotiated", std::vector<double>(results.frames.size(), limit), true});
-    return Draw(chart);
+    return DrawMargin("horizontal margin used on each side", "input pixels", {Left, Right}, used,
+                      {{"negotiated", margin.width / 2.0}}) +
+           DrawMargin("vertical margin used on each side", "input pixels", {Top, Bottom}, used,
+                      {{"negotiated", margin.height / 2.0}});
 }
 
 std::string Section(const std::string& title, const std::string& content) {
@@ -121,43 +137,51 @@ std::string Findings(const RunResults& results) {
 std::string Page(const RunResults& results) {
     const std::string title =
         Escaped(fmt::format("dewarp-desk {} {}", results.facts.command, results.facts.clip));
-    Json run = ToJson(results.facts);
-    run["frame_count"] = results.frames.size();
-    if (results.reference) {
-        run["worst_frame"] = results.worstFrame;
+    const Json all = ToJson(results);
+    const auto part = [&all](const char* name) { return Table(all.value(name, Json::object())); };
+    Json run = Json::object();  // what is one value, or a size
+    for (const auto& [name, value] : all.items()) {
+        if (name != "schema" && (value.is_primitive() || value.contains("width"))) {
+            run[name] = value;
+        }
     }
-    const auto camera = [&results](const char* name, const char* unit, double CameraResult::*value) {
-        return CameraChart(results, name, unit, value);
-    };
     return fmt::format(
                "<!DOCTYPE html>\n<html lang='en'><head><meta charset='utf-8'><title>{0}</title>"
                "<style>{1}</style></head>\n<body>\n<h1>{0}</h1>\n",
                title, Style) +
            Table(run) + Section("Before and after", Image(results.beforeAfter, ".jpg")) +
            Section("Errors in the worst frame", Image(results.heatMap, ".png")) +
-           Section("Camera", camera("camera path, across", "input pixels", &CameraResult::x) +
-                                 camera("camera path, down", "input pixels", &CameraResult::y) +
-                                 camera("camera roll", "radians", &CameraResult::roll)) +
+           Section("Camera", CameraChart(results, "camera path, across", "input pixels", &CameraResult::x) +
+                                 CameraChart(results, "camera path, down", "input pixels", &CameraResult::y) +
+                                 CameraChart(results, "camera roll", "radians", &CameraResult::roll)) +
            Section("Motion between frames",
-                   (results.motion ? Table(ToJson(*results.motion)) : "") +
-                       camera("way of the camera from frame to frame", "input pixels", &CameraResult::step)) +
-           Section("Margin", Table(MarginUse(results)) +
-                                 MarginChart(results, "horizontal margin used on each side", Left, Right) +
-                                 MarginChart(results, "vertical margin used on each side", Top, Bottom)) +
-           Section("Quality", (results.truth ? Table(Psnr(*results.truth)) : "") +
-                                  (results.reference ? Table(Planes(*results.reference)) : "")) +
-           Section("Time per frame", Table(StageTimes(results))) +
-           Section("Counters", Table(ToJson(results.counters))) + Section("Findings", Findings(results)) +
-           "</body></html>\n";
+                   part("motion_px_rms") + CameraChart(results, "way of the camera from frame to frame",
+                                                       "input pixels", &CameraResult::step)) +
+           Section("Margin", part("margin_use") + MarginCharts(results)) +
+           Section("Quality", part("psnr_db") + part("planes")) +
+           Section("Time per frame", part("stage_ms")) + Section("Counters", part("counters")) +
+           Section("Findings", Findings(results)) + "</body></html>\n";
 }
 
 }  // namespace
 
-void PrepareReport(const std::filesystem::path& folder, bool overwrite) {
-    MakeFolder(folder);
-    for (const char* name : ReportFiles) {
-        RequireFree(folder / name, overwrite);
-    }
+cv::Mat BeforeAfter(const cv::Mat& before, const std::string& beforeCaption, const cv::Mat& after,
+                    const std::string& afterCaption, const std::string& credit) {
+    constexpr double MinWidth = 480;  // the captions need it
+    const double scale = std::max(0.5, MinWidth / before.cols);
+    cv::Mat left;
+    cv::Mat right;
+    cv::resize(before, left, {}, scale, scale, cv::INTER_AREA);
+    cv::resize(after, right, {}, scale, scale, cv::INTER_AREA);
+    cv::Mat row;
+    cv::hconcat(Captioned(left, beforeCaption), Captioned(right, afterCaption), row);
+    return credit.empty() ? row : Captioned(row, credit);
+}
+
+std::string Encoded(const cv::Mat& picture, const std::string& extension) {
+    std::vector<unsigned char> bytes;
+    cv::imencode(extension, picture, bytes, {cv::IMWRITE_JPEG_QUALITY, 90});
+    return {bytes.begin(), bytes.end()};
 }
 
 void WriteReport(const RunResults& results, const std::filesystem::path& folder, bool overwrite) {

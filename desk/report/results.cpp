@@ -57,40 +57,6 @@ Json Plane(const PlaneMeter& meter) {
             {"share_within_limit", meter.ShareWithinLimit()}};
 }
 
-}  // namespace
-
-double Percentile(std::vector<double> values, double percent) {
-    const double rank = std::ceil(percent / 100 * static_cast<double>(values.size()));
-    const auto found = values.begin() + static_cast<std::ptrdiff_t>(rank) - 1;
-    std::nth_element(values.begin(), found, values.end());
-    return *found;
-}
-
-Json ToJson(const RunFacts& facts) {
-    return {{"command", facts.command},
-            {"clip", facts.clip},
-            {"output", facts.output},
-            {"credit", facts.credit},
-            {"variant", facts.variant},
-            {"gl_renderer", facts.glRenderer},
-            {"library", facts.library},
-            {"input_size", ToJson(facts.inputSize)},
-            {"output_size", ToJson(facts.outputSize)},
-            {"crop", static_cast<double>(facts.outputSize.area()) / facts.inputSize.area()},
-            {"frames_per_second", facts.framesPerSecond}};
-}
-
-Json ToJson(const RunCounters& counters) {
-    return {{"imports", counters.imports},
-            {"cache_hits", counters.cacheHits},
-            {"live_images", counters.liveImages},
-            {"open_fds", counters.openDescriptors}};
-}
-
-Json ToJson(const Change<double>& motion) {
-    return {{"before", motion.before}, {"after", motion.after}};
-}
-
 Json StageTimes(const RunResults& results) {
     Json json = Json::object();
     for (const auto& [stage, times] : results.milliseconds) {
@@ -107,36 +73,55 @@ Json MarginUse(const RunResults& results) {
             {"vertical", MarginIn(results, Top, Bottom, input.height, output.height)}};
 }
 
-Json Psnr(const PlaneMeters& truth) {
-    return {{"luma", truth.luma.Psnr()},
-            {"luma_worst_frame", truth.luma.WorstPsnr()},
-            {"chroma", truth.chroma.Psnr()},
-            {"chroma_worst_frame", truth.chroma.WorstPsnr()}};
-}
+}  // namespace
 
-Json Planes(const PlaneMeters& reference) {
-    return {{"luma", Plane(reference.luma)}, {"chroma", Plane(reference.chroma)}};
+double Percentile(std::vector<double> values, double percent) {
+    const double rank = std::ceil(percent / 100 * static_cast<double>(values.size()));
+    const auto found = values.begin() + static_cast<std::ptrdiff_t>(rank) - 1;
+    std::nth_element(values.begin(), found, values.end());
+    return *found;
 }
 
 Json ToJson(const RunResults& results) {
-    Json json = {{"schema", 1}};
-    json.update(ToJson(results.facts));
-    json["frame_count"] = results.frames.size();
-    json["damaged_frames"] = Json::array();
+    const RunFacts& facts = results.facts;
+    const RunCounters& counters = results.counters;
+    Json json = {{"schema", 1},
+                 {"command", facts.command},
+                 {"clip", facts.clip},
+                 {"output", facts.output},
+                 {"credit", facts.credit},
+                 {"variant", facts.variant},
+                 {"gl_renderer", facts.glRenderer},
+                 {"library", facts.library},
+                 {"input_size", ToJson(facts.inputSize)},
+                 {"output_size", ToJson(facts.outputSize)},
+                 {"crop", static_cast<double>(facts.outputSize.area()) / facts.inputSize.area()},
+                 {"frames_per_second", facts.framesPerSecond},
+                 {"frame_count", results.frames.size()},
+                 {"damaged_frames", Json::array()},
+                 {"counters",
+                  {{"imports", counters.imports},
+                   {"cache_hits", counters.cacheHits},
+                   {"live_images", counters.liveImages},
+                   {"open_fds", counters.openDescriptors}}},
+                 {"margin_use", MarginUse(results)},
+                 {"stage_ms", StageTimes(results)}};
     for (const FrameRange& range : results.damagedFrames) {
         json["damaged_frames"].push_back({{"first", range.first}, {"last", range.end - 1}});
     }
-    json["counters"] = ToJson(results.counters);
-    json["margin_use"] = MarginUse(results);
-    json["stage_ms"] = StageTimes(results);
     if (results.motion) {
-        json["motion_px_rms"] = ToJson(*results.motion);
+        json["motion_px_rms"] = {{"before", results.motion->before}, {"after", results.motion->after}};
     }
     if (results.truth) {
-        json["psnr_db"] = Psnr(*results.truth);
+        const auto& [luma, chroma] = *results.truth;
+        json["psnr_db"] = {{"luma", luma.Psnr()},
+                           {"luma_worst_frame", luma.WorstPsnr()},
+                           {"chroma", chroma.Psnr()},
+                           {"chroma_worst_frame", chroma.WorstPsnr()}};
     }
     if (results.reference) {
-        json["planes"] = Planes(*results.reference);
+        json["planes"] = {{"luma", Plane(results.reference->luma)},
+                          {"chroma", Plane(results.reference->chroma)}};
         json["worst_frame"] = results.worstFrame;
     }
     json["findings"] = results.findings;

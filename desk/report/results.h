@@ -57,7 +57,7 @@ struct PlaneMeters {
 
 struct RunCounters {
     uint64_t imports = 0;     ///< buffers that became a GL image
-    uint64_t cacheHits = 0;   ///< buffers whose image the node still had
+    uint64_t cacheHits = 0;   ///< two buffers for a frame, less the imports: those not imported anew
     uint64_t liveImages = 0;  ///< when the node is gone
     uint64_t openDescriptors = 0;
 };
@@ -82,15 +82,8 @@ struct RunResults {
 /// Nearest-rank percentile of the values, of which there is at least one; `percent` is more than 0.
 double Percentile(std::vector<double> values, double percent);
 
-/// The results as JSON, which docs/DESK.md describes, and those parts of it that are tables in the report.
+/// The results as JSON, which docs/DESK.md describes.
 Json ToJson(const RunResults& results);
-Json ToJson(const RunFacts& facts);
-Json ToJson(const RunCounters& counters);
-Json ToJson(const Change<double>& motion);
-Json StageTimes(const RunResults& results);
-Json MarginUse(const RunResults& results);
-Json Psnr(const PlaneMeters& truth);
-Json Planes(const PlaneMeters& reference);
 
 /// Writes JSON to a file that is complete or not there, or to stdout for "-"; nothing for an empty name.
 /// Throws UsageError when the file exists and may not be overwritten; std::runtime_error.

@@ -8,7 +8,6 @@
 #include <iostream>
 #include <iterator>
 #include <stdexcept>
-#include <utility>
 
 #include "desk/base/usage_error.h"
 #include "desk/warp/warp_map.h"
@@ -17,7 +16,7 @@ namespace desk {
 namespace {
 
 constexpr const char* NodeLibrary = "lib/com.oxa.node.dewarp.so";
-constexpr int64_t SpareBuffers = 4;  // in rotation beside those that are held
+constexpr size_t SpareBuffers = 4;  // in rotation beside those that are held
 
 Nv12 View(GrallocBuffer& buffer) {
     const cv::Size size(static_cast<int>(buffer.Width()), static_cast<int>(buffer.Height()));
@@ -25,11 +24,11 @@ Nv12 View(GrallocBuffer& buffer) {
 }
 
 /// The node does not say when it could not write one of its three dump files, so their lines are counted.
-void RequireWholeDumps(const Output& dumps, int64_t frames) {
+void RequireWholeDumps(const Output& dumps, size_t frames) {
     const std::filesystem::directory_iterator files(dumps.Work());
     const auto whole = std::count_if(begin(files), end(files), [frames](const auto& file) {
         std::ifstream in(file.path(), std::ios::binary);
-        return std::count(std::istreambuf_iterator<char>(in), {}, '\n') == frames;
+        return static_cast<size_t>(std::count(std::istreambuf_iterator<char>(in), {}, '\n')) == frames;
     });
     if (whole != 3) {
         throw std::runtime_error(
@@ -68,7 +67,7 @@ HostOptions HostFor(const RunOptions& options, const Output* dumps, std::ostream
 }  // namespace
 
 Pipeline::Pipeline(const std::string& command, const RunOptions& options, ClipReader& reader,
-                   const NodeSizing& sizing, int64_t held, Observer observer)
+                   const NodeSizing& sizing, size_t held, Observer* observer)
     : options_(Checked(options)),
       reader_(reader),
       dumps_(options.dumpDir.empty()
@@ -76,7 +75,7 @@ Pipeline::Pipeline(const std::string& command, const RunOptions& options, ClipRe
                  : std::make_unique<Output>(options.dumpDir, Output::Kind::DumpFolder, false)),
       host_(HostFor(options, dumps_.get(), log_)),
       progress_(options.progress, reader.ExpectedFrames()),
-      observer_(std::move(observer)) {
+      observer_(observer) {
     const cv::Size input = InputFor(sizing.output, sizing.margin);
     results_.facts = {command,
                       options.clip.string(),
@@ -101,7 +100,7 @@ Pipeline::Pipeline(const std::string& command, const RunOptions& options, ClipRe
                                              sizes.input.width, sizes.input.height, input.width,
                                              input.height));
     }
-    const int64_t spare = SpareBuffers + static_cast<int64_t>(options.inFlight) - 1;
+    const size_t spare = SpareBuffers + options.inFlight - 1;
     std::generate_n(std::back_inserter(inputs_), held + spare, [this] { return node_->AllocateInput(); });
     std::generate_n(std::back_inserter(outputs_), spare, [this] { return node_->AllocateOutput(); });
     if (options.inFlight > 1) {
@@ -146,18 +145,17 @@ bool Pipeline::Read() {
     if (Interrupted()) {
         return false;
     }
-    Nv12 picture = Input(taken_);
+    Nv12 picture = View(InputBuffer(numbers_.size()));
     const StageTimer timer(results_, Stage::Read);
     const bool isRead = reader_.Read(picture);
     if (isRead) {
         numbers_.push_back(reader_.Frame());
-        taken_++;
     }
     return isRead;
 }
 
-Nv12 Pipeline::Input(int64_t frame) {
-    return View(InputBuffer(frame));
+Nv12 Pipeline::Newest() {
+    return View(InputBuffer(numbers_.size() - 1));
 }
 
 void Pipeline::Show(uint64_t requestId, const IPEICAGridTransform& grid,
@@ -178,16 +176,10 @@ void Pipeline::Show(uint64_t requestId, const IPEICAGridTransform& grid,
     }
 }
 
-void Pipeline::Drain() {
-    while (!inFlight_.empty()) {
-        Collect();
-    }
-}
-
 void Pipeline::Collect() {
     InFlight& request = inFlight_.front();
-    const auto frame = static_cast<int64_t>(results_.frames.size());
-    const int64_t number = Number(frame);
+    const size_t frame = results_.frames.size();
+    const int64_t number = numbers_[frame];
     uint32_t result = LumResultSuccess;
     {
         const StageTimer timer(results_, Stage::Node);
@@ -197,40 +189,45 @@ void Pipeline::Collect() {
         throw std::runtime_error(fmt::format("the {} node failed request {} (frame {} of the clip): {}",
                                              NameOf(node_->Kind()), request.id, number, ResultText(result)));
     }
-    const RenderedFrame shown{number, request.grid, Input(frame), View(OutputBuffer(frame))};
+    const RenderedFrame shown{number, request.grid, View(InputBuffer(frame)), View(OutputBuffer(frame))};
     const WarpMap map(shown.grid, results_.facts.inputSize, results_.facts.outputSize);
     results_.frames.push_back({number, request.id, map.MarginUse(), request.camera});
     recording_->Add(shown.input, shown.output);
-    if (observer_) {
-        observer_(shown);
+    if (observer_ != nullptr) {
+        observer_->Add(shown, results_);
     }
-    progress_.Step(frame + 1);
+    progress_.Step(static_cast<int64_t>(frame) + 1);
     inFlight_.pop_front();
 }
 
 ExitCode Pipeline::Finish() {
-    Drain();
+    while (!inFlight_.empty()) {
+        Collect();
+    }
     driver_.reset();
-    progress_.Finish(Shown());
-    if (InterruptedAtOnce(Shown())) {
+    progress_.Step(static_cast<int64_t>(shown_), true);
+    if (InterruptedAtOnce(static_cast<int64_t>(shown_))) {
         return WasInterrupted;
+    }
+    if (observer_ != nullptr) {
+        observer_->Finish(results_);
     }
     results_.damagedFrames = reader_.DamagedFrames();
     node_->Destroy();
     node_.reset();
     host_.CheckTornDown();
     if (dumps_) {
-        RequireWholeDumps(*dumps_, Shown());
+        RequireWholeDumps(*dumps_, shown_);
     }
     const DeskGlCounters gl = host_.Counters().gl.value_or(DeskGlCounters{});
-    results_.counters = {gl.imports, 2 * results_.frames.size() - gl.imports, gl.liveImages, OpenFds()};
+    results_.counters = {gl.imports, 2 * shown_ - gl.imports, gl.liveImages, OpenFds()};
     results_.findings = host_.State().contract.List();
     recording_->Finish();
     if (dumps_) {
         dumps_->Publish();  // last: dumps of the same second may stand in the way
     }
     if (Interrupted()) {
-        fmt::print(stderr, "dewarp-desk: interrupted after {} frames{}\n", Shown(),
+        fmt::print(stderr, "dewarp-desk: interrupted after {} frames{}\n", shown_,
                    options_.out.empty() ? "" : "; " + options_.out.string() + " holds them");
         return WasInterrupted;
     }

@@ -2,7 +2,6 @@
 
 #include <cstdint>
 #include <deque>
-#include <functional>
 #include <future>
 #include <memory>
 #include <optional>
@@ -18,7 +17,6 @@
 #include "desk/host/pipelined_driver.h"
 #include "desk/output/output.h"
 #include "desk/report/results.h"
-#include "desk/run/exit_code.h"
 #include "desk/run/progress.h"
 #include "desk/run/recording.h"
 #include "desk/run/settings.h"
@@ -34,37 +32,40 @@ struct RenderedFrame {
     Nv12 output;
 };
 
+/// What else a command does with the frames that come out of the node.
+class Observer {
+public:
+    virtual ~Observer() = default;
+    /// Every frame, in order, and what is known so far.
+    virtual void Add(const RenderedFrame& frame, RunResults& results) = 0;
+    /// After the last frame, before the results are written.
+    virtual void Finish(RunResults& results) = 0;
+};
+
 /// A clip on its way through one node: frames are read into input buffers, rendered, and in their order
 /// recorded, timed and counted.
 class Pipeline {
 public:
-    using Observer = std::function<void(const RenderedFrame&)>;
-
-    /// Up to `held` frames may be read ahead of the one that is shown. `observer` sees every frame that comes
-    /// out of the node, in order; it may be empty. Prints the program's first line on stderr. Options and
-    /// reader must outlive the pipeline. Throws UsageError for sizes that the GL cannot hold, and as
-    /// Recording does; std::runtime_error when there is no node.
+    /// Up to `held` frames may be read ahead of the one that is shown. `observer` may be null. Prints the
+    /// program's first line on stderr. Options, reader and observer must outlive the pipeline. Throws
+    /// UsageError for sizes that the GL cannot hold, and as Recording does; std::runtime_error when there is
+    /// no node.
     Pipeline(const std::string& command, const RunOptions& options, ClipReader& reader,
-             const NodeSizing& sizing, int64_t held, Observer observer = {});
+             const NodeSizing& sizing, size_t held, Observer* observer = nullptr);
 
     /// Takes the clip's next frame in. False when there is none, or the user has interrupted the run.
     bool Read();
 
-    /// How many frames so far. Taken frames are counted from 0, from the first of the range on.
-    int64_t Taken() const {
-        return taken_;
+    /// How many frames were taken and not yet shown.
+    size_t Held() const {
+        return numbers_.size() - shown_;
     }
-    int64_t Shown() const {
-        return shown_;
+    /// The number in the clip, from 0, of the frame that is shown next.
+    int64_t Next() const {
+        return numbers_[shown_];
     }
-
-    /// The number in the clip, from 0, of a frame that was taken.
-    int64_t Number(int64_t frame) const {
-        return numbers_[static_cast<size_t>(frame)];
-    }
-
-    /// The input of a frame that was read, until it has been shown and `held` more were read.
-    Nv12 Input(int64_t frame);
+    /// The input of the frame that was taken last.
+    Nv12 Newest();
 
     /// Takes the next frame to the node; the grid is the request's metadata, what is known of the camera
     /// goes into the results. The frame comes out at once, or as soon as as many others as may be in flight
@@ -72,12 +73,9 @@ public:
     void Show(uint64_t requestId, const IPEICAGridTransform& grid,
               const std::optional<Change<CameraResult>>& camera = std::nullopt);
 
-    /// Has every frame come out that was shown. Throws as Show does.
-    void Drain();
-
-    /// Destroys the node, which completes its dump files, completes what is recorded, and says what was
-    /// measured and what went wrong. Returns the program's exit code. Throws std::runtime_error when the
-    /// dumps lack a frame.
+    /// Has every frame come out that was shown, destroys the node, which completes its dump files, completes
+    /// what is recorded, and says what was measured and what went wrong. Returns the program's exit code.
+    /// Throws as Show does; std::runtime_error when the dumps lack a frame.
     ExitCode Finish();
 
     RunResults& Results() {
@@ -85,11 +83,11 @@ public:
     }
 
 private:
-    GrallocBuffer& InputBuffer(int64_t frame) {
-        return *inputs_[static_cast<size_t>(frame) % inputs_.size()];
+    GrallocBuffer& InputBuffer(size_t frame) {
+        return *inputs_[frame % inputs_.size()];
     }
-    GrallocBuffer& OutputBuffer(int64_t frame) {
-        return *outputs_[static_cast<size_t>(frame) % outputs_.size()];
+    GrallocBuffer& OutputBuffer(size_t frame) {
+        return *outputs_[frame % outputs_.size()];
     }
     /// Says on stderr what is at work when it is known, and only then what was logged meanwhile.
     void CreateNode(Margin margin);
@@ -115,10 +113,9 @@ private:
     std::vector<std::shared_ptr<GrallocBuffer>> inputs_;
     std::vector<std::shared_ptr<GrallocBuffer>> outputs_;
     Progress progress_;
-    Observer observer_;
+    Observer* observer_;
     std::vector<int64_t> numbers_;  ///< in the clip, of the frames taken
-    int64_t taken_ = 0;
-    int64_t shown_ = 0;
+    size_t shown_ = 0;              ///< how many of them went to the node
     std::deque<InFlight> inFlight_;
     std::unique_ptr<PipelinedDriver> driver_;  ///< null for one request at a time, on the caller's thread
 };

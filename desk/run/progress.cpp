@@ -46,19 +46,13 @@ Progress::Progress(ProgressKind kind, int64_t expected)
     }
 }
 
-void Progress::Step(int64_t done) {
+void Progress::Step(int64_t done, bool last) {
     constexpr std::chrono::milliseconds Pause(500);
-    if (std::chrono::steady_clock::now() - shown_ >= Pause) {
-        Show(done, false);
+    const auto now = std::chrono::steady_clock::now();
+    if (!last && now - shown_ < Pause) {
+        return;
     }
-}
-
-void Progress::Finish(int64_t done) {
-    Show(done, true);
-}
-
-void Progress::Show(int64_t done, bool last) {
-    shown_ = std::chrono::steady_clock::now();
+    shown_ = now;
     const double seconds = std::chrono::duration<double>(shown_ - start_).count();
     const double rate = seconds > 0 ? static_cast<double>(done) / seconds : 0;
     if (kind_ == ProgressKind::Pipe) {

@@ -20,14 +20,10 @@ public:
     /// blocks elsewhere.
     Progress(ProgressKind kind, int64_t expected);
 
-    /// After every frame; shows at most two states a second.
-    void Step(int64_t done);
-    /// Shows the final state.
-    void Finish(int64_t done);
+    /// After every frame, and once more after the last; shows at most two states a second, and the last.
+    void Step(int64_t done, bool last = false);
 
 private:
-    void Show(int64_t done, bool last);
-
     ProgressKind kind_;
     int64_t expected_;
     std::chrono::steady_clock::time_point start_;

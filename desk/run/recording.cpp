@@ -7,7 +7,6 @@
 
 #include "desk/base/usage_error.h"
 #include "desk/report/page.h"
-#include "desk/report/pictures.h"
 
 namespace desk {
 namespace {
@@ -59,9 +58,13 @@ Recording::Recording(const RunOptions& options, const ClipFormat& format, RunRes
       sideBySide_(SideBySide(format.size)),
       ideal_(format.size) {
     if (!options.report.empty()) {
-        PrepareReport(options.report, options.overwrite);
+        for (const char* name : ReportFiles) {
+            RequireFree(options.report / name, options.overwrite);
+        }
+        report_.emplace(options.report);
     }
     if (!options.truth.empty()) {
+        results.truth.emplace();
         truth_ = std::make_unique<ClipReader>(options.truth, options.frames);
         if (const cv::Size size = truth_->Format().size; size != format.size) {
             throw UsageError(fmt::format("{} has frames of {} x {}; expected those of the output, {} x {}",
@@ -100,9 +103,6 @@ void Recording::Add(const Nv12& input, const Nv12& output) {
 }
 
 void Recording::CompareWithTruth(const Nv12& output) {
-    if (!results_.truth) {
-        results_.truth.emplace();
-    }
     if (!truth_->Read(ideal_)) {
         throw UsageError(fmt::format("{} ends before the clip; expected a frame for each of the clip's",
                                      options_.truth.string()));
@@ -127,14 +127,6 @@ void Recording::AddMotion() {
                                        caption("after", after), options_.credit);
 }
 
-void Recording::CheckQuality() {
-    const double psnr = results_.truth->luma.Psnr();
-    if (options_.minPsnr && !(psnr >= *options_.minPsnr)) {
-        results_.missedLimits.push_back(fmt::format(
-            "luma PSNR against the truth is {:.2f} dB, the limit is {}", psnr, *options_.minPsnr));
-    }
-}
-
 void Recording::Finish() {
     // What is there is replaced when all that takes its place is complete.
     for (const auto step : {&ClipWriter::Complete, &ClipWriter::Publish}) {
@@ -144,11 +136,13 @@ void Recording::Finish() {
             }
         }
     }
-    if (isMeasured_ && !results_.frames.empty()) {
+    if (isMeasured_) {
         AddMotion();
     }
-    if (results_.truth) {
-        CheckQuality();
+    if (options_.minPsnr && !(results_.truth->luma.Psnr() >= *options_.minPsnr)) {
+        results_.missedLimits.push_back(
+            fmt::format("luma PSNR against the truth is {:.2f} dB, the limit is {}",
+                        results_.truth->luma.Psnr(), *options_.minPsnr));
     }
     WriteJson(ToJson(results_), options_.json, options_.overwrite);
     if (!options_.report.empty()) {

@@ -1,10 +1,12 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 
 #include "desk/clip/clip_reader.h"
 #include "desk/clip/clip_writer.h"
 #include "desk/measure/motion_meter.h"
+#include "desk/output/output.h"
 #include "desk/report/results.h"
 #include "desk/run/settings.h"
 
@@ -41,11 +43,11 @@ private:
 
     void CompareWithTruth(const Nv12& output);
     void AddMotion();
-    void CheckQuality();
     void Tell() const;
 
     const RunOptions& options_;
     RunResults& results_;
+    std::optional<Folder> report_;
     bool isMeasured_;
     Nv12 sideBySide_;
     Shown before_;

@@ -11,6 +11,9 @@
 
 namespace desk {
 
+/// What the program's exit status says. Interrupted is what a shell reports for SIGINT.
+enum ExitCode { Done = 0, CheckFailed = 1, WrongUse = 2, WrongEnvironment = 3, WasInterrupted = 130 };
+
 /// How a clip goes through the node, and what is made of it. What is not asked for is empty.
 struct RunOptions {
     std::filesystem::path clip;

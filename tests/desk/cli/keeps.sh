@@ -70,25 +70,25 @@ expect() {
 }
 
 # Starts the program on a clip that comes through a pipe and stops after some frames; `go` sends the rest. Returns when
-# the program has begun its output, the first argument, and as a clip written to it.
+# the program has begun its output, the first argument, and as a clip written to it, however long that takes.
 start() {
   mkfifo "$work/clip.y4m" "$work/go"
   { head -c 150000 "$in/shaky.y4m"; read -r _ <"$work/go"; tail -c +150001 "$in/shaky.y4m"; } >"$work/clip.y4m" 2>"$work/pipe" &
   feeder=$!
   LD_PRELOAD="$preload" "$desk" stabilise "$work/clip.y4m" --progress none --log-level none -o "$@" >/dev/null 2>"$work/said" &
   program=$!
-  local tries
-  for ((tries = 0; tries < 600; tries++)); do
-    if [ -n "$(find . -path "./$1.unfinished-*" \( -type d -o -size +4k \))" ]; then
-      return
+  come_so_far -path "./$1.unfinished-*" \( -type d -o -size +4k \)
+}
+
+# Waits until something can be found; the program must not end before.
+come_so_far() {
+  until [ -n "$(find . "$@")" ]; do
+    if ! kill -0 "$program" 2>/dev/null; then
+      echo "$row: the program did not come so far: $(cat "$work/said")"
+      exit 1
     fi
     sleep 0.05
-    if ! kill -0 "$program" 2>/dev/null; then
-      break
-    fi
   done
-  echo "$row: the program did not come so far: $(cat "$work/said")"
-  exit 1
 }
 
 go() {
@@ -219,7 +219,7 @@ while_it_runs() {
   expect 0 "" "+out.mkv +pictures/N.png -out.mkv -pictures/N.png"
 
   scene "without -y a file that comes meanwhile stays$1"
-  start out.mkv
+  start out.mkv --json out.json
   echo "the user's" >out.mkv
   listing >"$work/before"
   sed -i '/unfinished/d' "$work/before"
@@ -246,10 +246,8 @@ while_it_runs() {
 
   scene "what comes meanwhile into unfinished folders stays when the run fails$1"
   start pictures --dump-dir dumps
-  until compgen -G 'dumps/dumps.unfinished-*/*_Tex_*' >"$work/dump"; do
-    sleep 0.05
-  done
-  rm "$(cat "$work/dump")"
+  come_so_far -path './dumps/dumps.unfinished-*/*_Tex_*'
+  rm dumps/dumps.unfinished-*/*_Tex_*
   for folder in pictures.unfinished-* dumps/dumps.unfinished-*; do
     echo "the user's" >"$folder/notes"
   done
@@ -258,7 +256,12 @@ while_it_runs() {
 +pictures.unfinished-N +pictures.unfinished-N/notes"
 
   # The node names its dumps by the second. One of a set that has its name taken keeps the set together.
-  scene "dumps of the same second stay$1" $(for s in {0..90}; do date -d "$s seconds" +dumps/Warp2_Tex_%Y%m%d_%H%M%S.txt; done)
+  scene "dumps of the same second stay$1" dumps/
+  for ((second = EPOCHSECONDS; second < EPOCHSECONDS + 600; second++)); do
+    printf -v name 'dumps/Warp2_Tex_%(%Y%m%d_%H%M%S)T.txt' "$second"
+    echo "the user's" >"$name"
+  done
+  listing >"$work/before"
   run "${replay[@]}" -o out.mkv --dump-dir dumps -y
   expect 2 ".txt exists; what was made is in dumps/dumps.unfinished-" "+dumps/dumps.unfinished-N \
 +dumps/dumps.unfinished-N/Grid +dumps/dumps.unfinished-N/Tex +dumps/dumps.unfinished-N/Vert +out.mkv"

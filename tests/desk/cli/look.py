@@ -37,8 +37,12 @@ class Picture:
         self.width, self.height = width, height
         self.luma, self.chroma = samples[: width * height], samples[width * height :]
 
-    def rows(self, x, y, width, height):
-        return [self.luma[n * self.width + x : n * self.width + x + width] for n in range(y, y + height)]
+    def part(self, x, y, width, height):
+        """The rows of its three planes."""
+        half = len(self.chroma) // 2
+        planes = [(self.luma, 1), (self.chroma[:half], 2), (self.chroma[half:], 2)]
+        at = lambda n, by: n * self.width // by + x // by
+        return [p[at(n, by) : at(n, by) + width // by] for p, by in planes for n in range(y // by, (y + height) // by)]
 
     def __eq__(self, other):
         return (self.luma, self.chroma) == (other.luma, other.chroma)
@@ -80,7 +84,16 @@ def numbers(name="out.json"):
 
 
 def left():
-    return sorted(name for name in glob.glob("**/*", recursive=True) if not name.startswith("in") and os.path.isfile(name))
+    """The files, and the folders with nothing in them."""
+    names = (name for name in glob.glob("**/*", recursive=True) if not name.startswith("in"))
+    return sorted(name for name in names if os.path.isfile(name) or (os.path.isdir(name) and not os.listdir(name)))
+
+
+def jpeg(name):
+    """Its width and height, as its frame header has them."""
+    data = open(name, "rb").read()
+    at = data.index(b"\xff\xc0") + 5
+    return int.from_bytes(data[at + 2 : at + 4], "big"), int.from_bytes(data[at : at + 2], "big")
 
 
 def documented():
@@ -114,6 +127,7 @@ def inputs():
     write("sound.wav", b"RIFF\x2c\0\0\0WAVEfmt \x10\0\0\0\1\0\1\0\x40\x1f\0\0\x40\x1f\0\0\1\0\x08\0data\x08\0\0\0abcdefgh")
     write("cut.y4m", shaky[: start + 5 * frame + 99])
     write("late.y4m", shaky[:start] + shaky[start + 4 * frame :])  # from its fifth frame on
+    write("full.y4m", shaky[: start + frame].replace(b"F30:1", b"F24000:1001").replace(b"C420jpeg", b"C420jpeg XCOLORRANGE=FULL", 1))
     write("a<b&c.y4m", shaky[: start + 2 * frame])
     lines = grids.splitlines(True)
     write("cut.txt", grids[: len(grids) * 3 // 4])

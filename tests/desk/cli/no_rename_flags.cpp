@@ -8,6 +8,6 @@ extern "C" int renameat2(int fromFolder, const char* from, int toFolder, const c
     if (flags == 0) {
         return renameat(fromFolder, from, toFolder, to);
     }
-    errno = EINVAL;
+    errno = flags == RENAME_NOREPLACE ? ENOSYS : EINVAL;  // by the age of the system
     return -1;
 }
