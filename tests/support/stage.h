@@ -2,7 +2,6 @@
 
 #include <cstring>
 
-#include "desk/host/node_request.h"
 #include "tests/support/node_fixture.h"
 
 constexpr desk::Variant Variants[] = {desk::Variant::RealTime, desk::Variant::LookAhead};
