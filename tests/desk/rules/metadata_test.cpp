@@ -82,7 +82,7 @@ TEST(Metadata, TagsAreLookedUpAndRead) {
 TEST(Metadata, TagsHaveTheirPlacesAndTheirNodes) {
     const struct {
         const char* does;
-        std::function<void(RogueCall&, const Tag&)> use;
+        std::function<void(RogueCall&, const Tag&)> make;
         Phase steps[2];
     } uses[] = {
         {"looks up", [](RogueCall& c, const Tag& tag) { LookUp(c, tag, Whole); }, {PhaseCreate, PhaseQuery}},
@@ -96,16 +96,16 @@ TEST(Metadata, TagsHaveTheirPlacesAndTheirNodes) {
          {PhaseCreate, PhaseQuery}}};
     std::vector<std::string> allowed;
     for (const Variant variant : {RT, LA}) {
-        for (const auto& [does, use, steps] : uses) {
-            for (const Phase step : steps) {
+        for (const auto& use : uses) {
+            for (const Phase step : use.steps) {
                 std::vector<const Tag*> used;
                 const auto findings = FindingsOf(
                     {step, variant}, DO(for (uint32_t id = 0x80010000; tags.Resolve(id) != nullptr; ++id) {
                         used.push_back(tags.Resolve(id));
-                        use(c, *used.back());
+                        use.make(c, *used.back());
                     }));
                 for (const Tag* tag : used) {
-                    const std::string done = std::string(does) + " " + tag->FullName();
+                    const std::string done = std::string(use.does) + " " + tag->FullName();
                     if (std::none_of(findings.begin(), findings.end(), [&](const std::string& finding) {
                             return finding.find(done + ",") != std::string::npos;
                         })) {

@@ -45,6 +45,19 @@ struct Life {
     desk::Fault fault = nullptr;
 };
 
+/// What a host's log says that it found.
+inline std::vector<std::string> FindingsIn(const std::string& log) {
+    const std::string mark = " W DESK    : finding: ";
+    std::istringstream lines(log);
+    std::vector<std::string> findings;
+    for (std::string line; std::getline(lines, line);) {
+        if (const size_t begin = line.find(mark); begin != std::string::npos) {
+            findings.push_back(line.substr(begin + mark.size()));
+        }
+    }
+    return findings;
+}
+
 /// What a host logs in a life. A request that is found at fault in its first pass has no second.
 inline std::string LogOf(const Life& life, const Misdeed& misdeed) {
     const Misdeed inSteps = [&](RogueCall& call) { (call.step & life.steps) != 0 ? misdeed(call) : void(); };
@@ -71,6 +84,7 @@ inline std::string LogOf(const Life& life, const Misdeed& misdeed) {
         }
         host.Callbacks().DumpCoreNodeConfig(0, 0, nullptr);
         OfRogue<decltype(&RogueStep)>("RogueStep")(desk::PhaseOutside, nullptr);
+        EXPECT_EQ(FindingsIn(log.str()), contract.List());
     }
     std::exchange(leftover, [] {})();
     return log.str();
@@ -78,15 +92,7 @@ inline std::string LogOf(const Life& life, const Misdeed& misdeed) {
 
 /// What it finds.
 inline std::vector<std::string> FindingsOf(const Life& life, const Misdeed& misdeed) {
-    const std::string mark = " W DESK    : finding: ";
-    std::istringstream log(LogOf(life, misdeed));
-    std::vector<std::string> findings;
-    for (std::string line; std::getline(log, line);) {
-        if (const size_t begin = line.find(mark); begin != std::string::npos) {
-            findings.push_back(line.substr(begin + mark.size()));
-        }
-    }
-    return findings;
+    return FindingsIn(LogOf(life, misdeed));
 }
 
 /// Who does something in a step, in the words of the host.
