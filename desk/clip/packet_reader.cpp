@@ -33,14 +33,12 @@ void WatchLog(void* source, int level, const char* /*format*/, va_list /*argumen
     }
 }
 
-/// What is complained about from the first byte on raises the flag.
-AvOwned<AVFormatContext> OpenContainer(const std::filesystem::path& clip, std::atomic<bool>& flag) {
+AvOwned<AVFormatContext> OpenContainer(const std::filesystem::path& clip) {
     std::error_code unknown;
     const bool isFolder = std::filesystem::is_directory(clip, unknown);
     const std::string url = isFolder ? (clip / "%06d.png").string() : clip.string();
     const AVInputFormat* format = isFolder ? av_find_input_format("image2") : nullptr;
-    AVFormatContext* container = avformat_alloc_context();
-    container->opaque = &flag;
+    AVFormatContext* container = nullptr;
     int error = avformat_open_input(&container, ("file:" + url).c_str(), format, nullptr);
     AvOwned<AVFormatContext> owned(container);
     if (error == 0) {
@@ -115,7 +113,7 @@ PacketReader::PacketReader(const std::filesystem::path& clip) : file_(clip) {
     // What goes wrong is said in the sentence of the error.
     static const bool isWatched = (av_log_set_callback(&WatchLog), true);
     static_cast<void>(isWatched);
-    container_ = OpenContainer(clip, hasComplained_);
+    container_ = OpenContainer(clip);
     const int index = av_find_best_stream(container_.get(), AVMEDIA_TYPE_VIDEO, -1, -1, &codec_, 0);
     if (index < 0 || codec_ == nullptr) {
         throw UsageError(
@@ -144,7 +142,9 @@ AvOwned<AVCodecContext> PacketReader::OpenDecoder() {
         throw UsageError(
             fmt::format("{} cannot be decoded as {}: {}", file_.string(), codec_->name, AvText(error)));
     }
+    // What was said while the kind of clip was probed does not count: headers may be odd, and frames whole.
     decoder->opaque = &hasComplained_;
+    container_->opaque = &hasComplained_;
     return decoder;
 }
 
