@@ -39,8 +39,13 @@ TEST_F(Entry, FillsEightSlotsAndLeavesTheRest) {
 }
 
 TEST_F(Entry, LeavesARefusedTableAsItWas) {
-    const std::pair<uint32_t, uint32_t> sizesAndVersions[] = {{215, 0}, {216, 1}};
-    for (const auto& [size, version] : sizesAndVersions) {
+    const struct {
+        uint32_t size;
+        uint32_t version;
+        uint32_t levels;
+    } rows[] = {{215, 0, AllLevels}, {216, 1, AllLevels}, {215, 0, 0}};
+    for (const auto& [size, version, levels] : rows) {
+        host_.SetLogLevels(levels, false);
         LumNodeCallbacks table = {};
         table.size = size;
         table.majorVersion = version;
@@ -48,21 +53,27 @@ TEST_F(Entry, LeavesARefusedTableAsItWas) {
         const LumNodeCallbacks before = table;
         host_.Callbacks().Enter(&table);
         EXPECT_EQ(std::memcmp(&table, &before, sizeof(table)), 0);
-        NoteLog(fmt::format("{} bytes, version {}", size, version));
+        NoteLog(fmt::format("{} bytes, version {}, levels {}", size, version, levels));
     }
-    host_.Callbacks().Enter(nullptr);
-    NoteLog("no table");
+    for (const uint32_t levels : {0U, AllLevels}) {
+        host_.SetLogLevels(levels, false);
+        host_.Callbacks().Enter(nullptr);
+        NoteLog("no table");
+    }
 }
 
 TEST_F(Entry, EveryCallbackRefusesNullAndShortRecords) {
     TakeLog();
     using Node = desk::NodeGate;
-    Refuse(&Node::GetCaps);
-    Refuse(&Node::Create);
-    Refuse(&Node::Destroy);
-    Refuse(&Node::QueryBufferInfo);
-    Refuse(&Node::SetBufferInfo);
-    Refuse(&Node::ProcRequest);
+    for (const uint32_t levels : {AllLevels, 0U}) {
+        host_.SetLogLevels(levels, false);
+        Refuse(&Node::GetCaps);
+        Refuse(&Node::Create);
+        Refuse(&Node::Destroy);
+        Refuse(&Node::QueryBufferInfo);
+        Refuse(&Node::SetBufferInfo);
+        Refuse(&Node::ProcRequest);
+    }
 }
 
 TEST_F(Entry, ANullHandleIsRefusedBeforeTheSize) {

@@ -112,11 +112,7 @@ uint64_t FakeGl::Perform(GlCall call) {
     }
     const std::lock_guard<std::recursive_mutex> lock(mutex_);
     calls_.push_back(call.text);
-    GlFault failure = fault ? fault(call) : GlFault{};
-    if (const auto error = errors_.find(call.name); error != errors_.end()) {
-        failure.error = error->second;
-        errors_.erase(error);
-    }
+    const GlFault failure = fault ? fault(call) : GlFault{};
     if (IsEgl(call) && call.name != "eglGetError") {
         pendingEgl_ = EGL_SUCCESS;  // the flag tells of the last call only
     }

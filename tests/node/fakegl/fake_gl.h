@@ -43,14 +43,6 @@ public:
     /// The calls since the last time, as texts.
     std::vector<std::string> Take();
 
-    /// The next call of `name` sets the error that glGetError (or eglGetError for EGL names) then returns.
-    void RaiseAfter(const std::string& name, uint32_t error) {
-        errors_[name] = error;
-    }
-    /// Forgets RaiseAfter.
-    void Behave() {
-        errors_.clear();
-    }
     /// Told of every call first, on the caller's thread and with nothing locked, so that it may hold the call
     /// up; may be empty.
     std::function<void(const GlCall&)> hold;
@@ -89,7 +81,6 @@ private:
 
     std::recursive_mutex mutex_;
     std::vector<std::string> calls_;
-    std::map<std::string, uint32_t> errors_;
     uint32_t pendingGl_ = 0;
     uint32_t pendingEgl_ = 0x3000;
     uint32_t nextName_ = 100;

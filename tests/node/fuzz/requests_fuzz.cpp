@@ -43,13 +43,16 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             } else if (action <= 2) {
                 (action == 1 ? stage->inputs : stage->outputs)[input.Below(3)]->Remap();
             } else if (action == 3) {
-                fuzz.gl.RaiseAfter(harmless[input.Below(5)], 0x500 + input.Below(6));
+                fuzz.gl.fault = [name = harmless[input.Below(5)],
+                                 error = 0x500 + input.Below(6)](auto& call) {
+                    return GlFault{call.name == name ? error : 0, false};
+                };
             } else {
                 Render(input, *stage);
             }
         }
     }
-    fuzz.gl.Behave();
+    fuzz.gl.fault = nullptr;
     fuzz.RequireClean();
     return 0;
 }

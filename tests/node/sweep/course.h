@@ -108,11 +108,10 @@ private:
         return node != nullptr && node->variant == variant_;
     }
     /// One line of the outcome, without what differs from variant to variant or from run to run: this
-    /// variant's number, the folder and addresses.
+    /// variant's number and addresses. Of entry points those alone are named that are missing.
     void Tell(std::string line) {
-        line = std::regex_replace(std::regex_replace(line, number_, "$01v"), address_, "$1*");
-        if (const size_t folder = line.find(dumpDir_.string()); folder != std::string::npos) {
-            line.erase(folder, dumpDir_.string().size());
+        for (const auto& [pattern, replacement] : masks_) {
+            line = std::regex_replace(line, pattern, replacement);
         }
         outcome_ += line + "\n";
     }
@@ -251,8 +250,11 @@ private:
     }
 
     const desk::Variant variant_;
-    const std::regex number_{variant_ == desk::Variant::RealTime ? "(DEWARP_|Warp)2" : "(DEWARP_|Warp)3"};
-    const std::regex address_{R"((andle |m_pfn\w+\[)(0x[0-9a-f]+|\(nil\)))"};
+    const std::pair<std::regex, const char*> masks_[4] = {
+        {std::regex(variant_ == desk::Variant::RealTime ? "(DEWARP_|Warp)2" : "(DEWARP_|Warp)3"), "$01v"},
+        {std::regex(R"(andle (0x\w+|\(nil\)))"), "andle *"},
+        {std::regex(R"(\[(0x0|\(nil\))\])"), "[null]"},
+        {std::regex(R"( m_pfn\w+\[0x\w+\],?)"), ""}};
     Point point_;
     std::string outcome_;
     Counts counts_;
