@@ -127,7 +127,8 @@ def inputs():
     write("sound.wav", b"RIFF\x2c\0\0\0WAVEfmt \x10\0\0\0\1\0\1\0\x40\x1f\0\0\x40\x1f\0\0\1\0\x08\0data\x08\0\0\0abcdefgh")
     write("cut.y4m", shaky[: start + 5 * frame + 99])
     write("late.y4m", shaky[:start] + shaky[start + 4 * frame :])  # from its fifth frame on
-    write("full.y4m", shaky[: start + frame].replace(b"F30:1", b"F24000:1001").replace(b"C420jpeg", b"C420jpeg XCOLORRANGE=FULL", 1))
+    header = b"YUV4MPEG2 W192 H144 F24000:1001 Ip A1:1 C420jpeg XCOLORRANGE=FULL\n"
+    write("full.y4m", header + shaky[start : start + frame])
     write("a<b&c.y4m", shaky[: start + 2 * frame])
     lines = grids.splitlines(True)
     write("cut.txt", grids[: len(grids) * 3 // 4])
