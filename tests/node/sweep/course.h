@@ -53,32 +53,31 @@ class Course : public FakeGlFixture {
 protected:
     explicit Course(desk::Variant variant) : variant_(variant) {
         host_.State().clock = LUMDateTime{};
-        host_.SetDumps(true);
         grid_ = Grid([](int column, int row) {
             return GridPoint{static_cast<float>(column) - 17.0F,
                              static_cast<float>(35 * row + column) / 70.0F};
         });
         gl_->watch = [this](const GlCall& call, const GlFault&, uint64_t) { Watch(call); };
-        MakeNeighbour();
+        gl_->fault = [this](const GlCall& call) { return FaultOf(call); };
+        host_.State().fault = [this](const desk::HostCall& call, uint32_t& result) {
+            return ServiceFault(call, result);
+        };
     }
 
     /// Takes a node from its creation to its destruction. Returns what came of it, line by line: the call
     /// that failed first, the steps with another result than 0 or with error lines, and what stays behind.
     /// Without a fault, how often each class was called.
     std::string Run(const Point& point) {
-        if (node_ == nullptr) {
-            MakeNeighbour();
-        }
+        host_.SetDumps(false);  // the neighbour's would only take time
+        MakeNode(variant_ == desk::Variant::RealTime ? desk::Variant::LookAhead : desk::Variant::RealTime);
+        RunNeighbour();
+        host_.SetDumps(true);
         point_ = point;
         outcome_.clear();
         counts_.clear();
         // What the driver says of a shader or program that fails: something or nothing.
         gl_->infoLog = point.isLasting ? "" : "broken";
-        gl_->fault = [this](const GlCall& call) { return FaultOf(call); };
         host_.SetLogLevels(point.IsLogged() ? AllLevels : 0, point.HasSystemLog());
-        host_.State().fault = [this](const desk::HostCall& call, uint32_t& result) {
-            return ServiceFault(call, result);
-        };
         const std::vector<std::string> expected = RunNeighbour();
         const auto before = Held();
         RunNode();
@@ -99,10 +98,6 @@ protected:
     }
 
 private:
-    void MakeNeighbour() {
-        MakeNode(variant_ == desk::Variant::RealTime ? desk::Variant::LookAhead : desk::Variant::RealTime);
-        RunNeighbour();
-    }
     bool IsWatched() const {
         const desk::NodeState* node = desk::CurrentCall().node;
         return node != nullptr && node->variant == variant_;
