@@ -13,17 +13,6 @@
 
 using namespace std::chrono_literals;
 
-namespace {
-
-constexpr size_t Threads = 8;
-
-/// Every request follows its reference directly, so none has to wait for its predecessor.
-uint64_t Predecessor(uint64_t requestId) {
-    return requestId - 1;
-}
-
-}  // namespace
-
 class Overlap : public FakeGlFixture {
 protected:
     Overlap() {
@@ -40,6 +29,12 @@ protected:
         FakeGlFixture::TearDown();
     }
 
+    static constexpr size_t Threads = 8;
+
+    /// Every request follows its reference directly, so none has to wait for its predecessor.
+    static uint64_t Predecessor(uint64_t requestId) {
+        return requestId - 1;
+    }
     desk::NodeFrame FrameOf(uint64_t requestId) {
         return {requestId, &grid_, input_.get(), output_.get()};
     }
@@ -103,23 +98,21 @@ TEST_F(Overlap, WhileOneRendersFirstPassesReturnAndSecondPassesWait) {
     MakeNode();
     node_->SetReferenceRequest(Predecessor);
     ASSERT_EQ(Frame(), 0U);
-    const struct {
-        const char* call;
-        unsigned nth;
-    } rows[] = {{"eglMakeCurrent", 1}, {"glVertexAttribPointer", 1}, {"glDrawElements", 1}, {"glFlush", 1},
-                {"glFinish", 1},       {"eglMakeCurrent", 2}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(fmt::format("held in {} {}", row.call, row.nth));
+    const std::pair<const char*, unsigned> rows[] = {{"eglMakeCurrent", 1}, {"glVertexAttribPointer", 1},
+                                                     {"glDrawElements", 1}, {"glFlush", 1},
+                                                     {"glFinish", 1},       {"eglMakeCurrent", 2}};
+    for (const auto& [call, nth] : rows) {
+        SCOPED_TRACE(fmt::format("held in {} {}", call, nth));
         desk::NodeRequest rendering(host_, *node_, FrameOf(2));
         desk::NodeRequest other(host_, *node_, FrameOf(3));
         std::promise<void> hasGrid;
-        host_.State().fault = [&](const desk::HostCall& call, uint32_t&) {
-            if (call.caller.requestId == 3 && call.service == "GetMetaData") {
+        host_.State().fault = [&](const desk::HostCall& made, uint32_t&) {
+            if (made.caller.requestId == 3 && made.service == "GetMetaData") {
                 hasGrid.set_value();
             }
             return false;
         };
-        HeldRequest held(*gl_, rendering, row.call, row.nth);
+        HeldRequest held(*gl_, rendering, call, nth);
         EXPECT_EQ(other.FirstPass(), 0U);
 
         auto waiting = std::async(std::launch::async, [&] { return other.SecondPass(); });

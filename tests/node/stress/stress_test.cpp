@@ -141,7 +141,7 @@ protected:
 };
 
 TEST_F(Stress, EveryRequestIsDoneOnceWhateverTheirNumberAndThread) {
-    ::alarm(100);  // a lock that somebody kept would never come free
+    ::alarm(60);  // a lock that somebody kept would never come free
     std::vector<std::thread> threads;
     for (unsigned id = 0; id < 4; ++id) {
         threads.emplace_back([this, id] {
@@ -179,10 +179,8 @@ TEST_F(Stress, ImportsDescribeTheirBuffers) {
         desk::GrallocMetadata metadata = {};
         const int fd = buffer->Handle()->data[desk::GrallocMetadataFd];
         ASSERT_EQ(::pread(fd, &metadata, sizeof(metadata), 0), static_cast<ssize_t>(sizeof(metadata)));
-        EXPECT_EQ(metadata.hasGeometry, 1U);
         EXPECT_EQ(metadata.geometry.stride, static_cast<int32_t>(buffer->Stride()));
         EXPECT_EQ(metadata.geometry.scanline, static_cast<int32_t>(buffer->Scanline()));
-        EXPECT_EQ(metadata.hasColor, 1U);
         EXPECT_EQ(metadata.color.primaries, 6U);
         EXPECT_EQ(metadata.color.range, 1U);
         EXPECT_THAT(metadata.color.reserved8, ::testing::Each(0));

@@ -178,7 +178,12 @@ private:
     template <typename Action>
     uint32_t Do(const char* what, Action action) {
         TakeLog();
-        const uint32_t result = action();
+        uint32_t result = 0;
+        try {
+            action(result);
+        } catch (const desk::NodeError& error) {
+            result = error.Result();
+        }
         const std::vector<std::string> errors = TakeLog('E');
         if (result != 0 || !errors.empty()) {
             Tell(fmt::format("{}: {}", what, result));
@@ -191,36 +196,24 @@ private:
     void RunNode() {
         isArmed_ = true;
         std::unique_ptr<desk::DeskNode> node;
-        Do("creation", [&] {
-            try {
-                node = host_.CreateNode(variant_);
-                return 0U;
-            } catch (const desk::NodeError& error) {
-                return error.Result();
-            }
-        });
+        Do("creation", [&](uint32_t&) { node = host_.CreateNode(variant_); });
         if (node != nullptr) {
             RunFrames(*node);
             isArmed_ = true;
-            Do("destruction", [&] {
-                node->Destroy();
-                return 0U;
-            });
+            Do("destruction", [&](uint32_t&) { node->Destroy(); });
         }
         isArmed_ = false;
         gl_->DropError();
     }
     void RunFrames(desk::DeskNode& node) {
-        Do("negotiation", [&] {
-            node.Negotiate({64, 48}, {0.25F, 0.25F});
-            return 0U;
-        });
+        Do("negotiation", [&](uint32_t&) { node.Negotiate({64, 48}, {0.25F, 0.25F}); });
         const auto input = node.AllocateInput();
         const auto output = node.AllocateOutput();
         const bool hasMargin = input->Width() == 80;
         Require(hasMargin, "the input has no margin");
         const auto frame = [&](const char* what, uint64_t request) {
-            return Do(what, [&] { return node.Process(request, &grid_, *input, *output); });
+            return Do(what,
+                      [&](uint32_t& result) { result = node.Process(request, &grid_, *input, *output); });
         };
         frame("importing frame", 1);
         frame("cached frame", 2);
