@@ -40,16 +40,11 @@ void NodeFixture::TearDown() {
     host_.State().log.SetObserver(nullptr);
 }
 
-std::vector<std::string> NodeFixture::TakeLog() {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    return std::exchange(log_, {});
-}
-
 std::vector<std::string> NodeFixture::TakeLog(char level) {
-    std::vector<std::string> lines = TakeLog();
-    lines.erase(
-        std::remove_if(lines.begin(), lines.end(), [level](const auto& line) { return line[0] != level; }),
-        lines.end());
+    const std::lock_guard<std::mutex> lock(mutex_);
+    std::vector<std::string> lines = std::exchange(log_, {});
+    const auto isOther = [level](const auto& line) { return level != '\0' && line[0] != level; };
+    lines.erase(std::remove_if(lines.begin(), lines.end(), isOther), lines.end());
     return lines;
 }
 

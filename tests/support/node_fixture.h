@@ -27,10 +27,8 @@ protected:
     explicit NodeFixture(desk::LibraryProvider* libraries);
     void TearDown() override;
 
-    /// The lines logged since the last time, as "E Initialize() text".
-    std::vector<std::string> TakeLog();
-    /// Those of one level.
-    std::vector<std::string> TakeLog(char level);
+    /// The lines logged since the last time, as "E Initialize() text"; of one level or of all.
+    std::vector<std::string> TakeLog(char level = '\0');
     /// The lines of one dump file of the last folder, which the kind ("Grid", "Tex", "Vert") selects.
     std::vector<std::string> DumpLines(const std::string& kind) const;
     /// Makes every call of a service fail with the result 4.

@@ -27,13 +27,6 @@ uint64_t GridIndex(uint64_t requestId) {
 struct Dump {
     std::vector<uint64_t> order;        ///< requests, as their lines follow one another
     std::map<uint64_t, size_t> values;  ///< digests of what follows the request's id
-
-    void Read(const std::vector<std::string>& lines) {
-        for (const std::string& line : lines) {
-            order.push_back(std::stoull(line.substr(std::strlen("Frame "))));
-            values[order.back()] = std::hash<std::string>()(line.substr(line.find(',')));
-        }
-    }
 };
 
 }  // namespace
@@ -60,8 +53,7 @@ protected:
         size_t imports = 0;
     };
 
-    /// Takes the requests 1 to `requests` through a new node. Each has buffers to itself while it is on its
-    /// way.
+    /// Takes the requests 1 to `requests` through a new node. Each has buffers to itself on its way.
     Seen Run(desk::Variant variant, uint64_t requests, const desk::ReferenceRequest& reference,
              size_t threads) {
         for (const auto& file : std::filesystem::directory_iterator(dumpDir_)) {
@@ -87,7 +79,11 @@ protected:
         EXPECT_EQ(gl_->liveImages, 2 * InFlight);
         stage_.reset();
         for (const char* kind : {"Grid", "Tex", "Vert"}) {
-            seen_.dumps[kind].Read(DumpLines(kind));
+            Dump& dump = seen_.dumps[kind];
+            for (const std::string& line : DumpLines(kind)) {
+                dump.order.push_back(std::stoull(line.substr(std::strlen("Frame "))));
+                dump.values[dump.order.back()] = std::hash<std::string>()(line.substr(line.find(',')));
+            }
         }
         return std::move(seen_);
     }

@@ -13,17 +13,6 @@
 
 using namespace std::chrono_literals;
 
-namespace {
-
-constexpr size_t Threads = 8;
-
-/// Every request follows its reference directly, so none has to wait for its predecessor.
-uint64_t Predecessor(uint64_t requestId) {
-    return requestId - 1;
-}
-
-}  // namespace
-
 class Overlap : public FakeGlFixture {
 protected:
     Overlap() {
@@ -34,6 +23,18 @@ protected:
         ::alarm(0);
     }
 
+    void TearDown() override {
+        gl_->hold = nullptr;
+        host_.State().fault = nullptr;
+        FakeGlFixture::TearDown();
+    }
+
+    static constexpr size_t Threads = 8;
+
+    /// Every request follows its reference directly, so none has to wait for its predecessor.
+    static uint64_t Predecessor(uint64_t requestId) {
+        return requestId - 1;
+    }
     desk::NodeFrame FrameOf(uint64_t requestId) {
         return {requestId, &grid_, input_.get(), output_.get()};
     }
@@ -50,6 +51,15 @@ protected:
         std::promise<void> reached;
         std::promise<void> released;
     };
+
+    /// Holds the first request to be drawn in its glFlush.
+    void HoldFirst(Gate& gate) {
+        gl_->hold = [&gate](const GlCall& call) {
+            if (call.name == "glFlush") {
+                gate.Pass();
+            }
+        };
+    }
 
     /// Renders request 2 on a thread of its own and holds it in its `nth` call of `name` until released.
     class HeldRequest {
@@ -88,23 +98,21 @@ TEST_F(Overlap, WhileOneRendersFirstPassesReturnAndSecondPassesWait) {
     MakeNode();
     node_->SetReferenceRequest(Predecessor);
     ASSERT_EQ(Frame(), 0U);
-    const struct {
-        const char* call;
-        unsigned nth;
-    } rows[] = {{"eglMakeCurrent", 1}, {"glVertexAttribPointer", 1}, {"glDrawElements", 1}, {"glFlush", 1},
-                {"glFinish", 1},       {"eglMakeCurrent", 2}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(fmt::format("held in {} {}", row.call, row.nth));
+    const std::pair<const char*, unsigned> rows[] = {{"eglMakeCurrent", 1}, {"glVertexAttribPointer", 1},
+                                                     {"glDrawElements", 1}, {"glFlush", 1},
+                                                     {"glFinish", 1},       {"eglMakeCurrent", 2}};
+    for (const auto& [call, nth] : rows) {
+        SCOPED_TRACE(fmt::format("held in {} {}", call, nth));
         desk::NodeRequest rendering(host_, *node_, FrameOf(2));
         desk::NodeRequest other(host_, *node_, FrameOf(3));
         std::promise<void> hasGrid;
-        host_.State().fault = [&](const desk::HostCall& call, uint32_t&) {
-            if (call.caller.requestId == 3 && call.service == "GetMetaData") {
+        host_.State().fault = [&](const desk::HostCall& made, uint32_t&) {
+            if (made.caller.requestId == 3 && made.service == "GetMetaData") {
                 hasGrid.set_value();
             }
             return false;
         };
-        HeldRequest held(*gl_, rendering, row.call, row.nth);
+        HeldRequest held(*gl_, rendering, call, nth);
         EXPECT_EQ(other.FirstPass(), 0U);
 
         auto waiting = std::async(std::launch::async, [&] { return other.SecondPass(); });
@@ -145,68 +153,45 @@ TEST_F(Overlap, EveryOtherCallStandsAlone) {
     EXPECT_EQ(Frame(3), 0U) << "the node still lives";
 }
 
-TEST_F(Overlap, TheDriverLetsRequestsOvertakeOnlyWhereTheNodeAllowsIt) {
-    for (const bool isSequential : {true, false}) {
-        MakeNode();
-        node_->SetReferenceRequest(isSequential ? desk::ReferenceRequest() : Predecessor);
-        // The first to render is held until all that may come beside it are there.
-        Gate gate;
-        std::atomic<size_t> declared = 0;
-        std::atomic<size_t> rendering = 0;
-        std::atomic<bool> isHeld = true;
-        host_.State().fault = [&](const desk::HostCall& call, uint32_t&) {
-            declared += call.service == "QueryRequestWindow" ? 1 : 0;
-            rendering += call.service == "GetMetaData" ? 1 : 0;
-            if (declared == Threads && rendering == (isSequential ? 1 : Threads) && isHeld.exchange(false)) {
-                gate.released.set_value();
-            }
-            return false;
-        };
-        gl_->hold = [&](const GlCall& call) {
-            if (call.name == "glFlush") {
-                gate.Pass();
-            }
-        };
-        {
-            desk::PipelinedDriver driver(host_, *node_, Threads, Threads);
-            for (uint64_t request = 1; request <= Threads; ++request) {
-                driver.Submit(FrameOf(request));
-            }
+TEST_F(Overlap, TheDriverLetsRequestsOvertakeWhereTheNodeAllowsIt) {
+    MakeNode();
+    node_->SetReferenceRequest(Predecessor);
+    // The first to render is held until all are in their second passes.
+    Gate gate;
+    HoldFirst(gate);
+    std::atomic<size_t> rendering = 0;
+    host_.State().fault = [&](const desk::HostCall& call, uint32_t&) {
+        if (call.service == "GetMetaData" && ++rendering == Threads) {
+            gate.released.set_value();
         }
-        EXPECT_EQ(rendering, Threads);
-        gl_->hold = nullptr;
-        host_.State().fault = nullptr;
-        node_.reset();
+        return false;
+    };
+    desk::PipelinedDriver driver(host_, *node_, Threads, Threads);
+    for (uint64_t request = 1; request <= Threads; ++request) {
+        driver.Submit(FrameOf(request));
     }
 }
 
 TEST_F(Overlap, TheDriverHandsOverNoMoreThanItMayAndEveryResult) {
     MakeNode();
     Gate gate;
-    gl_->hold = [&gate](const GlCall& call) {
-        if (call.name == "glFlush") {
-            gate.Pass();
-        }
-    };
-    {
-        desk::PipelinedDriver driver(host_, *node_, 2, Threads);
-        auto drawn = driver.Submit(FrameOf(1));
-        desk::NodeFrame gridless = FrameOf(2);
-        gridless.grid = nullptr;
-        auto failed = driver.Submit(gridless);
-        auto third = std::async(std::launch::async, [&] { return driver.Submit(FrameOf(3)); });
-        EXPECT_EQ(third.wait_for(50ms), std::future_status::timeout) << "two are in flight";
-        gate.released.set_value();
-        EXPECT_EQ(drawn.get(), 0U);
-        EXPECT_EQ(failed.get(), 1U);
-        EXPECT_EQ(third.get().get(), 0U);
-        for (uint64_t request = 1; request <= 3; ++request) {
-            EXPECT_EQ(host_.State().metadata.Find(node_->Session(), request, desk::GridTag(node_->Kind())),
-                      nullptr)
-                << request;
-        }
+    HoldFirst(gate);
+    desk::PipelinedDriver driver(host_, *node_, 2, Threads);
+    auto drawn = driver.Submit(FrameOf(1));
+    desk::NodeFrame gridless = FrameOf(2);
+    gridless.grid = nullptr;
+    auto failed = driver.Submit(gridless);
+    auto third = std::async(std::launch::async, [&] { return driver.Submit(FrameOf(3)); });
+    EXPECT_EQ(third.wait_for(50ms), std::future_status::timeout) << "two are in flight";
+    gate.released.set_value();
+    EXPECT_EQ(drawn.get(), 0U);
+    EXPECT_EQ(failed.get(), 1U);
+    EXPECT_EQ(third.get().get(), 0U);
+    for (uint64_t request = 1; request <= 3; ++request) {
+        EXPECT_EQ(host_.State().metadata.Find(node_->Session(), request, desk::GridTag(node_->Kind())),
+                  nullptr)
+            << request;
     }
-    gl_->hold = nullptr;
 }
 
 TEST_F(Overlap, ARequestThatMeetsANegotiationFailsWithoutItsSecondPass) {
@@ -223,13 +208,9 @@ TEST_F(Overlap, ARequestThatMeetsANegotiationFailsWithoutItsSecondPass) {
     };
     auto negotiation = std::async(std::launch::async, [&] { node_->Negotiate({64, 48}, {0.25F, 0.25F}); });
     gate.reached.get_future().wait();
-    {
-        desk::PipelinedDriver driver(host_, *node_, 1, 1);
-        EXPECT_EQ(driver.Submit(FrameOf(1)).get(), 1U);
-    }
+    EXPECT_EQ(desk::PipelinedDriver(host_, *node_, 1, 1).Submit(FrameOf(1)).get(), 1U);
     EXPECT_EQ(secondPasses, 0U);
     gate.released.set_value();
     negotiation.get();
-    host_.State().fault = nullptr;
     EXPECT_EQ(host_.State().contract.List().size(), 1U);
 }

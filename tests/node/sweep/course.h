@@ -53,32 +53,31 @@ class Course : public FakeGlFixture {
 protected:
     explicit Course(desk::Variant variant) : variant_(variant) {
         host_.State().clock = LUMDateTime{};
-        host_.SetDumps(true);
         grid_ = Grid([](int column, int row) {
             return GridPoint{static_cast<float>(column) - 17.0F,
                              static_cast<float>(35 * row + column) / 70.0F};
         });
         gl_->watch = [this](const GlCall& call, const GlFault&, uint64_t) { Watch(call); };
-        MakeNeighbour();
+        gl_->fault = [this](const GlCall& call) { return FaultOf(call); };
+        host_.State().fault = [this](const desk::HostCall& call, uint32_t& result) {
+            return ServiceFault(call, result);
+        };
     }
 
     /// Takes a node from its creation to its destruction. Returns what came of it, line by line: the call
     /// that failed first, the steps with another result than 0 or with error lines, and what stays behind.
     /// Without a fault, how often each class was called.
     std::string Run(const Point& point) {
-        if (node_ == nullptr) {
-            MakeNeighbour();
-        }
+        host_.SetDumps(false);  // the neighbour's would only take time
+        MakeNode(variant_ == desk::Variant::RealTime ? desk::Variant::LookAhead : desk::Variant::RealTime);
+        RunNeighbour();
+        host_.SetDumps(true);
         point_ = point;
         outcome_.clear();
         counts_.clear();
         // What the driver says of a shader or program that fails: something or nothing.
         gl_->infoLog = point.isLasting ? "" : "broken";
-        gl_->fault = [this](const GlCall& call) { return FaultOf(call); };
         host_.SetLogLevels(point.IsLogged() ? AllLevels : 0, point.HasSystemLog());
-        host_.State().fault = [this](const desk::HostCall& call, uint32_t& result) {
-            return ServiceFault(call, result);
-        };
         const std::vector<std::string> expected = RunNeighbour();
         const auto before = Held();
         RunNode();
@@ -99,10 +98,6 @@ protected:
     }
 
 private:
-    void MakeNeighbour() {
-        MakeNode(variant_ == desk::Variant::RealTime ? desk::Variant::LookAhead : desk::Variant::RealTime);
-        RunNeighbour();
-    }
     bool IsWatched() const {
         const desk::NodeState* node = desk::CurrentCall().node;
         return node != nullptr && node->variant == variant_;
@@ -183,7 +178,12 @@ private:
     template <typename Action>
     uint32_t Do(const char* what, Action action) {
         TakeLog();
-        const uint32_t result = action();
+        uint32_t result = 0;
+        try {
+            action(result);
+        } catch (const desk::NodeError& error) {
+            result = error.Result();
+        }
         const std::vector<std::string> errors = TakeLog('E');
         if (result != 0 || !errors.empty()) {
             Tell(fmt::format("{}: {}", what, result));
@@ -196,36 +196,24 @@ private:
     void RunNode() {
         isArmed_ = true;
         std::unique_ptr<desk::DeskNode> node;
-        Do("creation", [&] {
-            try {
-                node = host_.CreateNode(variant_);
-                return 0U;
-            } catch (const desk::NodeError& error) {
-                return error.Result();
-            }
-        });
+        Do("creation", [&](uint32_t&) { node = host_.CreateNode(variant_); });
         if (node != nullptr) {
             RunFrames(*node);
             isArmed_ = true;
-            Do("destruction", [&] {
-                node->Destroy();
-                return 0U;
-            });
+            Do("destruction", [&](uint32_t&) { node->Destroy(); });
         }
         isArmed_ = false;
         gl_->DropError();
     }
     void RunFrames(desk::DeskNode& node) {
-        Do("negotiation", [&] {
-            node.Negotiate({64, 48}, {0.25F, 0.25F});
-            return 0U;
-        });
+        Do("negotiation", [&](uint32_t&) { node.Negotiate({64, 48}, {0.25F, 0.25F}); });
         const auto input = node.AllocateInput();
         const auto output = node.AllocateOutput();
         const bool hasMargin = input->Width() == 80;
         Require(hasMargin, "the input has no margin");
         const auto frame = [&](const char* what, uint64_t request) {
-            return Do(what, [&] { return node.Process(request, &grid_, *input, *output); });
+            return Do(what,
+                      [&](uint32_t& result) { result = node.Process(request, &grid_, *input, *output); });
         };
         frame("importing frame", 1);
         frame("cached frame", 2);

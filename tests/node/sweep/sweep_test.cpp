@@ -8,74 +8,61 @@
 
 // Every call around the library that can fail is made to fail, each once and from there on, in a process of
 // its own: a node is created, negotiates, renders four frames and is destroyed beside a neighbour that has to
-// notice nothing. What comes of it is kept in outcomes.txt.
+// notice nothing. What comes of it is kept in outcomes.txt. To make that anew, and to read it before it is
+// committed: rm outcomes.txt; DEWARP_SWEEP_KEEP=1 sweep_tests
 
 // The platform's log, as the library reaches it in this process.
 extern "C" int __android_log_print(int, const char*, const char*, ...) {
     return 0;
 }
 
-/// The kept outcomes. outcomes.txt has every line that they are made of under a number, and of every point
-/// the numbers of its lines; a variant that differs there has a row of its own.
+/// What outcomes.txt keeps: every line that outcomes are made of, under a number, and of every point the
+/// numbers of its lines. A variant that differs there has a row of its own.
 class Outcomes {
 public:
     Outcomes() {
         std::ifstream file(TEST_SWEEP_OUTCOMES);
-        for (std::string line; std::getline(file, line);) {
-            const size_t colon = line.find(": ");
-            if (line[0] >= '0' && line[0] <= '9') {
-                lines_[std::stoul(line)] = line.substr(colon + 2);
-            } else if (line[0] != '#') {
-                rows_[line.substr(0, colon)] = line.substr(colon + 2);
+        std::vector<std::string> lines;
+        for (std::string row; std::getline(file, row);) {
+            const size_t colon = row.find(": ");
+            if (row[0] >= '0' && row[0] <= '9') {
+                lines.push_back(row.substr(colon + 2));
+                continue;
+            }
+            std::istringstream numbers(row.substr(colon + 2));
+            for (size_t number = 0; numbers >> number;) {
+                rows_[row.substr(0, colon)] += lines.at(number) + "\n";
             }
         }
     }
     std::string Of(const std::string& variant, const std::string& point) const {
         const auto own = rows_.find(variant + ", " + point);
         const auto row = own != rows_.end() ? own : rows_.find(point);
-        std::istringstream numbers(row != rows_.end() ? row->second : "");
-        std::string text;
-        for (size_t number = 0; numbers >> number;) {
-            text += lines_.at(number) + "\n";
-        }
-        return text;
+        return row != rows_.end() ? row->second : "";
     }
     void Keep(const std::string& variant, const std::string& point, const std::string& text) {
-        if (Of(variant, point) == text) {
-            return;
+        if (Of(variant, point) != text) {
+            rows_[rows_.count(point) == 0 ? point : variant + ", " + point] = text;
         }
-        std::string numbers;
-        std::istringstream lines(text);
-        for (std::string line; std::getline(lines, line);) {
-            numbers += fmt::format(" {}", NumberOf(line));
-        }
-        rows_[rows_.count(point) == 0 ? point : variant + ", " + point] = numbers.substr(1);
     }
     void Write() const {
         std::ofstream file(TEST_SWEEP_OUTCOMES);
-        file << "# What comes of each fault (sweep_test.cpp): first the lines, then those that each point "
-                "has. Made anew,\n"
-                "# to be read before it is committed, by: rm outcomes.txt; DEWARP_SWEEP_KEEP=1 sweep_tests\n";
-        for (const auto& [number, line] : lines_) {
-            file << number << ": " << line << "\n";
+        std::map<std::string, size_t> numbers;
+        std::string rows;
+        for (const auto& [point, text] : rows_) {
+            rows += point + ":";
+            std::istringstream lines(text);
+            for (std::string line; std::getline(lines, line);) {
+                const auto [entry, isNew] = numbers.try_emplace(line, numbers.size());
+                rows += fmt::format(" {}", entry->second);
+                file << (isNew ? fmt::format("{}: {}\n", entry->second, line) : "");
+            }
+            rows += "\n";
         }
-        for (const auto& [point, numbers] : rows_) {
-            file << point << ": " << numbers << "\n";
-        }
+        file << rows;
     }
 
 private:
-    size_t NumberOf(const std::string& wanted) {
-        for (const auto& [number, line] : lines_) {
-            if (line == wanted) {
-                return number;
-            }
-        }
-        lines_[lines_.size()] = wanted;
-        return lines_.size() - 1;
-    }
-
-    std::map<size_t, std::string> lines_;
     std::map<std::string, std::string> rows_;
 };
 
@@ -91,7 +78,6 @@ protected:
             return Run(point);
         }
         const std::filesystem::path report = dumpDir_ / "report";
-        std::filesystem::remove(report);
         const pid_t child = ::fork();
         if (child == 0) {
             ::alarm(60);
@@ -109,19 +95,16 @@ protected:
     /// Runs a point and compares, or keeps, what comes of it.
     std::string Check(const Point& point) {
         const char* variant = desk::NameOf(GetParam());
-        const std::string outcome = RunApart(point);
-        ++points_;
-        if (std::getenv("DEWARP_SWEEP_KEEP") != nullptr) {
+        std::string outcome = RunApart(point);
+        if (isKept_) {
             outcomes_.Keep(variant, point.Name(), outcome);
-        } else if (outcome != outcomes_.Of(variant, point.Name()) && ++wrong_ <= 20) {
-            EXPECT_EQ(outcome, outcomes_.Of(variant, point.Name())) << point.Name();
         }
+        EXPECT_EQ(outcome, outcomes_.Of(variant, point.Name())) << point.Name();
         return outcome;
     }
 
+    const bool isKept_ = std::getenv("DEWARP_SWEEP_KEEP") != nullptr;
     Outcomes outcomes_;
-    unsigned points_ = 0;
-    unsigned wrong_ = 0;
 };
 
 TEST_P(Sweep, EveryFaultEndsAsEstablished) {
@@ -133,10 +116,7 @@ TEST_P(Sweep, EveryFaultEndsAsEstablished) {
             Check({name, first, true});
         }
     }
-    EXPECT_EQ(wrong_, 0U) << "of " << points_ << " points";
-    EXPECT_GT(points_, 1U);
-    RecordProperty("points", static_cast<int>(points_));
-    if (std::getenv("DEWARP_SWEEP_KEEP") != nullptr) {
+    if (isKept_) {
         outcomes_.Write();
     }
 }
