@@ -87,11 +87,10 @@ TEST(Records, SayWhatTheHostWants) {
         }
     };
     Expect({PhaseCreate | PhaseFirstPass, RT, {7, 8, 9}}, {{"nothing", look}});
-    std::string words;
-    for (uint32_t result = 0; result < 16; ++result) {
-        words += "; " + ResultText(result);
+    uint32_t result = 0;
+    for (const std::string& text : Sentences("a result")) {
+        EXPECT_EQ(ResultText(result++), text);
     }
-    EXPECT_THAT(Sentences("results"), ::testing::ElementsAre(words.substr(2)));
 }
 
 TEST(Buffers, AreAsLargeAsTheirAlignmentsSay) {
@@ -103,14 +102,13 @@ TEST(Buffers, AreAsLargeAsTheirAlignmentsSay) {
         }
         return count;
     };
-    const std::pair<Size, Alignment> asked[] = {
-        {{2, 2}, {0, 0}},     {{3, 5}, {1, 1}},     {{130, 50}, {128, 32}}, {{128, 32}, {128, 32}},
-        {{64, 48}, {96, 20}}, {{16384, 2}, {0, 0}}, {{2, 16384}, {0, 0}},   {{2, 2}, {16384, 0}},
-        {{2, 2}, {0, 16384}}, {{1, 2}, {0, 0}},     {{2, 1}, {0, 0}},       {{16385, 2}, {0, 0}},
-        {{2, 16385}, {0, 0}}, {{2, 2}, {-1, 0}},    {{2, 2}, {0, -1}},      {{2, 2}, {16385, 0}},
-        {{2, 2}, {0, 16385}}};
-    std::vector<std::string> got;
-    for (const auto& [size, alignment] : asked) {
+    // Columns, lines and the alignments of the two, and what comes of them.
+    for (const std::string& sentence : Sentences("a buffer")) {
+        Size size;
+        Alignment alignment;
+        std::istringstream(sentence) >> size.width >> size.height >> alignment.strideAlignment >>
+            alignment.scanlineAlignment;
+        std::string got;
         try {
             const auto buffer = GrallocBuffer::Create(size, alignment);
             const auto bytes = [&] {
@@ -121,14 +119,13 @@ TEST(Buffers, AreAsLargeAsTheirAlignmentsSay) {
             buffer->Remap();
             EXPECT_EQ(bytes(), 7U);
             EXPECT_EQ(countMapped(), GrallocBuffer::LiveCount());
-            got.push_back(fmt::format("{} x {}: {} x {} in {} bytes, chroma from {}", buffer->Width(),
-                                      buffer->Height(), buffer->Stride(), buffer->Scanline(),
-                                      buffer->ByteSize(), buffer->Chroma() - buffer->Luma()));
+            got = fmt::format("{} x {} in {} bytes, chroma from {}", buffer->Stride(), buffer->Scanline(),
+                              buffer->ByteSize(), buffer->Chroma() - buffer->Luma());
         } catch (const std::invalid_argument& error) {
-            got.push_back(error.what());
+            got = error.what();
         }
+        EXPECT_EQ(got, sentence.substr(sentence.find("gives ") + 6));
     }
-    EXPECT_EQ(got, Sentences("a buffer"));
     EXPECT_EQ(countMapped(), 0U);
 }
 

@@ -11,7 +11,6 @@ namespace {
 LumNodeInterface services = {};
 LumNodeCreateInfo node = {};
 bool isLookAhead = false;
-uint32_t gridTag = 0;
 DeskGlCounters gl = {};
 
 uint32_t Step(desk::Phase step, void* record) {
@@ -25,11 +24,6 @@ uint32_t Step(desk::Phase step, void* record) {
 uint32_t Create(LumNodeCreateInfo* info) {
     node = *info;
     isLookAhead = node.nodeCaps == LumNodeCapsDewarpLookAhead;
-    LumVendorTagBaseInfo tag = {};
-    LumNodeUtils::GetVendorTagBase("org.tamo.camera2.ipeicaconfigs",
-                                   isLookAhead ? "ICAInGridTransformLookahead" : "ICAInGridTransform",
-                                   &services, &tag);
-    gridTag = tag.vendorTagBase;
     info->phNodeSession = &node;
     info->nodeFlags |= 0x60;
     return Step(desk::PhaseCreate, info);
@@ -60,7 +54,7 @@ uint32_t ProcRequest(LumNodeProcessRequestInfo* info) {
     }
     dependency.hNodeSession = node.hSession;
     dependency.propertyCount = 1;
-    dependency.propertyIds[0] = gridTag;
+    dependency.propertyIds[0] = isLookAhead ? 0x80010001 : 0x80010000;  // of the grid
     dependency.propertyOffsets[0] = 0;
     dependency.pFenceHandles[0] = info->inputImageLists[0]->pFenceHandle;
     dependency.pFenceSignaled[0] = info->inputImageLists[0]->pFenceSignaled;
