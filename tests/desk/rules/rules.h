@@ -40,17 +40,28 @@ struct Life {
     desk::Fault fault = nullptr;
 };
 
-/// What a host's log says that it found.
-inline std::vector<std::string> FindingsIn(const std::string& log) {
-    const std::string mark = " W DESK    : finding: ";
-    std::istringstream lines(log);
-    std::vector<std::string> findings;
+/// What lines have after a mark. Each begins with a line feed.
+inline std::vector<std::string> After(const std::string& mark, std::istream&& lines) {
+    std::vector<std::string> found;
     for (std::string line; std::getline(lines, line);) {
+        line.insert(0, "\n");
         if (const size_t begin = line.find(mark); begin != std::string::npos) {
-            findings.push_back(line.substr(begin + mark.size()));
+            found.push_back(line.substr(begin + mark.size()));
         }
     }
-    return findings;
+    return found;
+}
+
+/// What sentences.txt has under a name, in the order of the lines.
+inline std::vector<std::string> Sentences(const std::string& name) {
+    const std::vector<std::string> sentences = After("\n" + name + ": ", std::ifstream(TEST_SENTENCES));
+    EXPECT_EQ(sentences.empty(), name == "nothing") << name;
+    return sentences;
+}
+
+/// What a host's log says that it found.
+inline std::vector<std::string> FindingsIn(const std::string& log) {
+    return After(" W DESK    : finding: ", std::istringstream(log));
 }
 
 /// What a host logs in a life. A request that is found at fault in its first pass has no second.
@@ -96,19 +107,6 @@ inline std::string Caller(desk::Phase step, desk::Variant variant = RT) {
     node.variant = variant;
     const bool isOfNode = step > desk::PhaseCaps && step != desk::PhaseRefusal;
     return desk::Describe({step, isOfNode ? &node : nullptr, 7, nullptr});
-}
-
-/// What sentences.txt has after a name and ": ", in the order of the lines.
-inline std::vector<std::string> Sentences(const std::string& name) {
-    std::vector<std::string> sentences;
-    std::ifstream file(TEST_SENTENCES);
-    for (std::string line; std::getline(file, line);) {
-        if (line.rfind(name + ": ", 0) == 0) {
-            sentences.push_back(line.substr(name.size() + 2));
-        }
-    }
-    EXPECT_EQ(sentences.empty(), name == "nothing") << name;
-    return sentences;
 }
 
 /// Each misdeed alone: the host says what sentences.txt has under its name.
