@@ -105,7 +105,7 @@ TEST(Buffers, AreAsLargeAsTheirAlignmentsSay) {
     // Columns, lines and the alignments of the two, and what comes of them.
     for (const std::string& sentence : Sentences("a buffer")) {
         Size size;
-        Alignment alignment;
+        Alignment alignment = {};
         std::istringstream(sentence) >> size.width >> size.height >> alignment.strideAlignment >>
             alignment.scanlineAlignment;
         std::string got;

@@ -177,7 +177,7 @@ TEST(Services, LogInLogcatsForm) {
 
 TEST(Services, AskForWhatThereIs) {
     const auto setColour = [](RogueCall& c, size_t word, int value) {
-        int copy[3 + GrallocFdCount + GrallocIntCount];
+        int copy[3 + GrallocFdCount + GrallocIntCount] = {};
         std::memcpy(copy, OutputOf(c), sizeof(copy));
         copy[word] = value;
         SetGrallocMetaData(reinterpret_cast<native_handle*>(copy), MetadataColor, 4, "");
