@@ -42,8 +42,7 @@ struct Buffer : ANativeWindowBuffer {
         handle = memory->Handle();
         common.incRef = [](android_native_base_t* /*base*/) { ++references; };
         common.decRef = [](android_native_base_t* /*base*/) { --references; };
-        told.geometry.stride = static_cast<int>(memory->Stride());
-        told.geometry.scanline = static_cast<int>(memory->Scanline());
+        told.geometry = {static_cast<int>(memory->Stride()), static_cast<int>(memory->Scanline())};
     }
     /// What it says of itself: any other number is wrong.
     std::vector<int*> Numbers() {
@@ -51,9 +50,6 @@ struct Buffer : ANativeWindowBuffer {
         auto* flags = reinterpret_cast<int*>(&told);  // magic, geometry's, stride, scanline, colour's
         return {ints,      ints + 1,  ints + 2, ints + 3, ints + 4, flags,         flags + 1,      flags + 2,
                 flags + 3, flags + 4, &width,   &height,  &format,  &common.magic, &common.version};
-    }
-    void Ask(EGLint name, EGLint value) {
-        attributes.insert(attributes.begin(), {name, value});
     }
     EGLImageKHR Import() {
         EXPECT_GT(pwrite(memory->Handle()->data[GrallocMetadataFd], &told, sizeof(told), 0), 0);
@@ -170,9 +166,15 @@ protected:
 
 TEST_F(Gl, ImportsBuffersOfTheDeskAlone) {
     std::vector<std::function<void(Buffer&)>> harms = {
-        [](Buffer& b) { b.Ask(EGL_WIDTH, 64); },
-        [](Buffer& b) { b.Ask(EGL_HEIGHT, 48), b.Ask(EGL_WIDTH, 65); },
-        [](Buffer& b) { b.Ask(EGL_GL_TEXTURE_LEVEL_KHR, 0); },
+        [](Buffer& b) {
+            b.attributes = {EGL_WIDTH, 64, EGL_NONE};
+        },
+        [](Buffer& b) {
+            b.attributes = {EGL_WIDTH, 65, EGL_HEIGHT, 48, EGL_NONE};
+        },
+        [](Buffer& b) {
+            b.attributes = {EGL_GL_TEXTURE_LEVEL_KHR, 0, EGL_NONE};
+        },
         [](Buffer& b) { b.context = &b; },
         [](Buffer& b) { b.display = EGL_NO_DISPLAY; },
         [](Buffer& b) { b.display = &b; },
@@ -206,8 +208,7 @@ TEST_F(Gl, ImportsBuffersOfTheDeskAlone) {
 
     const uint64_t imports = Counters().imports;
     Buffer buffer(65, 49, {128, 64});
-    buffer.Ask(EGL_HEIGHT, 49);
-    buffer.Ask(EGL_IMAGE_PRESERVED_KHR, EGL_TRUE);
+    buffer.attributes = {EGL_IMAGE_PRESERVED_KHR, EGL_TRUE, EGL_HEIGHT, 49, EGL_NONE};
     const EGLImageKHR image = buffer.Import();
     EXPECT_EQ(Counters().liveImages, 1U);
     for (EGLImageKHR handle : {EGLImageKHR{&buffer}, image, image}) {

@@ -1,17 +1,20 @@
 // What a node leaves behind: the records it is shown, as they were but for what is its own, and nothing else.
 
+#include <dlfcn.h>
 #include <fmt/core.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <numeric>
 
 #include "desk/abi/gralloc_layout.h"
-#include "desk/host/rules/record_watch.h"
 #include "tests/desk/rules/rules.h"
+
+void RogueMisdeed(RogueCall& call) {
+    misdeed(call);
+    rogue = call;
+}
 
 namespace {
 
@@ -20,77 +23,48 @@ using namespace LumNodeUtils;
 using Query = LumNodeQueryBufferInfo;
 using Request = LumNodeProcessRequestInfo;
 
-/// A record that a step shows to the node: where its named fields are, and one of each kind of byte beside
-/// them.
-struct Shown {
-    Phase step;
-    const char* name;
-    std::function<void*(RogueCall&)> find;
-    std::vector<RecordField> fields;
-    std::vector<size_t> others;
-};
-
-std::vector<Shown> ShownRecords() {
-#define AT(...) [](RogueCall& c) -> void* { return __VA_ARGS__; }
-    const auto own = AT(c.record);
-    const auto output = AT(c.As<Query>().pOutputPortQueryInfo);
-    const auto input = AT(c.As<Query>().pInputOptions);
-    const auto wanted =
-        AT(const_cast<LumNodeBufferRequirement*>(c.As<Query>().pOutputPortQueryInfo->pDownstreamRequirement));
-    const auto dependency = AT(c.As<Request>().pDependency);
-    const auto inputs = AT(c.As<Request>().inputImageLists[0]);
-    const auto outputs = AT(c.As<Request>().outputImageLists[0]);
-    // In a requirement the format and the third plane's alignment are the host's.
-    constexpr size_t Format = offsetof(LumNodeBufferRequirement, format);
-    constexpr size_t Plane2 = offsetof(LumNodeBufferRequirement, planeAlignment[2]);
-    std::vector<RecordField> create = CreateFields;
-    create.erase(create.begin() + 1);  // the handle is the node's to fill
-    std::vector<Shown> shown = {
-        {PhaseEntry, "LumNodeCallbacks", own, {}, {12}},
-        {PhaseCreate, "LumNodeCreateInfo", own, create, {4, 71}},
-        {PhaseQuery, "LumNodeQueryBufferInfo", own, {}, {4, 16}},
-        {PhaseQuery, "LumOutputPortQueryInfo", output, {}, {0, 16 + Format, 16 + Plane2, 95}},
-        {PhaseQuery, "LumInputPortQueryInfo", input, {}, {0, 4 + Format, 4 + Plane2}},
-        {PhaseQuery, "the downstream requirement", wanted, {}, {0, Plane2}},
-    };
-    for (const Phase pass : {PhaseFirstPass, PhaseSecondPass}) {
-        shown.push_back({pass, "LumNodeProcessRequestInfo", own, RequestFields, {4, 103}});
-        shown.push_back({pass, "LumDependencyInfo", dependency, DependencyFields, {0, 276}});
-        shown.push_back({pass, "LumImageList", inputs, {}, {0}});
-        shown.push_back({pass, "LumImageList", outputs, ImageListFields, {0}});
-    }
-    return shown;
-}
-
+// A byte is flipped in every named field, in long ones at both ends, and one of each kind beside them:
+// sentences.txt tells its place, where `now4` and `was8` stand for what 4 or 8 bytes hold then and held
+// before.
 TEST(Records, AreTheHosts) {
-    for (Shown& record : ShownRecords()) {
-        std::vector<std::pair<RecordField, size_t>> flips;  // of the first word and of the last
-        for (const RecordField& field : record.fields) {
-            flips.emplace_back(field, 0);
-            if (const size_t width = field.size % 8 == 0 ? 8 : 4; field.size > width) {
-                flips.emplace_back(field, field.size - width);
-            }
-        }
-        for (const size_t offset : record.others) {
-            flips.push_back({{nullptr, offset, 1}, 0});
-        }
-        for (const auto& [field, word] : flips) {
-            std::string sentence = Caller(record.step);
-            const Misdeed flip = [&, field = field, place = field.offset + word](RogueCall& call) {
-                auto* bytes = static_cast<unsigned char*>(record.find(call)) + place;
-                uint64_t words[2] = {};  // before and after
-                const size_t width = field.size % 8 == 0 ? 8 : std::min<size_t>(field.size, 4);
-                std::memcpy(&words[0], bytes, width);
+#define AT(...) [](RogueCall& c) -> const void* { return __VA_ARGS__; }
+    const struct {
+        Phase step;
+        const char* name;
+        const void* (*find)(RogueCall&);
+    } records[] = {
+        {PhaseEntry, "the callbacks", AT(c.record)},
+        {PhaseCreate, "a creation", AT(c.record)},
+        {PhaseQuery, "a query", AT(c.record)},
+        {PhaseQuery, "an output port", AT(c.As<Query>().pOutputPortQueryInfo)},
+        {PhaseQuery, "an input port", AT(c.As<Query>().pInputOptions)},
+        {PhaseQuery, "a requirement", AT(c.As<Query>().pOutputPortQueryInfo->pDownstreamRequirement)},
+        {PhaseFirstPass, "a request", AT(c.record)},
+        {PhaseFirstPass, "dependencies", AT(c.As<Request>().pDependency)},
+        {PhaseFirstPass, "an input list", AT(c.As<Request>().inputImageLists[0])},
+        {PhaseFirstPass, "an output list", AT(c.As<Request>().outputImageLists[0])},
+        {PhaseSecondPass, "a request", AT(c.record)},
+        {PhaseSecondPass, "dependencies", AT(c.As<Request>().pDependency)},
+        {PhaseSecondPass, "an input list", AT(c.As<Request>().inputImageLists[0])},
+        {PhaseSecondPass, "an output list", AT(c.As<Request>().outputImageLists[0])},
+    };
+    for (const auto& record : records) {
+        for (const std::string& sentence : Sentences(record.name)) {
+            const size_t place = std::stoul(sentence.substr(sentence.find("byte ") + 5));
+            const size_t width = sentence.find("now8") < 99 ? 8 : sentence.find("now4") < 99 ? 4 : 1;
+            uint64_t was = 0;
+            uint64_t now = 0;
+            const auto flip = [&](RogueCall& c) {
+                auto* bytes = static_cast<unsigned char*>(const_cast<void*>(record.find(c))) + place;
+                std::memcpy(&was, bytes, width);
                 bytes[width - 1] ^= 1;
-                std::memcpy(&words[1], bytes, width);
-                sentence +=
-                    field.name == nullptr
-                        ? fmt::format(" changed byte {} of {}, which belongs to the host", place, record.name)
-                        : fmt::format(" leaves {:#x} in {}.{} (byte {}); expected {:#x}", words[1],
-                                      record.name, field.name, place, words[0]);
+                std::memcpy(&now, bytes, width);
             };
             const auto findings = FindingsOf({record.step}, flip);
-            EXPECT_THAT(findings, ::testing::ElementsAre(sentence));
+            const std::string expected = fmt::format(
+                fmt::runtime(sentence), fmt::arg("who", Caller(record.step)), fmt::arg("now4", now),
+                fmt::arg("now8", now), fmt::arg("was4", was), fmt::arg("was8", was));
+            EXPECT_THAT(findings, ::testing::ElementsAre(expected));
         }
     }
     Expect({PhaseFirstPass},
@@ -113,11 +87,10 @@ TEST(Records, SayWhatTheHostWants) {
         }
     };
     Expect({PhaseCreate | PhaseFirstPass, RT, {7, 8, 9}}, {{"nothing", look}});
-    std::string words;
-    for (uint32_t result = 0; result < 16; ++result) {
-        words += "; " + ResultText(result);
+    uint32_t result = 0;
+    for (const std::string& text : Sentences("a result")) {
+        EXPECT_EQ(ResultText(result++), text);
     }
-    EXPECT_THAT(Sentences("results"), ::testing::ElementsAre(words.substr(2)));
 }
 
 TEST(Buffers, AreAsLargeAsTheirAlignmentsSay) {
@@ -129,14 +102,13 @@ TEST(Buffers, AreAsLargeAsTheirAlignmentsSay) {
         }
         return count;
     };
-    const std::pair<Size, Alignment> asked[] = {
-        {{2, 2}, {0, 0}},     {{3, 5}, {1, 1}},     {{130, 50}, {128, 32}}, {{128, 32}, {128, 32}},
-        {{64, 48}, {96, 20}}, {{16384, 2}, {0, 0}}, {{2, 16384}, {0, 0}},   {{2, 2}, {16384, 0}},
-        {{2, 2}, {0, 16384}}, {{1, 2}, {0, 0}},     {{2, 1}, {0, 0}},       {{16385, 2}, {0, 0}},
-        {{2, 16385}, {0, 0}}, {{2, 2}, {-1, 0}},    {{2, 2}, {0, -1}},      {{2, 2}, {16385, 0}},
-        {{2, 2}, {0, 16385}}};
-    std::vector<std::string> got;
-    for (const auto& [size, alignment] : asked) {
+    // Columns, lines and the alignments of the two, and what comes of them.
+    for (const std::string& sentence : Sentences("a buffer")) {
+        Size size;
+        Alignment alignment = {};
+        std::istringstream(sentence) >> size.width >> size.height >> alignment.strideAlignment >>
+            alignment.scanlineAlignment;
+        std::string got;
         try {
             const auto buffer = GrallocBuffer::Create(size, alignment);
             const auto bytes = [&] {
@@ -147,14 +119,13 @@ TEST(Buffers, AreAsLargeAsTheirAlignmentsSay) {
             buffer->Remap();
             EXPECT_EQ(bytes(), 7U);
             EXPECT_EQ(countMapped(), GrallocBuffer::LiveCount());
-            got.push_back(fmt::format("{} x {}: {} x {} in {} bytes, chroma from {}", buffer->Width(),
-                                      buffer->Height(), buffer->Stride(), buffer->Scanline(),
-                                      buffer->ByteSize(), buffer->Chroma() - buffer->Luma()));
+            got = fmt::format("{} x {} in {} bytes, chroma from {}", buffer->Stride(), buffer->Scanline(),
+                              buffer->ByteSize(), buffer->Chroma() - buffer->Luma());
         } catch (const std::invalid_argument& error) {
-            got.push_back(error.what());
+            got = error.what();
         }
+        EXPECT_EQ(got, sentence.substr(sentence.find("gives ") + 6));
     }
-    EXPECT_EQ(got, Sentences("a buffer"));
     EXPECT_EQ(countMapped(), 0U);
 }
 
@@ -166,17 +137,17 @@ TEST(Teardown, LeavesNothing) {
     Expect({PhaseCreate}, {{"no handle", DO(c.As<LumNodeCreateInfo>().phNodeSession = nullptr)},
                            {"a file left open", DO(FOpen("/data/vendor/camera/x", "a"))},
                            {"a library left mapped", DO(map(); mapGl())},
-                           {"a context left current", DO(mapGl(); c.gl.contextCurrent = 1)},
-                           {"an image left", DO(mapGl(); c.gl.liveImages = 1)},
-                           {"a context left", DO(mapGl(); c.gl.liveContexts = 2)},
-                           {"a display left", DO(mapGl(); c.gl.initialisedDisplays = 1)},
-                           {"an image fewer", DO(c.gl.liveImages = 1; mapGl(); c.gl.liveImages = 0)}});
+                           {"a context left current", DO(mapGl(); c.gl->contextCurrent = 1)},
+                           {"an image left", DO(mapGl(); c.gl->liveImages = 1)},
+                           {"a context left", DO(mapGl(); c.gl->liveContexts = 2)},
+                           {"a display left", DO(mapGl(); c.gl->initialisedDisplays = 1)},
+                           {"an image fewer", DO(c.gl->liveImages = 1; mapGl(); c.gl->liveImages = 0)}});
     Expect({PhaseSecondPass}, {{"a block kept", DO(keep(c.allocate(1)))},
                                {"a descriptor kept", DO(copy(::dup(OutputOf(c)->data[GrallocPixelFd])))}});
     // The context of a frame that failed stays until the next that does not.
     Expect(
         {PhaseCreate | PhaseSecondPass},
-        {{"nothing", DO(c.step == PhaseCreate ? mapGl() : void((c.result = 1, c.gl.contextCurrent = 1)))}});
+        {{"nothing", DO(c.step == PhaseCreate ? mapGl() : void((c.result = 1, c.gl->contextCurrent = 1)))}});
     const auto alive = GrallocBuffer::Create({2, 2}, {});
     Expect({PhaseDestroy}, {{"nothing", DO()}});
     Expect({PhaseDestroy}, {{"a handle left", DO(c.As<LumNodedestroyInfo>().hNodeSession = &elsewhere)},

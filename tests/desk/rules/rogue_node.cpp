@@ -8,25 +8,25 @@
 
 namespace {
 
-const Misdeed None = [](RogueCall&) {};
-const Misdeed* misdeed = &None;
 LumNodeInterface services = {};
 LumNodeCreateInfo node = {};
 bool isLookAhead = false;
-uint32_t gridTag = 0;
 DeskGlCounters gl = {};
+
+uint32_t Step(desk::Phase step, void* record) {
+    RogueCall call = {step, record, node.hSession, 0, services, &gl, std::malloc, ::posix_memalign};
+    if (RogueMisdeed != nullptr) {
+        RogueMisdeed(call);
+    }
+    return call.result;
+}
 
 uint32_t Create(LumNodeCreateInfo* info) {
     node = *info;
     isLookAhead = node.nodeCaps == LumNodeCapsDewarpLookAhead;
-    LumVendorTagBaseInfo tag = {};
-    LumNodeUtils::GetVendorTagBase("org.tamo.camera2.ipeicaconfigs",
-                                   isLookAhead ? "ICAInGridTransformLookahead" : "ICAInGridTransform",
-                                   &services, &tag);
-    gridTag = tag.vendorTagBase;
     info->phNodeSession = &node;
     info->nodeFlags |= 0x60;
-    return RogueStep(desk::PhaseCreate, info);
+    return Step(desk::PhaseCreate, info);
 }
 
 uint32_t QueryBufferInfo(LumNodeQueryBufferInfo* info) {
@@ -37,7 +37,7 @@ uint32_t QueryBufferInfo(LumNodeQueryBufferInfo* info) {
         own->optimalHeight = output.pDownstreamRequirement->optimalHeight;
         own->planeAlignment[0] = {128, 32};
     }
-    return RogueStep(desk::PhaseQuery, info);
+    return Step(desk::PhaseQuery, info);
 }
 
 uint32_t ProcRequest(LumNodeProcessRequestInfo* info) {
@@ -45,7 +45,7 @@ uint32_t ProcRequest(LumNodeProcessRequestInfo* info) {
     if (dependency.processSequenceId == 1) {
         dependency.processingDone = 1;
         info->lookAheadComplete = isLookAhead ? 1 : info->lookAheadComplete;
-        return RogueStep(desk::PhaseSecondPass, info);
+        return Step(desk::PhaseSecondPass, info);
     }
     LumRequestWindowInfo window = {};
     services.QueryRequestWindow(node.hSession, &window);
@@ -54,7 +54,7 @@ uint32_t ProcRequest(LumNodeProcessRequestInfo* info) {
     }
     dependency.hNodeSession = node.hSession;
     dependency.propertyCount = 1;
-    dependency.propertyIds[0] = gridTag;
+    dependency.propertyIds[0] = isLookAhead ? 0x80010001 : 0x80010000;  // of the grid
     dependency.propertyOffsets[0] = 0;
     dependency.pFenceHandles[0] = info->inputImageLists[0]->pFenceHandle;
     dependency.pFenceSignaled[0] = info->inputImageLists[0]->pFenceSignaled;
@@ -68,45 +68,35 @@ uint32_t ProcRequest(LumNodeProcessRequestInfo* info) {
         LumRequestDoneInfo done = {sizeof(done), 0, node.hSession, info->requestId, 0};
         services.NotifyRequestDone(&done);
     }
-    return RogueStep(desk::PhaseFirstPass, info);
+    return Step(desk::PhaseFirstPass, info);
 }
 
 }  // namespace
-
-void RogueSet(const Misdeed* next) {
-    misdeed = next;
-    gl = {};
-}
-
-uint32_t RogueStep(desk::Phase step, void* record) {
-    RogueCall call = {step, record, node.hSession, 0, services, gl, std::malloc, ::posix_memalign};
-    (*misdeed)(call);
-    return call.result;
-}
 
 void desk_gl_counters(DeskGlCounters* counters) {
     *counters = gl;
 }
 
 void LumNodeEntry(LumNodeCallbacks* callbacks) {
+    gl = {};
     callbacks->minorVersion = 0;
     callbacks->GetCaps = [](LumNodeCapsInfo* info) {
         info->nodeCapsMask = LumNodeCapsDewarpRealTime | LumNodeCapsDewarpLookAhead;
-        return RogueStep(desk::PhaseCaps, info);
+        return Step(desk::PhaseCaps, info);
     };
     callbacks->Create = Create;
     callbacks->Destroy = [](LumNodedestroyInfo* info) {
         info->hNodeSession = nullptr;
-        return RogueStep(desk::PhaseDestroy, info);
+        return Step(desk::PhaseDestroy, info);
     };
     callbacks->QueryBufferInfo = QueryBufferInfo;
-    callbacks->SetBufferInfo = [](auto* info) { return RogueStep(desk::PhaseSetBuffer, info); };
+    callbacks->SetBufferInfo = [](auto* info) { return Step(desk::PhaseSetBuffer, info); };
     callbacks->ProcRequest = ProcRequest;
     callbacks->SetNodeInterface = [](LumNodeInterface* host) {
         uint32_t base = 0;
         LumNodeUtils::SetNodeInterface(host, "com.oxa.node.dewarp", &services, &base);
-        return RogueStep(desk::PhaseInterface, host);
+        return Step(desk::PhaseInterface, host);
     };
-    callbacks->DumpCoreNodeConfig = [](auto...) { return RogueStep(desk::PhaseRefusal, nullptr); };
-    RogueStep(desk::PhaseEntry, callbacks);
+    callbacks->DumpCoreNodeConfig = [](auto...) { return Step(desk::PhaseRefusal, nullptr); };
+    Step(desk::PhaseEntry, callbacks);
 }

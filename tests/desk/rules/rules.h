@@ -1,6 +1,5 @@
 #pragma once
 
-#include <dlfcn.h>
 #include <gmock/gmock.h>
 
 #include <filesystem>
@@ -15,22 +14,18 @@
 #include "tests/desk/rules/rogue.h"
 #include "tests/support/folder.h"
 
+using Misdeed = std::function<void(RogueCall&)>;
 constexpr auto RT = desk::Variant::RealTime;
 constexpr auto LA = desk::Variant::LookAhead;
 constexpr auto Vendor = LumMetadataTypeVendorTag;
 inline int elsewhere = 0;                       // an object that no host handed out
+inline RogueCall rogue = {};                    // the latest step
+inline Misdeed misdeed = [](auto&) {};          // what is done at the end of every step
 inline std::function<void()> leftover = [] {};  // how a misdeed's own is cleared away, once it has been found
 
 // A misdeed, and what spoils one field of a record, in the words of a row.
 #define DO(...) [&]([[maybe_unused]] RogueCall& c) { __VA_ARGS__; }
 #define WITH(...) [&](auto& record) { record.__VA_ARGS__; }
-
-/// A function of the rogue's own. It stays loaded from one host to the next.
-template <typename Function>
-Function OfRogue(const char* name) {
-    static void* const library = ::dlopen(TEST_ROGUE_LIBRARY, RTLD_NOW | RTLD_LOCAL);
-    return reinterpret_cast<Function>(::dlsym(library, name));
-}
 
 inline native_handle* OutputOf(RogueCall& call) {
     const LumImageList& list = *call.As<LumNodeProcessRequestInfo>().outputImageLists[0];
@@ -45,28 +40,38 @@ struct Life {
     desk::Fault fault = nullptr;
 };
 
-/// What a host's log says that it found.
-inline std::vector<std::string> FindingsIn(const std::string& log) {
-    const std::string mark = " W DESK    : finding: ";
-    std::istringstream lines(log);
-    std::vector<std::string> findings;
+/// What lines have after a mark. Each begins with a line feed.
+inline std::vector<std::string> After(const std::string& mark, std::istream&& lines) {
+    std::vector<std::string> found;
     for (std::string line; std::getline(lines, line);) {
+        line.insert(0, "\n");
         if (const size_t begin = line.find(mark); begin != std::string::npos) {
-            findings.push_back(line.substr(begin + mark.size()));
+            found.push_back(line.substr(begin + mark.size()));
         }
     }
-    return findings;
+    return found;
+}
+
+/// What sentences.txt has under a name, in the order of the lines.
+inline std::vector<std::string> Sentences(const std::string& name) {
+    const std::vector<std::string> sentences = After("\n" + name + ": ", std::ifstream(TEST_SENTENCES));
+    EXPECT_EQ(sentences.empty(), name == "nothing") << name;
+    return sentences;
+}
+
+/// What a host's log says that it found.
+inline std::vector<std::string> FindingsIn(const std::string& log) {
+    return After(" W DESK    : finding: ", std::istringstream(log));
 }
 
 /// What a host logs in a life. A request that is found at fault in its first pass has no second.
-inline std::string LogOf(const Life& life, const Misdeed& misdeed) {
-    const Misdeed inSteps = [&](RogueCall& call) { (call.step & life.steps) != 0 ? misdeed(call) : void(); };
-    OfRogue<decltype(&RogueSet)>("RogueSet")(&inSteps);
-    const std::filesystem::path rogue = TEST_ROGUE_LIBRARY;
+inline std::string LogOf(const Life& life, const Misdeed& done) {
+    misdeed = [&](RogueCall& call) { (call.step & life.steps) != 0 ? done(call) : void(); };
+    const std::filesystem::path library = TEST_ROGUE_LIBRARY;
     std::ostringstream log;
     {
         const TemporaryFolder dumps;
-        desk::DeskHost host({rogue, rogue.parent_path(), dumps.path, &log});
+        desk::DeskHost host({library, library.parent_path(), dumps.path, &log});
         const desk::Contract& contract = host.State().contract;
         host.State().fault = life.fault;
         if (const auto node = host.CreateNode(life.variant); node->Handle() != nullptr) {
@@ -83,7 +88,8 @@ inline std::string LogOf(const Life& life, const Misdeed& misdeed) {
             }
         }
         host.Callbacks().DumpCoreNodeConfig(0, 0, nullptr);
-        OfRogue<decltype(&RogueStep)>("RogueStep")(desk::PhaseOutside, nullptr);
+        rogue.step = desk::PhaseOutside;
+        misdeed(rogue);
         EXPECT_EQ(FindingsIn(log.str()), contract.List());
     }
     std::exchange(leftover, [] {})();
@@ -91,8 +97,8 @@ inline std::string LogOf(const Life& life, const Misdeed& misdeed) {
 }
 
 /// What it finds.
-inline std::vector<std::string> FindingsOf(const Life& life, const Misdeed& misdeed) {
-    return FindingsIn(LogOf(life, misdeed));
+inline std::vector<std::string> FindingsOf(const Life& life, const Misdeed& done) {
+    return FindingsIn(LogOf(life, done));
 }
 
 /// Who does something in a step, in the words of the host.
@@ -103,23 +109,9 @@ inline std::string Caller(desk::Phase step, desk::Variant variant = RT) {
     return desk::Describe({step, isOfNode ? &node : nullptr, 7, nullptr});
 }
 
-/// What sentences.txt has after a name and ": ", in the order of the lines.
-inline std::vector<std::string> Sentences(const std::string& name) {
-    std::vector<std::string> sentences;
-    std::ifstream file(TEST_SENTENCES);
-    for (std::string line; std::getline(file, line);) {
-        if (line.rfind(name + ": ", 0) == 0) {
-            sentences.push_back(line.substr(name.size() + 2));
-        }
-    }
-    return sentences;
-}
-
 /// Each misdeed alone: the host says what sentences.txt has under its name.
 inline void Expect(const Life& life, const std::vector<std::pair<std::string, Misdeed>>& misdeeds) {
-    for (const auto& [name, misdeed] : misdeeds) {
-        const std::vector<std::string> expected = Sentences(name);
-        EXPECT_EQ(expected.empty(), name == "nothing") << name;
-        EXPECT_EQ(FindingsOf(life, misdeed), expected) << name;
+    for (const auto& [name, done] : misdeeds) {
+        EXPECT_EQ(FindingsOf(life, done), Sentences(name)) << name;
     }
 }
