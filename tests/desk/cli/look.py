@@ -120,7 +120,18 @@ def inputs():
         points = ["%.4f" % (float(word) * scale + (x, y)[n % 2]) for n, word in enumerate(words[3:])]
         return ", ".join(words[:1] + [str(int(word) * scale) for word in words[1:3]] + points) + " \n"
 
+    def barred(number, by):
+        """The frame between black bars of 22 and 24 columns, every sample `by` times as wide and as high."""
+        at, samples = start + number * frame + len(b"FRAME\n"), b""
+        for width, height, pixels in ((192, 144, 1), (96, 72, 2), (96, 72, 2)):
+            for at in range(at, at + width * height, width):
+                row = bytes(22 // pixels) + shaky[at : at + width] + bytes(24 // pixels)
+                samples += bytes(v for v in row for _ in range(by)) * by
+            at += width
+        return samples
 
+    for by in 1, 2:
+        write(f"barred{by}.y4m", y4m(238 * by, 144 * by, [barred(number, by) for number in range(2)]))
     write("text.mp4", "hello")
     write("empty.y4m", y4m(192, 144, []))
     write("odd.y4m", b"YUV4MPEG2 W193 H145 F30:1 Ip A1:1 C444\nFRAME\n" + bytes(3 * 193 * 145))
@@ -137,6 +148,8 @@ def inputs():
     write("far.txt", re.sub(r", -\d+\.\d+", ", -230000000.0", grids, count=1))
     write("nan.txt", re.sub(r", -\d+\.\d+", ", -nan", lines[0], count=1))
     write("other.txt", moved(lines[0], 0, 0, 3))
+    rng = random.Random(3)
+    write("bent.txt", re.sub(r"-?\d+\.\d+", lambda value: "%.4f" % (float(value[0]) + rng.uniform(-2, 2)), "".join(lines[:2])))
     write("changed.txt", lines[0] + re.sub(r", [-.0-9]+ $", ", 9.0000 ", lines[1]) + "".join(lines[2:]))
     # The node of tests/desk/rules wants an input as large as the output.
     write("flat.txt", "".join(re.sub(r", 160, 120, ", ", 128, 96, ", line) for line in still.splitlines(True)))
