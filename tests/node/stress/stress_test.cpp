@@ -47,8 +47,9 @@ struct Level {
 };
 
 /// Two nodes' frames over buffers of which now and then one is replaced, so that its descriptor comes back as
-/// another buffer's, or moved. What the first node's frames have warmed up has to do for the second's.
-/// `images` tells how many EGL images there are.
+/// another buffer's, or moved. What a node's first frames have warmed up has to do for its others, and
+/// nothing but memory, which a driver keeps of every context, is more for the second node. `images` tells how
+/// many EGL images there are.
 template <typename Images>
 void ExpectNothingGrows(desk::DeskHost& host, unsigned frames, Images images) {
     IPEICAGridTransform grid = {};
@@ -65,16 +66,20 @@ void ExpectNothingGrows(desk::DeskHost& host, unsigned frames, Images images) {
             } else if (frame % 25 == 0) {
                 stage.inputs[frame % 8]->Remap();
             }
-            if (frame == frames / 5) {
+            if (frame == frames / 5 || frame == frames) {
                 levels.push_back(Level::Now());
                 allocations.push_back(host.Counters().liveAllocations);
             }
         }
     }
-    EXPECT_EQ(allocations[1], allocations[0]);
-    EXPECT_EQ(levels[1].descriptors, levels[0].descriptors);
     const size_t slack = (4U << 20U) / static_cast<size_t>(::sysconf(_SC_PAGESIZE));
-    EXPECT_LE(levels[1].pages, levels[0].pages + slack);
+    for (size_t i = 1; i < levels.size(); ++i) {
+        EXPECT_EQ(allocations[i], allocations[0]);
+        EXPECT_EQ(levels[i].descriptors, levels[0].descriptors);
+        if (i % 2 == 1) {
+            EXPECT_LE(levels[i].pages, levels[i - 1].pages + slack);
+        }
+    }
 }
 
 }  // namespace
