@@ -129,13 +129,18 @@ BENCHMARK_CAPTURE(PeerFrame, bare loop, bench::BareLoop)
 BENCHMARK_CAPTURE(PeerFrame, OpenCV remap, bench::OpenCvRemap)->Apply(Sizes);
 BENCHMARK_CAPTURE(PeerFrame, vidstab transform, bench::VidStab)->Apply(Sizes);
 
+void Often(benchmark::internal::Benchmark* benchmark) {
+    benchmark->UseManualTime()->Iterations(10)->Unit(benchmark::kMillisecond);
+}
+using bench::TimeEvent;
+BENCH_LIFE(DeskWarp, Often);
+
 }  // namespace
 
 int main(int argc, char** argv) {
     try {
         benchmark::Initialize(&argc, argv);
         benchmark::AddCustomContext("renderer", bench::Renderer());
-        bench::RegisterEvents<DeskWarp>(10, benchmark::kMillisecond);
         benchmark::RunSpecifiedBenchmarks();
     } catch (const std::exception& error) {
         std::cerr << "bench-desk: " << error.what() << "\n";

@@ -15,13 +15,12 @@ double Seconds(const Action& action) {
 }
 
 enum Event { Create, FirstFrame, ImportFrame, Destroy };
-constexpr const char* EventNames[] = {"Create", "FirstFrame", "ImportFrame", "Destroy"};
 
 /// Takes one node after the other through its life and times one event of each. A `Life` is one node with
 /// Create(), Prepare(), which is never timed, Frame(), NextBuffers(), after which a frame imports, and
 /// Destroy().
-template <typename Life>
-void TimeEvent(benchmark::State& state, Event event) {
+template <typename Life, Event event>
+void TimeEvent(benchmark::State& state) {
     while (state.KeepRunning()) {
         Life life;
         const auto run = [&](Event now, void (Life::*action)()) {
@@ -43,16 +42,11 @@ void TimeEvent(benchmark::State& state, Event event) {
     }
 }
 
-/// A benchmark for each event, named after it.
-template <typename Life>
-bool RegisterEvents(int iterations, benchmark::TimeUnit unit) {
-    for (const Event event : {Create, FirstFrame, ImportFrame, Destroy}) {
-        benchmark::RegisterBenchmark(EventNames[event], TimeEvent<Life>, event)
-            ->UseManualTime()
-            ->Iterations(iterations)
-            ->Unit(unit);
-    }
-    return true;
-}
-
 }  // namespace bench
+
+/// A benchmark for each event of a Life, named after it; `set` gives them their time unit and their number.
+#define BENCH_LIFE(Life, set)                                                                 \
+    BENCHMARK_TEMPLATE(TimeEvent, Life, bench::Create)->Name("Create")->Apply(set);           \
+    BENCHMARK_TEMPLATE(TimeEvent, Life, bench::FirstFrame)->Name("FirstFrame")->Apply(set);   \
+    BENCHMARK_TEMPLATE(TimeEvent, Life, bench::ImportFrame)->Name("ImportFrame")->Apply(set); \
+    BENCHMARK_TEMPLATE(TimeEvent, Life, bench::Destroy)->Name("Destroy")->Apply(set)

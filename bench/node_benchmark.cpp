@@ -111,7 +111,11 @@ BENCHMARK(Mesh);
 BENCHMARK(GridCopy);
 BENCHMARK(LockAndUnlock);
 BENCHMARK(DumpCallsFrame);
-[[maybe_unused]] const bool isLifeTimed = bench::RegisterEvents<NullLife>(2000, benchmark::kNanosecond);
+void Often(benchmark::internal::Benchmark* benchmark) {
+    benchmark->UseManualTime()->Iterations(2000);
+}
+using bench::TimeEvent;
+BENCH_LIFE(NullLife, Often);
 
 }  // namespace
 
