@@ -16,7 +16,8 @@ void ForEachSample(desk::GrallocBuffer& buffer, Visit visit) {
     }
     for (uint32_t j = 0; j < (buffer.Height() + 1) / 2; ++j) {
         for (uint32_t i = 0; i < (buffer.Width() + 1) / 2 * 2; ++i) {
-            visit(buffer.Chroma()[j * buffer.Stride() + i], 1 + i % 2, i / 2 * 2.0 + 0.5, 2.0 * j + 0.5);
+            const uint32_t column = i / 2;
+            visit(buffer.Chroma()[j * buffer.Stride() + i], 1 + i % 2, 2.0 * column + 0.5, 2.0 * j + 0.5);
         }
     }
 }

@@ -47,7 +47,7 @@ inline std::string Difference(const std::vector<float>& grid, const DewarpMeshSi
     const int vertices[] = {sizes.numVerticesX, sizes.numVerticesY};
     const int in[] = {sizes.inImageWidth, sizes.inImageHeight};
     const int out[] = {sizes.outImageWidth, sizes.outImageHeight};
-    const auto count = static_cast<size_t>(2 * vertices[0] * vertices[1]);
+    const size_t count = size_t{2} * static_cast<size_t>(vertices[0]) * static_cast<size_t>(vertices[1]);
     std::vector<float> positions(count);
     std::vector<float> texCoordinates(count);
     UpdateMesh(positions.data(), texCoordinates.data(), grid.data(), sizes, isGridUsed);
