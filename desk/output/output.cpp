@@ -253,11 +253,19 @@ void WriteWhole(const std::filesystem::path& file, const std::string& bytes, boo
 }
 
 Folder::Folder(const Path& place) : Folder() {
-    for (Path missing = place; !missing.empty() && !IsThere(missing); missing = missing.parent_path()) {
-        made_.push_back(missing);
+    std::vector<Path> missing;
+    for (Path at = place; !at.empty() && !IsThere(at); at = at.parent_path()) {
+        missing.push_back(at);
     }
     std::error_code error;
-    std::filesystem::create_directories(place, error);
+    for (auto at = missing.rbegin(); at != missing.rend() && !error; ++at) {
+        if (std::filesystem::create_directory(*at, error)) {  // which somebody else has not made meanwhile
+            made_.insert(made_.begin(), *at);
+        }
+    }
+    if (!error) {
+        std::filesystem::create_directories(place, error);
+    }
     if (error) {
         Fail(place, "made", error.value());
     }
@@ -265,8 +273,7 @@ Folder::Folder(const Path& place) : Folder() {
 
 Folder::~Folder() {
     for (const Path& made : made_) {
-        std::error_code isFull;
-        std::filesystem::remove(made, isFull);
+        static_cast<void>(rmdir(made.c_str()));  // never a file, nor a folder that holds something
     }
 }
 
