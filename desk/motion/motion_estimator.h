@@ -7,27 +7,43 @@
 
 namespace desk {
 
-/// Estimates where the camera points in every frame: corners of a key frame (Shi and Tomasi 1994) are
-/// followed by the pyramidal Lucas-Kanade method, RANSAC finds those that move together, and the pose is
-/// fitted to them. A frame becomes the next key frame when too few of the old one's corners are left, so that
-/// errors add up from key frame to key frame only.
+/// Estimates where the camera points in every frame, from the background: what moves alike all over the
+/// picture. Corners of a key frame (Shi and Tomasi 1994), as many from each cell of a grid, are followed
+/// there and back by the pyramidal Lucas-Kanade method. RANSAC looks for the motion that most cells agree on,
+/// and the pose is fitted to the corners that make it. What moves by itself is remembered: its corners lose
+/// their trust, and those found later in its place start without. A frame becomes the next key frame when too
+/// few of the old one's corners are left, so that errors add up from key frame to key frame only.
 class MotionEstimator {
 public:
-    /// The next frame's luma, 8-bit, of one size. Where too few corners agree, as at a cut, the camera counts
-    /// as standing still.
+    /// The next frame's luma, 8-bit, of one size. A camera that stands keeps its pose to the last bit. Where
+    /// too little agrees, as at a cut, the camera counts as standing.
     FramePose Add(const cv::Mat& luma);
 
 private:
-    void MakeKey();
-    size_t Follow();
+    /// A corner of the key frame.
+    struct Corner {
+        cv::Point2f key;  ///< where it is in the key frame, shrunken pixels, as all but the scene
+        cv::Point2f
+            stood;  ///< where it would be in the frame added last, had the camera stood since the one before
+        cv::Point2f moved;  ///< where it is
+        bool isFound = false;
+        Position scene;    ///< what it shows
+        double trust = 1;  ///< that it belongs to the background, 0 to 1
+        double share = 0;  ///< of what its cell of the grid counts
+    };
+
+    void MakeKey(bool isCut);
+    void Follow();
+    bool FindMotion();
+    std::vector<double> FirstGuess(const std::vector<Corner>& found) const;
 
     cv::Mat key_;      ///< shrunken, as all that is followed in
     cv::Mat picture_;  ///< of the frame added last
     int factor_ = 1;   ///< by which they are shrunken
     FramePose pose_;
-    std::vector<cv::Point2f> corners_;  ///< in the key frame
-    std::vector<Position> scene_;       ///< what they show
-    std::vector<cv::Point2f> moved_;    ///< in the frame added last
+    int stood_ = 0;  ///< for how many frames the camera has stood
+    std::vector<Corner> corners_;
+    double trusted_ = 0;  ///< how many of them were to be trusted when they were chosen
 };
 
 }  // namespace desk
