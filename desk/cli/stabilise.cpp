@@ -11,17 +11,23 @@ namespace desk {
 namespace {
 
 struct StabiliseOptions : RunOptions {
+    StabiliseOptions() {
+        variant = Variant::LookAhead;  // a clip's frames that are still to come are known
+    }
     std::optional<size_t> window;  ///< frames that the look-ahead node sees ahead
     std::optional<cv::Size> size;  ///< of the output, pixels
     std::optional<Margin> margin;  ///< fractions of the output
+    std::string zoom = "none";     ///< or "fill"
 };
 
-/// Without --size no pixel of the clip is scaled: the output is what the margin leaves of it.
+/// Without --size no pixel of the clip is scaled: the output is what the margin leaves of it. To fill the
+/// clip's size the frames are scaled up to the input that the node then asks for, and not by its grid: the
+/// scaler's filter is longer than the two samples that a GPU reads each way.
 NodeSizing ChooseSizing(const StabiliseOptions& options, cv::Size clip) {
     constexpr float UsualMargin = 0.2F;
     const Margin margin = options.margin.value_or(Margin{UsualMargin, UsualMargin});
-    if (options.size) {
-        return {*options.size, margin};
+    if (options.size || options.zoom == "fill") {
+        return {options.size.value_or(clip / 2 * 2), margin};
     }
     const auto left = [](int pixels, float fraction) {
         const int pairs = pixels / 2;
@@ -41,7 +47,7 @@ CameraResult ResultOf(const FramePose& pose, const FramePose& last) {
 int RunStabilise(const StabiliseOptions& options) {
     constexpr size_t UsualWindow = 30;
     if (options.window && options.variant != Variant::LookAhead) {
-        throw UsageError("--window is of the look-ahead node; expected --variant lookahead with it");
+        throw UsageError("--window is of the look-ahead node; expected no --variant realtime with it");
     }
     const size_t window = options.variant == Variant::LookAhead ? options.window.value_or(UsualWindow) : 0;
     ClipReader reader(options.clip, options.frames, options.onDamage);
@@ -78,15 +84,17 @@ int RunStabilise(const StabiliseOptions& options) {
 void AddStabilise(CLI::App& app, int& status) {
     auto [command, options] = AddCommand<StabiliseOptions>(
         app, "stabilise", "Steadies a clip through the node.",
-        "dewarp-desk stabilise walk.mp4 -o steady.mp4 --variant lookahead --compare", status, RunStabilise);
+        "dewarp-desk stabilise walk.mp4 -o steady.mp4 --zoom fill", status, RunStabilise);
     command.add_option("CLIP", options.clip, "any clip that FFmpeg reads, or a folder of pictures")
         ->required()
         ->group(Inputs);
-    command
-        .add_option("--window", options.window,
-                    "frames that the look-ahead node sees ahead, with --variant lookahead [30]")
+    command.add_option("--window", options.window, "frames that the look-ahead node sees ahead [30]")
         ->check(CLI::Range(1, 300));
     AddSize(command, options.size);
+    command.add_option("--zoom", options.zoom, "fill: the steady picture gets the size of the clip's")
+        ->check(CLI::IsMember({"none", "fill"}))
+        ->capture_default_str()
+        ->excludes("--size");
     AddMargin(command, options.margin);
     AddNodeOptions(command, options);
     AddRecordingOptions(command, options);
