@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """Tells how far the background of clips moves from frame to frame, from patches that a person picked.
 
     scripts/track-background.py NAME CLIP...
@@ -21,7 +21,6 @@ BACKGROUND = {
     "box": ((640, 480), [(80, 200, 60, 60), (56, 240, 100, 100), (470, 320, 110, 90)]),
     "cup": ((640, 480), [(225, 405, 200, 75)]),
     "vtest": ((768, 576), [(64, 48, 640, 120), (64, 300, 290, 228), (440, 340, 100, 140)]),
-    "tree": ((320, 240), [(27, 20, 30, 200)]),
 }
 CLOSE = 0.5  # pixels that a corner may be off when it comes back
 

@@ -1,47 +1,72 @@
 #include "desk/measure/motion_meter.h"
 
+#include <algorithm>
+#include <array>
 #include <cmath>
+#include <limits>
 #include <opencv2/imgproc.hpp>
-#include <opencv2/video/tracking.hpp>
 #include <utility>
-#include <vector>
+
+#include "desk/measure/corners.h"
 
 namespace desk {
+namespace {
 
-void MotionMeter::Add(const cv::Mat& luma) {
-    constexpr int MaxCorners = 400;          // the time grows with their number, precision with its root only
-    constexpr double Quality = 0.01;         // of the best corner's: duller ones are followed less well
-    constexpr double MaxReturnError = 0.25;  // pixels: many times what a corner that is followed well is off
-    const double apart = luma.rows / 36.0;   // so that they spread over the whole picture
-    const cv::Mat previous = std::exchange(previous_, luma.clone());
-    std::vector<cv::Point2f> start;
-    if (!previous.empty()) {
-        cv::goodFeaturesToTrack(previous, start, MaxCorners, Quality, apart);
+double Median(std::vector<double>& values) {
+    if (values.empty()) {
+        return std::numeric_limits<double>::quiet_NaN();
     }
-    if (start.empty()) {
-        return;
-    }
-    const auto follow = [](const cv::Mat& from, const cv::Mat& to, const auto& points, auto& found) {
-        std::vector<cv::Point2f> moved;
-        cv::calcOpticalFlowPyrLK(from, to, points, moved, found, cv::noArray(), {21, 21}, 4,
-                                 {cv::TermCriteria::COUNT | cv::TermCriteria::EPS, 40, 0.005});
-        return moved;
-    };
-    std::vector<uchar> there;
-    std::vector<uchar> back;
-    const auto end = follow(previous, previous_, start, there);
-    const auto returned = follow(previous_, previous, end, back);
-    for (size_t i = 0; i < start.size(); i++) {
-        if (there[i] != 0 && back[i] != 0 && cv::norm(returned[i] - start[i]) <= MaxReturnError) {
-            const cv::Point2f step = end[i] - start[i];
-            squares_ += step.ddot(step);
-            tracks_++;
-        }
-    }
+    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+    std::nth_element(values.begin(), middle, values.end());
+    return *middle;
 }
 
-double MotionMeter::Rms() const {
-    return std::sqrt(squares_ / static_cast<double>(tracks_));
+}  // namespace
+
+void MotionMeter::Add(const cv::Mat& luma) {
+    constexpr size_t PerCell = 4;
+    constexpr double Quality = 0.002;        // of the best corner's: low, so that dull cells count too
+    constexpr double MaxReturnError = 0.25;  // pixels: many times what a corner that is followed well is off
+    constexpr int EnoughRows = 360;          // to choose corners in; they are followed in the whole picture
+    const cv::Mat previous = std::exchange(previous_, luma.clone());
+    std::array<std::vector<double>, CellCount> cells;
+    if (!previous.empty()) {
+        const int factor = std::max(1, luma.rows / EnoughRows);
+        cv::Mat shrunken;
+        cv::resize(previous, shrunken, previous.size() / factor, 0, 0, cv::INTER_AREA);
+        auto start = SpreadCorners(shrunken, PerCell, Quality);
+        for (cv::Point2f& corner : start) {
+            corner *= factor;
+        }
+        auto end = start;
+        if (!start.empty()) {
+            const auto followed = FollowCorners(previous, previous_, start, end, MaxReturnError);
+            for (size_t i = 0; i < start.size(); i++) {
+                if (followed[i]) {
+                    cells[CellOf(start[i], luma.size())].push_back(cv::norm(end[i] - start[i]));
+                }
+            }
+        }
+    }
+    std::vector<double> all;
+    for (auto& cell : cells) {
+        if (!cell.empty()) {
+            all.push_back(Median(cell));
+        }
+    }
+    steps_.push_back(Median(all));
+}
+
+double MotionMeter::Rms(size_t first, size_t end) const {
+    double squares = 0;
+    double steps = 0;
+    for (size_t i = first; i < std::min(end, steps_.size()); i++) {
+        if (!std::isnan(steps_[i])) {
+            squares += steps_[i] * steps_[i];
+            steps++;
+        }
+    }
+    return std::sqrt(squares / steps);
 }
 
 }  // namespace desk

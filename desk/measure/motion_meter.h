@@ -1,26 +1,32 @@
 #pragma once
 
-#include <cstddef>
+#include <cstdint>
 #include <opencv2/core.hpp>
+#include <vector>
 
 namespace desk {
 
-/// Measures how far pictures move from one to the next, on the pictures themselves: corners (Shi and Tomasi
-/// 1994) are followed by the pyramidal Lucas-Kanade method, there and back, and those that do not return are
-/// dropped (the forward-backward error of Kalal, Mikolajczyk and Matas 2010).
+/// Measures how far the background moves from one picture to the next, on the pictures themselves: corners
+/// from all over the picture are followed there and back. A cell of the picture moves as far as the median of
+/// its corners, the background as the median of the cells, so that nothing counts that covers less than half
+/// of what can be seen.
 class MotionMeter {
 public:
     /// Takes the next picture of the clip: 8-bit luma, of one size. It is copied.
     void Add(const cv::Mat& luma);
 
-    /// Root of the mean square displacement in pixels, over all corners of all pairs of pictures; not a
-    /// number when no corner could be followed.
-    double Rms() const;
+    /// Root of the mean square step in pixels, over all pictures or those from `first` to before `end`, of
+    /// which each has come a step from the one before it; not a number when no corner could be followed
+    /// there.
+    double Rms(size_t first = 0, size_t end = SIZE_MAX) const;
+
+    size_t Pictures() const {
+        return steps_.size();
+    }
 
 private:
     cv::Mat previous_;
-    double squares_ = 0;
-    size_t tracks_ = 0;
+    std::vector<double> steps_;  ///< not a number where no corner could be followed
 };
 
 }  // namespace desk

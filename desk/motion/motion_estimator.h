@@ -26,16 +26,18 @@ private:
         cv::Point2f
             stood;  ///< where it would be in the frame added last, had the camera stood since the one before
         cv::Point2f moved;  ///< where it is
-        bool isFound = false;
-        Position scene;    ///< what it shows
-        double trust = 1;  ///< that it belongs to the background, 0 to 1
-        double share = 0;  ///< of what its cell of the grid counts
+        bool isFound;
+        size_t cell;     ///< of the key frame
+        Position scene;  ///< what it shows
+        double trust;    ///< that it belongs to the background, 0 to 1
+        double share;    ///< of what its cell of the grid counts
     };
 
     void MakeKey(bool isCut);
     void Follow();
     bool FindMotion();
-    std::vector<double> FirstGuess(const std::vector<Corner>& found) const;
+    size_t Trust(const std::vector<double>& errors, double limit);
+    void MoveTo(const FramePose& pose, double chance);
 
     cv::Mat key_;      ///< shrunken, as all that is followed in
     cv::Mat picture_;  ///< of the frame added last

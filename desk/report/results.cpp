@@ -15,6 +15,14 @@ const char* NameOf(Stage stage) {
     return Names[static_cast<size_t>(stage)];
 }
 
+Json ToJson(const std::vector<FrameRange>& ranges) {
+    Json json = Json::array();
+    for (const FrameRange& range : ranges) {
+        json.push_back({{"first", range.first}, {"last", range.end - 1}});
+    }
+    return json;
+}
+
 Json ToJson(cv::Size size) {
     return {{"width", size.width}, {"height", size.height}};
 }
@@ -98,7 +106,8 @@ Json ToJson(const RunResults& results) {
                  {"crop", static_cast<double>(facts.outputSize.area()) / facts.inputSize.area()},
                  {"frames_per_second", facts.framesPerSecond},
                  {"frame_count", results.frames.size()},
-                 {"damaged_frames", Json::array()},
+                 {"damaged_frames", ToJson(results.damagedFrames)},
+                 {"worse_frames", ToJson(results.worseFrames)},
                  {"counters",
                   {{"imports", counters.imports},
                    {"cache_hits", counters.cacheHits},
@@ -106,9 +115,6 @@ Json ToJson(const RunResults& results) {
                    {"open_fds", counters.openDescriptors}}},
                  {"margin_use", MarginUse(results)},
                  {"stage_ms", StageTimes(results)}};
-    for (const FrameRange& range : results.damagedFrames) {
-        json["damaged_frames"].push_back({{"first", range.first}, {"last", range.end - 1}});
-    }
     if (results.motion) {
         json["motion_px_rms"] = {{"before", results.motion->before}, {"after", results.motion->after}};
     }

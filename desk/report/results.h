@@ -73,6 +73,7 @@ struct RunResults {
     std::optional<PlaneMeters> reference;   ///< made on the CPU
     int64_t worstFrame = 0;                 ///< against the reference; in the clip, from 0
     std::vector<FrameRange> damagedFrames;  ///< left out
+    std::vector<FrameRange> worseFrames;    ///< that move more than before
     std::vector<std::string> findings;      ///< rules of the host that the node broke
     std::vector<std::string> missedLimits;  ///< one sentence each
     cv::Mat beforeAfter;                    ///< picture for the report, 8-bit BGR; may be empty

@@ -33,7 +33,7 @@ std::unique_ptr<ClipWriter> WriterOf(const std::filesystem::path& clip, ClipForm
 
 }  // namespace
 
-void Recording::Shown::Measure(const Nv12& picture) {
+void Recording::Shown::AddToMean(const Nv12& picture) {
     if (pictures++ == 0) {
         lumaMean = cv::Mat::zeros(picture.luma.size(), CV_32FC1);
         chromaMean = cv::Mat::zeros(picture.chroma.size(), CV_32FC2);
@@ -41,7 +41,6 @@ void Recording::Shown::Measure(const Nv12& picture) {
     const double share = 1.0 / std::min(pictures, PicturesInMean);
     cv::accumulateWeighted(picture.luma, lumaMean, share);
     cv::accumulateWeighted(picture.chroma, chromaMean, share);
-    motion.Add(picture.luma);
 }
 
 cv::Mat Recording::Shown::Mean() const {
@@ -52,11 +51,7 @@ cv::Mat Recording::Shown::Mean() const {
 }
 
 Recording::Recording(const RunOptions& options, const ClipFormat& format, RunResults& results)
-    : options_(options),
-      results_(results),
-      isMeasured_(!options.report.empty() || !options.truth.empty() || options.maxMotion),
-      sideBySide_(SideBySide(format.size)),
-      ideal_(format.size) {
+    : options_(options), results_(results), sideBySide_(SideBySide(format.size)), ideal_(format.size) {
     if (!options.report.empty()) {
         for (const char* name : ReportFiles) {
             RequireFree(options.report / name, options.overwrite);
@@ -92,10 +87,14 @@ void Recording::Add(const Nv12& input, const Nv12& output) {
         }
         after_.writer->Add(options_.compare ? sideBySide_ : output);
     }
-    if (isMeasured_) {
+    {
         const StageTimer timer(results_, Stage::Measure);
-        before_.Measure(before);
-        after_.Measure(output);
+        for (const auto& [side, picture] : {std::pair(&before_, before), std::pair(&after_, output)}) {
+            side->motion.Add(picture.luma);
+            if (report_) {
+                side->AddToMean(picture);
+            }
+        }
     }
     if (truth_) {
         CompareWithTruth(output);
@@ -111,6 +110,27 @@ void Recording::CompareWithTruth(const Nv12& output) {
     results_.truth->chroma.Add(output.chroma, ideal_.chroma);
 }
 
+/// Frames within about a second of which the output moves more than the input by more than the measure is
+/// off. The frames that a run left out are nobody's.
+std::vector<FrameRange> Recording::WorseFrames() const {
+    constexpr size_t Around = 15;   // frames on either side
+    constexpr double Factor = 1.1;  // a picture that is shown anew is followed a little worse
+    constexpr double Pixels = 0.1;  // and sharpness comes and goes
+    std::vector<FrameRange> worse;
+    for (size_t i = 0; i < results_.frames.size(); i++) {
+        const size_t first = i - std::min(i, Around);
+        const int64_t frame = results_.frames[i].frame;
+        const bool isWorse = after_.motion.Rms(first, i + Around + 1) >
+                             Factor * before_.motion.Rms(first, i + Around + 1) + Pixels;
+        if (isWorse && !worse.empty() && worse.back().end == frame) {
+            worse.back().end++;
+        } else if (isWorse) {
+            worse.push_back({frame, frame + 1});
+        }
+    }
+    return worse;
+}
+
 void Recording::AddMotion() {
     const double before = before_.motion.Rms();
     const double after = after_.motion.Rms();
@@ -119,6 +139,10 @@ void Recording::AddMotion() {
         results_.missedLimits.push_back(
             fmt::format("the output moves by {:.3f} pixels RMS between frames, the limit is {}", after,
                         *options_.maxMotion));
+    }
+    results_.worseFrames = WorseFrames();
+    if (!report_) {
+        return;
     }
     const auto caption = [](const char* when, double motion) {
         return fmt::format("{}: the last frames laid over one another, motion {:.2f} px RMS", when, motion);
@@ -136,9 +160,7 @@ void Recording::Finish() {
             }
         }
     }
-    if (isMeasured_) {
-        AddMotion();
-    }
+    AddMotion();
     if (options_.minPsnr && !(results_.truth->luma.Psnr() >= *options_.minPsnr)) {
         results_.missedLimits.push_back(
             fmt::format("luma PSNR against the truth is {:.2f} dB, the limit is {}",
@@ -149,6 +171,19 @@ void Recording::Finish() {
         WriteReport(results_, options_.report, options_.overwrite);
     }
     Tell();
+}
+
+void Recording::TellWorseFrames() const {
+    constexpr size_t Most = 5;
+    const std::vector<FrameRange>& worse = results_.worseFrames;
+    std::string named;
+    for (size_t i = 0; i < std::min(worse.size(), Most); i++) {
+        named += fmt::format("{}{} to {}", i == 0 ? "" : ", ", worse[i].first, worse[i].end - 1);
+    }
+    if (!worse.empty()) {
+        fmt::print(stderr, "dewarp-desk: the output moves more than the input in frames {}{}\n", named,
+                   worse.size() > Most ? fmt::format(" and {} more such ranges", worse.size() - Most) : "");
+    }
 }
 
 void Recording::Tell() const {
@@ -169,6 +204,7 @@ void Recording::Tell() const {
         fmt::print(stderr, "dewarp-desk: {} is damaged: skipped frames {} to {}\n", options_.clip.string(),
                    range.first, range.end - 1);
     }
+    TellWorseFrames();
     for (const std::string& finding : results_.findings) {
         fmt::print(stderr, "dewarp-desk: the node broke a rule: {}\n", finding);
     }

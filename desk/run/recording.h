@@ -30,7 +30,7 @@ public:
 private:
     /// A clip, and what is measured on its pictures.
     struct Shown {
-        void Measure(const Nv12& picture);
+        void AddToMean(const Nv12& picture);
         /// The mean of the last pictures, 8-bit BGR: what stands still is sharp, what moves is blurred.
         cv::Mat Mean() const;
 
@@ -43,12 +43,13 @@ private:
 
     void CompareWithTruth(const Nv12& output);
     void AddMotion();
+    std::vector<FrameRange> WorseFrames() const;
+    void TellWorseFrames() const;
     void Tell() const;
 
     const RunOptions& options_;
     RunResults& results_;
     std::optional<Folder> report_;
-    bool isMeasured_;
     Nv12 sideBySide_;
     Shown before_;
     Shown after_;

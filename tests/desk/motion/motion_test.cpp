@@ -106,6 +106,47 @@ TEST(MotionEstimator, HoldsStillWhereNothingCanBeFollowed) {
     }
 }
 
+TEST(MotionEstimator, FollowsTheBackgroundAndNothingElse) {
+    const cv::Size size(320, 240);
+    const cv::Mat world = Noise({400, 300}, CV_8UC1);
+    cv::Mat other;
+    cv::flip(world, other, -1);
+    const cv::Mat bare(world.size(), CV_8UC1, cv::Scalar(120));
+    const cv::Mat black(world.size(), CV_8UC1, cv::Scalar(16));
+    const struct {
+        const char* name;
+        double shake;     ///< pixels
+        cv::Rect start;   ///< of something in front, with its own texture
+        cv::Point speed;  ///< its pixels per frame
+        const cv::Mat& background;
+        const cv::Mat& front;
+    } cases[] = {
+        {"in front of a camera that stands, from the start", 0, {-40, 0, 190, 240}, {5, 0}, world, other},
+        {"more and more of it, in front of a hand", 4, {-180, 0, 190, 240}, {12, 0}, world, other},
+        {"a title that stands", 4, {0, 200, 320, 40}, {0, 0}, world, other},
+        {"something in front of a bare wall", 0, {60, 60, 70, 60}, {4, 1}, bare, other},
+        {"a bar of black", 4, {0, 0, 320, 50}, {0, 0}, world, black},
+    };
+    for (const auto& known : cases) {
+        std::vector<cv::Mat> film;
+        std::vector<Position> truth;
+        for (int n = 0; n < 16; n++) {
+            const cv::Point at(cvRound(known.shake * std::sin(1.3 * n)),
+                               cvRound(known.shake * std::sin(2.1 * n)));
+            film.push_back(known.background(cv::Rect(cv::Point(40, 30) + at, size)).clone());
+            const cv::Rect front = (known.start + n * known.speed) & cv::Rect({}, size);
+            known.front(cv::Rect(front.tl() - known.start.tl() - n * known.speed, front.size()))
+                .copyTo(film.back()(front));
+            truth.emplace_back(at.x, at.y);
+        }
+        const auto poses = Estimated(film);
+        for (size_t n = 0; n < poses.size(); n++) {
+            EXPECT_LE(std::abs(poses[n].shift - truth[n]), known.shake == 0 ? 0 : 0.1)
+                << known.name << ", frame " << n;
+        }
+    }
+}
+
 TEST(SteadyCamera, FollowsACameraThatIsTurnedWithoutAJerk) {
     for (const Position step : {Position(6, -1), Position(-1, 5)}) {
         std::vector<FramePose> poses(70);

@@ -1,0 +1,74 @@
+#include "desk/measure/corners.h"
+
+#include <algorithm>
+#include <array>
+#include <opencv2/imgproc.hpp>
+#include <opencv2/video/tracking.hpp>
+
+namespace desk {
+namespace {
+
+/// What black bars leave of the picture, less so much of its borders that no corner there sees a bar. What
+/// moves along the edge of a bar seems to stand in the other direction.
+cv::Rect WithoutBars(const cv::Mat& picture, int apart) {
+    constexpr double Black = 24;  // levels, in 8-bit limited range with a codec's noise
+    cv::Rect inside = cv::boundingRect(picture > Black);
+    const auto trim = [apart](int& start, int& length, int whole) {
+        const int before = start > 0 ? apart : 0;
+        const int after = start + length < whole ? apart : 0;
+        start += before;
+        length = std::max(0, length - before - after);
+    };
+    trim(inside.x, inside.width, picture.cols);
+    trim(inside.y, inside.height, picture.rows);
+    return inside;
+}
+
+}  // namespace
+
+size_t CellOf(cv::Point2f at, cv::Size picture) {
+    const auto along = [](float x, int pixels, size_t cells) {
+        const auto cell =
+            static_cast<size_t>(std::max(x, 0.0F) / static_cast<float>(pixels) * static_cast<float>(cells));
+        return std::min(cell, cells - 1);
+    };
+    return along(at.y, picture.height, CellRows) * CellColumns + along(at.x, picture.width, CellColumns);
+}
+
+std::vector<cv::Point2f> SpreadCorners(const cv::Mat& picture, size_t perCell, double quality) {
+    constexpr double Apart = 1 / 40.0;  // of the height
+    const double apart = Apart * picture.rows;
+    cv::Mat mask = cv::Mat::zeros(picture.size(), CV_8U);
+    mask(WithoutBars(picture, static_cast<int>(apart))).setTo(255);
+    std::vector<cv::Point2f> corners;
+    cv::goodFeaturesToTrack(picture, corners, 0, quality, apart, mask);
+    std::array<size_t, CellCount> taken{};
+    const auto isSpare = [&](const cv::Point2f& at) {
+        return taken[CellOf(at, picture.size())]++ >= perCell;
+    };
+    corners.erase(std::remove_if(corners.begin(), corners.end(), isSpare), corners.end());
+    return corners;
+}
+
+std::vector<bool> FollowCorners(const cv::Mat& from, const cv::Mat& to,
+                                const std::vector<cv::Point2f>& corners, std::vector<cv::Point2f>& moved,
+                                double maxReturnError) {
+    const auto follow = [](const cv::Mat& here, const cv::Mat& there, const auto& start, auto& end) {
+        std::vector<uchar> found;
+        cv::calcOpticalFlowPyrLK(here, there, start, end, found, cv::noArray(), {21, 21}, 3,
+                                 {cv::TermCriteria::COUNT | cv::TermCriteria::EPS, 30, 0.005},
+                                 cv::OPTFLOW_USE_INITIAL_FLOW);
+        return found;
+    };
+    std::vector<cv::Point2f> returned = corners;
+    const auto there = follow(from, to, corners, moved);
+    const auto back = follow(to, from, moved, returned);
+    std::vector<bool> followed;
+    for (size_t i = 0; i < corners.size(); i++) {
+        followed.push_back(there[i] != 0 && back[i] != 0 &&
+                           cv::norm(returned[i] - corners[i]) <= maxReturnError);
+    }
+    return followed;
+}
+
+}  // namespace desk
