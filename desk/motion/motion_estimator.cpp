@@ -13,9 +13,11 @@ namespace {
 
 constexpr int EnoughRows = 540;     // more rows cost time and hardly sharpen the estimate
 constexpr size_t MinAgreeing = 12;  // 24 numbers for the pose's 9: fewer hardly average any error
-constexpr int MinCells = 4;      // with a corner that agrees: fewer may be one thing in front of a bare wall
+constexpr int MinColumns = 5;    // or rows of cells that what agrees reaches over: less may be one thing in
+constexpr int MinRows = 4;       // front of a bare wall
 constexpr double MinLeft = 0.6;  // of a key frame's corners: fewer leave a large part of the frame bare
-constexpr double Tolerance = 3;  // shrunken pixels; a rolling shutter bends what no affine map does
+constexpr double EnoughStand = 0.35;  // of what all cells count: titles cover less
+constexpr double Tolerance = 3;       // shrunken pixels; a rolling shutter bends what no affine map does
 using PerCell = std::array<double, CellCount>;
 
 /// Positions about the middle of the unshrunken picture.
@@ -171,8 +173,7 @@ cv::Matx23d DominantMotion(const std::vector<Track>& tracks, cv::Size picture) {
 /// Each track's error in shrunken pixels against the background's motion since the last frame; infinite where
 /// a track disagrees. That motion is none when enough of the picture stands.
 std::vector<double> FirstErrors(const std::vector<Track>& tracks, cv::Size picture) {
-    constexpr double Standing = 0.5;      // pixels that a corner may seem to move while the camera stands
-    constexpr double EnoughStand = 0.35;  // of what all cells count: titles that stand cover less
+    constexpr double Standing = 0.5;  // pixels that a corner may seem to move while the camera stands
     double all = 0;
     for (const Track& track : tracks) {
         all += track.counts;
@@ -261,9 +262,26 @@ void MotionEstimator::Follow() {
     }
 }
 
+/// What stays at its place of the picture while most of it moves was laid over it.
+void MotionEstimator::DropTitles() {
+    constexpr double Still = 0.2;  // pixels
+    const auto stays = [](const Corner& corner) { return cv::norm(corner.moved - corner.key) < Still; };
+    double all = 0;
+    double still = 0;
+    for (const Corner& corner : corners_) {
+        const double counts = corner.isFound ? corner.trust * corner.share : 0;
+        all += counts;
+        still += stays(corner) ? counts : 0;
+    }
+    for (Corner& corner : corners_) {
+        corner.isFound = corner.isFound && !(still < EnoughStand * all && stays(corner));
+    }
+}
+
 /// Fits the pose to the corners that were found, and trusts them by it. Returns whether the key frame serves
 /// on.
 bool MotionEstimator::FindMotion() {
+    DropTitles();
     std::vector<Track> tracks;
     Pairs pairs;
     for (const Corner& corner : corners_) {
@@ -305,8 +323,14 @@ size_t MotionEstimator::Trust(const std::vector<double>& errors, double limit) {
         agreeing[corner.cell] += agrees ? 1 : 0;
         corner.trust += Haste * ((agrees ? 1 : LeastTrust) - corner.trust);
     }
-    const auto empty = std::count(agreeing.begin(), agreeing.end(), 0);
-    return static_cast<int>(CellCount) - empty < MinCells ? 0 : agree;
+    std::vector<cv::Point> cells;
+    for (size_t cell = 0; cell < CellCount; cell++) {
+        if (agreeing[cell] > 0) {
+            cells.emplace_back(static_cast<int>(cell % CellColumns), static_cast<int>(cell / CellColumns));
+        }
+    }
+    const cv::Rect reach = cv::boundingRect(cells);
+    return reach.width < MinColumns && reach.height < MinRows ? 0 : agree;
 }
 
 /// Takes the pose over, `chance` pixels off where its corners err alone, unless the camera stands: what the

@@ -35,6 +35,7 @@ private:
 
     void MakeKey(bool isCut);
     void Follow();
+    void DropTitles();
     bool FindMotion();
     size_t Trust(const std::vector<double>& errors, double limit);
     void MoveTo(const FramePose& pose, double chance);
