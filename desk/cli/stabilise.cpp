@@ -6,6 +6,8 @@
 #include "desk/cli/commands.h"
 #include "desk/motion/motion_estimator.h"
 #include "desk/motion/steady_camera.h"
+#include "desk/output/say.h"
+#include "desk/run/memory.h"
 
 namespace desk {
 namespace {
@@ -36,6 +38,16 @@ CameraResult ResultOf(const FramePose& pose, const FramePose& last) {
             std::abs(pose.shift - last.shift)};
 }
 
+/// The window that is usual, or one as long as the memory allows, which is then told.
+size_t WindowThatFits(size_t usual, cv::Size input) {
+    const auto most = static_cast<size_t>(std::max<int64_t>(HeldFramesThatFit(input), 1));
+    if (most < usual) {
+        Say(stderr, "dewarp-desk: there is not enough memory for a window of {} frames of {} x {}; it is {}",
+            usual, input.width, input.height, most);
+    }
+    return std::min(usual, most);
+}
+
 /// Every frame is read and its motion estimated, and `window` frames later it is shown from where the steady
 /// camera then looks.
 int RunStabilise(const StabiliseOptions& options) {
@@ -43,9 +55,13 @@ int RunStabilise(const StabiliseOptions& options) {
     if (options.window && options.variant != Variant::LookAhead) {
         throw UsageError("--window is of the look-ahead node; expected --variant lookahead with it");
     }
-    const size_t window = options.variant == Variant::LookAhead ? options.window.value_or(UsualWindow) : 0;
+    CatchInterrupts();
     ClipReader reader(options.clip, options.frames, options.onDamage);
     const NodeSizing sizing = ChooseSizing(options, reader.Format().size);
+    const size_t window =
+        options.variant == Variant::LookAhead
+            ? options.window.value_or(WindowThatFits(UsualWindow, InputFor(sizing.output, sizing.margin)))
+            : 0;
     Pipeline pipeline("stabilise", options, reader, sizing, window);
     MotionEstimator motion;
     SteadyCamera camera(options.variant, static_cast<int64_t>(window), InputFor(sizing.output, sizing.margin),
@@ -78,7 +94,8 @@ int RunStabilise(const StabiliseOptions& options) {
 void AddStabilise(CLI::App& app, int& status) {
     auto [command, options] = AddCommand<StabiliseOptions>(
         app, "stabilise", "Steadies a clip through the node.",
-        "dewarp-desk stabilise walk.mp4 -o steady.mp4 --variant lookahead --compare", status, RunStabilise);
+        "dewarp-desk stabilise walk.mp4 -o steady.mp4 --variant lookahead --compare both.mp4", status,
+        RunStabilise);
     command.add_option("CLIP", options.clip, "any clip that FFmpeg reads, or a folder of pictures")
         ->required()
         ->group(Inputs);

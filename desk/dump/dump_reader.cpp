@@ -1,12 +1,17 @@
 #include "desk/dump/dump_reader.h"
 
 #include <fmt/format.h>
+#include <zlib.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cmath>
 #include <string_view>
 #include <system_error>
+#include <utility>
+
+#include "desk/output/output.h"
 
 namespace desk {
 namespace {
@@ -74,6 +79,24 @@ void ReadValues(LineScanner& scanner, DumpKind kind, DumpLine& line) {
     }
 }
 
+/// What other programs put before a dump's first line or make of the whole file, in words; empty for a dump.
+std::string MadeByOthers(std::string_view text) {
+    constexpr std::pair<std::string_view, const char*> Beginnings[] = {
+        {"\xEF\xBB\xBF", "a byte order mark (BOM), which an editor has put before the first line"},
+        {"\xFF\xFE", "UTF-16 text, which an editor has made of it"},
+        {"\xFE\xFF", "UTF-16 text, which an editor has made of it"},
+        {"PK\3\4", "a zip archive; of what is compressed, gzip is read"},
+        {"\xFD"
+         "7zXZ",
+         "a file that xz has compressed; gzip is read"}};
+    for (const auto& [beginning, words] : Beginnings) {
+        if (text.substr(0, beginning.size()) == beginning) {
+            return fmt::format(", got {}", words);
+        }
+    }
+    return "";
+}
+
 /// Only a grid has whole numbers, without a decimal point, after its request id.
 bool HasGridHeader(const std::string& text) {
     const size_t comma = text.find(", ");
@@ -92,7 +115,7 @@ DumpError::DumpError(const std::filesystem::path& file, size_t atLine, size_t at
       reason(why) {}
 
 DumpReader::DumpReader(std::filesystem::path file)
-    : file_(std::move(file)), stream_(file_, std::ios::binary) {
+    : file_(std::move(file)), stream_(gzopen(file_.c_str(), "rb"), &gzclose) {
     if (!stream_ && errno == EACCES) {
         throw std::runtime_error(fmt::format(
             "{} cannot be read: Permission denied; expected a dump file of the node", file_.string()));
@@ -104,7 +127,9 @@ DumpReader::DumpReader(std::filesystem::path file)
         throw DumpError(file_, 0, 0, "expected a dump file of the node, got an empty file");
     }
     if (text_.compare(0, 6, "Frame ") != 0) {
-        throw DumpError(file_, 1, 1, "expected a dump file of the node, whose lines begin with \"Frame \"");
+        throw DumpError(
+            file_, 1, 1,
+            "expected a dump file of the node, whose lines begin with \"Frame \"" + MadeByOthers(text_));
     }
     kind_ = HasGridHeader(text_) ? DumpKind::Grid : DumpKind::TexCoordinates;
     if (kind_ != DumpKind::Grid) {
@@ -120,12 +145,25 @@ DumpReader::DumpReader(std::filesystem::path file)
 }
 
 bool DumpReader::ReadText() {
-    if (!std::getline(stream_, text_)) {
-        return false;
+    constexpr size_t MostBytes = 1 << 20;  // ten times what a line of the largest numbers has
+    text_.clear();
+    request_.reset();
+    int byte = -1;
+    while (stream_ && text_.size() < MostBytes && (byte = gzgetc(stream_.get())) != -1 && byte != '\n') {
+        text_.push_back(static_cast<char>(byte));
     }
-    isComplete_ = !stream_.eof();
-    line_++;
-    return true;
+    isComplete_ = byte == '\n';
+    line_ += isComplete_ || !text_.empty() ? 1U : 0U;
+    int error = Z_OK;
+    static_cast<void>(stream_ ? gzerror(stream_.get(), &error) : nullptr);
+    if (error < 0 || text_.size() == MostBytes) {
+        stream_.reset();
+        throw DumpError(file_, std::max<size_t>(line_, 1), 0,
+                        error == Z_ERRNO ? "cannot be read any further: " + ReasonText(errno)
+                        : error < 0      ? "what gzip has compressed is damaged or cut off"
+                                         : "expected a dump's line, got one of more than a million bytes");
+    }
+    return isComplete_ || !text_.empty();
 }
 
 std::optional<DumpLine> DumpReader::Next() {
@@ -136,12 +174,19 @@ std::optional<DumpLine> DumpReader::Next() {
     return Parse();
 }
 
-DumpLine DumpReader::Parse() const {
+DumpLine DumpReader::Parse() {
     DumpLine line;
     line.number = line_;
     LineScanner scanner(file_, line.number, text_);
     if (!scanner.Skip("Frame ") || !scanner.Read(line.requestId)) {
         scanner.Fail("\"Frame \" and a request id");
+    }
+    request_ = line.requestId;
+    if (!text_.empty() && text_.back() == '\r') {
+        throw DumpError(
+            file_, line_, text_.size(),
+            "expected a line feed alone at the line's end, got a carriage return before it (CRLF), "
+            "with which Windows ends lines");
     }
     if (kind_ == DumpKind::Grid) {
         for (uint32_t& number : line.header) {
