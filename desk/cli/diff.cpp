@@ -40,7 +40,7 @@ struct DiffResult {
     double most = -1;     ///< the largest difference; -1 for none
     std::string first;    ///< what differs first in a request's two lines, in words; empty when nothing does
     std::string largest;  ///< what differs most
-    std::array<std::vector<uint64_t>, 2> onlyIn;  ///< requests
+    std::vector<OnlyIn> onlyIn;
 
     void Add(const std::string& text, double size) {
         first = first.empty() ? text : first;
@@ -48,6 +48,12 @@ struct DiffResult {
             most = size;
             largest = text;
         }
+    }
+    void Miss(size_t dump, uint64_t request) {
+        const bool follows =
+            !onlyIn.empty() && onlyIn.back().dump == dump && onlyIn.back().last + 1 == request;
+        (follows ? onlyIn.back() : onlyIn.emplace_back(OnlyIn{dump, request, request})).last = request;
+        differingLines++;
     }
     double Mean() const {
         return values == 0 ? 0 : sum / static_cast<double>(values);
@@ -101,8 +107,7 @@ DiffResult Compare(std::array<DumpReader, 2>& dumps, double tolerance) {
     std::array<std::optional<uint64_t>, 2> newest;
     std::array<bool, 2> hasEnded{};
     const auto miss = [&](size_t dump) {
-        result.onlyIn[dump].push_back(waiting[dump].begin()->first);
-        result.differingLines++;
+        result.Miss(dump, waiting[dump].begin()->first);
         waiting[dump].erase(waiting[dump].begin());
     };
     while (!hasEnded[0] || !hasEnded[1]) {
@@ -139,23 +144,8 @@ DiffResult Compare(std::array<DumpReader, 2>& dumps, double tolerance) {
     return result;
 }
 
-/// By dump, then by request; request ids that follow one another in one entry.
-std::vector<OnlyIn> Missing(const DiffResult& result) {
-    std::vector<OnlyIn> ranges;
-    for (const size_t dump : {0U, 1U}) {
-        std::vector<uint64_t> requests = result.onlyIn[dump];
-        std::sort(requests.begin(), requests.end());
-        for (const uint64_t request : requests) {
-            if (ranges.empty() || ranges.back().dump != dump || ranges.back().last + 1 != request) {
-                ranges.push_back({dump, request, request});
-            }
-            ranges.back().last = request;
-        }
-    }
-    return ranges;
-}
-
-void Print(const DiffOptions& options, const DiffResult& result, const std::vector<OnlyIn>& missing) {
+void Print(const DiffOptions& options, const DiffResult& result) {
+    const std::vector<OnlyIn>& missing = result.onlyIn;
     for (size_t i = 0; i < std::min(missing.size(), DumpFindings::MostOfAKind); i++) {
         const auto& [dump, first, last] = missing[i];
         Say(stdout, "only in {}: request{}", options.dumps[dump].string(),
@@ -188,13 +178,12 @@ int RunDiff(const DiffOptions& options) {
     constexpr double OfMesh = 0.0001;  // the last decimal
     const DiffResult result =
         Compare(dumps, options.tolerance.value_or(kind == DumpKind::Grid ? OfGrid : OfMesh));
-    const std::vector<OnlyIn> missing = Missing(result);
     const bool isEqual = result.differingLines == 0;
     Json onlyIn = Json::array();
-    for (size_t i = 0; i < std::min(missing.size(), DumpFindings::MostOfAKind); i++) {
-        onlyIn.push_back({{"dump", options.dumps[missing[i].dump].string()},
-                          {"first_request", missing[i].first},
-                          {"last_request", missing[i].last}});
+    for (size_t i = 0; i < std::min(result.onlyIn.size(), DumpFindings::MostOfAKind); i++) {
+        const auto& [dump, first, last] = result.onlyIn[i];
+        onlyIn.push_back(
+            {{"dump", options.dumps[dump].string()}, {"first_request", first}, {"last_request", last}});
     }
     WriteJson({{"schema", 1},
                {"command", "diff"},
@@ -205,7 +194,7 @@ int RunDiff(const DiffOptions& options) {
                {"lines", result.lines},
                {"differing_lines", result.differingLines},
                {"only_in", onlyIn},
-               {"only_in_count", missing.size()},
+               {"only_in_count", result.onlyIn.size()},
                {"values", result.values},
                {"differing_values", result.differingValues},
                {"mean_difference", result.Mean()},
@@ -217,7 +206,7 @@ int RunDiff(const DiffOptions& options) {
         return Done;
     }
     if (options.json != "-") {
-        Print(options, result, missing);
+        Print(options, result);
     }
     return CheckFailed;
 }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <clocale>
 #include <csignal>
 #include <cstdio>
 #include <exception>
@@ -129,7 +130,9 @@ void HoldStreams() {
 }
 
 int Fail(ExitCode code, const std::exception& error) {
-    const bool isMemory = dynamic_cast<const std::bad_alloc*>(&error) != nullptr;
+    const auto* picture = dynamic_cast<const cv::Exception*>(&error);
+    const bool isMemory = dynamic_cast<const std::bad_alloc*>(&error) != nullptr ||
+                          (picture != nullptr && picture->code == cv::Error::StsNoMem);
     Say(stderr, "dewarp-desk: {}", isMemory ? "the memory is used up; expected more of it" : error.what());
     return code;
 }
@@ -139,7 +142,8 @@ int Fail(ExitCode code, const std::exception& error) {
 
 int main(int argc, char** argv) {
     desk::HoldStreams();
-    std::signal(SIGPIPE, SIG_IGN);  // a reader of stdout that has gone is a failed write
+    std::signal(SIGPIPE, SIG_IGN);        // a reader of stdout that has gone is a failed write
+    std::setlocale(LC_CTYPE, "C.UTF-8");  // what Shown takes for a character
     try {
         return desk::Run(argc, argv);
     } catch (const desk::UsageError& error) {

@@ -39,33 +39,33 @@ CameraResult ResultOf(const FramePose& pose, const FramePose& last) {
 }
 
 /// The window that is usual, or one as long as the memory allows, which is then told.
-size_t WindowThatFits(size_t usual, cv::Size input) {
-    const auto most = static_cast<size_t>(std::max<int64_t>(HeldFramesThatFit(input), 1));
-    if (most < usual) {
-        Say(stderr, "dewarp-desk: there is not enough memory for a window of {} frames of {} x {}; it is {}",
-            usual, input.width, input.height, most);
+size_t WindowThatFits(const StabiliseOptions& options, cv::Size input) {
+    constexpr int64_t UsualWindow = 30;
+    const int64_t most = HeldFramesThatFit(input, options.inFlight);
+    if (most < 1 || most >= UsualWindow) {
+        return UsualWindow;
     }
-    return std::min(usual, most);
+    Say(stderr, "dewarp-desk: the memory is short for a window of {} frames of {} x {}; it is {}",
+        UsualWindow, input.width, input.height, most);
+    return static_cast<size_t>(most);
 }
 
 /// Every frame is read and its motion estimated, and `window` frames later it is shown from where the steady
 /// camera then looks.
 int RunStabilise(const StabiliseOptions& options) {
-    constexpr size_t UsualWindow = 30;
     if (options.window && options.variant != Variant::LookAhead) {
         throw UsageError("--window is of the look-ahead node; expected --variant lookahead with it");
     }
     CatchInterrupts();
     ClipReader reader(options.clip, options.frames, options.onDamage);
     const NodeSizing sizing = ChooseSizing(options, reader.Format().size);
-    const size_t window =
-        options.variant == Variant::LookAhead
-            ? options.window.value_or(WindowThatFits(UsualWindow, InputFor(sizing.output, sizing.margin)))
-            : 0;
+    const cv::Size input = InputFor(sizing.output, sizing.margin);
+    const size_t window = options.variant != Variant::LookAhead ? 0
+                          : options.window                      ? *options.window
+                                                                : WindowThatFits(options, input);
     Pipeline pipeline("stabilise", options, reader, sizing, window);
     MotionEstimator motion;
-    SteadyCamera camera(options.variant, static_cast<int64_t>(window), InputFor(sizing.output, sizing.margin),
-                        sizing.output);
+    SteadyCamera camera(options.variant, static_cast<int64_t>(window), input, sizing.output);
     std::optional<SteadyCamera::View> last;
     const auto show = [&] {
         const SteadyCamera::View view = camera.Next();

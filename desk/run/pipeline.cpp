@@ -49,10 +49,11 @@ const RunOptions& Checked(const RunOptions& options, cv::Size input, size_t held
     if (options.onDamage == OnDamage::Skip && !options.truth.empty()) {
         throw UsageError("--truth is compared frame by frame; expected no --damaged skip with it");
     }
-    if (HeldFramesThatFit(input) < static_cast<int64_t>(held)) {
-        throw std::runtime_error(fmt::format(
-            "there is not enough memory to hold {} frames of {} x {} ahead; expected room for them", held,
-            input.width, input.height));
+    if (HeldFramesThatFit(input, options.inFlight) < static_cast<int64_t>(held)) {
+        throw std::runtime_error(
+            fmt::format("the memory is short for {} frames of {} x {} beside those of the "
+                        "decoder and the encoder; expected room for them",
+                        held + 1, input.width, input.height));
     }
     return options;
 }

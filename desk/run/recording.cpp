@@ -59,9 +59,6 @@ Recording::Recording(const RunOptions& options, const ClipFormat& format, RunRes
       sideBySide_(SideBySide(format.size)),
       ideal_(format.size) {
     if (!options.report.empty()) {
-        for (const char* name : ReportFiles) {
-            RequireFree(options.report / name, options.overwrite);
-        }
         report_.emplace(options.report);
     }
     if (!options.truth.empty()) {
