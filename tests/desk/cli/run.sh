@@ -42,6 +42,8 @@ limited() (
   ulimit -f "$1"
   "${@:2}"
 )
+# Sanitizers reserve more addresses than a limit leaves.
+sanitized() { grep -qE '__[at]san_init' "$desk"; }
 # The node of tests/desk/rules in the library's place.
 rogue=(--library "$built/tests/desk/rules/librogue_node.so")
 
