@@ -79,24 +79,6 @@ void ReadValues(LineScanner& scanner, DumpKind kind, DumpLine& line) {
     }
 }
 
-/// What other programs put before a dump's first line or make of the whole file, in words; empty for a dump.
-std::string MadeByOthers(std::string_view text) {
-    constexpr std::pair<std::string_view, const char*> Beginnings[] = {
-        {"\xEF\xBB\xBF", "a byte order mark (BOM), which an editor has put before the first line"},
-        {"\xFF\xFE", "UTF-16 text, which an editor has made of it"},
-        {"\xFE\xFF", "UTF-16 text, which an editor has made of it"},
-        {"PK\3\4", "a zip archive; of what is compressed, gzip is read"},
-        {"\xFD"
-         "7zXZ",
-         "a file that xz has compressed; gzip is read"}};
-    for (const auto& [beginning, words] : Beginnings) {
-        if (text.substr(0, beginning.size()) == beginning) {
-            return fmt::format(", got {}", words);
-        }
-    }
-    return "";
-}
-
 /// Only a grid has whole numbers, without a decimal point, after its request id.
 bool HasGridHeader(const std::string& text) {
     const size_t comma = text.find(", ");
@@ -127,9 +109,10 @@ DumpReader::DumpReader(std::filesystem::path file)
         throw DumpError(file_, 0, 0, "expected a dump file of the node, got an empty file");
     }
     if (text_.compare(0, 6, "Frame ") != 0) {
-        throw DumpError(
-            file_, 1, 1,
-            "expected a dump file of the node, whose lines begin with \"Frame \"" + MadeByOthers(text_));
+        const bool isMarked = text_.rfind("\xEF\xBB\xBF", 0) == 0 || text_.rfind("\xFF\xFE", 0) == 0;
+        throw DumpError(file_, 1, 1,
+                        fmt::format("expected a dump file of the node, whose lines begin with \"Frame \"{}",
+                                    isMarked ? ", got a byte order mark (BOM), as editors write it" : ""));
     }
     kind_ = HasGridHeader(text_) ? DumpKind::Grid : DumpKind::TexCoordinates;
     if (kind_ != DumpKind::Grid) {

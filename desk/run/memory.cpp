@@ -7,7 +7,6 @@
 #include <fstream>
 #include <limits>
 #include <string>
-#include <thread>
 
 namespace desk {
 namespace {
@@ -47,8 +46,7 @@ int64_t HeldFramesThatFit(cv::Size input, size_t inFlight) {
     constexpr double FrameShare = 3;
     constexpr double OtherFrames = 32;  // of reader, estimate, writer and spare buffers
     constexpr double MiB = 1 << 20;
-    const double otherAddresses =
-        250 + 400.0 * std::thread::hardware_concurrency() + 70.0 * static_cast<double>(inFlight);
+    const double otherAddresses = 250 + 400.0 * cv::getNumberOfCPUs() + 70.0 * static_cast<double>(inFlight);
     const double otherMemory = 180;
     rlimit addresses = {};
     const bool isLimited = getrlimit(RLIMIT_AS, &addresses) == 0 && addresses.rlim_cur != RLIM_INFINITY;
