@@ -27,6 +27,7 @@ desk::RunResults Results() {
     results.counters = {8, 16, 1, 30};
     results.motion = {2.5, 0.25};
     results.damagedFrames = {{5, 9}};
+    results.gridlessFrames = {{10, 12}};
     results.findings = {"reads <none>"};
     results.missedLimits = {"misses"};
     return results;
