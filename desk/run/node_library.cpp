@@ -6,40 +6,19 @@
 
 #include <cstring>
 #include <fstream>
-#include <sstream>
 #include <stdexcept>
-#include <vector>
+#include <utility>
 
 #include "desk/base/usage_error.h"
 
 namespace desk {
 namespace {
 
-using Bytes = std::string;
-
-/// What lies at a place of a file; zero where the file ends before.
-template <typename Record>
-Record At(const Bytes& bytes, size_t place) {
-    Record record = {};
-    if (place <= bytes.size() && bytes.size() - place >= sizeof(record)) {
-        std::memcpy(&record, bytes.data() + place, sizeof(record));
-    }
-    return record;
-}
-
-Bytes Read(const std::filesystem::path& file) {
-    std::ostringstream bytes;
-    bytes << std::ifstream(file, std::ios::binary).rdbuf();
-    return bytes.str();
-}
-
-std::vector<ElfW(Phdr)> SegmentsOf(const Bytes& bytes) {
-    const auto header = At<ElfW(Ehdr)>(bytes, 0);
-    std::vector<ElfW(Phdr)> segments;
-    for (size_t i = 0; i < header.e_phnum; i++) {
-        segments.push_back(At<ElfW(Phdr)>(bytes, header.e_phoff + i * sizeof(ElfW(Phdr))));
-    }
-    return segments;
+/// Zero where the file ends before.
+ElfW(Ehdr) HeaderOf(const std::filesystem::path& file) {
+    ElfW(Ehdr) header = {};
+    std::ifstream(file, std::ios::binary).read(reinterpret_cast<char*>(&header), sizeof(header));
+    return header;
 }
 
 /// Why the loader would not take the file, or would fall with it; empty when it may try.
@@ -47,24 +26,16 @@ const char* ReasonAgainst(const std::filesystem::path& file) {
     if (!std::filesystem::is_regular_file(file)) {
         return "there is no such file";
     }
-    const Bytes bytes = Read(file);
-    const auto header = At<ElfW(Ehdr)>(bytes, 0);
+    const ElfW(Ehdr) header = HeaderOf(file);
     if (std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0) {
         return "it is no ELF file";
     }
-    const auto own = At<ElfW(Ehdr)>(Read("/proc/self/exe"), 0);
-    if (header.e_ident[EI_CLASS] != own.e_ident[EI_CLASS] || header.e_machine != own.e_machine) {
+    if (header.e_machine != HeaderOf("/proc/self/exe").e_machine) {
         return "it is for another processor";
     }
-    if (header.e_type != ET_DYN) {
-        return "it is no shared library";
-    }
-    for (const ElfW(Phdr) & segment : SegmentsOf(bytes)) {
-        if (segment.p_offset > bytes.size() || segment.p_filesz > bytes.size() - segment.p_offset) {
-            return "it is cut off";
-        }
-    }
-    return "";
+    // The table of sections is a linker's last.
+    const uint64_t end = header.e_shoff + uint64_t{header.e_shnum} * header.e_shentsize;
+    return end > std::filesystem::file_size(file) ? "it is cut off" : "";
 }
 
 /// What the program loads lies in the build folder that the program itself lies in, in bin.
@@ -91,22 +62,28 @@ std::filesystem::path NodeLibrary(const std::filesystem::path& named) {
 }
 
 std::string BuildId(const std::filesystem::path& library) {
-    const Bytes bytes = Read(library);
-    std::string digits;
-    for (const ElfW(Phdr) & segment : SegmentsOf(bytes)) {
-        const size_t end = segment.p_type == PT_NOTE ? segment.p_offset + segment.p_filesz : 0;
+    std::pair<std::string, std::string> found = {library.string(), ""};
+    const auto look = [](dl_phdr_info* loaded, size_t /*size*/, void* data) {
+        auto& [file, digits] = *static_cast<decltype(found)*>(data);
         const auto padded = [](size_t size) { return (size + 3) / 4 * 4; };
-        for (size_t at = segment.p_offset; at < end;) {
-            const auto note = At<ElfW(Nhdr)>(bytes, at);
-            const size_t text = at + sizeof(note) + padded(note.n_namesz);
-            for (size_t i = 0; note.n_type == NT_GNU_BUILD_ID && i < note.n_descsz && text + i < bytes.size();
-                 i++) {
-                digits += fmt::format("{:02x}", static_cast<unsigned char>(bytes[text + i]));
+        for (size_t i = 0; file == loaded->dlpi_name && i < loaded->dlpi_phnum; i++) {
+            const ElfW(Phdr)& segment = loaded->dlpi_phdr[i];
+            const auto* at = reinterpret_cast<const unsigned char*>(loaded->dlpi_addr + segment.p_vaddr);
+            const auto* const end = at + (segment.p_type == PT_NOTE ? segment.p_memsz : 0);
+            while (at < end) {
+                ElfW(Nhdr) note = {};
+                std::memcpy(&note, at, sizeof(note));
+                const auto* const text = at + sizeof(note) + padded(note.n_namesz);
+                if (note.n_type == NT_GNU_BUILD_ID) {
+                    digits = fmt::format("{:02x}", fmt::join(text, text + note.n_descsz, ""));
+                }
+                at = text + padded(note.n_descsz);
             }
-            at = text + padded(note.n_descsz);
         }
-    }
-    return digits;
+        return 0;
+    };
+    dl_iterate_phdr(look, &found);
+    return found.second;
 }
 
 std::unique_ptr<DeskHost> OpenHost(const std::filesystem::path& library, const std::filesystem::path& dumpDir,

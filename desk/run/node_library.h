@@ -14,7 +14,7 @@ namespace desk {
 /// none.
 std::filesystem::path NodeLibrary(const std::filesystem::path& named);
 
-/// The number by which the linker marked a library, in hexadecimal digits; empty without.
+/// The number by which the linker marked a library that is loaded, in hexadecimal digits; empty without.
 std::string BuildId(const std::filesystem::path& library);
 
 /// A host that has loaded the library. Throws UsageError when the library is no node.
