@@ -60,15 +60,16 @@ std::string Hint(const CLI::App& app) {
 
 /// What is wrong with the command line.
 std::string Text(const CLI::App& app, const CLI::ParseError& error) {
+    const std::vector<std::string> unknown = app.remaining(true);
+    const std::string name = unknown.empty() ? "" : unknown.front();
     if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr) {
         return error.what() + Hint(app);
     }
-    if (dynamic_cast<const CLI::RequiredError*>(&error) == nullptr || !app.get_subcommands().empty()) {
-        return error.what();
+    if (app.get_subcommands().empty() && dynamic_cast<const CLI::RequiredError*>(&error) != nullptr) {
+        return (name.empty() ? "" : fmt::format("{} is no command{}; ", name, Hint(app))) +
+               "expected a command: stabilise, replay, inspect, verify, diff or synth";
     }
-    const std::vector<std::string> unknown = app.remaining();
-    return (unknown.empty() ? "" : fmt::format("{} is no command{}; ", unknown.front(), Hint(app))) +
-           "expected a command: stabilise, replay, inspect, verify, diff or synth";
+    return error.what() + (name.empty() ? "" : fmt::format("; {} is not expected{}", name, Hint(app)));
 }
 
 /// What somebody has to know who reports a fault of the program or of a node. Throws as NodeLibrary and
