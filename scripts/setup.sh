@@ -11,7 +11,7 @@ packages=(
   android-liblog-dev android-libcutils-dev android-libutils-dev
   libavformat-dev libavcodec-dev libavutil-dev libswscale-dev pkg-config
   python3 ffmpeg
-  libopencv-dev libcli11-dev nlohmann-json3-dev libfmt-dev libgtest-dev libgmock-dev
+  libopencv-dev libcli11-dev nlohmann-json3-dev libfmt-dev zlib1g-dev libgtest-dev libgmock-dev
   lomiri-wallpapers-16.04
 )
 if [ "${1:-}" = "--ci" ]; then

@@ -15,6 +15,7 @@ struct DeskGlCounters {
     uint64_t contextCurrent;       ///< 1 when the calling thread has a context current, else 0
     int32_t maxTextureSize;        ///< pixels each way; 0 until a context has been current
     char renderer[128];            ///< the driver's name for itself, zero-terminated; empty until then
+    char version[128];             ///< of the GL, in the driver's words, likewise
 };
 
 /// Fills all fields; each is exact by itself, but other threads may move on between two of them.

@@ -34,7 +34,6 @@ std::pair<CLI::App&, Options&> AddCommand(CLI::App& app, const std::string& name
     const auto options = std::make_shared<Options>();
     command.callback([&command, &status, options, run] {
         RequireOutputs(command);
-        CatchInterrupts();
         status = run(*options);
     });
     return {command, *options};
@@ -45,6 +44,7 @@ struct ReplayOptions : RunOptions {
     std::filesystem::path grids;
     std::optional<cv::Size> size;          ///< of the output, pixels; the clip's without
     std::optional<uint64_t> firstRequest;  ///< request id of the clip's first frame; empty: line n, frame n
+    OnDamage onGap = OnDamage::Stop;       ///< of the dump
 };
 
 /// Adds CLIP, --grids, --first-request and what every run through the node takes. `options` outlives the

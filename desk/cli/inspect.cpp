@@ -5,6 +5,7 @@
 #include "desk/cli/commands.h"
 #include "desk/dump/dump_checks.h"
 #include "desk/output/output.h"
+#include "desk/output/say.h"
 #include "desk/report/chart.h"
 #include "desk/report/results.h"
 #include "desk/warp/sizing.h"
@@ -41,43 +42,82 @@ std::string MarginPicture(const DumpCheck& check) {
                       {{"horizontal margin", margin.width / 2.0}, {"vertical margin", margin.height / 2.0}});
 }
 
+/// Of a dump's mesh, and of its margin.
+std::array<std::filesystem::path, 2> PicturesOf(const InspectOptions& options,
+                                                const std::filesystem::path& dump) {
+    const std::string stem = (options.pictures / dump.stem()).string();
+    return {stem + "_mesh.svg", stem + "_margin.svg"};
+}
+
+/// Before the first dump is read, as RequireOutputs does for files that are named.
+void RequirePictures(const InspectOptions& options) {
+    std::vector<std::filesystem::path> files;
+    for (const std::filesystem::path& dump : options.dumps) {
+        for (const std::filesystem::path& picture : PicturesOf(options, dump)) {
+            RequireNoDevice(picture);
+            RequireFree(picture, options.overwrite);
+            files.push_back(picture);
+        }
+    }
+    if (!options.json.empty() && options.json != "-") {
+        files.push_back(options.json);
+    }
+    RequireApart(options.dumps, files);
+}
+
 void WritePictures(const InspectOptions& options, const std::filesystem::path& dump, const DumpCheck& check) {
     if (options.pictures.empty() || check.frames.empty()) {
         return;
     }
     const Folder folder(options.pictures);
-    const std::string stem = (options.pictures / dump.stem()).string();
+    const auto [mesh, margin] = PicturesOf(options, dump);
     const std::string title = fmt::format("{}, line {}", dump.filename().string(), check.pointsLine);
     const cv::Size2d frame = check.kind == DumpKind::Grid ? cv::Size2d(check.sizes.input) : cv::Size2d();
-    WriteWhole(stem + "_mesh.svg", DrawMesh(title, check.points, MeshColumns, frame), options.overwrite);
+    WriteWhole(mesh, DrawMesh(title, check.points, MeshColumns, frame), options.overwrite);
     if (check.sizes.IsKnown()) {
-        WriteWhole(stem + "_margin.svg", MarginPicture(check), options.overwrite);
+        WriteWhole(margin, MarginPicture(check), options.overwrite);
     }
 }
 
 Json ToJson(const std::filesystem::path& dump, const DumpCheck& check) {
     Json findings = Json::array();
-    for (const DumpFinding& finding : check.findings) {
-        findings.push_back({{"line", finding.line},
-                            {"column", finding.column},
-                            {"kind", finding.kind},
-                            {"text", finding.text}});
+    for (const DumpFinding& finding : check.findings.first) {
+        Json& json = findings.emplace_back(Json{{"line", finding.line}});
+        const auto add = [&json](const char* name, const auto& value, bool applies) {
+            if (applies) {
+                json[name] = value;
+            }
+        };
+        add("column", finding.column, finding.column > 0);
+        add("kind", finding.kind, true);
+        add("request", finding.request.value_or(0), finding.request.has_value());
+        add("previous_request", finding.previous.value_or(0), finding.previous.has_value());
+        add("side", SideNames[finding.side.value_or(Left)], finding.side.has_value());
+        add("pixels", finding.pixels, finding.side.has_value());
+        add("text", finding.text, true);
     }
     return {{"file", dump.string()},
             {"kind", NameOf(check.kind)},
             {"good_lines", check.frames.size()},
+            {"finding_counts", check.findings.counts},
             {"findings", findings}};
 }
 
 void Print(const std::filesystem::path& dump, const DumpCheck& check) {
-    for (const DumpFinding& finding : check.findings) {
+    for (const DumpFinding& finding : check.findings.first) {
         const std::string column = finding.column == 0 ? "" : fmt::format(":{}", finding.column);
-        fmt::print("{}:{}{}: {}: {}\n", dump.string(), finding.line, column, finding.kind, finding.text);
+        Say(stdout, "{}:{}{}: {}: {}", dump.string(), finding.line, column, finding.kind, finding.text);
+    }
+    for (const auto& [kind, count] : check.findings.counts) {
+        if (count > DumpFindings::MostOfAKind) {
+            Say(stdout, "{}: {}: {} in all, of which the first {} are shown", dump.string(), kind, count,
+                DumpFindings::MostOfAKind);
+        }
     }
     const bool isReachUnknown = check.kind == DumpKind::Grid && !check.sizes.IsKnown();
-    fmt::print(stderr, "{}: {} dump, {} good lines, {} findings{}\n", dump.string(), NameOf(check.kind),
-               check.frames.size(), check.findings.size(),
-               isReachUnknown ? "; reach beyond the input not checked: --size names the output's size" : "");
+    Say(stderr, "{}: {} dump, {} good lines, {} findings{}", dump.string(), NameOf(check.kind),
+        check.frames.size(), check.findings.Count(),
+        isReachUnknown ? "; reach beyond the input not checked: --size names the output's size" : "");
 }
 
 int RunInspect(const InspectOptions& options) {
@@ -85,15 +125,11 @@ int RunInspect(const InspectOptions& options) {
     Json dumps = Json::array();
     bool isClean = true;
     if (!options.pictures.empty()) {
-        std::vector<std::filesystem::path> pictures;
-        for (const std::filesystem::path& dump : options.dumps) {
-            pictures.push_back(options.pictures / dump.stem());
-        }
-        RequireApart({}, pictures);
+        RequirePictures(options);
     }
     for (const std::filesystem::path& dump : options.dumps) {
         const DumpCheck check = CheckDump(dump, sizes);
-        isClean = isClean && check.findings.empty();
+        isClean = isClean && check.findings.first.empty();
         WritePictures(options, dump, check);
         dumps.push_back(ToJson(dump, check));
         if (options.json != "-") {

@@ -6,6 +6,8 @@
 #include "desk/cli/commands.h"
 #include "desk/motion/motion_estimator.h"
 #include "desk/motion/steady_camera.h"
+#include "desk/output/say.h"
+#include "desk/run/memory.h"
 
 namespace desk {
 namespace {
@@ -42,20 +44,34 @@ CameraResult ResultOf(const FramePose& pose, const FramePose& last) {
             std::abs(pose.shift - last.shift)};
 }
 
+/// The window that is usual, or one as long as the memory allows, which is then told.
+size_t WindowThatFits(const StabiliseOptions& options, cv::Size input) {
+    constexpr int64_t UsualWindow = 30;
+    const int64_t most = HeldFramesThatFit(input, options.inFlight);
+    if (most < 1 || most >= UsualWindow) {
+        return UsualWindow;
+    }
+    Say(stderr, "dewarp-desk: the memory is short for a window of {} frames of {} x {}; it is {}",
+        UsualWindow, input.width, input.height, most);
+    return static_cast<size_t>(most);
+}
+
 /// Every frame is read and its motion estimated, and `window` frames later it is shown from where the steady
 /// camera then looks.
 int RunStabilise(const StabiliseOptions& options) {
-    constexpr size_t UsualWindow = 30;
     if (options.window && options.variant != Variant::LookAhead) {
         throw UsageError("--window is of the look-ahead node; expected no --variant realtime with it");
     }
-    const size_t window = options.variant == Variant::LookAhead ? options.window.value_or(UsualWindow) : 0;
+    CatchInterrupts();
     ClipReader reader(options.clip, options.frames, options.onDamage);
     const NodeSizing sizing = ChooseSizing(options, reader.Format().size);
+    const cv::Size input = InputFor(sizing.output, sizing.margin);
+    const size_t window = options.variant != Variant::LookAhead ? 0
+                          : options.window                      ? *options.window
+                                                                : WindowThatFits(options, input);
     Pipeline pipeline("stabilise", options, reader, sizing, window);
     MotionEstimator motion;
-    SteadyCamera camera(options.variant, static_cast<int64_t>(window), InputFor(sizing.output, sizing.margin),
-                        sizing.output);
+    SteadyCamera camera(options.variant, static_cast<int64_t>(window), input, sizing.output);
     std::optional<SteadyCamera::View> last;
     const auto show = [&] {
         const SteadyCamera::View view = camera.Next();
@@ -84,7 +100,7 @@ int RunStabilise(const StabiliseOptions& options) {
 void AddStabilise(CLI::App& app, int& status) {
     auto [command, options] = AddCommand<StabiliseOptions>(
         app, "stabilise", "Steadies a clip through the node.",
-        "dewarp-desk stabilise walk.mp4 -o steady.mp4 --zoom fill", status, RunStabilise);
+        "dewarp-desk stabilise walk.mp4 -o steady.mp4 --zoom fill --compare both.mp4", status, RunStabilise);
     command.add_option("CLIP", options.clip, "any clip that FFmpeg reads, or a folder of pictures")
         ->required()
         ->group(Inputs);

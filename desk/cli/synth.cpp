@@ -83,6 +83,7 @@ private:
 };
 
 int RunSynth(const SynthOptions& options) {
+    CatchInterrupts();
     const cv::Size output = options.size.value_or(cv::Size(1920, 1080));
     const cv::Size input = InputFor(output, options.margin.value_or(Margin{0.2F, 0.2F}));
     World world(options);

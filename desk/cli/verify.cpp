@@ -4,6 +4,7 @@
 
 #include "desk/cli/commands.h"
 #include "desk/output/output.h"
+#include "desk/output/say.h"
 #include "desk/report/page.h"
 #include "desk/warp/reference_renderer.h"
 
@@ -59,8 +60,8 @@ private:
     void Judge(const char* plane, const PlaneMeter& meter, RunResults& results) const {
         const double share = meter.ShareWithinLimit();
         if (options_.json != "-") {
-            fmt::print("{}: max {}, mean {:.4f}, PSNR {:.2f} dB, {:.4f} % within {}\n", plane, meter.Max(),
-                       meter.Mean(), meter.Psnr(), 100 * share, options_.limit);
+            Say(stdout, "{}: max {}, mean {:.4f}, PSNR {:.2f} dB, {:.4f} % within {}", plane, meter.Max(),
+                meter.Mean(), meter.Psnr(), 100 * share, options_.limit);
         }
         if (!(share >= MinShareWithinLimit && meter.Psnr() >= MinPsnr)) {
             results.missedLimits.push_back(

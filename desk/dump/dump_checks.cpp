@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <cmath>
-#include <map>
+#include <numeric>
+#include <tuple>
+#include <utility>
 
 #include "desk/dump/dump_reader.h"
 #include "desk/warp/grid_size.h"
@@ -45,32 +47,27 @@ public:
                 const std::optional<DumpLine> line = reader_.Next();
                 isMore = line.has_value();
                 if (isMore) {
+                    order_.Add(line->number, line->requestId);
                     CheckLine(*line);
                 }
             } catch (const DumpError& error) {
-                Add(error.line, error.column, "malformed", error.reason);
+                order_.Add(error.line, reader_.Request());
+                check_.findings.Add({error.line, error.column, "malformed", error.reason, reader_.Request()});
             }
         }
+        order_.Check(check_.findings);
         CheckJumps();
         CheckReach();
-        std::stable_sort(check_.findings.begin(), check_.findings.end(),
+        std::stable_sort(check_.findings.first.begin(), check_.findings.first.end(),
                          [](const DumpFinding& a, const DumpFinding& b) { return a.line < b.line; });
         return std::move(check_);
     }
 
 private:
-    void Add(size_t line, size_t column, const char* kind, const std::string& text) {
-        check_.findings.push_back({line, column, kind, text});
-    }
-
     void CheckLine(const DumpLine& line) {
-        const auto [first, isNew] = lineOfRequest_.emplace(line.requestId, line.number);
-        if (!isNew) {
-            Add(line.number, 1, "repeated-request",
-                fmt::format("request {} was already in line {}", line.requestId, first->second));
-        }
         if (const std::optional<BadValue> bad = FindBadValue(line)) {
-            Add(line.number, bad->column, bad->isFinite ? "out-of-range" : "not-finite", bad->text);
+            const char* const kind = bad->isFinite ? "out-of-range" : "not-finite";
+            check_.findings.Add({line.number, bad->column, kind, bad->text, line.requestId});
             return;
         }
         std::vector<cv::Point2d> points = MeshPoints(line, check_.kind);
@@ -82,9 +79,11 @@ private:
     void CheckFolds(const DumpLine& line, const std::vector<cv::Point2d>& points) {
         const std::vector<cv::Point> folded = FoldedCells(points, MeshColumns);
         if (!folded.empty()) {
-            Add(line.number, 0, "fold-over",
-                fmt::format("{} of the mesh's cells have a negative area, the first is column {} of row {}",
-                            folded.size(), folded.front().x, folded.front().y));
+            check_.findings.Add(
+                {line.number, 0, "fold-over",
+                 fmt::format("{} of the mesh's cells have a negative area, the first is column {} of row {}",
+                             folded.size(), folded.front().x, folded.front().y),
+                 line.requestId});
         }
         if (pictureIsOfFinding_) {
             return;
@@ -127,12 +126,14 @@ private:
             check_.kind == DumpKind::Vertices ? StillShare : std::max(JumpFactor * *middle, JumpShare);
         for (size_t i = 1; i < check_.frames.size(); i++) {
             const DumpFrame& frame = check_.frames[i];
+            const uint64_t previous = check_.frames[i - 1].requestId;
             if (frame.motion > limit) {
-                Add(frame.line, 0, "jump",
-                    fmt::format(
-                        "from request {} to {} the mesh moves by {:.2f} % of its width a frame, expected "
-                        "at most {:.2f} %",
-                        check_.frames[i - 1].requestId, frame.requestId, 100 * frame.motion, 100 * limit));
+                check_.findings.Add(
+                    {frame.line, 0, "jump",
+                     fmt::format("from request {} to {} the mesh moves by {:.2f} % of its width a frame, "
+                                 "expected at most {:.2f} %",
+                                 previous, frame.requestId, 100 * frame.motion, 100 * limit),
+                     frame.requestId, previous});
             }
         }
     }
@@ -153,10 +154,12 @@ private:
                 }
             }
             if (first != nullptr) {
-                Add(first->line, 0, "reach",
-                    fmt::format("request {} is the first of {} to read beyond the input's {} side, by {:.2f} "
-                                "pixels at most",
-                                first->requestId, count, SideNames[side], most));
+                check_.findings.Add(
+                    {first->line, 0, "reach",
+                     fmt::format("request {} is the first of {} to read beyond the input's {} side, by "
+                                 "{:.2f} pixels at most",
+                                 first->requestId, count, SideNames[side], most),
+                     first->requestId, std::nullopt, side, most});
             }
         }
     }
@@ -166,11 +169,60 @@ private:
     DumpReader& reader_;
     DumpCheck check_;
     std::vector<cv::Point2d> previous_;
-    std::map<uint64_t, size_t> lineOfRequest_;
+    RequestOrder order_;
     bool pictureIsOfFinding_ = false;
 };
 
 }  // namespace
+
+void DumpFindings::Add(DumpFinding finding) {
+    if (counts[finding.kind]++ < MostOfAKind) {
+        first.push_back(std::move(finding));
+    }
+}
+
+size_t DumpFindings::Count() const {
+    return std::accumulate(counts.begin(), counts.end(), size_t{0},
+                           [](size_t sum, const auto& kind) { return sum + kind.second; });
+}
+
+void RequestOrder::Add(size_t line, std::optional<uint64_t> request) {
+    if (!request) {
+        unreadable_++;
+        return;
+    }
+    lines_.push_back({*request, lines_.empty() ? *request : previous_, line, unreadable_});
+    previous_ = *request;
+}
+
+void RequestOrder::Check(DumpFindings& findings) {
+    std::sort(lines_.begin(), lines_.end(), [](const Line& a, const Line& b) {
+        return std::tie(a.request, a.line) < std::tie(b.request, b.line);
+    });
+    const Line* last = nullptr;
+    for (const Line& line : lines_) {
+        const auto report = [&](const char* kind, uint64_t previous, const std::string& why) {
+            findings.Add({line.line, 1, kind,
+                          fmt::format("request {} follows request {}: {}", line.request, previous, why),
+                          line.request, previous});
+        };
+        const uint64_t between =
+            last == nullptr || last->request == line.request ? 0 : line.request - last->request - 1;
+        if (last != nullptr && last->request == line.request) {
+            report("repeated-request", line.previous, fmt::format("it was already in line {}", last->line));
+        } else if (line.previous > line.request) {
+            report("reversed-request", line.previous, "expected request ids that rise from line to line");
+        }
+        const size_t unreadable = last == nullptr ? 0
+                                                  : std::max(line.unreadable, last->unreadable) -
+                                                        std::min(line.unreadable, last->unreadable);
+        if (between > unreadable) {
+            report("gap", last->request,
+                   fmt::format("{} without a line between them", between));
+        }
+        last = &line;
+    }
+}
 
 DumpCheck CheckDump(const std::filesystem::path& file, WarpSizes sizes) {
     DumpReader reader(file);

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <map>
 #include <opencv2/core.hpp>
 #include <optional>
 #include <string>
@@ -18,8 +19,43 @@ namespace desk {
 struct DumpFinding {
     size_t line = 0;
     size_t column = 0;  ///< 0 when it concerns the line as a whole
-    std::string kind;   ///< malformed, not-finite, out-of-range, fold-over, jump, reach or repeated-request
+    std::string kind;   ///< as docs/DUMPS.md has them
     std::string text;
+    std::optional<uint64_t> request = std::nullopt;   ///< empty when the line's cannot be read
+    std::optional<uint64_t> previous = std::nullopt;  ///< the other request, of a finding about two
+    std::optional<Side> side = std::nullopt;          ///< of the input
+    double pixels = 0;                                ///< beyond that side
+};
+
+/// Findings, of which only the first of each kind are kept, and all are counted.
+struct DumpFindings {
+    static constexpr size_t MostOfAKind = 20;
+
+    void Add(DumpFinding finding);
+    size_t Count() const;
+
+    std::vector<DumpFinding> first;
+    std::map<std::string, size_t> counts;  ///< by kind
+};
+
+/// The request ids of a dump's lines, and what is wrong with their order.
+class RequestOrder {
+public:
+    /// The next line's; empty when it cannot be read.
+    void Add(size_t line, std::optional<uint64_t> request);
+
+    /// Finds repeated-request, reversed-request and gap. A line that cannot be read fills a gap.
+    void Check(DumpFindings& findings);
+
+private:
+    struct Line {
+        uint64_t request, previous;
+        size_t line, unreadable;  ///< how many before it could not be read
+    };
+
+    std::vector<Line> lines_;
+    uint64_t previous_ = 0;
+    size_t unreadable_ = 0;
 };
 
 /// What is kept of one good line.
@@ -33,8 +69,8 @@ struct DumpFrame {
 struct DumpCheck {
     DumpKind kind = DumpKind::Grid;
     WarpSizes sizes;
-    std::vector<DumpFinding> findings;  ///< by line
-    std::vector<DumpFrame> frames;      ///< the good lines
+    DumpFindings findings;          ///< by line
+    std::vector<DumpFrame> frames;  ///< the good lines
     /// The mesh to be looked at: of the first line that folds over, or the last.
     std::vector<cv::Point2d> points;
     size_t pointsLine = 0;

@@ -1,12 +1,17 @@
 #include "desk/dump/dump_reader.h"
 
 #include <fmt/format.h>
+#include <zlib.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cmath>
 #include <string_view>
 #include <system_error>
+#include <utility>
+
+#include "desk/output/output.h"
 
 namespace desk {
 namespace {
@@ -92,7 +97,7 @@ DumpError::DumpError(const std::filesystem::path& file, size_t atLine, size_t at
       reason(why) {}
 
 DumpReader::DumpReader(std::filesystem::path file)
-    : file_(std::move(file)), stream_(file_, std::ios::binary) {
+    : file_(std::move(file)), stream_(gzopen(file_.c_str(), "rb"), &gzclose) {
     if (!stream_ && errno == EACCES) {
         throw std::runtime_error(fmt::format(
             "{} cannot be read: Permission denied; expected a dump file of the node", file_.string()));
@@ -104,7 +109,10 @@ DumpReader::DumpReader(std::filesystem::path file)
         throw DumpError(file_, 0, 0, "expected a dump file of the node, got an empty file");
     }
     if (text_.compare(0, 6, "Frame ") != 0) {
-        throw DumpError(file_, 1, 1, "expected a dump file of the node, whose lines begin with \"Frame \"");
+        const bool isMarked = text_.rfind("\xEF\xBB\xBF", 0) == 0 || text_.rfind("\xFF\xFE", 0) == 0;
+        throw DumpError(file_, 1, 1,
+                        fmt::format("expected a dump file of the node, whose lines begin with \"Frame \"{}",
+                                    isMarked ? ", got a byte order mark (BOM), as editors write it" : ""));
     }
     kind_ = HasGridHeader(text_) ? DumpKind::Grid : DumpKind::TexCoordinates;
     if (kind_ != DumpKind::Grid) {
@@ -120,12 +128,25 @@ DumpReader::DumpReader(std::filesystem::path file)
 }
 
 bool DumpReader::ReadText() {
-    if (!std::getline(stream_, text_)) {
-        return false;
+    constexpr size_t MostBytes = 1 << 20;  // ten times what a line of the largest numbers has
+    text_.clear();
+    request_.reset();
+    int byte = -1;
+    while (stream_ && text_.size() < MostBytes && (byte = gzgetc(stream_.get())) != -1 && byte != '\n') {
+        text_.push_back(static_cast<char>(byte));
     }
-    isComplete_ = !stream_.eof();
-    line_++;
-    return true;
+    isComplete_ = byte == '\n';
+    line_ += isComplete_ || !text_.empty() ? 1U : 0U;
+    int error = Z_OK;
+    static_cast<void>(stream_ ? gzerror(stream_.get(), &error) : nullptr);
+    if (error < 0 || text_.size() == MostBytes) {
+        stream_.reset();
+        throw DumpError(file_, std::max<size_t>(line_, 1), 0,
+                        error == Z_ERRNO ? "cannot be read any further: " + ReasonText(errno)
+                        : error < 0      ? "what gzip has compressed is damaged or cut off"
+                                         : "expected a dump's line, got one of more than a million bytes");
+    }
+    return isComplete_ || !text_.empty();
 }
 
 std::optional<DumpLine> DumpReader::Next() {
@@ -136,12 +157,19 @@ std::optional<DumpLine> DumpReader::Next() {
     return Parse();
 }
 
-DumpLine DumpReader::Parse() const {
+DumpLine DumpReader::Parse() {
     DumpLine line;
     line.number = line_;
     LineScanner scanner(file_, line.number, text_);
     if (!scanner.Skip("Frame ") || !scanner.Read(line.requestId)) {
         scanner.Fail("\"Frame \" and a request id");
+    }
+    request_ = line.requestId;
+    if (!text_.empty() && text_.back() == '\r') {
+        throw DumpError(
+            file_, line_, text_.size(),
+            "expected a line feed alone at the line's end, got a carriage return before it (CRLF), "
+            "with which Windows ends lines");
     }
     if (kind_ == DumpKind::Grid) {
         for (uint32_t& number : line.header) {

@@ -2,8 +2,11 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <array>
+#include <optional>
 
+#include "desk/dump/dump_checks.h"
 #include "desk/dump/dump_reader.h"
 
 namespace desk {
@@ -38,12 +41,13 @@ bool Fits(const DumpLine& line, cv::Size input) {
 
 }  // namespace
 
-GridDump::GridDump(const std::filesystem::path& file, cv::Size input) {
+GridDump::GridDump(const std::filesystem::path& file, cv::Size input, bool byRequest) {
     DumpReader reader(file);
     if (reader.Kind() != DumpKind::Grid) {
         throw DumpError(file, 0, 0,
                         fmt::format("expected a grid dump, got a {} dump", NameOf(reader.Kind())));
     }
+    RequestOrder order;
     while (const std::optional<DumpLine> line = reader.Next()) {
         const auto fail = [&](size_t column, const std::string& reason) {
             throw DumpError(file, line->number, column, reason);
@@ -56,19 +60,31 @@ GridDump::GridDump(const std::filesystem::path& file, cv::Size input) {
                         "expected a grid for an input of {} x {}, got one that spans {:.0f} x {:.0f} pixels",
                         input.width, input.height, Span(*line).x, Span(*line).y));
         }
-        // Every line so far was good, so that lines and grids have the same numbers.
-        const auto [known, isNew] = byRequest_.emplace(line->requestId, lines_.size());
-        if (!isNew) {
-            fail(1, fmt::format("expected every request id once, got {} again after line {}", line->requestId,
-                                known->second + 1));
-        }
+        order.Add(line->number, line->requestId);
         lines_.push_back({line->requestId, ToGrid(*line)});
     }
+    DumpFindings findings;
+    order.Check(findings);
+    for (const DumpFinding& finding : findings.first) {
+        if (finding.kind == "repeated-request") {
+            throw DumpError(file, finding.line, finding.column,
+                            finding.text + "; expected every request id once");
+        }
+        if (!byRequest) {
+            throw DumpError(file, finding.line, finding.column,
+                            finding.text +
+                                "; expected the request id of the clip's first frame with "
+                                "--first-request, or --gaps skip to leave out frames without a line");
+        }
+    }
+    std::sort(lines_.begin(), lines_.end(),
+              [](const Line& a, const Line& b) { return a.requestId < b.requestId; });
 }
 
-std::optional<size_t> GridDump::Find(uint64_t requestId) const {
-    const auto found = byRequest_.find(requestId);
-    return found == byRequest_.end() ? std::nullopt : std::optional<size_t>(found->second);
+const GridDump::Line* GridDump::Find(uint64_t requestId) const {
+    const auto found = std::lower_bound(lines_.begin(), lines_.end(), requestId,
+                                        [](const Line& line, uint64_t id) { return line.requestId < id; });
+    return found != lines_.end() && found->requestId == requestId ? &*found : nullptr;
 }
 
 }  // namespace desk

@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "desk/base/usage_error.h"
 #include "desk/output/output.h"
 #include "desk/report/page.h"
 
@@ -105,6 +106,17 @@ void AddOverwrite(CLI::App& command, bool& overwrite) {
     command.add_flag("-y,--overwrite", overwrite, "replace what exists");
 }
 
+CLI::Option* AddLibrary(CLI::App& command, std::filesystem::path& library) {
+    return command.add_option("--library", library, "another node library than the one beside the program")
+        ->group(Inputs);
+}
+
+void AddStopOrSkip(CLI::App& command, const std::string& name, const std::string& description,
+                   OnDamage& choice) {
+    AddChoice<OnDamage>(command, name, description, choice,
+                        {{"stop", OnDamage::Stop}, {"skip", OnDamage::Skip}});
+}
+
 void AddNodeOptions(CLI::App& command, RunOptions& options) {
     AddChoice<Variant>(command, "--variant", "which node", options.variant,
                        {{"realtime", Variant::RealTime}, {"lookahead", Variant::LookAhead}});
@@ -114,8 +126,8 @@ void AddNodeOptions(CLI::App& command, RunOptions& options) {
                     "requests in the node at a time, each on a thread of its own")
         ->check(CLI::Range(size_t{1}, Most))
         ->capture_default_str();
-    AddChoice<OnDamage>(command, "--damaged", "what damage in the clip does to the run", options.onDamage,
-                        {{"stop", OnDamage::Stop}, {"skip", OnDamage::Skip}});
+    AddStopOrSkip(command, "--damaged", "what damage in the clip does to the run", options.onDamage);
+    AddLibrary(command, options.library);
     // The host takes a set of bits; a level names all that are at least as grave.
     AddChoice<uint32_t>(
         command, "--log-level", "of the node's log", options.luxBits,
@@ -133,7 +145,7 @@ void AddRecordingOptions(CLI::App& command, RunOptions& options) {
     AddOutput(command, "-o,--out", MakesClip, options.out, "the output: .mp4, .mkv, .y4m, or a folder")
         ->required();
     AddOutput(command, "--before", MakesClip, options.before, "what is seen without the node");
-    command.add_flag("--compare", options.compare, "write before and after side by side");
+    AddOutput(command, "--compare", MakesClip, options.compare, "before and after side by side");
     auto* const truth =
         command
             .add_option("--truth", options.truth, "clip of the output as it should be, to measure the PSNR")
@@ -146,25 +158,46 @@ void AddRecordingOptions(CLI::App& command, RunOptions& options) {
 }
 
 void RequireOutputs(const CLI::App& command) {
+    const bool overwrite = command.count("--overwrite") > 0;
     std::vector<std::filesystem::path> inputs;
     std::vector<std::filesystem::path> outputs;
-    std::vector<std::filesystem::path> files;
+    std::vector<std::filesystem::path> files;  // of them
+    std::vector<std::filesystem::path> folders;
+    size_t onStdout = 0;
     for (const CLI::Option* option : command.get_options()) {
         const std::vector<std::string> names = option->results();
         const std::string kind = option->get_type_name();
         if (option->get_group() == Inputs) {
             inputs.insert(inputs.end(), names.begin(), names.end());
-        } else if (option->check_lname("report") && !names.empty()) {
-            std::transform(ReportFiles.begin(), ReportFiles.end(), std::back_inserter(outputs),
+        } else if (option->get_group() == Outputs && names == Stdout) {
+            onStdout++;
+        } else if (option->get_group() == Outputs) {
+            auto& made = kind == MakesFile ? files : kind == MakesClip ? outputs : folders;
+            made.insert(made.end(), names.begin(), names.end());
+        }
+        if (option->check_lname("report") && !names.empty()) {
+            auto& made = std::filesystem::is_directory(names.back()) ? files : outputs;
+            std::transform(ReportFiles.begin(), ReportFiles.end(), std::back_inserter(made),
                            [&](const char* name) { return std::filesystem::path(names.back()) / name; });
-        } else if (option->get_group() == Outputs && kind != MakesFolder && names != Stdout) {
-            outputs.insert(outputs.end(), names.begin(), names.end());
-            files.insert(files.end(), names.begin(), kind == MakesFile ? names.end() : names.begin());
         }
     }
+    if (overwrite && onStdout == 0 && outputs.empty() && files.empty() && folders.empty()) {
+        throw UsageError("-y replaces outputs; expected one with it");
+    }
+    if (onStdout > 1) {
+        throw UsageError("stdout is named for another output; expected a file");
+    }
+    outputs.insert(outputs.end(), files.begin(), files.end());
     RequireApart(inputs, outputs);
+    for (const std::filesystem::path& output : outputs) {
+        RequireNoDevice(output);
+        RequireFree(output, overwrite);
+    }
+    for (const std::filesystem::path& folder : folders) {
+        RequireNoDevice(folder);
+    }
     for (const std::filesystem::path& file : files) {
-        const Output trial(file, Output::Kind::File, command.count("--overwrite") > 0);
+        const Output trial(file, Output::Kind::File, overwrite);
     }
 }
 

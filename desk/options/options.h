@@ -27,14 +27,19 @@ CLI::Option* AddMargin(CLI::App& command, std::optional<Margin>& margin);
 void AddFrames(CLI::App& command, FrameRange& frames);
 void AddProgress(CLI::App& command, ProgressKind& progress);
 void AddJson(CLI::App& command, std::filesystem::path& json);
+/// A choice between "stop" and "skip".
+void AddStopOrSkip(CLI::App& command, const std::string& name, const std::string& description,
+                   OnDamage& choice);
+CLI::Option* AddLibrary(CLI::App& command, std::filesystem::path& library);
 void AddOverwrite(CLI::App& command, bool& overwrite);
 /// How a clip goes through the node, and where it is told what came of it.
 void AddNodeOptions(CLI::App& command, RunOptions& options);
 /// -o, which the command needs, and what else is recorded and measured.
 void AddRecordingOptions(CLI::App& command, RunOptions& options);
 
-/// Throws UsageError when an output has the name of an input or of another output, and what Output throws for
-/// a file that cannot be made: it is better known before the run than after it.
+/// Throws UsageError when an output has the name of an input or of another output, is a device, or may not be
+/// overwritten, and what Output throws for a file that cannot be made: it is better known before the run than
+/// after it.
 void RequireOutputs(const CLI::App& command);
 
 }  // namespace desk

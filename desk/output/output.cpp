@@ -6,6 +6,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <fstream>
@@ -38,6 +40,17 @@ Path Whole(const Path& place) {
     std::error_code unknown;
     const Path whole = std::filesystem::weakly_canonical(std::filesystem::absolute(place), unknown);
     return whole.has_filename() ? whole : whole.parent_path();
+}
+
+/// What two names of one thing have in common: the file, or the name that it will get.
+std::string Identity(const Path& place) {
+    struct stat status = {};
+    if (stat(place.c_str(), &status) == 0) {
+        return fmt::format("{}:{}", status.st_dev, status.st_ino);
+    }
+    std::string name = Whole(place).string();
+    std::transform(name.begin(), name.end(), name.begin(), [](unsigned char c) { return std::tolower(c); });
+    return name;
 }
 
 /// Whether it is a file such as a run makes in a folder of this kind.
@@ -161,17 +174,32 @@ void RequireFree(const std::filesystem::path& place, bool overwrite) {
     }
 }
 
+void RequireNoDevice(const Path& place) {
+    const std::string folder = Whole(std::filesystem::absolute(place).parent_path()).string() + "/";
+    std::error_code unknown;
+    if (folder == "/dev/" || folder.rfind("/proc/", 0) == 0 || std::filesystem::is_other(place, unknown)) {
+        throw UsageError(place.string() +
+                         " is a device or a pipe, which is not replaced; expected the name of a file");
+    }
+}
+
 void RequireApart(const std::vector<Path>& inputs, const std::vector<Path>& outputs) {
     std::map<Path, const char*> taken;
+    std::map<std::string, const char*> known;
     for (const Path& input : inputs) {
-        taken[Whole(input)] = "read";
+        taken[Whole(input)] = known[Identity(input)] = "read";
+        std::error_code none;
+        for (const auto& picture : std::filesystem::directory_iterator(input, none)) {
+            known[Identity(picture)] = "read";
+        }
     }
     for (const Path& output : outputs) {
-        const auto [other, isFree] = taken.emplace(Whole(output), "named for another output");
+        const auto [other, isFree] = known.emplace(Identity(output), "named for another output");
         if (!isFree) {
             throw UsageError(fmt::format("{} is {}; expected another name for the output", output.string(),
                                          other->second));
         }
+        taken.emplace(Whole(output), other->second);
     }
     for (const Path& output : outputs) {
         const Path folder = Whole(output) / "";
@@ -194,11 +222,12 @@ Output::Output(std::filesystem::path place, Kind kind, bool overwrite)
         work_ = MakeBeside(place_ / "dumps", true);
         return;
     }
-    RequireFree(place_, overwrite);
+    RequireNoDevice(place_);
     if (IsThere(place_)) {
         if (const std::string reason = ReasonToStay(place_, kind); !reason.empty()) {
             throw UsageError(reason);
         }
+        RequireFree(place_, overwrite);
         // What a link leads to is replaced, not the link.
         place_ = std::filesystem::is_symlink(place_) ? std::filesystem::canonical(place_) : place_;
     }

@@ -65,6 +65,14 @@ Json Plane(const PlaneMeter& meter) {
             {"share_within_limit", meter.ShareWithinLimit()}};
 }
 
+Json ToJson(const std::vector<FrameRange>& ranges) {
+    Json json = Json::array();
+    for (const FrameRange& range : ranges) {
+        json.push_back({{"first", range.first}, {"last", range.end - 1}});
+    }
+    return json;
+}
+
 Json StageTimes(const RunResults& results) {
     Json json = Json::object();
     for (const auto& [stage, times] : results.milliseconds) {
@@ -108,6 +116,7 @@ Json ToJson(const RunResults& results) {
                  {"frame_count", results.frames.size()},
                  {"damaged_frames", ToJson(results.damagedFrames)},
                  {"worse_frames", ToJson(results.worseFrames)},
+                 {"frames_without_grid", ToJson(results.gridlessFrames)},
                  {"counters",
                   {{"imports", counters.imports},
                    {"cache_hits", counters.cacheHits},
@@ -140,10 +149,11 @@ Json ToJson(const RunResults& results) {
 }
 
 void WriteJson(const Json& json, const std::string& place, bool overwrite) {
-    // File names may be no UTF-8; such bytes are replaced rather than the results lost.
-    const std::string text = json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+    // File names may be no UTF-8; such bytes are replaced rather than the results lost. Others are escaped,
+    // as a terminal may obey them.
+    const std::string text = json.dump(2, ' ', true, Json::error_handler_t::replace) + "\n";
     if (place == "-") {
-        fmt::print("{}", text);
+        static_cast<void>(std::fputs(text.c_str(), stdout));  // whether it arrives, main finds out
     } else if (!place.empty()) {
         WriteWhole(place, text, overwrite);
     }

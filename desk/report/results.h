@@ -70,14 +70,15 @@ struct RunResults {
     RunCounters counters;
     std::optional<Change<double>> motion;  ///< between frames, pixels RMS
     std::optional<PlaneMeters> truth;
-    std::optional<PlaneMeters> reference;   ///< made on the CPU
-    int64_t worstFrame = 0;                 ///< against the reference; in the clip, from 0
-    std::vector<FrameRange> damagedFrames;  ///< left out
-    std::vector<FrameRange> worseFrames;    ///< that move more than before
-    std::vector<std::string> findings;      ///< rules of the host that the node broke
-    std::vector<std::string> missedLimits;  ///< one sentence each
-    cv::Mat beforeAfter;                    ///< picture for the report, 8-bit BGR; may be empty
-    cv::Mat heatMap;                        ///< likewise
+    std::optional<PlaneMeters> reference;    ///< made on the CPU
+    int64_t worstFrame = 0;                  ///< against the reference; in the clip, from 0
+    std::vector<FrameRange> damagedFrames;   ///< left out
+    std::vector<FrameRange> gridlessFrames;  ///< left out: the grid dump has no line for them
+    std::vector<FrameRange> worseFrames;     ///< that move more than before
+    std::vector<std::string> findings;       ///< rules of the host that the node broke
+    std::vector<std::string> missedLimits;   ///< one sentence each
+    cv::Mat beforeAfter;                     ///< picture for the report, 8-bit BGR; may be empty
+    cv::Mat heatMap;                         ///< likewise
 };
 
 /// Nearest-rank percentile of the values, of which there is at least one; `percent` is more than 0.

@@ -10,12 +10,14 @@
 #include <stdexcept>
 
 #include "desk/base/usage_error.h"
+#include "desk/output/say.h"
+#include "desk/run/memory.h"
+#include "desk/run/node_library.h"
 #include "desk/warp/warp_map.h"
 
 namespace desk {
 namespace {
 
-constexpr const char* NodeLibrary = "lib/com.oxa.node.dewarp.so";
 constexpr size_t SpareBuffers = 4;  // in rotation beside those that are held
 
 Nv12 View(GrallocBuffer& buffer) {
@@ -42,38 +44,31 @@ uint64_t OpenFds() {
     return static_cast<uint64_t>(std::distance(begin(open), end(open)));
 }
 
-/// What the program loads lies in the build folder that the program itself lies in, in bin.
-std::filesystem::path Built(const char* file) {
-    const auto place = std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path() / file;
-    if (!std::filesystem::exists(place)) {
-        throw std::runtime_error(
-            fmt::format("expected {}, which is built beside the program", place.string()));
-    }
-    return place;
-}
-
-const RunOptions& Checked(const RunOptions& options) {
+/// Before anything is made.
+const RunOptions& Checked(const RunOptions& options, cv::Size input, size_t held) {
     if (options.onDamage == OnDamage::Skip && !options.truth.empty()) {
         throw UsageError("--truth is compared frame by frame; expected no --damaged skip with it");
     }
+    if (HeldFramesThatFit(input, options.inFlight) < static_cast<int64_t>(held)) {
+        throw std::runtime_error(
+            fmt::format("the memory is short for {} frames of {} x {} beside those of the "
+                        "decoder and the encoder; expected room for them",
+                        held + 1, input.width, input.height));
+    }
     return options;
-}
-
-HostOptions HostFor(const RunOptions& options, const Output* dumps, std::ostream& log) {
-    return {Built(NodeLibrary), Built("desk/system/lib64"), dumps == nullptr ? "" : dumps->Work(), &log,
-            options.luxBits};
 }
 
 }  // namespace
 
 Pipeline::Pipeline(const std::string& command, const RunOptions& options, ClipReader& reader,
                    const NodeSizing& sizing, size_t held, Observer* observer)
-    : options_(Checked(options)),
+    : options_(Checked(options, InputFor(sizing.output, sizing.margin), held)),
       reader_(reader),
       dumps_(options.dumpDir.empty()
                  ? nullptr
                  : std::make_unique<Output>(options.dumpDir, Output::Kind::DumpFolder, false)),
-      host_(HostFor(options, dumps_.get(), log_)),
+      library_(NodeLibrary(options.library)),
+      host_(OpenHost(library_, dumps_ == nullptr ? "" : dumps_->Work(), &log_, options.luxBits)),
       progress_(options.progress, reader.ExpectedFrames()),
       observer_(observer) {
     const cv::Size input = InputFor(sizing.output, sizing.margin);
@@ -83,11 +78,11 @@ Pipeline::Pipeline(const std::string& command, const RunOptions& options, ClipRe
                       options.credit,
                       NameOf(options.variant),
                       "",
-                      Built(NodeLibrary).string(),
+                      library_.string(),
                       input,
                       sizing.output,
                       reader.Format().FramesPerSecond()};
-    host_.SetDumps(dumps_ != nullptr);
+    host_->SetDumps(dumps_ != nullptr);
     CreateNode(sizing.margin);
     ClipFormat format = reader.Format();
     format.size = sizing.output;
@@ -104,19 +99,19 @@ Pipeline::Pipeline(const std::string& command, const RunOptions& options, ClipRe
     std::generate_n(std::back_inserter(inputs_), held + spare, [this] { return node_->AllocateInput(); });
     std::generate_n(std::back_inserter(outputs_), spare, [this] { return node_->AllocateOutput(); });
     if (options.inFlight > 1) {
-        driver_ = std::make_unique<PipelinedDriver>(host_, *node_, options.inFlight, options.inFlight);
+        driver_ = std::make_unique<PipelinedDriver>(*host_, *node_, options.inFlight, options.inFlight);
     }
 }
 
 void Pipeline::CreateNode(Margin margin) {
     RunFacts& facts = results_.facts;
-    const auto gl = [this] { return host_.Counters().gl.value_or(DeskGlCounters{}); };
+    const auto gl = [this] { return host_->Counters().gl.value_or(DeskGlCounters{}); };
     const auto showLog = [this] {
-        fmt::print(stderr, "{}", early_.str());
+        std::cerr << early_.str();
         log_.rdbuf(std::cerr.rdbuf());
     };
     try {
-        node_ = host_.CreateNode(options_.variant);
+        node_ = host_->CreateNode(options_.variant);
     } catch (const NodeError& error) {
         showLog();
         if (gl().maxTextureSize == 0) {
@@ -128,10 +123,9 @@ void Pipeline::CreateNode(Margin margin) {
     }
     facts.glRenderer = gl().renderer;
     const cv::Size& input = facts.inputSize;
-    fmt::print(stderr, "dewarp-desk: {}, {}, {}, input {}x{}, output {}x{}, margin {},{}\n",
-               std::filesystem::path(facts.library).filename().string(), facts.glRenderer, facts.variant,
-               input.width, input.height, facts.outputSize.width, facts.outputSize.height, margin.horizontal,
-               margin.vertical);
+    Say(stderr, "dewarp-desk: {}, {}, {}, input {}x{}, output {}x{}, margin {},{}", facts.library,
+        facts.glRenderer, facts.variant, input.width, input.height, facts.outputSize.width,
+        facts.outputSize.height, margin.horizontal, margin.vertical);
     showLog();
     const int most = gl().maxTextureSize;
     if (most != 0 && std::max(input.width, input.height) > most) {
@@ -152,6 +146,16 @@ bool Pipeline::Read() {
         numbers_.push_back(reader_.Frame());
     }
     return isRead;
+}
+
+void Pipeline::LeaveOut() {
+    std::vector<FrameRange>& ranges = results_.gridlessFrames;
+    const int64_t frame = numbers_.back();
+    if (ranges.empty() || ranges.back().end != frame) {
+        ranges.push_back({frame, frame});
+    }
+    ranges.back().end = frame + 1;
+    numbers_.pop_back();
 }
 
 Nv12 Pipeline::Newest() {
@@ -215,20 +219,20 @@ ExitCode Pipeline::Finish() {
     results_.damagedFrames = reader_.DamagedFrames();
     node_->Destroy();
     node_.reset();
-    host_.CheckTornDown();
+    host_->CheckTornDown();
     if (dumps_) {
         RequireWholeDumps(*dumps_, shown_);
     }
-    const DeskGlCounters gl = host_.Counters().gl.value_or(DeskGlCounters{});
+    const DeskGlCounters gl = host_->Counters().gl.value_or(DeskGlCounters{});
     results_.counters = {gl.imports, 2 * shown_ - gl.imports, gl.liveImages, OpenFds()};
-    results_.findings = host_.State().contract.List();
+    results_.findings = host_->State().contract.List();
     recording_->Finish();
     if (dumps_) {
         dumps_->Publish();  // last: dumps of the same second may stand in the way
     }
     if (Interrupted()) {
-        fmt::print(stderr, "dewarp-desk: interrupted after {} frames{}\n", shown_,
-                   options_.out.empty() ? "" : "; " + options_.out.string() + " holds them");
+        Say(stderr, "dewarp-desk: interrupted after {} frames{}", shown_,
+            options_.out.empty() ? "" : "; " + options_.out.string() + " holds them");
         return WasInterrupted;
     }
     return results_.findings.empty() && results_.missedLimits.empty() ? Done : CheckFailed;

@@ -49,7 +49,7 @@ public:
     /// Up to `held` frames may be read ahead of the one that is shown. `observer` may be null. Prints the
     /// program's first line on stderr. Options, reader and observer must outlive the pipeline. Throws
     /// UsageError for sizes that the GL cannot hold, and as Recording does; std::runtime_error when there is
-    /// no node.
+    /// no node, or no memory for the frames that are held.
     Pipeline(const std::string& command, const RunOptions& options, ClipReader& reader,
              const NodeSizing& sizing, size_t held, Observer* observer = nullptr);
 
@@ -66,6 +66,8 @@ public:
     }
     /// The input of the frame that was taken last.
     Nv12 Newest();
+    /// Leaves that frame out, as no grid is known for it.
+    void LeaveOut();
 
     /// Takes the next frame to the node; the grid is the request's metadata, what is known of the camera
     /// goes into the results. The frame comes out at once, or as soon as as many others as may be in flight
@@ -107,7 +109,8 @@ private:
     std::unique_ptr<Output> dumps_;  ///< null without --dump-dir
     std::stringbuf early_;           ///< what is logged before the program's first line
     std::ostream log_{&early_};
-    DeskHost host_;
+    std::filesystem::path library_;
+    std::unique_ptr<DeskHost> host_;
     std::unique_ptr<DeskNode> node_;
     std::optional<Recording> recording_;  ///< as soon as there is a node
     std::vector<std::shared_ptr<GrallocBuffer>> inputs_;

@@ -1,12 +1,15 @@
 #include "desk/run/progress.h"
 
 #include <fmt/format.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <string>
+
+#include "desk/output/say.h"
 
 namespace desk {
 namespace {
@@ -25,6 +28,10 @@ void CatchInterrupts() {
     action.sa_flags = static_cast<int>(SA_RESTART | SA_RESETHAND);  // a second one ends the program at once
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
+    struct sigaction before = {};
+    if (sigaction(SIGHUP, nullptr, &before) == 0 && before.sa_handler != SIG_IGN) {  // as nohup has it
+        sigaction(SIGHUP, &action, nullptr);
+    }
 }
 
 bool Interrupted() {
@@ -34,15 +41,15 @@ bool Interrupted() {
 bool InterruptedAtOnce(int64_t done) {
     const bool isAtOnce = isInterrupted && done == 0;
     if (isAtOnce) {
-        fmt::print(stderr, "dewarp-desk: interrupted before the first frame; nothing was made\n");
+        Say(stderr, "dewarp-desk: interrupted before the first frame; nothing was made");
     }
     return isAtOnce;
 }
 
 Progress::Progress(ProgressKind kind, int64_t expected)
-    : kind_(kind), expected_(expected), start_(std::chrono::steady_clock::now()), shown_(start_) {
+    : kind_(kind), expected_(expected), start_(std::chrono::steady_clock::now()) {
     if (kind_ == ProgressKind::Auto) {
-        kind_ = isatty(STDERR_FILENO) == 1 ? ProgressKind::Bar : ProgressKind::Pipe;
+        kind_ = isatty(STDERR_FILENO) == 1 ? ProgressKind::Bar : ProgressKind::None;
     }
 }
 
@@ -59,12 +66,31 @@ void Progress::Step(int64_t done, bool last) {
         fmt::print(stderr, "frame={}\nframes={}\nfps={:.2f}\nelapsed_s={:.2f}\nprogress={}\n", done,
                    expected_, rate, seconds, last ? "end" : "continue");
     } else if (kind_ == ProgressKind::Bar) {
-        constexpr int64_t Width = 40;
-        const int64_t all = std::max<int64_t>({expected_, last ? done : 0, 1});
-        const auto filled = static_cast<size_t>(Width * std::min(done, all) / all);
-        fmt::print(stderr, "\r[{:<{}}] {}{} frames, {:.1f} per second{}", std::string(filled, '#'), Width,
-                   done, expected_ > 0 ? fmt::format(" of {}", expected_) : "", rate, last ? "\n" : "");
+        DrawBar(done, rate, last);
     }
+}
+
+void Progress::DrawBar(int64_t done, double rate, bool last) const {
+    constexpr int64_t MostFilled = 40;
+    constexpr size_t UsualColumns = 80;
+    struct winsize terminal = {};
+    const bool isKnown = ioctl(STDERR_FILENO, TIOCGWINSZ, &terminal) == 0 && terminal.ws_col > 0;
+    // One column less than there are: terminals go on to the next line after the last.
+    const size_t columns = (isKnown ? terminal.ws_col : UsualColumns) - 1;
+    const int64_t all = std::max<int64_t>({expected_, last ? done : 0, 1});
+    std::string text = fmt::format("{}{} frames, {:.1f} per second", done,
+                                   expected_ > 0 ? fmt::format(" of {}", expected_) : "", rate);
+    if (!last && rate > 0 && all >= done) {
+        const auto seconds = static_cast<int64_t>(static_cast<double>(all - done) / rate);
+        text += fmt::format(", {}:{:02} left", seconds / 60, seconds % 60);
+    }
+    const int64_t width =
+        std::min(MostFilled, static_cast<int64_t>(columns) - static_cast<int64_t>(text.size()) - 3);
+    if (width > 0) {
+        const auto filled = static_cast<size_t>(width * std::min(done, all) / all);
+        text = fmt::format("[{:<{}}] {}", std::string(filled, '#'), width, text);
+    }
+    fmt::print(stderr, "\r{:<{}.{}}{}", text, columns, columns, last ? "\n" : "");
 }
 
 }  // namespace desk

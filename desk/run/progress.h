@@ -7,7 +7,8 @@ namespace desk {
 
 enum class ProgressKind { Auto, Bar, Pipe, None };
 
-/// Makes SIGINT and SIGTERM end the run after the frame that is under way.
+/// Makes SIGINT, SIGTERM and, unless the caller has it ignored, SIGHUP end the run after the frame that is
+/// under way.
 void CatchInterrupts();
 bool Interrupted();
 /// Whether that came while `done` was still 0, so that there is nothing to keep; says so on stderr.
@@ -16,18 +17,21 @@ bool InterruptedAtOnce(int64_t done);
 /// Tells on stderr how far a run is: a bar that is drawn over, or blocks of key=value lines.
 class Progress {
 public:
-    /// `expected` is the number of frames; 0 when nobody knows. Auto draws the bar on a terminal and the
-    /// blocks elsewhere.
+    /// `expected` is the number of frames; 0 when nobody knows. Auto draws the bar on a terminal and nothing
+    /// elsewhere.
     Progress(ProgressKind kind, int64_t expected);
 
-    /// After every frame, and once more after the last; shows at most two states a second, and the last.
+    /// After every frame, and once more after the last; shows the first state, at most two a second, and the
+    /// last.
     void Step(int64_t done, bool last = false);
 
 private:
+    void DrawBar(int64_t done, double rate, bool last) const;
+
     ProgressKind kind_;
     int64_t expected_;
     std::chrono::steady_clock::time_point start_;
-    std::chrono::steady_clock::time_point shown_;
+    std::chrono::steady_clock::time_point shown_{};
 };
 
 }  // namespace desk

@@ -6,6 +6,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include "desk/base/usage_error.h"
+#include "desk/output/say.h"
 #include "desk/report/page.h"
 
 namespace desk {
@@ -53,9 +54,6 @@ cv::Mat Recording::Shown::Mean() const {
 Recording::Recording(const RunOptions& options, const ClipFormat& format, RunResults& results)
     : options_(options), results_(results), sideBySide_(SideBySide(format.size)), ideal_(format.size) {
     if (!options.report.empty()) {
-        for (const char* name : ReportFiles) {
-            RequireFree(options.report / name, options.overwrite);
-        }
         report_.emplace(options.report);
     }
     if (!options.truth.empty()) {
@@ -70,8 +68,8 @@ Recording::Recording(const RunOptions& options, const ClipFormat& format, RunRes
     sideBySide_.luma.setTo(0);
     sideBySide_.chroma.setTo(cv::Scalar::all(128));
     before_.writer = WriterOf(options.before, format, format.size, options.overwrite);
-    after_.writer = WriterOf(options.out, format, options.compare ? SideBySide(format.size) : format.size,
-                             options.overwrite);
+    after_.writer = WriterOf(options.out, format, format.size, options.overwrite);
+    compare_ = WriterOf(options.compare, format, SideBySide(format.size), options.overwrite);
 }
 
 void Recording::Add(const Nv12& input, const Nv12& output) {
@@ -81,11 +79,12 @@ void Recording::Add(const Nv12& input, const Nv12& output) {
     }
     if (after_.writer) {
         const StageTimer timer(results_, Stage::Write);
-        if (options_.compare) {
-            CopyInto(before, 0, sideBySide_);
-            CopyInto(output, output.luma.cols + GapInCompare, sideBySide_);
-        }
-        after_.writer->Add(options_.compare ? sideBySide_ : output);
+        after_.writer->Add(output);
+    }
+    if (compare_) {
+        CopyInto(before, 0, sideBySide_);
+        CopyInto(output, output.luma.cols + GapInCompare, sideBySide_);
+        compare_->Add(sideBySide_);
     }
     {
         const StageTimer timer(results_, Stage::Measure);
@@ -154,9 +153,9 @@ void Recording::AddMotion() {
 void Recording::Finish() {
     // What is there is replaced when all that takes its place is complete.
     for (const auto step : {&ClipWriter::Complete, &ClipWriter::Publish}) {
-        for (const Shown* side : {&before_, &after_}) {
-            if (side->writer) {
-                ((*side->writer).*step)();
+        for (ClipWriter* const clip : {before_.writer.get(), after_.writer.get(), compare_.get()}) {
+            if (clip != nullptr) {
+                (clip->*step)();
             }
         }
     }
@@ -181,35 +180,47 @@ void Recording::TellWorseFrames() const {
         named += fmt::format("{}{} to {}", i == 0 ? "" : ", ", worse[i].first, worse[i].end - 1);
     }
     if (!worse.empty()) {
-        fmt::print(stderr, "dewarp-desk: the output moves more than the input in frames {}{}\n", named,
-                   worse.size() > Most ? fmt::format(" and {} more such ranges", worse.size() - Most) : "");
+        Say(stderr, "dewarp-desk: the output moves more than the input in frames {}{}", named,
+            worse.size() > Most ? fmt::format(" and {} more such ranges", worse.size() - Most) : "");
     }
 }
 
 void Recording::Tell() const {
-    if ((results_.motion || results_.truth) && options_.json != "-") {
-        fmt::print("{}: ", NameOf(options_.variant));
-        if (results_.motion) {
-            fmt::print("motion {:.2f} -> {:.3f} px RMS, ", results_.motion->before, results_.motion->after);
-        }
-        if (results_.truth) {
-            fmt::print("PSNR luma {:.2f} dB, chroma {:.2f} dB, ", results_.truth->luma.Psnr(),
-                       results_.truth->chroma.Psnr());
-        }
-        const std::vector<double>& node = results_.milliseconds.at(Stage::Node);
-        fmt::print("node call {:.1f} ms (p95 {:.1f}), {} findings\n", Percentile(node, 50),
-                   Percentile(node, 95), results_.findings.size());
+    const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start_;
+    const std::vector<double>& node = results_.milliseconds.at(Stage::Node);
+    std::string text = fmt::format("{}: {} frames in {:.1f} s, ", NameOf(options_.variant),
+                                   results_.frames.size(), taken.count());
+    if (results_.motion) {
+        text +=
+            fmt::format("motion {:.2f} -> {:.3f} px RMS, ", results_.motion->before, results_.motion->after);
     }
-    for (const FrameRange& range : results_.damagedFrames) {
-        fmt::print(stderr, "dewarp-desk: {} is damaged: skipped frames {} to {}\n", options_.clip.string(),
-                   range.first, range.end - 1);
+    if (results_.truth) {
+        text += fmt::format("PSNR luma {:.2f} dB, chroma {:.2f} dB, ", results_.truth->luma.Psnr(),
+                            results_.truth->chroma.Psnr());
     }
+    text += fmt::format("node call {:.1f} ms (p95 {:.1f}), {} findings", Percentile(node, 50),
+                        Percentile(node, 95), results_.findings.size());
+    for (const auto& made : {options_.out, options_.before, options_.compare, options_.json, options_.report,
+                             options_.dumpDir}) {
+        text += made.empty() || made == "-" ? "" : ", " + made.string();
+    }
+    // Where stdout is for data, nothing else comes between.
+    Say(options_.json == "-" || options_.out == "-" ? stderr : stdout, "{}", text);
+    const auto tell = [](const std::filesystem::path& file, const char* what,
+                         const std::vector<FrameRange>& ranges) {
+        for (const FrameRange& range : ranges) {
+            Say(stderr, "dewarp-desk: {} {} frames {} to {}", file.string(), what, range.first,
+                range.end - 1);
+        }
+    };
+    tell(options_.clip, "is damaged: skipped", results_.damagedFrames);
+    tell(options_.clip, "has no line in the grid dump for", results_.gridlessFrames);
     TellWorseFrames();
     for (const std::string& finding : results_.findings) {
-        fmt::print(stderr, "dewarp-desk: the node broke a rule: {}\n", finding);
+        Say(stderr, "dewarp-desk: the node broke a rule: {}", finding);
     }
     for (const std::string& missed : results_.missedLimits) {
-        fmt::print(stderr, "dewarp-desk: {}\n", missed);
+        Say(stderr, "dewarp-desk: {}", missed);
     }
 }
 

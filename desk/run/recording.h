@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <optional>
 
@@ -45,16 +46,19 @@ private:
     void AddMotion();
     std::vector<FrameRange> WorseFrames() const;
     void TellWorseFrames() const;
+    /// The summary, and what else there is to be said.
     void Tell() const;
 
     const RunOptions& options_;
     RunResults& results_;
     std::optional<Folder> report_;
+    std::unique_ptr<ClipWriter> compare_;
     Nv12 sideBySide_;
     Shown before_;
     Shown after_;
     std::unique_ptr<ClipReader> truth_;
     Nv12 ideal_;
+    const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };
 
 }  // namespace desk

@@ -21,11 +21,12 @@ struct RunOptions {
     OnDamage onDamage = OnDamage::Stop;  ///< of the clip
     Variant variant = Variant::RealTime;
     size_t inFlight = 1;              ///< requests in the node at a time
-    uint32_t luxBits = 1 | 2;         ///< levels of the node's log
+    uint32_t luxBits = 0;             ///< levels of the node's log
+    std::filesystem::path library;    ///< the node's; empty: the one built beside the program
     std::filesystem::path dumpDir;    ///< where the node's dump files go; empty switches them off
     std::filesystem::path out;        ///< clip of the node's output
     std::filesystem::path before;     ///< clip of the input's middle, as large as the output
-    bool compare = false;             ///< the output shows before and after side by side
+    std::filesystem::path compare;    ///< clip of before and after side by side
     std::filesystem::path truth;      ///< clip of the output as it should be
     std::optional<double> maxMotion;  ///< limit between frames of the output, pixels RMS
     std::optional<double> minPsnr;    ///< limit of the luma against the truth, dB

@@ -17,8 +17,12 @@ GLuint ActiveUnit() {
 void NoteRenderer() {
     globalCounters.With([](DeskGlCounters& counters) {
         if (counters.maxTextureSize == 0) {
-            const auto* name = reinterpret_cast<const char*>(REAL(glGetString)(GL_RENDERER));
-            static_cast<void>(std::snprintf(counters.renderer, sizeof(counters.renderer), "%s", name));
+            const auto note = [](char(&words)[128], GLenum name) {
+                const auto* text = reinterpret_cast<const char*>(REAL(glGetString)(name));
+                static_cast<void>(std::snprintf(words, sizeof(words), "%s", text));
+            };
+            note(counters.renderer, GL_RENDERER);
+            note(counters.version, GL_VERSION);
             counters.maxTextureSize = Integer(REAL(glGetIntegerv), GL_MAX_TEXTURE_SIZE);
         }
     });

@@ -64,7 +64,7 @@ interrupted() {
 # The window is full, and of 8 frames that can be shown 4 are.
 sized 96 64
 for options in "INT --variant lookahead --window 30" "INT --variant lookahead --window 30 --in-flight 4" \
-  "INT --variant realtime" "TERM --variant realtime"; do
+  "INT --variant realtime" "TERM --variant realtime" "HUP --variant realtime"; do
   read -ra options <<<"$options"
   held=0
   [ "${options[2]}" = realtime ] || held=30
@@ -80,10 +80,13 @@ for options in "INT --variant lookahead --window 30" "INT --variant lookahead --
   rm "$work/out.y4m" "$work/again.y4m"
 done
 
-# The window is not full: there is no frame yet.
+# The window is not full: there is no frame yet, and what was there before stays.
+echo "the user's" >"$work/out.y4m"
 interrupted INT 8 4 0 --variant lookahead --window 30 --dump-dir "$work/dumps" --json "$work/out.json" \
   --report "$work/report"
 grep -q "interrupted before the first frame; nothing was made" "$work/stderr" || fail "expected to be told"
+[ "$(cat "$work/out.y4m")" = "the user's" ] || fail "expected the file that was there before"
+rm "$work/out.y4m"
 left="$(find "$work" -mindepth 1 -name '*out*' -o -path '*/dumps*' -o -path '*/report*')"
 [ -z "$left" ] || fail "expected nothing, got $left"
 

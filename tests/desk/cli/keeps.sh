@@ -188,7 +188,7 @@ scene "a pipe is not replaced, also with -y"
 mkfifo out.json
 listing >"$work/before"
 run "${replay[@]}" -o out.mkv --json out.json -y
-expect 2 "out.json is no regular file" ""
+expect 2 "out.json is a device or a pipe, which is not replaced" ""
 
 scene "what a link leads to is replaced, not the link" there/real.mkv there/real/000001.png
 ln -s there/real.mkv out.mkv

@@ -3,14 +3,19 @@
   look.py photo >FILE           a photograph of noise at two scales, in which every movement shows
   look.py inputs                what the rows need beside what the program itself makes
   look.py harm CLIP TO          the clip with some of its bytes overwritten
+  look.py terminal N PROGRAM... the program on a terminal of so many columns, and what it says there
   look.py check EXPRESSION WORK whether the expression is true in the row's folder"""
+import fcntl
 import glob
 import json
 import math
 import os
 import random
 import re
+import struct
+import subprocess
 import sys
+import termios
 
 
 def photo(width=480, height=360):
@@ -158,6 +163,18 @@ def inputs():
     write("moved.txt", moved(lines[0], 3, -2) + "".join(lines[1:]))
 
 
+def terminal(columns, command):
+    ours, theirs = os.openpty()
+    fcntl.ioctl(theirs, termios.TIOCSWINSZ, struct.pack("4H", 24, columns, 0, 0))
+    program = subprocess.Popen(command, stdout=subprocess.DEVNULL, stderr=theirs)
+    os.close(theirs)
+    try:
+        while said := os.read(ours, 4096):
+            sys.stdout.buffer.write(said)
+    except OSError:  # the terminal has no other end any more
+        return program.wait()
+
+
 def check(expression, work):
     out, err = (open(os.path.join(work, name), errors="replace", newline="").read() for name in ("out", "err"))
     value = eval(expression, {**globals(), "out": out, "err": err})
@@ -173,5 +190,7 @@ elif sys.argv[1] == "inputs":
 elif sys.argv[1] == "harm":
     data = open(sys.argv[2], "rb").read()
     open(sys.argv[3], "wb").write(data[: len(data) // 4] + b"\x55" * 64 + data[len(data) // 4 + 64 :])
+elif sys.argv[1] == "terminal":
+    sys.exit(terminal(int(sys.argv[2]), sys.argv[3:]))
 else:
     sys.exit(check(sys.argv[2], sys.argv[3]))

@@ -42,14 +42,10 @@ limited() (
   ulimit -f "$1"
   "${@:2}"
 )
-# The program with the node of tests/desk/rules in the library's place.
-rogue() {
-  mkdir -p "$work/rogue/bin" "$work/rogue/lib"
-  ln -sfn "$built/desk" "$work/rogue/desk"
-  cp "$desk" "$work/rogue/bin"
-  cp "$built/tests/desk/rules/librogue_node.so" "$work/rogue/lib/com.oxa.node.dewarp.so"
-  "$work/rogue/bin/dewarp-desk" "$@"
-}
+# Sanitizers reserve more addresses than a limit leaves.
+sanitized() { grep -qE '__[at]san_init' "$desk"; }
+# The node of tests/desk/rules in the library's place.
+rogue=(--library "$built/tests/desk/rules/librogue_node.so")
 
 mkdir "$work/in"
 cd "$work/in"

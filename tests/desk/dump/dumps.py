@@ -5,6 +5,7 @@
 
 Everything that is said has to be as in said.txt; --store writes that file.
 """
+import gzip
 import math
 import os
 import pathlib
@@ -100,8 +101,42 @@ INSPECTED = {
     "mesh-nan": put(2, 0, "nan", [mesh(7, 0), mesh(8, 0)]),
     "most-id": [grid(18446744073709551615, 0)],
     "id-too-large": [grid(1, 0), grid(18446744073709551616, 0)],
+    "swapped": clean()[:4] + clean()[5:3:-1] + clean()[6:],
+    "missing-and-swapped": clean()[:4] + [clean()[8], clean()[6]],
+    "one-line-ends-crlf": replaced(3, clean()[2].replace("\n", "\r\n")),
+    "control": replaced(3, "Frame 3, \33[31mred\7\n"),
+    "many": clean()[:1] + ["Frame x\n"] * 1000 + clean()[1::2],
 }
-NO_DUMPS = {"empty": "", "other": "RIFF", "half-word": "Frame", "no-lines": "\n\n"}
+ZIPPED = gzip.compress("".join(clean()).encode(), mtime=0)
+NO_DUMPS = {
+    "empty": b"",
+    "other": b"RIFF",
+    "half-word": b"Frame",
+    "no-lines": b"\n\n",
+    "bom": b"\xef\xbb\xbf" + FIRST.encode(),
+    "utf-16": FIRST.encode("utf-16"),
+    "all-lines-end-crlf": "".join(clean()[:3]).replace("\n", "\r\n").encode(),
+    "endless": b"Frame " + bytes(3 << 20),
+    "gzip": ZIPPED,
+    "gzip-cut-off": ZIPPED[:-100],
+    "gzip-damaged": ZIPPED[:200] + b"    " + ZIPPED[204:],
+    "gzip-of-bom": gzip.compress(b"\xef\xbb\xbf" + FIRST.encode()),
+}
+COMPARED = {
+    "same": clean(),
+    "lacks-three-times": clean()[1:3] + clean()[6:9] + clean()[10:],
+    "has-one-more": clean() + [grid(21, 0)],
+    "turned-round": clean()[::-1],
+    "repeats": clean()[:3] + clean()[2:],
+    "fourth-decimal": replaced(7, clean()[6].replace("8 \n", "9 \n")),
+    "thousandth": [grid(n + 1, 5 * math.sin(0.4 * n) + 0.001, 2.5 * math.sin(0.4 * n)) for n in range(20)],
+    "third-decimal": [grid(n + 1, 5 * math.sin(0.4 * n) + 0.0011, 2.5 * math.sin(0.4 * n)) for n in range(20)],
+    "header": put(4, 1, "301"),
+    "every-second": [grid(100 + 2 * n, 0) for n in range(30)],
+    "vertices-last-decimal": [mesh(1, -0.5), mesh(2, -0.5001), mesh(3, -0.5001)],
+    "vertices-apart": [mesh(1, -0.5), mesh(2, -0.5002), mesh(3, -0.5001)],
+}
+TOLERATED = [item for item in COMPARED.items() if item[0] in ("fourth-decimal", "thousandth", "vertices-apart")]
 REPLAYED = {
     "fits": (FIRST, (400, 300)),
     "fits-more-or-less": (FIRST, (404, 304)),
@@ -119,7 +154,10 @@ REPLAYED = {
     "cut-off-value": (FIRST[:40], (400, 300)),
     "far": (grid(1, 4e6), (400, 300)),
     "mesh-is-nan": ("".join(put(1, 9, "nan", [FIRST])), (400, 300)),
+    "gap": (grid(1, 0) + grid(3, 0), (400, 300)),
+    "swapped": (grid(2, 0) + grid(1, 0), (400, 300)),
 }
+TIES = [], ["--first-request", "1"], ["--gaps", "skip"]
 
 
 def main():
@@ -141,16 +179,23 @@ def main():
         said += inspect(INSPECTED, "--size", "320x240")
         said += inspect(["clean", "reach", "reach-all"], "--size", "320x240", "--margin", "0.26,0.3")
         said += inspect(["clean"], "--size", "394x296") + inspect(["clean"])
-        for name, text in NO_DUMPS.items():
-            pathlib.Path(folder, name).write_text(text)
+        said += desk("inspect", "gap", "nan", "reach-all", "--size", "320x240", "--json", "-")
+        for name, data in NO_DUMPS.items():
+            pathlib.Path(folder, name).write_bytes(data)
             said += desk("inspect", name)
+        for tolerance in [], ["--tolerance", "0.00005"], ["--tolerance", "0.0005"]:
+            said += f"== diff {' '.join(tolerance)}\n"
+            for name, lines in COMPARED.items() if not tolerance else TOLERATED:
+                pathlib.Path(folder, name).write_text("".join(lines))
+                said += f"{name}: " + desk("diff", "clean" if name[0] != "v" else "vertices", name, *tolerance)
         said += "== replay\n"
         for name, (text, (width, height)) in REPLAYED.items():
             pathlib.Path(folder, name).write_text(text)
             pathlib.Path(folder, "a.y4m").write_bytes(f"YUV4MPEG2 W{width} H{height} F25:1 C420jpeg\nFRAME\n".encode() +
                                                       bytes(width * height * 3 // 2))
-            answer = desk("replay", "a.y4m", "--grids", name, "--size", "320x200", "-o", "b.y4m")
-            said += f"{name} is taken\n" if "give no context" in answer else answer
+            for tie in TIES if name in ("twice", "gap", "swapped") else TIES[:1]:
+                answer = desk("replay", "a.y4m", "--grids", name, "--size", "320x200", "-o", "b.y4m", *tie)
+                said += f"{' '.join([name] + tie)} is taken\n" if "give no context" in answer else answer
         # A camera that stands still needs the grids that change nothing.
         pathlib.Path(folder, "photo.ppm").write_bytes(b"P6 160 120 255\n" + bytes(160 * 120 * 3))
         said += desk("synth", "photo.ppm", "-o", "a.mkv", "--grids", "made", "--truth", "b.mkv", "--size", "64x48",

@@ -28,6 +28,7 @@ desk::RunResults Results() {
     results.motion = {2.5, 0.25};
     results.damagedFrames = {{5, 9}};
     results.worseFrames = {{1, 3}};
+    results.gridlessFrames = {{10, 12}};
     results.findings = {"reads <none>"};
     results.missedLimits = {"misses"};
     return results;
