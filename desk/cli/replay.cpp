@@ -31,7 +31,7 @@ const GridDump::Line& LineOf(const GridDump& dump, int64_t frame, std::optional<
 }  // namespace
 
 int RunReplay(const std::string& command, const ReplayOptions& options, Observer* observer) {
-    ClipReader reader(options.clip, options.frames, options.onDamage);
+    ClipReader reader = options.Open(options.clip);
     const cv::Size clip = reader.Format().size;
     const GridDump dump(options.grids, clip);
     const cv::Size output = options.size.value_or(clip);

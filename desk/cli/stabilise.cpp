@@ -11,6 +11,10 @@ namespace desk {
 namespace {
 
 struct StabiliseOptions : RunOptions {
+    StabiliseOptions() {
+        orientation = Orientation::Upright;
+    }
+
     std::optional<size_t> window;  ///< frames that the look-ahead node sees ahead
     std::optional<cv::Size> size;  ///< of the output, pixels
     std::optional<Margin> margin;  ///< fractions of the output
@@ -44,7 +48,7 @@ int RunStabilise(const StabiliseOptions& options) {
         throw UsageError("--window is of the look-ahead node; expected --variant lookahead with it");
     }
     const size_t window = options.variant == Variant::LookAhead ? options.window.value_or(UsualWindow) : 0;
-    ClipReader reader(options.clip, options.frames, options.onDamage);
+    ClipReader reader = options.Open(options.clip);
     const NodeSizing sizing = ChooseSizing(options, reader.Format().size);
     Pipeline pipeline("stabilise", options, reader, sizing, window);
     MotionEstimator motion;
@@ -79,7 +83,7 @@ void AddStabilise(CLI::App& app, int& status) {
     auto [command, options] = AddCommand<StabiliseOptions>(
         app, "stabilise", "Steadies a clip through the node.",
         "dewarp-desk stabilise walk.mp4 -o steady.mp4 --variant lookahead --compare", status, RunStabilise);
-    command.add_option("CLIP", options.clip, "any clip that FFmpeg reads, or a folder of pictures")
+    command.add_option("CLIP", options.clip, "any clip that FFmpeg reads, a folder of pictures, or - for stdin")
         ->required()
         ->group(Inputs);
     command

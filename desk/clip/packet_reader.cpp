@@ -3,8 +3,12 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <climits>
 #include <cmath>
 #include <cstdarg>
+#include <fstream>
+#include <new>
+#include <numeric>
 
 #include "desk/base/usage_error.h"
 
@@ -33,35 +37,11 @@ void WatchLog(void* source, int level, const char* /*format*/, va_list /*argumen
     }
 }
 
-AvOwned<AVFormatContext> OpenContainer(const std::filesystem::path& clip) {
-    std::error_code unknown;
-    const bool isFolder = std::filesystem::is_directory(clip, unknown);
-    const std::string url = isFolder ? (clip / "%06d.png").string() : clip.string();
-    const AVInputFormat* format = isFolder ? av_find_input_format("image2") : nullptr;
-    AVFormatContext* container = nullptr;
-    int error = avformat_open_input(&container, ("file:" + url).c_str(), format, nullptr);
-    AvOwned<AVFormatContext> owned(container);
-    if (error == 0) {
-        error = avformat_find_stream_info(container, nullptr);
-    }
-    // FFmpeg shows any text as pictures of a terminal.
-    if (error >= 0 && std::string(container->iformat->name) == "tty") {
-        error = AVERROR_INVALIDDATA;
-    }
-    if (error == AVERROR(EACCES)) {
-        throw std::runtime_error(
-            fmt::format("{} cannot be read: {}; expected a clip", clip.string(), AvText(error)));
-    }
-    if (error == AVERROR(ENOENT) && !isFolder) {
-        throw UsageError(fmt::format("{} does not exist; expected a clip", clip.string()));
-    }
-    if (error < 0) {
-        throw UsageError(
-            fmt::format("{} is not a clip ({}); expected a video that FFmpeg reads, or a folder of pictures "
-                        "000001.png, 000002.png and so on",
-                        clip.string(), AvText(error)));
-    }
-    return owned;
+/// The largest unit of time that the packets' clock and the frame rate are multiples of, if that is not tiny.
+AVRational TickOf(AVRational clock, const ClipFormat& format) {
+    const int64_t perSecond = std::lcm(int64_t{clock.den}, int64_t{format.rateNumerator});
+    constexpr int64_t Most = 1000000;
+    return perSecond > Most ? clock : AVRational{1, static_cast<int>(perSecond)};
 }
 
 ClipFormat FormatOf(AVFormatContext* container, AVStream* stream) {
@@ -69,6 +49,7 @@ ClipFormat FormatOf(AVFormatContext* container, AVStream* stream) {
     const AVPixFmtDescriptor* description = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(video.format));
     const bool isRgb = (description->flags & AV_PIX_FMT_FLAG_RGB) != 0;
     const bool isNamedFull = std::string(description->name).rfind("yuvj", 0) == 0;
+    const bool isHalved = description->log2_chroma_w == 1 && description->log2_chroma_h == 1;
     ClipFormat format;
     format.size = {video.width, video.height};
     const AVRational rate = av_guess_frame_rate(container, stream, nullptr);
@@ -78,6 +59,10 @@ ClipFormat FormatOf(AVFormatContext* container, AVStream* stream) {
     }
     format.fullRange = isRgb || isNamedFull || video.color_range == AVCOL_RANGE_JPEG;
     format.matrix = isRgb ? int{AVCOL_SPC_BT470BG} : int{video.color_space};
+    format.primaries = video.color_primaries;
+    format.transfer = video.color_trc;
+    format.chromaPlace = isHalved ? int{video.chroma_location} : int{AVCHROMA_LOC_LEFT};
+    format.pixelAspect = av_guess_sample_aspect_ratio(container, stream, nullptr);
     return format;
 }
 
@@ -109,25 +94,35 @@ double PromisedSeconds(const AVFormatContext& container, const AVStream& stream)
 
 }  // namespace
 
-PacketReader::PacketReader(const std::filesystem::path& clip) : file_(clip) {
+PacketReader::PacketReader(const std::filesystem::path& clip, double folderRate) : file_(clip) {
     // What goes wrong is said in the sentence of the error.
     static const bool isWatched = (av_log_set_callback(&WatchLog), true);
     static_cast<void>(isWatched);
-    container_ = OpenContainer(clip);
-    const int index = av_find_best_stream(container_.get(), AVMEDIA_TYPE_VIDEO, -1, -1, &codec_, 0);
-    if (index < 0 || codec_ == nullptr) {
-        throw UsageError(
-            fmt::format("{} has no video stream that can be decoded; expected a clip", clip.string()));
+    std::error_code unknown;
+    if (std::filesystem::is_directory(clip, unknown)) {
+        pictures_ = PicturesIn(clip);
     }
-    stream_ = container_->streams[index];
+    container_ = OpenContainer(pictures_.empty() ? clip : pictures_[0]);
+    stream_ = PicturesOf(*container_, clip, &codec_);
     const AVCodecParameters& video = *stream_->codecpar;
     if (video.width <= 0 || video.height <= 0 || video.format == AV_PIX_FMT_NONE) {
         throw UsageError(
             fmt::format("{} has no picture in its video stream; expected a clip", clip.string()));
     }
     format_ = FormatOf(container_.get(), stream_);
-    indexed_ = IndexedPackets(stream_);
-    promised_ = PromisedSeconds(*container_, *stream_);
+    clock_ = stream_->time_base;
+    if (!pictures_.empty()) {
+        const AVRational rate = av_d2q(folderRate, 1000000);
+        format_.rateNumerator = rate.num;
+        format_.rateDenominator = rate.den;
+        format_.fullRange = video.color_range != AVCOL_RANGE_MPEG;
+        clock_ = av_inv_q(rate);
+        indexed_ = static_cast<int64_t>(pictures_.size());
+    } else {
+        indexed_ = IndexedPackets(stream_);
+        promised_ = PromisedSeconds(*container_, *stream_);
+    }
+    format_.tick = TickOf(clock_, format_);
 }
 
 AvOwned<AVCodecContext> PacketReader::OpenDecoder() {
@@ -156,7 +151,52 @@ int64_t PacketReader::ExpectedFrames() const {
     return std::llround(static_cast<double>(container_->duration) / AV_TIME_BASE * format_.FramesPerSecond());
 }
 
+FrameTime PacketReader::TimeOf(int64_t start, int64_t duration) {
+    const AVRational frame = format_.FrameSeconds();
+    FrameTime time = {start, std::max<int64_t>(duration > 0 ? av_rescale_q(duration, clock_, format_.tick)
+                                                            : av_rescale_q(1, frame, format_.tick),
+                                               1)};
+    if (start == AV_NOPTS_VALUE) {
+        return time;
+    }
+    const int64_t origin = av_rescale_q(OriginOf(*container_), AV_TIME_BASE_Q, clock_);
+    time.start = av_rescale_q(start - origin, clock_, format_.tick);
+    begin_ = begin_ == AV_NOPTS_VALUE ? time.start : begin_;
+    // Where times are whole milliseconds, a frame of an even rate is meant to stand where the rate has it.
+    const int64_t number = av_rescale_q(time.start - begin_, format_.tick, frame);
+    const int64_t even = begin_ + av_rescale_q(number, frame, format_.tick);
+    if (clock_.den == 1000 && 2 * std::abs(even - time.start) < av_rescale_q(1, clock_, format_.tick)) {
+        time.start = even;
+    }
+    return time;
+}
+
+/// The next of a folder, a whole file.
+bool PacketReader::NextPicture(AVPacket& packet) {
+    const auto number = static_cast<size_t>(packets_);
+    if (number == pictures_.size()) {
+        return false;
+    }
+    std::error_code unread;
+    const auto size = std::filesystem::file_size(pictures_[number], unread);
+    av_packet_unref(&packet);
+    if (!unread && (size > INT_MAX || av_new_packet(&packet, static_cast<int>(size)) < 0)) {
+        throw std::bad_alloc();
+    }
+    std::ifstream in(pictures_[number], std::ios::binary);
+    if (unread || size == 0 || !in.read(reinterpret_cast<char*>(packet.data), packet.size)) {
+        throw UsageError(fmt::format("{} cannot be read; expected a picture", pictures_[number].string()));
+    }
+    packet.flags = AV_PKT_FLAG_KEY;
+    packet.pts = packets_++;
+    packet.duration = 1;
+    return true;
+}
+
 bool PacketReader::Next(AVPacket& packet) {
+    if (!pictures_.empty()) {
+        return NextPicture(packet);
+    }
     while (!hasEnded_) {
         av_packet_unref(&packet);
         const int error = av_read_frame(container_.get(), &packet);

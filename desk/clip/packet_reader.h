@@ -4,26 +4,35 @@
 #include <filesystem>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "desk/clip/clip_format.h"
-#include "desk/clip/ffmpeg.h"
+#include "desk/clip/container.h"
 
 namespace desk {
 
-/// The packets of a clip's video stream; how many of them its file promises; and whether FFmpeg complains
-/// about the clip, some of whose damage it patches up and tells only its log.
+/// The packets of a clip's video stream, or the pictures of a folder; how many of them its file promises; and
+/// whether FFmpeg complains about the clip, some of whose damage it patches up and tells only its log.
 class PacketReader {
 public:
     /// Throws UsageError, naming the file, when there is no clip with a video stream that can be decoded;
-    /// std::runtime_error when it may not be read.
-    explicit PacketReader(const std::filesystem::path& clip);
+    /// std::runtime_error when it may not be read. The rate, in frames per second, is that of a folder; of any
+    /// other clip it is its own.
+    PacketReader(const std::filesystem::path& clip, double folderRate);
 
     /// A decoder of the stream. What it complains about from now on counts.
     AvOwned<AVCodecContext> OpenDecoder();
 
+    /// As the frames are stored.
     const ClipFormat& Format() const {
         return format_;
     }
+    const AVStream& Stream() const {
+        return *stream_;
+    }
+    /// A packet's time, of which it may lack parts, on the clip's clock. AV_NOPTS_VALUE as its start means that
+    /// it is not known.
+    FrameTime TimeOf(int64_t start, int64_t duration);
     /// Frames of the clip, as its header tells; 0 when it does not.
     int64_t ExpectedFrames() const;
 
@@ -44,15 +53,19 @@ public:
     }
 
 private:
+    bool NextPicture(AVPacket& packet);
     void Count(const AVPacket& packet);
     Missing FindMissing(int error);
 
     std::filesystem::path file_;
+    std::vector<std::filesystem::path> pictures_;  ///< of a folder
     std::atomic<bool> hasComplained_ = false;  ///< set by FFmpeg's log
     AvOwned<AVFormatContext> container_;
     const AVCodec* codec_ = nullptr;
     AVStream* stream_ = nullptr;
     ClipFormat format_;
+    AVRational clock_ = {0, 1};       ///< seconds of a tick of the packets' times
+    int64_t begin_ = AV_NOPTS_VALUE;  ///< of the first frame, in the format's ticks
     int64_t indexed_ = 0;  ///< packets; 0 when the file does not say
     double promised_ = 0;  ///< seconds; likewise
     int64_t packets_ = 0;

@@ -28,6 +28,8 @@ void AddFrames(CLI::App& command, FrameRange& frames);
 void AddProgress(CLI::App& command, ProgressKind& progress);
 void AddJson(CLI::App& command, std::filesystem::path& json);
 void AddOverwrite(CLI::App& command, bool& overwrite);
+/// --codec and --crf.
+void AddEncoding(CLI::App& command, Encoding& encoding);
 /// How a clip goes through the node, and where it is told what came of it.
 void AddNodeOptions(CLI::App& command, RunOptions& options);
 /// -o, which the command needs, and what else is recorded and measured.

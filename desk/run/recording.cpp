@@ -26,9 +26,12 @@ void CopyInto(const Nv12& picture, int column, Nv12& wide) {
 }
 
 std::unique_ptr<ClipWriter> WriterOf(const std::filesystem::path& clip, ClipFormat format, cv::Size size,
-                                     bool overwrite) {
+                                     const RunOptions& options) {
     format.size = size;
-    return clip.empty() ? nullptr : std::make_unique<ClipWriter>(clip, format, overwrite);
+    const ClipSource source = options.Source();
+    return clip.empty()
+               ? nullptr
+               : std::make_unique<ClipWriter>(clip, format, options.overwrite, options.encoding, &source);
 }
 
 }  // namespace
@@ -65,7 +68,8 @@ Recording::Recording(const RunOptions& options, const ClipFormat& format, RunRes
     }
     if (!options.truth.empty()) {
         results.truth.emplace();
-        truth_ = std::make_unique<ClipReader>(options.truth, options.frames);
+        truth_ = std::make_unique<ClipReader>(options.truth, options.frames, OnDamage::Stop,
+                                              options.orientation);
         if (const cv::Size size = truth_->Format().size; size != format.size) {
             throw UsageError(fmt::format("{} has frames of {} x {}; expected those of the output, {} x {}",
                                          options.truth.string(), size.width, size.height, format.size.width,
@@ -74,15 +78,25 @@ Recording::Recording(const RunOptions& options, const ClipFormat& format, RunRes
     }
     sideBySide_.luma.setTo(0);
     sideBySide_.chroma.setTo(cv::Scalar::all(128));
-    before_.writer = WriterOf(options.before, format, format.size, options.overwrite);
-    after_.writer = WriterOf(options.out, format, options.compare ? SideBySide(format.size) : format.size,
-                             options.overwrite);
+    before_.writer = WriterOf(options.before, format, format.size, options);
+    after_.writer =
+        WriterOf(options.out, format, options.compare ? SideBySide(format.size) : format.size, options);
 }
 
-void Recording::Add(const Nv12& input, const Nv12& output) {
+void Recording::TellLosses() {
+    const std::pair<const Shown*, const std::filesystem::path*> clips[] = {{&before_, &options_.before},
+                                                                           {&after_, &options_.out}};
+    for (const auto& [shown, clip] : clips) {
+        if (const std::string losses = shown->writer ? shown->writer->Losses() : ""; !losses.empty()) {
+            fmt::print(stderr, "dewarp-desk: {} does not hold {}\n", clip->string(), losses);
+        }
+    }
+}
+
+void Recording::Add(const Nv12& input, const Nv12& output, const FrameTime& time) {
     const Nv12 before = Middle(input, output.luma.size());
     if (before_.writer) {
-        before_.writer->Add(before);
+        before_.writer->Add(before, time);
     }
     if (after_.writer) {
         const StageTimer timer(results_, Stage::Write);
@@ -90,7 +104,7 @@ void Recording::Add(const Nv12& input, const Nv12& output) {
             CopyInto(before, 0, sideBySide_);
             CopyInto(output, output.luma.cols + GapInCompare, sideBySide_);
         }
-        after_.writer->Add(options_.compare ? sideBySide_ : output);
+        after_.writer->Add(options_.compare ? sideBySide_ : output, time);
     }
     if (isMeasured_) {
         const StageTimer timer(results_, Stage::Measure);
@@ -129,10 +143,12 @@ void Recording::AddMotion() {
 
 void Recording::Finish() {
     // What is there is replaced when all that takes its place is complete.
-    for (const auto step : {&ClipWriter::Complete, &ClipWriter::Publish}) {
+    for (const bool isComplete : {false, true}) {
         for (const Shown* side : {&before_, &after_}) {
-            if (side->writer) {
-                ((*side->writer).*step)();
+            if (side->writer && !isComplete) {
+                side->writer->Complete(Interrupted());
+            } else if (side->writer) {
+                side->writer->Publish();
             }
         }
     }
@@ -152,7 +168,7 @@ void Recording::Finish() {
 }
 
 void Recording::Tell() const {
-    if ((results_.motion || results_.truth) && options_.json != "-") {
+    if ((results_.motion || results_.truth) && !options_.TakesStdout()) {
         fmt::print("{}: ", NameOf(options_.variant));
         if (results_.motion) {
             fmt::print("motion {:.2f} -> {:.3f} px RMS, ", results_.motion->before, results_.motion->after);

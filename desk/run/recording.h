@@ -20,8 +20,11 @@ public:
     /// not be overwritten.
     Recording(const RunOptions& options, const ClipFormat& format, RunResults& results);
 
-    /// The next frame: the node's input and output. Throws UsageError when the truth has ended.
-    void Add(const Nv12& input, const Nv12& output);
+    /// Says on stderr, before the work, what a clip does not hold of its source's.
+    void TellLosses();
+
+    /// The next frame: the node's input and output, and its time. Throws UsageError when the truth has ended.
+    void Add(const Nv12& input, const Nv12& output, const FrameTime& time);
 
     /// Completes the clips, adds the measurements to the results, writes JSON and report, and says what
     /// was measured and what went wrong.
