@@ -38,7 +38,8 @@ struct SynthOptions {
 class World {
 public:
     explicit World(const SynthOptions& options)
-        : photo_(options.photo == StdStream ? cv::Mat() : cv::imread(options.photo.string(), cv::IMREAD_COLOR)) {
+        : photo_(options.photo == StdStream ? cv::Mat()
+                                            : cv::imread(options.photo.string(), cv::IMREAD_COLOR)) {
         const bool isFolder = std::filesystem::is_directory(options.photo);
         if (photo_.empty()) {
             clip_.emplace(options.photo, options.frames, OnDamage::Stop, Orientation::Upright,
@@ -74,12 +75,9 @@ public:
         }
         return clip_->Read(picture_) ? ReadNv12(picture_) : cv::Mat();
     }
-    bool StandsStill() const {
-        return !clip_;
-    }
-    /// Of the picture that was taken last.
-    std::optional<FrameTime> Time() const {
-        return clip_ ? std::optional(clip_->Time()) : std::nullopt;
+    /// Null of a photograph.
+    ClipReader* Clip() {
+        return clip_ ? &*clip_ : nullptr;
     }
 
 private:
@@ -96,10 +94,8 @@ int RunSynth(const SynthOptions& options) {
     const ShakyCamera camera(options.shake, input, output.height, world.Format().FramesPerSecond());
     camera.RequireRoom(output);
     Output grids(options.grids, Output::Kind::File, options.overwrite);
-    const ClipSource source = {options.photo, options.frames, Orientation::Upright};
-    const ClipSource* made = world.StandsStill() ? nullptr : &source;
-    ClipWriter shaky(options.out, world.Format(input), options.overwrite, options.encoding, made);
-    ClipWriter truth(options.truth, world.Format(output), options.overwrite, options.encoding, made);
+    ClipWriter shaky(options.out, world.Format(input), options.overwrite, options.encoding, world.Clip());
+    ClipWriter truth(options.truth, world.Format(output), options.overwrite, options.encoding, world.Clip());
     std::ofstream lines(grids.Work(), std::ios::binary);
     Progress progress(options.progress, options.length);
     std::optional<Scene> scene;
@@ -108,7 +104,7 @@ int RunSynth(const SynthOptions& options) {
     cv::Mat recorded;
     int done = 0;
     for (; done < options.length && !Interrupted(); done++) {
-        if (!scene || !world.StandsStill()) {
+        if (!scene || world.Clip() != nullptr) {
             const cv::Mat picture = world.Next();
             if (picture.empty()) {
                 break;
@@ -118,8 +114,16 @@ int RunSynth(const SynthOptions& options) {
         }
         scene->Record([&](double row) { return camera.RowPose(done, row); }, recorded);
         WriteNv12(recorded, frame);
-        shaky.Add(frame, world.Time());
-        truth.Add(ideal, world.Time());
+        std::optional<FrameTime> time;
+        if (ClipReader* clip = world.Clip(); clip != nullptr) {
+            time = clip->Time();
+            for (const auto& packet : clip->TakeOthers()) {
+                shaky.Take(*packet);
+                truth.Take(*packet);
+            }
+        }
+        shaky.Add(frame, time);
+        truth.Add(ideal, time);
         WriteGridLine(lines, static_cast<uint64_t>(done) + 1,
                       MakeGrid(input, [&](cv::Point2d q) { return camera.FrameOf(done, q); }));
         progress.Step(done + 1);
@@ -148,7 +152,9 @@ void AddShakeOptions(CLI::App& command, SynthOptions& options) {
     command.add_option("--length", options.length, "frames to make")
         ->check(CLI::Range(1, 1000000))
         ->capture_default_str();
-    command.add_option("--fps", options.framesPerSecond, "frames per second, when PHOTO is no clip or a folder [30]")
+    command
+        .add_option("--fps", options.framesPerSecond,
+                    "frames per second, when PHOTO is no clip or a folder [30]")
         ->check(CLI::Range(1.0, 1000.0));
     command
         .add_option("--shake", options.shake.strength,

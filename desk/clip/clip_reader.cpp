@@ -128,13 +128,22 @@ bool ClipReader::NextFrame() {
 
 /// Frames of unknown times, and those whose clock is set back, follow the one before them.
 void ClipReader::NoteTime() {
-    FrameTime time = packets_.TimeOf(frame_->best_effort_timestamp, frame_->pkt_duration);
-    if (const auto last = std::exchange(time_, time); hasTime_ && time.start <= last.start) {
-        time_.start = last.start + last.duration;
-    } else if (time.start == AV_NOPTS_VALUE) {
-        time_.start = 0;
-    }
-    hasTime_ = true;
+    const int64_t origin = av_rescale_q(packets_.Origin(), AV_TIME_BASE_Q, format_.tick);
+    const int64_t stamp = frame_->best_effort_timestamp;
+    const bool isKnown = stamp != AV_NOPTS_VALUE && (time_.duration == 0 || stamp - origin > time_.start);
+    time_.start = isKnown ? stamp - origin : time_.start + time_.duration;
+    time_.duration = frame_->pkt_duration > 0
+                         ? frame_->pkt_duration
+                         : std::max<int64_t>(av_rescale_q(1, format_.FrameSeconds(), format_.tick), 1);
+}
+
+std::vector<AvOwned<AVPacket>> ClipReader::TakeOthers() {
+    // Streams lie beside one another, but not exactly.
+    constexpr double Aside = 1;  // second
+    const bool isCutOff = next_ >= frames_.end;
+    const double end = static_cast<double>(time_.start + time_.duration) * av_q2d(format_.tick);
+    return packets_.TakeOthers(isCutOff ? end + Aside + static_cast<double>(packets_.Origin()) / AV_TIME_BASE
+                                        : 0);
 }
 
 /// Hands the decoder one more packet, or tells it that there are no more.
@@ -194,7 +203,6 @@ void ClipReader::Lose(int64_t count) {
 /// Converts the frame to the picture's format and size.
 void ClipReader::Give(Nv12& picture) {
     hasGiven_ = true;
-    frame_->color_range = RangeOf(Format());  // which some formats say by their name
     frame_->colorspace = static_cast<AVColorSpace>(Format().matrix);
     const bool isTurned = orientation_ == Orientation::Upright;
     const bool isTransposed = isTurned && turn_.isTransposed;
@@ -209,8 +217,8 @@ void ClipReader::Give(Nv12& picture) {
     copy(1, picture.chroma);
 }
 
-/// The filters that cut off what a picture of the given shape does not show of the frame, evenly on both sides
-/// and by whole chroma samples, and scale it.
+/// The filters that cut off what a picture of the given shape does not show of the frame, evenly on both
+/// sides and by whole chroma samples, and scale it.
 std::string ClipReader::Shaping(cv::Size frame, cv::Size shape) const {
     const double scale = IsOddBy(frame, shape) ? 1
                                                : std::max(static_cast<double>(shape.width) / frame.width,

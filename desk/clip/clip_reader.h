@@ -20,9 +20,9 @@ enum class OnDamage { Stop, Skip };
 /// upright films lying down.
 enum class Orientation { Stored, Upright };
 
-/// Reads the frames of a clip: any file that FFmpeg reads, - for stdin, or a folder of pictures in their natural
-/// order. The same clip gives the same frames, and the same damage, every time. Readers may work on threads of
-/// their own.
+/// Reads the frames of a clip: any file that FFmpeg reads, - for stdin, or a folder of pictures in their
+/// natural order. The same clip gives the same frames, and the same damage, every time. Readers may work on
+/// threads of their own.
 class ClipReader {
 public:
     /// Frames per second of a folder.
@@ -50,6 +50,18 @@ public:
     const FrameTime& Time() const {
         return time_;
     }
+    /// The packets of the clip's other streams that were read since the last time, and when the last frame of
+    /// a range was read, those up to its end.
+    std::vector<AvOwned<AVPacket>> TakeOthers();
+    const PacketReader& Packets() const {
+        return packets_;
+    }
+    const FrameRange& Frames() const {
+        return frames_;
+    }
+    Orientation Taken() const {
+        return orientation_;
+    }
     /// What was skipped so far, in order: the damaged frames, and those up to the next that needs no other
     /// one.
     const std::vector<FrameRange>& DamagedFrames() const {
@@ -57,9 +69,10 @@ public:
     }
 
     /// Fills the picture with the next frame: scaled, when sizes differ, until it just covers the picture,
-    /// what is too much cut off evenly on both sides, but for an odd last column or row. False at the end of the range or the clip. Throws
-    /// UsageError, naming the file, when the clip has no frame in the range, and, with the number of the
-    /// first frame that cannot be trusted, when it is damaged and damage is not skipped.
+    /// what is too much cut off evenly on both sides, but for an odd last column or row. False at the end of
+    /// the range or the clip. Throws UsageError, naming the file, when the clip has no frame in the range,
+    /// and, with the number of the first frame that cannot be trusted, when it is damaged and damage is not
+    /// skipped.
     bool Read(Nv12& picture);
 
 private:
@@ -85,8 +98,7 @@ private:
     FrameGraph graph_;
     int64_t inDecoder_ = 0;  ///< packets that have not become frames yet
     int64_t next_ = 0;       ///< number of the next frame
-    FrameTime time_;         ///< of the frame that was decoded last
-    bool hasTime_ = false;   ///< whether there was one
+    FrameTime time_;         ///< of the frame that was decoded last; no duration before the first
     bool seeksKey_ = false;  ///< after damage, until a frame that needs no other one
     int64_t keyTime_ = AV_NOPTS_VALUE;
     bool hasGiven_ = false;

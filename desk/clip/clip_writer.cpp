@@ -3,9 +3,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
 #include <cctype>
 #include <fstream>
+#include <limits>
 #include <string_view>
 
 #include "desk/base/usage_error.h"
@@ -21,21 +21,22 @@ struct ClipWriter::Kind {
     const char* extension;
     const char* container;
     AVCodecID codec;
-    bool isTimed;    ///< whether frames have times, and other streams a place
-    bool isTurned;   ///< whether it can say how pictures are to be turned
-    bool isFolder;   ///< every packet is a file of its own
+    bool isTimed;   ///< whether frames have times, and other streams a place
+    bool isTurned;  ///< whether it can say how pictures are to be turned
+    bool isFolder;  ///< every packet is a file of its own
 };
 
 namespace {
 
-/// What an encoder is told. Fast rather than small: it shares the cores with a software GL.
+/// What an encoder is told. Fast rather than small: it shares the cores with a software GL. Frames stay in
+/// their order where MP4 would tell how far apart they are decoded, not shown.
 struct EncoderOptions {
     std::string_view encoder;
     const char* options;
 };
 constexpr EncoderOptions KnownEncoders[] = {
-    {"libx264", "preset=veryfast:crf=18"},
-    {"libx265", "preset=veryfast:crf=20:x265-params=log-level=none"},
+    {"libx264", "preset=veryfast:crf=18:bf=0"},
+    {"libx265", "preset=veryfast:crf=20:x265-params=log-level=none\\:bframes=0"},
     {"ffv1", "level=3:slices=4:slicecrc=1"},
     {"libvpx", "deadline=realtime:cpu-used=4:crf=8:b=20M"},
     {"libvpx-vp9", "deadline=realtime:cpu-used=6:row-mt=1:crf=20:b=0"},
@@ -58,20 +59,6 @@ AVPixelFormat PixelsFor(const AVCodec& encoder) {
     return avcodec_find_best_pix_fmt_of_list(encoder.pix_fmts, AV_PIX_FMT_NV12, 0, nullptr);
 }
 
-/// Whether an MP4 has no place of its own for one of the tags, so that all are written under their names.
-bool NeedsNamedTags(const AVDictionary* tags) {
-    constexpr std::array<std::string_view, 14> Known = {
-        "title",   "artist", "album", "album_artist", "composer", "date",     "comment",
-        "genre",   "copyright", "description", "synopsis", "lyrics", "location", "creation_time"};
-    const AVDictionaryEntry* tag = nullptr;
-    while ((tag = av_dict_get(tags, "", tag, AV_DICT_IGNORE_SUFFIX)) != nullptr) {
-        if (std::find(Known.begin(), Known.end(), tag->key) == Known.end()) {
-            return true;
-        }
-    }
-    return false;
-}
-
 }  // namespace
 
 const ClipWriter::Kind& ClipWriter::KindOf(const std::filesystem::path& clip) {
@@ -91,30 +78,31 @@ const ClipWriter::Kind& ClipWriter::KindOf(const std::filesystem::path& clip) {
             return kind;
         }
     }
-    throw UsageError(fmt::format("{} does not say what to write; expected .mp4, .mov, .mkv, .webm, .y4m, or no "
-                                 "extension for a folder of pictures",
-                                 clip.string()));
+    throw UsageError(
+        fmt::format("{} does not say what to write; expected .mp4, .mov, .mkv, .webm, .y4m, or no "
+                    "extension for a folder of pictures",
+                    clip.string()));
 }
 
 ClipWriter::ClipWriter(const std::filesystem::path& clip, const ClipFormat& format, bool overwrite,
-                       const Encoding& encoding, const ClipSource* source)
+                       const Encoding& encoding, const ClipReader* source)
     : kind_(KindOf(clip)), clip_(clip == StdStream ? "stdout" : clip), format_(format) {
     av_log_set_level(AV_LOG_FATAL);  // encoders tell their settings at every start
     if (format_.tick.num == 0) {
         format_.tick = format_.FrameSeconds();
     }
-    isCut_ = source != nullptr && source->frames.first > 0;
-    isCutOff_ = source != nullptr && source->frames.end != FrameRange().end;
+    range_ = source == nullptr ? FrameRange() : source->Frames();
     AVFormatContext* container = nullptr;
     Require(avformat_alloc_output_context2(&container, nullptr, kind_.container, nullptr), "the container");
     container_.reset(container);
     container_->strict_std_compliance = FF_COMPLIANCE_EXPERIMENTAL;
+    container_->avoid_negative_ts = 0;  // times stay, and what audio warms up on comes before zero
     const AVCodec* encoder = FindEncoder(encoding);
     if (clip != StdStream) {
         output_.emplace(clip, kind_.isFolder ? Output::Kind::PictureFolder : Output::Kind::File, overwrite);
     }
     OpenEncoder(*encoder, encoding);
-    if (source != nullptr && !IsReadOnce(source->clip) && !std::filesystem::is_directory(source->clip)) {
+    if (source != nullptr) {
         copier_ = std::make_unique<StreamCopier>(*source, *container_);
     }
     if (!kind_.isFolder) {
@@ -127,26 +115,20 @@ ClipWriter::ClipWriter(const std::filesystem::path& clip, const ClipFormat& form
 }
 
 const AVCodec* ClipWriter::FindEncoder(const Encoding& encoding) const {
-    if (encoding.codec.empty()) {
-        const AVCodec* found = avcodec_find_encoder(kind_.codec);
-        if (found == nullptr) {
-            throw std::runtime_error(fmt::format("{} cannot be written: this FFmpeg has no {} encoder",
-                                                 clip_.string(), avcodec_get_name(kind_.codec)));
-        }
-        return found;
-    }
-    const AVCodec* found = avcodec_find_encoder_by_name(encoding.codec.c_str());
-    if (const AVCodecDescriptor* codec = avcodec_descriptor_get_by_name(encoding.codec.c_str());
-        found == nullptr && codec != nullptr) {
-        found = avcodec_find_encoder(codec->id);
-    }
+    const std::string name = encoding.codec.empty() ? avcodec_get_name(kind_.codec) : encoding.codec;
+    const AVCodecDescriptor* codec = avcodec_descriptor_get_by_name(name.c_str());
+    const AVCodec* found =
+        codec != nullptr ? avcodec_find_encoder(codec->id) : avcodec_find_encoder_by_name(name.c_str());
     if (found == nullptr || found->type != AVMEDIA_TYPE_VIDEO) {
-        throw UsageError(fmt::format("--codec: this FFmpeg has no video encoder {}; expected such as libx264, "
-                                     "libx265, libvpx-vp9 or ffv1",
-                                     encoding.codec));
+        throw UsageError(
+            fmt::format("this FFmpeg has no video encoder {}; expected one for --codec such as "
+                        "libx264, libx265, libvpx-vp9 or ffv1",
+                        name));
     }
-    if (!kind_.isTimed || avformat_query_codec(container_->oformat, found->id, FF_COMPLIANCE_EXPERIMENTAL) <= 0) {
-        throw UsageError(fmt::format("--codec: {} does not take {}; expected such as {}", clip_.string(),
+    if (found->id != kind_.codec &&
+        (!kind_.isTimed ||
+         avformat_query_codec(container_->oformat, found->id, FF_COMPLIANCE_EXPERIMENTAL) <= 0)) {
+        throw UsageError(fmt::format("{} does not hold {}; expected a --codec such as {}", clip_.string(),
                                      avcodec_get_name(found->id), avcodec_get_name(kind_.codec)));
     }
     return found;
@@ -157,10 +139,10 @@ void ClipWriter::OpenEncoder(const AVCodec& encoder, const Encoding& encoding) {
     codec_->width = format_.size.width;
     codec_->height = format_.size.height;
     codec_->pix_fmt = PixelsFor(encoder);
-    // MPEG-4 has 16 bits for it.
-    constexpr AVRational Fine = {1, 60000};
-    const AVRational tick = encoder.id == AV_CODEC_ID_MPEG4 && format_.tick.den > 65535 ? Fine : format_.tick;
-    codec_->time_base = kind_.isTimed ? tick : format_.FrameSeconds();
+    const bool isCoarse = encoder.id == AV_CODEC_ID_MPEG4 && format_.tick.den > 65535;  // it has 16 bits
+    codec_->time_base = !kind_.isTimed ? format_.FrameSeconds()
+                        : isCoarse     ? AVRational{1, 60000}
+                                       : format_.tick;
     codec_->framerate = av_inv_q(format_.FrameSeconds());
     codec_->thread_count = 0;
     const bool isRgb = (av_pix_fmt_desc_get(codec_->pix_fmt)->flags & AV_PIX_FMT_FLAG_RGB) != 0;
@@ -207,9 +189,7 @@ void ClipWriter::OpenContainer() {
     AVDictionary* options = nullptr;
     if (kind_.isTurned) {
         av_dict_set_int(&options, "movie_timescale", std::max(codec_->time_base.den, 1000), 0);
-        if (NeedsNamedTags(container_->metadata)) {
-            av_dict_set(&options, "movflags", "use_metadata_tags", 0);
-        }
+        av_dict_set(&options, "movflags", "use_metadata_tags", 0);  // others have no place for a phone's
     }
     const std::string url = output_ ? "file:" + output_->Work().string() : "pipe:1";
     int result = avio_open(&container_->pb, url.c_str(), AVIO_FLAG_WRITE);
@@ -226,28 +206,21 @@ void ClipWriter::Add(const Nv12& picture, std::optional<FrameTime> time) {
     const AVRational frame = format_.FrameSeconds();
     last_ = time.value_or(FrameTime{av_rescale_q(pictures_, frame, format_.tick),
                                     std::max<int64_t>(av_rescale_q(1, frame, format_.tick), 1)});
-    if (isCut_ && pictures_ == 0) {
-        begin_ = last_.start;
-    }
+    begin_ = pictures_ == 0 && range_.first > 0 ? last_.start : begin_;
     if (copier_ && kind_.isTimed) {
-        copier_->CutBefore(Microseconds(begin_));
-        Require(copier_->CopyUntil(Microseconds(last_.start)), "another stream is not stored");
+        Require(copier_->Write(Microseconds(begin_), Microseconds(last_.start)),
+                "another stream is not stored");
     }
     const AvOwned<AVFrame> view = ViewOf(picture, format_);
-    const AVFrame* made = view.get();
-    if (codec_->pix_fmt != AV_PIX_FMT_NV12) {
-        made = &graph_.Filter(*view, Scaling(format_.size, codec_->pix_fmt, format_.fullRange));
-    }
+    const bool isTaken = codec_->pix_fmt == AV_PIX_FMT_NV12;
     Require(av_frame_make_writable(frame_.get()), "a picture's memory");
-    Require(av_frame_copy(frame_.get(), made), "a picture's memory");
-    frame_->color_range = codec_->color_range;
-    frame_->colorspace = codec_->colorspace;
-    frame_->color_primaries = codec_->color_primaries;
-    frame_->color_trc = codec_->color_trc;
-    frame_->chroma_location = codec_->chroma_sample_location;
-    frame_->sample_aspect_ratio = codec_->sample_aspect_ratio;
-    frame_->pts = kind_.isTimed ? av_rescale_q(last_.start - begin_, format_.tick, codec_->time_base) : pictures_;
-    durations_[frame_->pts] = kind_.isTimed ? av_rescale_q(last_.duration, format_.tick, codec_->time_base) : 1;
+    Require(av_frame_copy(frame_.get(), isTaken ? view.get()
+                                                : &graph_.Filter(*view, Scaling(format_.size, codec_->pix_fmt,
+                                                                                format_.fullRange))),
+            "a picture's memory");
+    const auto ticks = [this](int64_t span) { return av_rescale_q(span, format_.tick, codec_->time_base); };
+    frame_->pts = kind_.isTimed ? ticks(last_.start - begin_) : pictures_;
+    durations_[frame_->pts] = kind_.isTimed ? ticks(last_.duration) : 1;
     pictures_++;
     Send(frame_.get());
 }
@@ -259,11 +232,11 @@ int64_t ClipWriter::Microseconds(int64_t ticks) const {
 void ClipWriter::Complete(bool isCutOff) {
     Send(nullptr);
     if (copier_ && kind_.isTimed) {
-        std::optional<int64_t> end;
-        if (isCutOff || isCutOff_) {
-            end = Microseconds(last_.start + last_.duration);
-        }
-        Require(copier_->Finish(end), "another stream is not stored");
+        const bool isWhole = !isCutOff && range_.end == FrameRange().end;
+        const int64_t end =
+            isWhole ? std::numeric_limits<int64_t>::max() : Microseconds(last_.start + last_.duration);
+        Require(copier_->Write(Microseconds(begin_), end), "another stream is not stored");
+        copier_->AddChapters(Microseconds(begin_), end);
     }
     if (stream_ != nullptr) {
         Require(av_write_trailer(container_.get()), "its end is not stored");

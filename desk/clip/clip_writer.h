@@ -20,17 +20,18 @@ struct Encoding {
     std::optional<int> crf;  ///< quality, the better the lower, on the encoder's own scale
 };
 
-/// Writes a clip of the kind that its name asks for: .mp4 and .mov (H.264), .mkv (FFV1, lossless), .webm (VP9),
-/// .y4m, - for y4m on stdout, and a folder of numbered PNGs for a name without extension. It appears under its
-/// name when it is complete; until then it grows under a temporary name beside it, which is removed when the
-/// writer goes before.
+/// Writes a clip of the kind that its name asks for: .mp4 and .mov (H.264), .mkv (FFV1, lossless), .webm
+/// (VP9), .y4m, - for y4m on stdout, and a folder of numbered PNGs for a name without extension. It appears
+/// under its name when it is complete; until then it grows under a temporary name beside it, which is removed
+/// when the writer goes before.
 class ClipWriter {
 public:
-    /// `source` is the clip that the frames are made of; what else it has comes with them. It may be null. Throws
-    /// UsageError for a name that says no kind, an encoding that does not fit it, and when the clip exists and
-    /// may not be overwritten; std::runtime_error when it cannot be made there.
+    /// `source` reads the clip that the frames are made of; what else that has comes with them. It may be
+    /// null, and has to outlive the writer. Throws UsageError for a name that says no kind, an encoding that
+    /// does not fit it, and when the clip exists and may not be overwritten; std::runtime_error when it
+    /// cannot be made there.
     ClipWriter(const std::filesystem::path& clip, const ClipFormat& format, bool overwrite,
-               const Encoding& encoding = {}, const ClipSource* source = nullptr);
+               const Encoding& encoding = {}, const ClipReader* source = nullptr);
 
     /// What the clip does not hold of its source's, in words; empty when it holds everything.
     std::string Losses();
@@ -39,8 +40,15 @@ public:
     /// std::runtime_error, for example when the disk is full.
     void Add(const Nv12& picture, std::optional<FrameTime> time = {});
 
-    /// Writes the clip's end, and nothing of the source's streams that begins after it when the source was not
-    /// read to its own. Throws as Add does: what is encoded last may fill the disk.
+    /// A packet of another stream of the source.
+    void Take(const AVPacket& packet) {
+        if (copier_) {
+            copier_->Take(packet);
+        }
+    }
+
+    /// Writes the clip's end, and nothing of the source's streams that begins after it when the source was
+    /// not read to its own. Throws as Add does: what is encoded last may fill the disk.
     void Complete(bool isCutOff = false);
     /// Puts the complete clip under its name. Throws as Output does.
     void Publish();
@@ -69,10 +77,9 @@ private:
     AvOwned<AVFrame> frame_{av_frame_alloc()};
     AvOwned<AVPacket> packet_{av_packet_alloc()};
     FrameGraph graph_;
-    bool isCut_ = false;     ///< the source is not read from its beginning
-    bool isCutOff_ = false;  ///< nor to its end
-    int64_t begin_ = 0;      ///< of the first frame that is cut before, in ticks
-    FrameTime last_{0, 0};               ///< of the frame that was added last
+    FrameRange range_;                      ///< of the source
+    int64_t begin_ = 0;                     ///< of what is written, in the source's ticks
+    FrameTime last_;                        ///< of the frame that was added last
     std::map<int64_t, int64_t> durations_;  ///< of the frames in the encoder, by their times
     int64_t pictures_ = 0;
 };

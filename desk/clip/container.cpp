@@ -3,8 +3,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cmath>
+#include <cstring>
 
 #include "desk/base/usage_error.h"
 
@@ -17,29 +17,12 @@ namespace {
 
 using Path = std::filesystem::path;
 
-/// A text in whose order numbers stand by their value: their digits follow the number of digits.
-std::string NaturalKey(const Path& file) {
-    const std::string name = file.filename().string();
-    std::string key;
-    for (size_t at = 0; at < name.size();) {
-        const size_t begin = name.find_first_not_of('0', at);
-        const size_t end = std::min(name.find_first_not_of("0123456789", at), name.size());
-        if (end == at) {
-            key += static_cast<char>(std::tolower(static_cast<unsigned char>(name[at++])));
-        } else {
-            const std::string digits = name.substr(std::min(begin, end), end - std::min(begin, end));
-            key += '0' + std::string(1, static_cast<char>(digits.size() + 1)) + digits;
-            at = end;
-        }
-    }
-    return key;
-}
-
 AVCodecID PictureKind(const Path& file) {
     const AVOutputFormat* pictures = av_guess_format("image2", nullptr, nullptr);
     const std::string extensions = std::string(pictures->extensions) + ",webp";
-    return av_match_ext(file.c_str(), extensions.c_str()) != 0 ? av_guess_codec(pictures, nullptr, file.c_str(), nullptr, AVMEDIA_TYPE_VIDEO)
-                     : AV_CODEC_ID_NONE;
+    return av_match_ext(file.c_str(), extensions.c_str()) != 0
+               ? av_guess_codec(pictures, nullptr, file.c_str(), nullptr, AVMEDIA_TYPE_VIDEO)
+               : AV_CODEC_ID_NONE;
 }
 
 }  // namespace
@@ -64,36 +47,12 @@ AvOwned<AVFormatContext> OpenContainer(const Path& clip) {
         throw UsageError(fmt::format("{} does not exist; expected a clip", clip.string()));
     }
     if (error < 0) {
-        throw UsageError(fmt::format("{} is not a clip ({}); expected a video that FFmpeg reads, or a folder "
-                                     "of pictures",
-                                     clip.string(), AvText(error)));
+        throw UsageError(
+            fmt::format("{} is not a clip ({}); expected a video that FFmpeg reads, or a folder "
+                        "of pictures",
+                        clip.string(), AvText(error)));
     }
     return owned;
-}
-
-AVStream* PicturesOf(AVFormatContext& container, const Path& clip, const AVCodec** decoder) {
-    const AVCodec* found = nullptr;
-    const int index = av_find_best_stream(&container, AVMEDIA_TYPE_VIDEO, -1, -1, &found, 0);
-    if (index < 0 || found == nullptr) {
-        throw UsageError(
-            fmt::format("{} has no video stream that can be decoded; expected a clip", clip.string()));
-    }
-    if (decoder != nullptr) {
-        *decoder = found;
-    }
-    return container.streams[index];
-}
-
-bool IsReadOnce(const Path& clip) {
-    std::error_code unknown;
-    const auto kind = std::filesystem::status(clip, unknown).type();
-    return clip == StdStream || kind == std::filesystem::file_type::fifo ||
-           kind == std::filesystem::file_type::character || kind == std::filesystem::file_type::socket;
-}
-
-int64_t OriginOf(const AVFormatContext& container) {
-    const bool isBroadcast = (container.iformat->flags & AVFMT_TS_DISCONT) != 0;
-    return isBroadcast && container.start_time != AV_NOPTS_VALUE ? container.start_time : 0;
 }
 
 Turn::Turn(const AVStream& stream) {
@@ -116,22 +75,21 @@ Turn::Turn(const AVStream& stream) {
 }
 
 std::vector<Path> PicturesIn(const Path& folder) {
-    std::vector<std::pair<std::string, Path>> found;
+    std::vector<Path> pictures;
     for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-        const Path& file = entry.path();
-        if (file.filename().string()[0] != '.' && PictureKind(file) != AV_CODEC_ID_NONE) {
-            found.emplace_back(NaturalKey(file), file);
+        if (entry.path().filename().string()[0] != '.' && PictureKind(entry.path()) != AV_CODEC_ID_NONE) {
+            pictures.push_back(entry.path());
         }
     }
-    if (found.empty()) {
-        throw UsageError(fmt::format("{} is a folder without pictures; expected such as 1.png, 2.png or "
-                                     "IMG_0001.JPG",
-                                     folder.string()));
+    if (pictures.empty()) {
+        throw UsageError(
+            fmt::format("{} is a folder without pictures; expected such as 1.png, 2.png or "
+                        "IMG_0001.JPG",
+                        folder.string()));
     }
-    std::sort(found.begin(), found.end());
-    std::vector<Path> pictures;
-    for (const auto& [key, file] : found) {
-        pictures.push_back(file);
+    std::sort(pictures.begin(), pictures.end(),
+              [](const Path& a, const Path& b) { return strverscmp(a.c_str(), b.c_str()) < 0; });
+    for (const Path& file : pictures) {
         if (PictureKind(file) != PictureKind(pictures[0])) {
             throw UsageError(fmt::format("{} and {} are of different kinds; expected one kind in a folder",
                                          pictures[0].string(), file.string()));

@@ -15,20 +15,8 @@ constexpr const char* StdStream = "-";
 /// std::runtime_error when it may not be read.
 AvOwned<AVFormatContext> OpenContainer(const std::filesystem::path& clip);
 
-/// The stream that a clip's pictures are taken from, and its decoder. Throws UsageError, naming the file, when
-/// it has none that can be decoded.
-AVStream* PicturesOf(AVFormatContext& container, const std::filesystem::path& clip,
-                     const AVCodec** decoder = nullptr);
-
-/// Whether what is read of it is gone: a pipe.
-bool IsReadOnce(const std::filesystem::path& clip);
-
-/// Microseconds on the container's clock at which the clip begins: clocks of broadcasts run all day, others
-/// begin with it.
-int64_t OriginOf(const AVFormatContext& container);
-
-/// How a picture that is stored has to be turned to be seen upright, as FFmpeg's filters say it; empty when it
-/// is upright.
+/// How a picture that is stored has to be turned to be seen upright, as FFmpeg's filters say it; empty when
+/// it is upright.
 struct Turn {
     explicit Turn(const AVStream& stream);
 

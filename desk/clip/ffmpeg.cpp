@@ -13,9 +13,9 @@ AvOwned<AVFrame> ViewOf(const Nv12& picture, const ClipFormat& format) {
     for (int i = 0; i < 2; i++) {
         view->data[i] = planes[i]->data;
         view->linesize[i] = static_cast<int>(planes[i]->step);
-        view->buf[i] = av_buffer_create(view->data[i], planes[i]->step * static_cast<size_t>(planes[i]->rows),
-                                        [](void* /*opaque*/, uint8_t* /*data*/) {}, nullptr,
-                                        AV_BUFFER_FLAG_READONLY);
+        view->buf[i] = av_buffer_create(
+            view->data[i], planes[i]->step * static_cast<size_t>(planes[i]->rows),
+            [](void* /*opaque*/, uint8_t* /*data*/) {}, nullptr, AV_BUFFER_FLAG_READONLY);
     }
     return view;
 }

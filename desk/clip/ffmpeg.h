@@ -48,7 +48,9 @@ inline std::string AvText(int error) {
 AvOwned<AVFrame> ViewOf(const Nv12& picture, const ClipFormat& format);
 
 inline AVColorRange RangeOf(const ClipFormat& format) {
-    return format.fullRange ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
+    return !format.isRangeTold ? AVCOL_RANGE_UNSPECIFIED
+           : format.fullRange  ? AVCOL_RANGE_JPEG
+                               : AVCOL_RANGE_MPEG;
 }
 
 }  // namespace desk

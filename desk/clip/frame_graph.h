@@ -15,18 +15,14 @@ class FrameGraph {
 public:
     /// What the filters, named as FFmpeg's program names them, make of the frame; valid until the next call.
     /// Throws std::runtime_error for what they cannot do.
-    AVFrame& Filter(AVFrame& frame, const std::string& filters);
+    const AVFrame& Filter(AVFrame& frame, const std::string& filters);
 
 private:
-    void Build(const std::string& source, const std::string& filters);
-
     struct Free {
         void operator()(AVFilterGraph* graph) const;
     };
-    std::string built_;  ///< from what; frames may change in the middle of a clip
+    std::string built_;  ///< what the graph is made of: frames may change in the middle of a clip
     std::unique_ptr<AVFilterGraph, Free> graph_;
-    AVFilterContext* source_ = nullptr;
-    AVFilterContext* sink_ = nullptr;
     AvOwned<AVFrame> made_{av_frame_alloc()};
 };
 

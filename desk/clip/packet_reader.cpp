@@ -8,7 +8,6 @@
 #include <cstdarg>
 #include <fstream>
 #include <new>
-#include <numeric>
 
 #include "desk/base/usage_error.h"
 
@@ -37,13 +36,6 @@ void WatchLog(void* source, int level, const char* /*format*/, va_list /*argumen
     }
 }
 
-/// The largest unit of time that the packets' clock and the frame rate are multiples of, if that is not tiny.
-AVRational TickOf(AVRational clock, const ClipFormat& format) {
-    const int64_t perSecond = std::lcm(int64_t{clock.den}, int64_t{format.rateNumerator});
-    constexpr int64_t Most = 1000000;
-    return perSecond > Most ? clock : AVRational{1, static_cast<int>(perSecond)};
-}
-
 ClipFormat FormatOf(AVFormatContext* container, AVStream* stream) {
     const AVCodecParameters& video = *stream->codecpar;
     const AVPixFmtDescriptor* description = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(video.format));
@@ -58,11 +50,13 @@ ClipFormat FormatOf(AVFormatContext* container, AVStream* stream) {
         format.rateDenominator = rate.den;
     }
     format.fullRange = isRgb || isNamedFull || video.color_range == AVCOL_RANGE_JPEG;
+    format.isRangeTold = format.fullRange || video.color_range != AVCOL_RANGE_UNSPECIFIED;
     format.matrix = isRgb ? int{AVCOL_SPC_BT470BG} : int{video.color_space};
     format.primaries = video.color_primaries;
     format.transfer = video.color_trc;
     format.chromaPlace = isHalved ? int{video.chroma_location} : int{AVCHROMA_LOC_LEFT};
     format.pixelAspect = av_guess_sample_aspect_ratio(container, stream, nullptr);
+    format.tick = stream->time_base;
     return format;
 }
 
@@ -103,26 +97,29 @@ PacketReader::PacketReader(const std::filesystem::path& clip, double folderRate)
         pictures_ = PicturesIn(clip);
     }
     container_ = OpenContainer(pictures_.empty() ? clip : pictures_[0]);
-    stream_ = PicturesOf(*container_, clip, &codec_);
+    const int index = av_find_best_stream(container_.get(), AVMEDIA_TYPE_VIDEO, -1, -1, &codec_, 0);
+    if (index < 0 || codec_ == nullptr) {
+        throw UsageError(
+            fmt::format("{} has no video stream that can be decoded; expected a clip", clip.string()));
+    }
+    stream_ = container_->streams[index];
     const AVCodecParameters& video = *stream_->codecpar;
     if (video.width <= 0 || video.height <= 0 || video.format == AV_PIX_FMT_NONE) {
         throw UsageError(
             fmt::format("{} has no picture in its video stream; expected a clip", clip.string()));
     }
     format_ = FormatOf(container_.get(), stream_);
-    clock_ = stream_->time_base;
     if (!pictures_.empty()) {
         const AVRational rate = av_d2q(folderRate, 1000000);
         format_.rateNumerator = rate.num;
         format_.rateDenominator = rate.den;
-        format_.fullRange = video.color_range != AVCOL_RANGE_MPEG;
-        clock_ = av_inv_q(rate);
+        format_.fullRange = format_.isRangeTold = video.color_range != AVCOL_RANGE_MPEG;
+        format_.tick = format_.FrameSeconds();
         indexed_ = static_cast<int64_t>(pictures_.size());
     } else {
         indexed_ = IndexedPackets(stream_);
         promised_ = PromisedSeconds(*container_, *stream_);
     }
-    format_.tick = TickOf(clock_, format_);
 }
 
 AvOwned<AVCodecContext> PacketReader::OpenDecoder() {
@@ -149,26 +146,6 @@ int64_t PacketReader::ExpectedFrames() const {
         return indexed_;
     }
     return std::llround(static_cast<double>(container_->duration) / AV_TIME_BASE * format_.FramesPerSecond());
-}
-
-FrameTime PacketReader::TimeOf(int64_t start, int64_t duration) {
-    const AVRational frame = format_.FrameSeconds();
-    FrameTime time = {start, std::max<int64_t>(duration > 0 ? av_rescale_q(duration, clock_, format_.tick)
-                                                            : av_rescale_q(1, frame, format_.tick),
-                                               1)};
-    if (start == AV_NOPTS_VALUE) {
-        return time;
-    }
-    const int64_t origin = av_rescale_q(OriginOf(*container_), AV_TIME_BASE_Q, clock_);
-    time.start = av_rescale_q(start - origin, clock_, format_.tick);
-    begin_ = begin_ == AV_NOPTS_VALUE ? time.start : begin_;
-    // Where times are whole milliseconds, a frame of an even rate is meant to stand where the rate has it.
-    const int64_t number = av_rescale_q(time.start - begin_, format_.tick, frame);
-    const int64_t even = begin_ + av_rescale_q(number, frame, format_.tick);
-    if (clock_.den == 1000 && 2 * std::abs(even - time.start) < av_rescale_q(1, clock_, format_.tick)) {
-        time.start = even;
-    }
-    return time;
 }
 
 /// The next of a folder, a whole file.
@@ -206,9 +183,31 @@ bool PacketReader::Next(AVPacket& packet) {
         } else if (packet.stream_index == stream_->index && packet.size > 0) {
             Count(packet);
             return true;
+        } else if (packet.stream_index != stream_->index) {
+            others_.emplace_back(av_packet_clone(&packet));
         }
     }
     return false;
+}
+
+std::vector<AvOwned<AVPacket>> PacketReader::TakeOthers(double until) {
+    const AvOwned<AVPacket> packet(av_packet_alloc());
+    for (double reached = 0; reached < until && !hasEnded_; av_packet_unref(packet.get())) {
+        hasEnded_ = av_read_frame(container_.get(), packet.get()) < 0;
+        const AVStream* stream = hasEnded_ ? stream_ : container_->streams[packet->stream_index];
+        if (packet->dts != AV_NOPTS_VALUE) {
+            reached = static_cast<double>(packet->dts) * av_q2d(stream->time_base);
+        }
+        if (stream != stream_) {
+            others_.emplace_back(av_packet_clone(packet.get()));
+        }
+    }
+    return std::exchange(others_, {});
+}
+
+int64_t PacketReader::Origin() const {
+    const bool isBroadcast = (container_->iformat->flags & AVFMT_TS_DISCONT) != 0;
+    return isBroadcast && container_->start_time != AV_NOPTS_VALUE ? container_->start_time : 0;
 }
 
 void PacketReader::Count(const AVPacket& packet) {

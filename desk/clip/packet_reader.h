@@ -16,8 +16,8 @@ namespace desk {
 class PacketReader {
 public:
     /// Throws UsageError, naming the file, when there is no clip with a video stream that can be decoded;
-    /// std::runtime_error when it may not be read. The rate, in frames per second, is that of a folder; of any
-    /// other clip it is its own.
+    /// std::runtime_error when it may not be read. The rate, in frames per second, is that of a folder; of
+    /// any other clip it is its own.
     PacketReader(const std::filesystem::path& clip, double folderRate);
 
     /// A decoder of the stream. What it complains about from now on counts.
@@ -27,17 +27,23 @@ public:
     const ClipFormat& Format() const {
         return format_;
     }
-    const AVStream& Stream() const {
+    const AVFormatContext& Container() const {
+        return *container_;
+    }
+    AVStream& Stream() const {
         return *stream_;
     }
-    /// A packet's time, of which it may lack parts, on the clip's clock. AV_NOPTS_VALUE as its start means that
-    /// it is not known.
-    FrameTime TimeOf(int64_t start, int64_t duration);
+    /// Microseconds on the container's clock at which the clip begins: clocks of broadcasts run all day,
+    /// others begin with it.
+    int64_t Origin() const;
     /// Frames of the clip, as its header tells; 0 when it does not.
     int64_t ExpectedFrames() const;
 
     /// The next packet of the stream. False at the end of the file.
     bool Next(AVPacket& packet);
+    /// The packets of all other streams that were read since the last time. Until a time on the container's
+    /// clock, in seconds, is reached more of the file is read for them.
+    std::vector<AvOwned<AVPacket>> TakeOthers(double until);
     /// Whether there was a complaint since the last time, whoever made it.
     bool TakeComplaint() {
         return hasComplained_.exchange(false);
@@ -59,13 +65,12 @@ private:
 
     std::filesystem::path file_;
     std::vector<std::filesystem::path> pictures_;  ///< of a folder
-    std::atomic<bool> hasComplained_ = false;  ///< set by FFmpeg's log
+    std::atomic<bool> hasComplained_ = false;      ///< set by FFmpeg's log
     AvOwned<AVFormatContext> container_;
     const AVCodec* codec_ = nullptr;
     AVStream* stream_ = nullptr;
     ClipFormat format_;
-    AVRational clock_ = {0, 1};       ///< seconds of a tick of the packets' times
-    int64_t begin_ = AV_NOPTS_VALUE;  ///< of the first frame, in the format's ticks
+    std::vector<AvOwned<AVPacket>> others_;
     int64_t indexed_ = 0;  ///< packets; 0 when the file does not say
     double promised_ = 0;  ///< seconds; likewise
     int64_t packets_ = 0;

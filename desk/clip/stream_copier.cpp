@@ -4,193 +4,145 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <limits>
-#include <numeric>
 #include <string_view>
-
-#include "desk/clip/container.h"
 
 namespace desk {
 namespace {
 
-/// Tags that describe the file they stand in, as it was encoded.
-bool IsOfTheFile(std::string_view key) {
-    constexpr std::array<std::string_view, 9> Keys = {"major_brand", "minor_version", "compatible_brands",
-                                                      "encoder",     "DURATION",      "BPS",
-                                                      "NUMBER_OF_",  "_STATISTICS",   "rotate"};
-    return std::any_of(Keys.begin(), Keys.end(), [key](auto begin) { return key.rfind(begin, 0) == 0; });
-}
-
+/// Leaves out tags that describe the file they stand in, as it was encoded.
 void CopyTags(const AVDictionary* from, AVDictionary** to) {
+    constexpr std::array<std::string_view, 9> OfTheFile = {
+        "major_brand", "minor_version", "compatible_brands", "encoder", "DURATION",
+        "BPS",         "NUMBER_OF_",    "_STATISTICS",       "rotate"};
     const AVDictionaryEntry* tag = nullptr;
     while ((tag = av_dict_get(from, "", tag, AV_DICT_IGNORE_SUFFIX)) != nullptr) {
-        if (!IsOfTheFile(tag->key)) {
+        const std::string_view key = tag->key;
+        if (std::none_of(OfTheFile.begin(), OfTheFile.end(),
+                         [key](auto name) { return key.rfind(name, 0) == 0; })) {
             av_dict_set(to, tag->key, tag->value, 0);
         }
     }
 }
 
-std::string Describe(const AVStream& stream) {
-    const char* kind = av_get_media_type_string(stream.codecpar->codec_type);
-    return fmt::format("{} stream {} ({})", kind == nullptr ? "unknown" : kind, stream.index,
-                       avcodec_get_name(stream.codecpar->codec_id));
-}
-
-int64_t Microseconds(int64_t time, const AVStream& stream) {
-    return av_rescale_q(time, stream.time_base, AV_TIME_BASE_Q);
-}
-
 }  // namespace
 
-StreamCopier::StreamCopier(const ClipSource& source, AVFormatContext& container)
-    : source_(source), from_(OpenContainer(source.clip)), to_(container), origin_(OriginOf(*from_)) {
-    const AVStream* pictures = sourcePictures_ = PicturesOf(*from_, source.clip);
-    copies_.resize(from_->nb_streams);
-    lastTimes_.resize(from_->nb_streams, std::numeric_limits<int64_t>::min());
-    CopyTags(from_->metadata, &to_.metadata);
-    for (unsigned int i = 0; i < from_->nb_streams; i++) {
-        AVStream& from = *from_->streams[i];
-        const bool isTaken = &from == pictures || avformat_query_codec(to_.oformat, from.codecpar->codec_id,
-                                                                       FF_COMPLIANCE_EXPERIMENTAL) > 0;
-        if (isTaken) {
-            AddStream(from);
-        } else {
-            leftOut_.push_back(Describe(from));
-        }
-        from.discard = isTaken && &from != pictures ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
-    }
-    pictures_ = std::exchange(copies_[static_cast<size_t>(pictures->index)], nullptr);
-    std::vector<AVPacketSideDataType> kept = {AV_PKT_DATA_MASTERING_DISPLAY_METADATA,
-                                              AV_PKT_DATA_CONTENT_LIGHT_LEVEL, AV_PKT_DATA_STEREO3D,
-                                              AV_PKT_DATA_SPHERICAL};
-    if (source.orientation == Orientation::Stored) {
-        kept.push_back(AV_PKT_DATA_DISPLAYMATRIX);
-    }
-    for (const AVPacketSideDataType type : kept) {
-        size_t size = 0;
-        const uint8_t* data = av_stream_get_side_data(pictures, type, &size);
-        uint8_t* copy = data == nullptr ? nullptr : av_stream_new_side_data(pictures_, type, size);
-        std::copy_n(data, copy == nullptr ? 0 : size, copy);
+StreamCopier::StreamCopier(const ClipReader& source, AVFormatContext& container)
+    : source_(source), to_(container) {
+    const AVFormatContext& from = source.Packets().Container();
+    copies_.resize(from.nb_streams);
+    lastTimes_.resize(from.nb_streams, std::numeric_limits<int64_t>::min());
+    CopyTags(from.metadata, &to_.metadata);
+    for (unsigned int i = 0; i < from.nb_streams; i++) {
+        AddStream(*from.streams[i]);
     }
 }
 
 void StreamCopier::AddStream(AVStream& from) {
+    const AVStream& pictures = source_.Packets().Stream();
+    const AVCodecParameters& what = *from.codecpar;
+    const bool isPictures = &from == &pictures;
+    if (!isPictures && avformat_query_codec(to_.oformat, what.codec_id, FF_COMPLIANCE_EXPERIMENTAL) <= 0) {
+        const char* kind = av_get_media_type_string(what.codec_type);
+        leftOut_.push_back(fmt::format("{} stream {} ({})", kind == nullptr ? "unknown" : kind, from.index,
+                                       avcodec_get_name(what.codec_id)));
+        missing_ += from.index < pictures.index ? 1 : 0;
+        return;
+    }
     AVStream* to = avformat_new_stream(&to_, nullptr);
-    copies_[static_cast<size_t>(from.index)] = to;
-    avcodec_parameters_copy(to->codecpar, from.codecpar);
-    to->codecpar->codec_tag = 0;  // other containers have other ones
     to->time_base = from.time_base;
     to->disposition = from.disposition;
     CopyTags(from.metadata, &to->metadata);
+    for (int i = 0; i < from.nb_side_data; i++) {
+        const AVPacketSideData& data = from.side_data[i];
+        const bool isUndone =
+            data.type == AV_PKT_DATA_DISPLAYMATRIX && source_.Taken() == Orientation::Upright;
+        uint8_t* copy = isUndone ? nullptr : av_stream_new_side_data(to, data.type, data.size);
+        std::copy_n(data.data, copy == nullptr ? 0 : data.size, copy);
+    }
+    if (isPictures) {
+        return;
+    }
+    copies_[static_cast<size_t>(from.index)] = to;
+    avcodec_parameters_copy(to->codecpar, &what);
+    to->codecpar->codec_tag = 0;  // other containers have other ones
     // What an audio decoder warms up on stands before the beginning.
     const AVIndexEntry* first = avformat_index_get_entry(&from, 0);
-    if (from.codecpar->codec_type == AVMEDIA_TYPE_AUDIO && first != nullptr && first->timestamp < 0 &&
-        to->codecpar->initial_padding == 0) {
-        to->codecpar->initial_padding = static_cast<int>(
-            av_rescale_q(-first->timestamp, from.time_base, {1, from.codecpar->sample_rate}));
+    if (what.codec_type == AVMEDIA_TYPE_AUDIO && first != nullptr && first->timestamp < 0 &&
+        what.initial_padding == 0) {
+        to->codecpar->initial_padding =
+            static_cast<int>(av_rescale_q(-first->timestamp, from.time_base, {1, what.sample_rate}));
     }
 }
 
-std::string StreamCopier::Losses(bool isTimed, bool isTurned) {
-    std::vector<std::string> losses = leftOut_;
-    const AVCodecParameters& video = *sourcePictures_->codecpar;
-    const auto lose = [&losses](bool isLost, const std::string& what) {
-        if (isLost) {
-            losses.push_back(what);
-        }
+std::string StreamCopier::Losses(bool isTimed, bool isTurned) const {
+    const AVStream& pictures = source_.Packets().Stream();
+    const bool isRotated = av_stream_get_side_data(&pictures, AV_PKT_DATA_DISPLAYMATRIX, nullptr) != nullptr;
+    const double rates = av_q2d(pictures.r_frame_rate) / av_q2d(pictures.avg_frame_rate);
+    const std::pair<bool, const char*> losses[] = {
+        {!isTurned && isRotated && source_.Taken() == Orientation::Stored, "the display matrix"},
+        {!isTimed && std::isfinite(rates) && std::abs(rates - 1) > 0.005, "uneven times of frames"},
+        {!isTimed && source_.Packets().Container().nb_chapters > 0, "chapters"},
+        {!isTimed && av_dict_count(to_.metadata) > 0, "tags"},
+        {!isTimed && source_.Format().transfer != AVCOL_TRC_UNSPECIFIED, "primaries and transfer of colours"},
     };
-    const bool isRotated = av_stream_get_side_data(sourcePictures_, AV_PKT_DATA_DISPLAYMATRIX, nullptr) != nullptr;
-    lose(!isTurned && isRotated && source_.orientation == Orientation::Stored, "the display matrix");
-    lose(!isTimed && HasUnevenTimes(), "the uneven times of frames, each is as long as another");
-    lose(!isTimed && from_->nb_chapters > 0, "chapters");
-    lose(!isTimed && av_dict_count(to_.metadata) > 0, "tags");
-    lose(!isTimed && video.color_trc != AVCOL_TRC_UNSPECIFIED, "primaries and transfer of colours");
-    return fmt::format("{}", fmt::join(losses, ", "));
-}
-
-/// Looks at all packets of the pictures.
-bool StreamCopier::HasUnevenTimes() {
-    sourcePictures_->discard = AVDISCARD_DEFAULT;
-    std::vector<int64_t> times;
-    while (av_read_frame(from_.get(), packet_.get()) >= 0) {
-        if (packet_->stream_index == sourcePictures_->index && packet_->pts != AV_NOPTS_VALUE) {
-            times.push_back(packet_->pts);
-        }
-        av_packet_unref(packet_.get());
+    std::vector<std::string> all = leftOut_;
+    for (const auto& [isLost, what] : losses) {
+        all.insert(all.end(), isLost ? 1 : 0, what);
     }
-    std::sort(times.begin(), times.end());
-    std::adjacent_difference(times.begin(), times.end(), times.begin());
-    const auto [shortest, longest] = std::minmax_element(times.begin() + (times.empty() ? 0 : 1), times.end());
-    return times.size() > 2 && *longest - *shortest > 1;  // of whole ticks one may be a fraction
+    return fmt::format("{}", fmt::join(all, ", "));
 }
 
-bool StreamCopier::ReadPacket() {
-    while (!isPending_) {
-        av_packet_unref(packet_.get());
-        if (av_read_frame(from_.get(), packet_.get()) < 0) {
-            return false;
+int StreamCopier::Write(int64_t begin, int64_t end) {
+    for (; !waiting_.empty(); waiting_.pop_front()) {
+        AVPacket& packet = *waiting_.front();
+        const auto index = static_cast<size_t>(packet.stream_index);
+        const AVStream* to = index < copies_.size() ? copies_[index] : nullptr;
+        packet.dts = packet.dts == AV_NOPTS_VALUE ? packet.pts : packet.dts;
+        if (to == nullptr || packet.dts == AV_NOPTS_VALUE) {
+            continue;
         }
-        const auto index = static_cast<size_t>(packet_->stream_index);
-        isPending_ = index < copies_.size() && copies_[index] != nullptr;
-        if (packet_->dts == AV_NOPTS_VALUE) {
-            packet_->dts = packet_->pts;
-        }
-        isPending_ = isPending_ && packet_->dts != AV_NOPTS_VALUE;
-    }
-    return true;
-}
-
-int StreamCopier::CopyUntil(int64_t time) {
-    int result = 0;
-    while (result >= 0 && ReadPacket()) {
-        const int64_t packetTime =
-            Microseconds(packet_->dts, *from_->streams[packet_->stream_index]) - origin_;
-        if (packetTime >= time) {
+        const AVRational tick = source_.Packets().Container().streams[index]->time_base;
+        const int64_t origin = source_.Packets().Origin();
+        const int64_t time = av_rescale_q(packet.dts, tick, AV_TIME_BASE_Q) - origin;
+        if (time >= end) {
             break;
         }
-        isPending_ = false;
-        if (packetTime >= begin_ || begin_ == 0) {
-            result = WritePacket();
+        if (time < begin && begin != 0) {
+            continue;
+        }
+        av_packet_rescale_ts(&packet, tick, to->time_base);
+        const int64_t shift = av_rescale_q(origin + begin, AV_TIME_BASE_Q, to->time_base);
+        // A container takes no packet that is decoded before another one.
+        packet.dts = lastTimes_[index] = std::max(packet.dts - shift, lastTimes_[index] + 1);
+        packet.pts = packet.pts == AV_NOPTS_VALUE ? packet.pts : std::max(packet.pts - shift, packet.dts);
+        packet.stream_index = to->index;
+        packet.pos = -1;
+        if (const int error = av_interleaved_write_frame(&to_, &packet); error < 0) {
+            return error;
         }
     }
-    return result;
+    return 0;
 }
 
-int StreamCopier::WritePacket() {
-    const auto index = static_cast<size_t>(packet_->stream_index);
-    const AVStream& to = *copies_[index];
-    av_packet_rescale_ts(packet_.get(), from_->streams[index]->time_base, to.time_base);
-    const int64_t shift = av_rescale_q(origin_ + begin_, AV_TIME_BASE_Q, to.time_base);
-    // A container takes no packet that is decoded before another one.
-    packet_->dts = std::max(packet_->dts - shift, lastTimes_[index] + 1);
-    lastTimes_[index] = packet_->dts;
-    if (packet_->pts != AV_NOPTS_VALUE) {
-        packet_->pts = std::max(packet_->pts - shift, packet_->dts);
-    }
-    packet_->stream_index = to.index;
-    packet_->pos = -1;
-    return av_interleaved_write_frame(&to_, packet_.get());
-}
-
-int StreamCopier::Finish(std::optional<int64_t> end) {
-    const int64_t last = end.value_or(std::numeric_limits<int64_t>::max());
-    for (unsigned int i = 0; i < from_->nb_chapters; i++) {
-        const AVChapter& from = *from_->chapters[i];
+void StreamCopier::AddChapters(int64_t begin, int64_t end) {
+    const AVFormatContext& source = source_.Packets().Container();
+    to_.chapters = static_cast<AVChapter**>(av_calloc(source.nb_chapters, sizeof(AVChapter*)));
+    for (unsigned int i = 0; i < source.nb_chapters && to_.chapters != nullptr; i++) {
+        const AVChapter& from = *source.chapters[i];
         const auto place = [&](int64_t time) {
-            const int64_t at = av_rescale_q(time, from.time_base, AV_TIME_BASE_Q) - origin_;
-            return std::clamp(at, begin_, last) - begin_;
+            const int64_t at =
+                av_rescale_q(time, from.time_base, AV_TIME_BASE_Q) - source_.Packets().Origin();
+            return std::clamp(at, begin, end) - begin;
         };
         if (place(from.end) > place(from.start)) {
-            auto** chapters = static_cast<AVChapter**>(
-                av_realloc_array(to_.chapters, to_.nb_chapters + 1, sizeof(AVChapter*)));
             auto* chapter = static_cast<AVChapter*>(av_mallocz(sizeof(AVChapter)));
             *chapter = {from.id, AV_TIME_BASE_Q, place(from.start), place(from.end), nullptr};
             CopyTags(from.metadata, &chapter->metadata);
-            to_.chapters = chapters;
             to_.chapters[to_.nb_chapters++] = chapter;
         }
     }
-    return CopyUntil(last);
 }
 
 }  // namespace desk

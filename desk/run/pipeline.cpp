@@ -91,7 +91,7 @@ Pipeline::Pipeline(const std::string& command, const RunOptions& options, ClipRe
     CreateNode(sizing.margin);
     ClipFormat format = reader.Format();
     format.size = sizing.output;
-    recording_.emplace(options, format, results_);
+    recording_.emplace(options, format, results_, reader);
     if (const std::string losses = reader.Losses(input); !losses.empty()) {
         fmt::print(stderr, "dewarp-desk: {}: {}\n", options.clip.string(), losses);
     }

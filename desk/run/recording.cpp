@@ -26,12 +26,11 @@ void CopyInto(const Nv12& picture, int column, Nv12& wide) {
 }
 
 std::unique_ptr<ClipWriter> WriterOf(const std::filesystem::path& clip, ClipFormat format, cv::Size size,
-                                     const RunOptions& options) {
+                                     const RunOptions& options, const ClipReader& reader) {
     format.size = size;
-    const ClipSource source = options.Source();
     return clip.empty()
                ? nullptr
-               : std::make_unique<ClipWriter>(clip, format, options.overwrite, options.encoding, &source);
+               : std::make_unique<ClipWriter>(clip, format, options.overwrite, options.encoding, &reader);
 }
 
 }  // namespace
@@ -54,9 +53,11 @@ cv::Mat Recording::Shown::Mean() const {
     return ReadNv12(mean);
 }
 
-Recording::Recording(const RunOptions& options, const ClipFormat& format, RunResults& results)
+Recording::Recording(const RunOptions& options, const ClipFormat& format, RunResults& results,
+                     ClipReader& reader)
     : options_(options),
       results_(results),
+      reader_(reader),
       isMeasured_(!options.report.empty() || !options.truth.empty() || options.maxMotion),
       sideBySide_(SideBySide(format.size)),
       ideal_(format.size) {
@@ -68,8 +69,8 @@ Recording::Recording(const RunOptions& options, const ClipFormat& format, RunRes
     }
     if (!options.truth.empty()) {
         results.truth.emplace();
-        truth_ = std::make_unique<ClipReader>(options.truth, options.frames, OnDamage::Stop,
-                                              options.orientation);
+        truth_ =
+            std::make_unique<ClipReader>(options.truth, options.frames, OnDamage::Stop, options.orientation);
         if (const cv::Size size = truth_->Format().size; size != format.size) {
             throw UsageError(fmt::format("{} has frames of {} x {}; expected those of the output, {} x {}",
                                          options.truth.string(), size.width, size.height, format.size.width,
@@ -78,9 +79,9 @@ Recording::Recording(const RunOptions& options, const ClipFormat& format, RunRes
     }
     sideBySide_.luma.setTo(0);
     sideBySide_.chroma.setTo(cv::Scalar::all(128));
-    before_.writer = WriterOf(options.before, format, format.size, options);
-    after_.writer =
-        WriterOf(options.out, format, options.compare ? SideBySide(format.size) : format.size, options);
+    before_.writer = WriterOf(options.before, format, format.size, options, reader);
+    after_.writer = WriterOf(options.out, format, options.compare ? SideBySide(format.size) : format.size,
+                             options, reader);
 }
 
 void Recording::TellLosses() {
@@ -94,6 +95,7 @@ void Recording::TellLosses() {
 }
 
 void Recording::Add(const Nv12& input, const Nv12& output, const FrameTime& time) {
+    CopyOthers();
     const Nv12 before = Middle(input, output.luma.size());
     if (before_.writer) {
         before_.writer->Add(before, time);
@@ -113,6 +115,16 @@ void Recording::Add(const Nv12& input, const Nv12& output, const FrameTime& time
     }
     if (truth_) {
         CompareWithTruth(output);
+    }
+}
+
+void Recording::CopyOthers() {
+    for (const auto& packet : reader_.TakeOthers()) {
+        for (const Shown* side : {&before_, &after_}) {
+            if (side->writer) {
+                side->writer->Take(*packet);
+            }
+        }
     }
 }
 
@@ -143,6 +155,7 @@ void Recording::AddMotion() {
 
 void Recording::Finish() {
     // What is there is replaced when all that takes its place is complete.
+    CopyOthers();
     for (const bool isComplete : {false, true}) {
         for (const Shown* side : {&before_, &after_}) {
             if (side->writer && !isComplete) {

@@ -15,10 +15,11 @@ namespace desk {
 /// What a run makes of its frames: clips, measurements on the pictures, JSON and report.
 class Recording {
 public:
-    /// `format` is that of the node's output. Options and results must outlive this. Throws as ClipReader and
+    /// `format` is that of the node's output, the reader that of its input. Options, results and reader must
+    /// outlive this. Throws as ClipReader and
     /// ClipWriter do; UsageError when the truth has another size, or the place of the JSON or the report may
     /// not be overwritten.
-    Recording(const RunOptions& options, const ClipFormat& format, RunResults& results);
+    Recording(const RunOptions& options, const ClipFormat& format, RunResults& results, ClipReader& reader);
 
     /// Says on stderr, before the work, what a clip does not hold of its source's.
     void TellLosses();
@@ -44,12 +45,14 @@ private:
         MotionMeter motion;
     };
 
+    void CopyOthers();
     void CompareWithTruth(const Nv12& output);
     void AddMotion();
     void Tell() const;
 
     const RunOptions& options_;
     RunResults& results_;
+    ClipReader& reader_;
     std::optional<Folder> report_;
     bool isMeasured_;
     Nv12 sideBySide_;

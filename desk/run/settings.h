@@ -19,11 +19,11 @@ enum ExitCode { Done = 0, CheckFailed = 1, WrongUse = 2, WrongEnvironment = 3, W
 /// How a clip goes through the node, and what is made of it. What is not asked for is empty.
 struct RunOptions {
     std::filesystem::path clip;
-    FrameRange frames;                   ///< of the clip
+    FrameRange frames;                              ///< of the clip
     Orientation orientation = Orientation::Stored;  ///< of the clip
     double folderRate = ClipReader::UsualRate;      ///< of a folder of pictures, frames per second
     Encoding encoding;                              ///< of the clips that are written
-    OnDamage onDamage = OnDamage::Stop;  ///< of the clip
+    OnDamage onDamage = OnDamage::Stop;             ///< of the clip
     Variant variant = Variant::RealTime;
     size_t inFlight = 1;              ///< requests in the node at a time
     uint32_t luxBits = 1 | 2;         ///< levels of the node's log
@@ -42,9 +42,6 @@ struct RunOptions {
 
     ClipReader Open(const std::filesystem::path& read) const {
         return {read, frames, onDamage, orientation, folderRate};
-    }
-    ClipSource Source() const {
-        return {clip, frames, orientation};
     }
     /// Whether something that is made goes there, so that nothing else may.
     bool TakesStdout() const {

@@ -20,7 +20,7 @@ DESK, WANTED = pathlib.Path(sys.argv[1]).resolve(), sys.argv[2:]
 QUARTERS = ("-f lavfi -i color=gray:s=160x96:r=25,noise=alls=20:all_seed=1,drawbox=0:0:iw/2:ih/2:red@.7:fill,"
             "drawbox=iw/2:0:iw/2:ih/2:green@.7:fill,drawbox=0:ih/2:iw/2:ih/2:blue@.7:fill,format=yuv420p")
 X264 = "-frames:v 8 -c:v libx264 -preset ultrafast -bf 2 -threads 1"
-SOUND = "-f lavfi -i sine=440:r=48000:d=.4"
+SOUND = "-f lavfi -i sine=440:r=48000:d=0.4"
 MATRICES = {"0": (1, 0, 0, 1), "90": (0, 1, -1, 0), "180": (-1, 0, 0, -1), "270": (0, -1, 1, 0),
             "mirrored": (-1, 0, 0, 1), "flipped": (1, 0, 0, -1), "transposed": (0, 1, 1, 0), "across": (0, -1, -1, 0)}
 
