@@ -9,7 +9,7 @@ packages=(
   g++ cmake make binutils
   libegl-dev libgles-dev libegl1 libgles2 libgl1-mesa-dri
   android-liblog-dev android-libcutils-dev android-libutils-dev
-  libavformat-dev libavcodec-dev libavutil-dev libswscale-dev pkg-config
+  libavformat-dev libavcodec-dev libavutil-dev libavfilter-dev pkg-config
   python3 ffmpeg
   libopencv-dev libcli11-dev nlohmann-json3-dev libfmt-dev zlib1g-dev libgtest-dev libgmock-dev
   lomiri-wallpapers-16.04

@@ -32,7 +32,7 @@ int RunReplay(const std::string& command, const ReplayOptions& options, Observer
     if (options.onGap == OnDamage::Skip && !options.truth.empty()) {
         throw UsageError("--truth is compared frame by frame; expected no --gaps skip with it");
     }
-    ClipReader reader(options.clip, options.frames, options.onDamage);
+    ClipReader reader = options.Open(options.clip);
     const cv::Size clip = reader.Format().size;
     const GridDump dump(options.grids, clip, options.firstRequest || options.onGap == OnDamage::Skip);
     const cv::Size output = options.size.value_or(clip);

@@ -15,7 +15,9 @@ namespace {
 struct StabiliseOptions : RunOptions {
     StabiliseOptions() {
         variant = Variant::LookAhead;  // a clip's frames that are still to come are known
+        orientation = Orientation::Upright;
     }
+
     std::optional<size_t> window;  ///< frames that the look-ahead node sees ahead
     std::optional<cv::Size> size;  ///< of the output, pixels
     std::optional<Margin> margin;  ///< fractions of the output
@@ -63,7 +65,7 @@ int RunStabilise(const StabiliseOptions& options) {
         throw UsageError("--window is of the look-ahead node; expected no --variant realtime with it");
     }
     CatchInterrupts();
-    ClipReader reader(options.clip, options.frames, options.onDamage);
+    ClipReader reader = options.Open(options.clip);
     const NodeSizing sizing = ChooseSizing(options, reader.Format().size);
     const cv::Size input = InputFor(sizing.output, sizing.margin);
     const size_t window = options.variant != Variant::LookAhead ? 0
@@ -101,7 +103,8 @@ void AddStabilise(CLI::App& app, int& status) {
     auto [command, options] = AddCommand<StabiliseOptions>(
         app, "stabilise", "Steadies a clip through the node.",
         "dewarp-desk stabilise walk.mp4 -o steady.mp4 --zoom fill --compare both.mp4", status, RunStabilise);
-    command.add_option("CLIP", options.clip, "any clip that FFmpeg reads, or a folder of pictures")
+    command
+        .add_option("CLIP", options.clip, "any clip that FFmpeg reads, a folder of pictures, or - for stdin")
         ->required()
         ->group(Inputs);
     command.add_option("--window", options.window, "frames that the look-ahead node sees ahead [30]")

@@ -29,6 +29,7 @@ struct SynthOptions {
     std::filesystem::path out;
     std::filesystem::path grids;
     std::filesystem::path truth;
+    Encoding encoding;
     ProgressKind progress = ProgressKind::Auto;
     bool overwrite = false;
 };
@@ -37,18 +38,21 @@ struct SynthOptions {
 class World {
 public:
     explicit World(const SynthOptions& options)
-        : photo_(cv::imread(options.photo.string(), cv::IMREAD_COLOR)) {
+        : photo_(options.photo == StdStream ? cv::Mat()
+                                            : cv::imread(options.photo.string(), cv::IMREAD_COLOR)) {
+        const bool isFolder = std::filesystem::is_directory(options.photo);
         if (photo_.empty()) {
-            clip_.emplace(options.photo, options.frames);
+            clip_.emplace(options.photo, options.frames, OnDamage::Stop, Orientation::Upright,
+                          options.framesPerSecond.value_or(ClipReader::UsualRate));
             format_ = clip_->Format();
             picture_ = Nv12(format_.size / 2 * 2);
         } else {
-            constexpr double UsualRate = 30;
-            format_.rateNumerator = static_cast<int>(options.framesPerSecond.value_or(UsualRate) * 1000);
+            format_.rateNumerator =
+                static_cast<int>(options.framesPerSecond.value_or(ClipReader::UsualRate) * 1000);
             format_.rateDenominator = 1000;
         }
         const FrameRange all;
-        if (clip_ && options.framesPerSecond) {
+        if (clip_ && !isFolder && options.framesPerSecond) {
             throw UsageError(options.photo.string() +
                              " is a clip and has a rate of its own; expected no --fps with it");
         }
@@ -71,8 +75,9 @@ public:
         }
         return clip_->Read(picture_) ? ReadNv12(picture_) : cv::Mat();
     }
-    bool StandsStill() const {
-        return !clip_;
+    /// Null of a photograph.
+    ClipReader* Clip() {
+        return clip_ ? &*clip_ : nullptr;
     }
 
 private:
@@ -90,8 +95,8 @@ int RunSynth(const SynthOptions& options) {
     const ShakyCamera camera(options.shake, input, output.height, world.Format().FramesPerSecond());
     camera.RequireRoom(output);
     Output grids(options.grids, Output::Kind::File, options.overwrite);
-    ClipWriter shaky(options.out, world.Format(input), options.overwrite);
-    ClipWriter truth(options.truth, world.Format(output), options.overwrite);
+    ClipWriter shaky(options.out, world.Format(input), options.overwrite, options.encoding, world.Clip());
+    ClipWriter truth(options.truth, world.Format(output), options.overwrite, options.encoding, world.Clip());
     std::ofstream lines(grids.Work(), std::ios::binary);
     Progress progress(options.progress, options.length);
     std::optional<Scene> scene;
@@ -100,7 +105,7 @@ int RunSynth(const SynthOptions& options) {
     cv::Mat recorded;
     int done = 0;
     for (; done < options.length && !Interrupted(); done++) {
-        if (!scene || !world.StandsStill()) {
+        if (!scene || world.Clip() != nullptr) {
             const cv::Mat picture = world.Next();
             if (picture.empty()) {
                 break;
@@ -110,8 +115,16 @@ int RunSynth(const SynthOptions& options) {
         }
         scene->Record([&](double row) { return camera.RowPose(done, row); }, recorded);
         WriteNv12(recorded, frame);
-        shaky.Add(frame);
-        truth.Add(ideal);
+        std::optional<FrameTime> time;
+        if (ClipReader* clip = world.Clip(); clip != nullptr) {
+            time = clip->Time();
+            for (const auto& packet : clip->TakeOthers()) {
+                shaky.Take(*packet);
+                truth.Take(*packet);
+            }
+        }
+        shaky.Add(frame, time);
+        truth.Add(ideal, time);
         WriteGridLine(lines, static_cast<uint64_t>(done) + 1,
                       MakeGrid(input, [&](cv::Point2d q) { return camera.FrameOf(done, q); }));
         progress.Step(done + 1);
@@ -125,8 +138,9 @@ int RunSynth(const SynthOptions& options) {
         throw std::runtime_error(
             fmt::format("{} cannot be written: {}", options.grids.string(), ReasonText(errno)));
     }
-    shaky.Complete();
-    truth.Complete();
+    const bool isCutOff = Interrupted() || done == options.length;
+    shaky.Complete(isCutOff);
+    truth.Complete(isCutOff);
     shaky.Publish();
     truth.Publish();
     grids.Publish();
@@ -139,7 +153,9 @@ void AddShakeOptions(CLI::App& command, SynthOptions& options) {
     command.add_option("--length", options.length, "frames to make")
         ->check(CLI::Range(1, 1000000))
         ->capture_default_str();
-    command.add_option("--fps", options.framesPerSecond, "frames per second, when PHOTO is no clip [30]")
+    command
+        .add_option("--fps", options.framesPerSecond,
+                    "frames per second, when PHOTO is no clip or a folder [30]")
         ->check(CLI::Range(1.0, 1000.0));
     command
         .add_option("--shake", options.shake.strength,
@@ -172,6 +188,7 @@ void AddSynth(CLI::App& app, int& status) {
     AddOutput(command, "--grids", MakesFile, options.grids, "the grids, as a grid dump")->required();
     AddOutput(command, "--truth", MakesClip, options.truth, "the steady clip, as large as the node's output")
         ->required();
+    AddEncoding(command, options.encoding);
     AddProgress(command, options.progress);
     AddOverwrite(command, options.overwrite);
 }

@@ -59,7 +59,7 @@ public:
 private:
     void Judge(const char* plane, const PlaneMeter& meter, RunResults& results) const {
         const double share = meter.ShareWithinLimit();
-        if (options_.json != "-") {
+        if (!options_.TakesStdout()) {
             Say(stdout, "{}: max {}, mean {:.4f}, PSNR {:.2f} dB, {:.4f} % within {}", plane, meter.Max(),
                 meter.Mean(), meter.Psnr(), 100 * share, options_.limit);
         }

@@ -4,34 +4,76 @@
 
 #include <algorithm>
 #include <cmath>
-#include <tuple>
 #include <utility>
 
 #include "desk/base/usage_error.h"
+
+extern "C" {
+#include <libavutil/pixdesc.h>
+}
 
 namespace desk {
 namespace {
 
 constexpr const char* Unfit = "its data does not fit together";
 
-/// Cuts off what a picture of the given size does not show of the frame, evenly on both sides and by whole
-/// chroma samples.
-void CropToShape(AVFrame& frame, cv::Size shape) {
-    const double scale = std::max(static_cast<double>(shape.width) / frame.width,
-                                  static_cast<double>(shape.height) / frame.height);
-    const auto cut = [scale](int have, int shown) {
-        const auto spare = static_cast<size_t>(have - static_cast<int>(std::lround(shown / scale)));
-        return std::pair<size_t, size_t>{spare / 4 * 2, spare - spare / 4 * 2};
-    };
-    std::tie(frame.crop_left, frame.crop_right) = cut(frame.width, shape.width);
-    std::tie(frame.crop_top, frame.crop_bottom) = cut(frame.height, shape.height);
-    av_frame_apply_cropping(&frame, AV_FRAME_CROP_UNALIGNED);
+/// The format of frames that are turned by quarters.
+ClipFormat Turned(ClipFormat format, const Turn& turn) {
+    if (turn.isTransposed) {
+        std::swap(format.size.width, format.size.height);
+        format.pixelAspect = format.pixelAspect.num > 0 ? av_inv_q(format.pixelAspect) : AVRational{0, 1};
+    }
+    if (!turn.filters.empty() && format.chromaPlace != AVCHROMA_LOC_CENTER) {
+        format.chromaPlace = AVCHROMA_LOC_UNSPECIFIED;
+    }
+    return format;
+}
+
+bool IsOddBy(cv::Size frame, cv::Size shape) {
+    return frame != shape && frame / 2 * 2 == shape;
 }
 
 }  // namespace
 
-ClipReader::ClipReader(const std::filesystem::path& clip, const FrameRange& frames, OnDamage onDamage)
-    : file_(clip), frames_(frames), onDamage_(onDamage), packets_(clip), codec_(packets_.OpenDecoder()) {}
+ClipReader::ClipReader(const std::filesystem::path& clip, const FrameRange& frames, OnDamage onDamage,
+                       Orientation orientation, double folderRate)
+    : file_(clip),
+      frames_(frames),
+      onDamage_(onDamage),
+      packets_(clip, folderRate),
+      turn_(packets_.Stream()),
+      orientation_(orientation),
+      format_(packets_.Format()),
+      codec_(packets_.OpenDecoder()) {
+    if (orientation == Orientation::Upright) {
+        format_ = Turned(format_, turn_);
+    }
+}
+
+std::string ClipReader::Losses(cv::Size size) const {
+    const AVCodecParameters& video = *packets_.Stream().codecpar;
+    const AVPixFmtDescriptor& pixels = *av_pix_fmt_desc_get(static_cast<AVPixelFormat>(video.format));
+    const bool isRgb = (pixels.flags & AV_PIX_FMT_FLAG_RGB) != 0;
+    const bool isHalved = pixels.log2_chroma_w == 1 && pixels.log2_chroma_h == 1;
+    const bool isOdd = IsOddBy(format_.size, size);
+    const std::pair<bool, std::string> losses[] = {
+        {pixels.comp[0].depth > 8, fmt::format("{}-bit samples become 8-bit", pixels.comp[0].depth)},
+        {isRgb, "RGB becomes YCbCr 4:2:0"},
+        {!isRgb && pixels.nb_components >= 3 && !isHalved,
+         fmt::format("chroma of {} becomes 4:2:0", pixels.name)},
+        {(pixels.flags & AV_PIX_FMT_FLAG_ALPHA) != 0, "alpha is left out"},
+        {video.field_order > AV_FIELD_PROGRESSIVE, "interlaced fields are taken for whole frames"},
+        {isOdd && size.width < format_.size.width, "the odd last column is left out"},
+        {isOdd && size.height < format_.size.height, "the odd last row is left out"},
+        {orientation_ == Orientation::Upright && turn_.odd > 1,
+         fmt::format("its turn by {:.0f} degrees more than quarters is not undone", turn_.odd)},
+    };
+    std::string text;
+    for (const auto& [isLost, what] : losses) {
+        text += isLost ? (text.empty() ? "" : "; ") + what : "";
+    }
+    return text;
+}
 
 int64_t ClipReader::ExpectedFrames() const {
     const int64_t all = packets_.ExpectedFrames();
@@ -72,6 +114,7 @@ bool ClipReader::NextFrame() {
         } else {
             inDecoder_--;
             next_++;
+            NoteTime();
             return true;
         }
     }
@@ -81,6 +124,26 @@ bool ClipReader::NextFrame() {
         Lose(missing.frames);
     }
     return false;
+}
+
+/// Frames of unknown times, and those whose clock is set back, follow the one before them.
+void ClipReader::NoteTime() {
+    const int64_t origin = av_rescale_q(packets_.Origin(), AV_TIME_BASE_Q, format_.tick);
+    const int64_t stamp = frame_->best_effort_timestamp;
+    const bool isKnown = stamp != AV_NOPTS_VALUE && (time_.duration == 0 || stamp - origin > time_.start);
+    time_.start = isKnown ? stamp - origin : time_.start + time_.duration;
+    time_.duration = frame_->pkt_duration > 0
+                         ? frame_->pkt_duration
+                         : std::max<int64_t>(av_rescale_q(1, format_.FrameSeconds(), format_.tick), 1);
+}
+
+std::vector<AvOwned<AVPacket>> ClipReader::TakeOthers() {
+    // Streams lie beside one another, but not exactly.
+    constexpr double Aside = 1;  // second
+    const bool isCutOff = next_ >= frames_.end;
+    const double end = static_cast<double>(time_.start + time_.duration) * av_q2d(format_.tick);
+    return packets_.TakeOthers(isCutOff ? end + Aside + static_cast<double>(packets_.Origin()) / AV_TIME_BASE
+                                        : 0);
 }
 
 /// Hands the decoder one more packet, or tells it that there are no more.
@@ -140,9 +203,36 @@ void ClipReader::Lose(int64_t count) {
 /// Converts the frame to the picture's format and size.
 void ClipReader::Give(Nv12& picture) {
     hasGiven_ = true;
-    CropToShape(*frame_, picture.luma.size());
-    frame_->color_range = RangeOf(Format());  // which some formats say by their name
-    scaler_.Convert(*frame_, *ViewOf(picture, Format()), Format().matrix);
+    frame_->colorspace = static_cast<AVColorSpace>(Format().matrix);
+    const bool isTurned = orientation_ == Orientation::Upright;
+    const bool isTransposed = isTurned && turn_.isTransposed;
+    const cv::Size size(isTransposed ? frame_->height : frame_->width,
+                        isTransposed ? frame_->width : frame_->height);
+    const cv::Size shape = picture.luma.size();
+    const AVFrame& made = graph_.Filter(*frame_, (isTurned ? turn_.filters : "") + Shaping(size, shape));
+    const auto copy = [&made](int plane, cv::Mat& to) {
+        cv::Mat(to.size(), to.type(), made.data[plane], static_cast<size_t>(made.linesize[plane])).copyTo(to);
+    };
+    copy(0, picture.luma);
+    copy(1, picture.chroma);
+}
+
+/// The filters that cut off what a picture of the given shape does not show of the frame, evenly on both
+/// sides and by whole chroma samples, and scale it.
+std::string ClipReader::Shaping(cv::Size frame, cv::Size shape) const {
+    const double scale = IsOddBy(frame, shape) ? 1
+                                               : std::max(static_cast<double>(shape.width) / frame.width,
+                                                          static_cast<double>(shape.height) / frame.height);
+    const auto shown = [scale](int have, int wanted) {
+        return std::min(static_cast<int>(std::lround(wanted / scale)), have);
+    };
+    const cv::Size part(shown(frame.width, shape.width), shown(frame.height, shape.height));
+    const cv::Size spare = frame - part;
+    const std::string crop = spare == cv::Size()
+                                 ? ""
+                                 : fmt::format("crop={}:{}:{}:{}:exact=1,", part.width, part.height,
+                                               spare.width / 4 * 2, spare.height / 4 * 2);
+    return crop + Scaling(shape, AV_PIX_FMT_NV12, Format().fullRange);
 }
 
 }  // namespace desk

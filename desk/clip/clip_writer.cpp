@@ -2,112 +2,251 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <cctype>
 #include <fstream>
+#include <limits>
+#include <string_view>
 
 #include "desk/base/usage_error.h"
+#include "desk/clip/container.h"
+
+extern "C" {
+#include <libavutil/pixdesc.h>
+}
 
 namespace desk {
 
 struct ClipWriter::Kind {
     const char* extension;
-    const char* container;  ///< null: every packet is a file of its own
+    const char* container;
     AVCodecID codec;
-    AVPixelFormat pixels;
-    const char* options;
+    bool isTimed;   ///< whether frames have times, and other streams a place
+    bool isTurned;  ///< whether it can say how pictures are to be turned
+    bool isFolder;  ///< every packet is a file of its own
 };
 
+namespace {
+
+/// What an encoder is told. Fast rather than small: it shares the cores with a software GL. Frames stay in
+/// their order where MP4 would tell how far apart they are decoded, not shown.
+struct EncoderOptions {
+    std::string_view encoder;
+    const char* options;
+};
+constexpr EncoderOptions KnownEncoders[] = {
+    {"libx264", "preset=veryfast:crf=18:bf=0"},
+    {"libx265", "preset=veryfast:crf=20:x265-params=log-level=none\\:bframes=0"},
+    {"ffv1", "level=3:slices=4:slicecrc=1"},
+    {"libvpx", "deadline=realtime:cpu-used=4:crf=8:b=20M"},
+    {"libvpx-vp9", "deadline=realtime:cpu-used=6:row-mt=1:crf=20:b=0"},
+    {"libaom-av1", "usage=realtime:cpu-used=8:row-mt=1:crf=20:b=0"},
+    {"libsvtav1", "preset=10:crf=24"},
+};
+
+/// The encoder's pixel format that takes NV12 with the least loss.
+AVPixelFormat PixelsFor(const AVCodec& encoder) {
+    if (encoder.pix_fmts == nullptr) {
+        return AV_PIX_FMT_YUV420P;
+    }
+    for (const AVPixelFormat wanted : {AV_PIX_FMT_NV12, AV_PIX_FMT_YUV420P}) {
+        for (const AVPixelFormat* pixels = encoder.pix_fmts; *pixels != AV_PIX_FMT_NONE; pixels++) {
+            if (*pixels == wanted) {
+                return wanted;
+            }
+        }
+    }
+    return avcodec_find_best_pix_fmt_of_list(encoder.pix_fmts, AV_PIX_FMT_NV12, 0, nullptr);
+}
+
+}  // namespace
+
 const ClipWriter::Kind& ClipWriter::KindOf(const std::filesystem::path& clip) {
-    // Fast rather than small: the encoder shares the cores with a software GL.
     static constexpr Kind Kinds[] = {
-        {".mp4", "mp4", AV_CODEC_ID_H264, AV_PIX_FMT_NV12, "preset=veryfast:crf=18"},
-        {".mkv", "matroska", AV_CODEC_ID_FFV1, AV_PIX_FMT_YUV420P, "level=3:slices=4:slicecrc=1"},
-        {".y4m", "yuv4mpegpipe", AV_CODEC_ID_WRAPPED_AVFRAME, AV_PIX_FMT_YUV420P, ""},
-        {"", nullptr, AV_CODEC_ID_PNG, AV_PIX_FMT_RGB24, ""},
+        {".mp4", "mp4", AV_CODEC_ID_H264, true, true, false},
+        {".mov", "mov", AV_CODEC_ID_H264, true, true, false},
+        {".mkv", "matroska", AV_CODEC_ID_FFV1, true, false, false},
+        {".webm", "webm", AV_CODEC_ID_VP9, true, false, false},
+        {".y4m", "yuv4mpegpipe", AV_CODEC_ID_WRAPPED_AVFRAME, false, false, false},
+        {"", "image2", AV_CODEC_ID_PNG, false, false, true},
     };
+    std::string extension = clip == StdStream ? ".y4m" : clip.extension().string();
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](unsigned char letter) { return std::tolower(letter); });
     for (const Kind& kind : Kinds) {
-        if (clip.extension() == kind.extension) {
+        if (extension == kind.extension) {
             return kind;
         }
     }
-    throw UsageError(fmt::format(
-        "{} does not say what to write; expected .mp4, .mkv, .y4m, or no extension for a folder of pictures",
-        clip.string()));
+    throw UsageError(
+        fmt::format("{} does not say what to write; expected .mp4, .mov, .mkv, .webm, .y4m, or no "
+                    "extension for a folder of pictures",
+                    clip.string()));
 }
 
-ClipWriter::ClipWriter(const std::filesystem::path& clip, const ClipFormat& format, bool overwrite)
-    : kind_(KindOf(clip)),
-      format_(format),
-      output_(clip, kind_.container == nullptr ? Output::Kind::PictureFolder : Output::Kind::File,
-              overwrite) {
+ClipWriter::ClipWriter(const std::filesystem::path& clip, const ClipFormat& format, bool overwrite,
+                       const Encoding& encoding, const ClipReader* source)
+    : kind_(KindOf(clip)), clip_(clip == StdStream ? "stdout" : clip), format_(format) {
     av_log_set_level(AV_LOG_FATAL);  // encoders tell their settings at every start
-    if (kind_.container != nullptr) {
-        AVFormatContext* container = nullptr;
-        Require(avformat_alloc_output_context2(&container, nullptr, kind_.container, nullptr),
-                "the container");
-        container_.reset(container);
+    if (format_.tick.num == 0) {
+        format_.tick = format_.FrameSeconds();
     }
-    OpenEncoder();
-    if (container_) {
+    range_ = source == nullptr ? FrameRange() : source->Frames();
+    AVFormatContext* container = nullptr;
+    Require(avformat_alloc_output_context2(&container, nullptr, kind_.container, nullptr), "the container");
+    container_.reset(container);
+    container_->strict_std_compliance = FF_COMPLIANCE_EXPERIMENTAL;
+    container_->avoid_negative_ts = 0;  // times stay, and what audio warms up on comes before zero
+    const AVCodec* encoder = FindEncoder(encoding);
+    if (clip != StdStream) {
+        output_.emplace(clip, kind_.isFolder ? Output::Kind::PictureFolder : Output::Kind::File, overwrite);
+    }
+    OpenEncoder(*encoder, encoding);
+    if (source != nullptr) {
+        copier_ = std::make_unique<StreamCopier>(*source, *container_);
+    }
+    if (!kind_.isFolder) {
         OpenContainer();
     }
     frame_->format = codec_->pix_fmt;
     frame_->width = codec_->width;
     frame_->height = codec_->height;
-    frame_->color_range = codec_->color_range;
-    frame_->colorspace = codec_->colorspace;
     Require(av_frame_get_buffer(frame_.get(), 0), "a picture's memory");
 }
 
-void ClipWriter::OpenEncoder() {
-    const AVCodec* found = avcodec_find_encoder(kind_.codec);
-    if (found == nullptr) {
-        throw std::runtime_error(fmt::format("{} cannot be written: this FFmpeg has no {} encoder",
-                                             output_.Place().string(), avcodec_get_name(kind_.codec)));
+const AVCodec* ClipWriter::FindEncoder(const Encoding& encoding) const {
+    const std::string name = encoding.codec.empty() ? avcodec_get_name(kind_.codec) : encoding.codec;
+    const AVCodecDescriptor* codec = avcodec_descriptor_get_by_name(name.c_str());
+    const AVCodec* found =
+        codec != nullptr ? avcodec_find_encoder(codec->id) : avcodec_find_encoder_by_name(name.c_str());
+    if (found == nullptr || found->type != AVMEDIA_TYPE_VIDEO) {
+        throw UsageError(
+            fmt::format("this FFmpeg has no video encoder {}; expected one for --codec such as "
+                        "libx264, libx265, libvpx-vp9 or ffv1",
+                        name));
     }
-    codec_.reset(avcodec_alloc_context3(found));
+    if (found->id != kind_.codec &&
+        (!kind_.isTimed ||
+         avformat_query_codec(container_->oformat, found->id, FF_COMPLIANCE_EXPERIMENTAL) <= 0)) {
+        throw UsageError(fmt::format("{} does not hold {}; expected a --codec such as {}", clip_.string(),
+                                     avcodec_get_name(found->id), avcodec_get_name(kind_.codec)));
+    }
+    return found;
+}
+
+void ClipWriter::OpenEncoder(const AVCodec& encoder, const Encoding& encoding) {
+    codec_.reset(avcodec_alloc_context3(&encoder));
     codec_->width = format_.size.width;
     codec_->height = format_.size.height;
-    codec_->pix_fmt = kind_.pixels;
-    codec_->time_base = {format_.rateDenominator, format_.rateNumerator};
-    codec_->framerate = {format_.rateNumerator, format_.rateDenominator};
+    codec_->pix_fmt = PixelsFor(encoder);
+    const bool isCoarse = encoder.id == AV_CODEC_ID_MPEG4 && format_.tick.den > 65535;  // it has 16 bits
+    codec_->time_base = !kind_.isTimed ? format_.FrameSeconds()
+                        : isCoarse     ? AVRational{1, 60000}
+                                       : format_.tick;
+    codec_->framerate = av_inv_q(format_.FrameSeconds());
     codec_->thread_count = 0;
-    const bool isRgb = kind_.pixels == AV_PIX_FMT_RGB24;
+    const bool isRgb = (av_pix_fmt_desc_get(codec_->pix_fmt)->flags & AV_PIX_FMT_FLAG_RGB) != 0;
     codec_->color_range = isRgb ? AVCOL_RANGE_JPEG : RangeOf(format_);
     codec_->colorspace = isRgb ? AVCOL_SPC_RGB : static_cast<AVColorSpace>(format_.matrix);
-    codec_->chroma_sample_location = isRgb ? AVCHROMA_LOC_UNSPECIFIED : AVCHROMA_LOC_CENTER;
-    if (container_ && (container_->oformat->flags & AVFMT_GLOBALHEADER) != 0) {
+    codec_->color_primaries = static_cast<AVColorPrimaries>(format_.primaries);
+    codec_->color_trc = static_cast<AVColorTransferCharacteristic>(format_.transfer);
+    codec_->chroma_sample_location =
+        isRgb ? AVCHROMA_LOC_UNSPECIFIED : static_cast<AVChromaLocation>(format_.chromaPlace);
+    codec_->sample_aspect_ratio = format_.pixelAspect;
+    codec_->strict_std_compliance = FF_COMPLIANCE_UNOFFICIAL;  // limited range in JPEG
+    if ((container_->oformat->flags & AVFMT_GLOBALHEADER) != 0) {
         codec_->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
     }
     AVDictionary* options = nullptr;
-    av_dict_parse_string(&options, kind_.options, "=", ":", 0);
-    const int result = avcodec_open2(codec_.get(), found, &options);
+    for (const auto& known : KnownEncoders) {
+        if (known.encoder == encoder.name) {
+            av_dict_parse_string(&options, known.options, "=", ":", 0);
+        }
+    }
+    if (encoding.crf) {
+        av_dict_set_int(&options, "crf", *encoding.crf, 0);
+    } else if (av_dict_count(options) == 0) {
+        codec_->flags |= AV_CODEC_FLAG_QSCALE;  // good, whatever it takes
+        codec_->global_quality = 2 * FF_QP2LAMBDA;
+    }
+    const int result = avcodec_open2(codec_.get(), &encoder, &options);
+    const bool isCrfUnknown = av_dict_get(options, "crf", nullptr, 0) != nullptr;
     av_dict_free(&options);
-    Require(result, "the encoder does not open");
+    if (encoding.crf && (result < 0 || isCrfUnknown)) {
+        throw UsageError(fmt::format("--crf: the encoder {} does not take {}{}", encoder.name, *encoding.crf,
+                                     isCrfUnknown ? ", it has no such setting" : ""));
+    }
+    Require(result, fmt::format("the encoder {} does not open", encoder.name));
 }
 
 void ClipWriter::OpenContainer() {
-    AVStream* stream = avformat_new_stream(container_.get(), nullptr);
-    Require(stream == nullptr ? AVERROR(ENOMEM) : 0, "the stream");
-    Require(avcodec_parameters_from_context(stream->codecpar, codec_.get()), "the stream");
-    stream->time_base = codec_->time_base;
-    stream->avg_frame_rate = codec_->framerate;
-    Require(avio_open(&container_->pb, ("file:" + output_.Work().string()).c_str(), AVIO_FLAG_WRITE),
-            "the file");
-    Require(avformat_write_header(container_.get(), nullptr), "the header");
+    stream_ = copier_ ? &copier_->Pictures() : avformat_new_stream(container_.get(), nullptr);
+    Require(stream_ == nullptr ? AVERROR(ENOMEM) : 0, "the stream");
+    Require(avcodec_parameters_from_context(stream_->codecpar, codec_.get()), "the stream");
+    stream_->time_base = codec_->time_base;
+    stream_->avg_frame_rate = codec_->framerate;
+    stream_->sample_aspect_ratio = codec_->sample_aspect_ratio;
+    AVDictionary* options = nullptr;
+    if (kind_.isTurned) {
+        av_dict_set_int(&options, "movie_timescale", std::max(codec_->time_base.den, 1000), 0);
+        av_dict_set(&options, "movflags", "use_metadata_tags", 0);  // others have no place for a phone's
+    }
+    const std::string url = output_ ? "file:" + output_->Work().string() : "pipe:1";
+    int result = avio_open(&container_->pb, url.c_str(), AVIO_FLAG_WRITE);
+    result = result < 0 ? result : avformat_write_header(container_.get(), &options);
+    av_dict_free(&options);
+    Require(result, "the header");
 }
 
-void ClipWriter::Add(const Nv12& picture) {
+std::string ClipWriter::Losses() {
+    return copier_ ? copier_->Losses(kind_.isTimed, kind_.isTurned) : "";
+}
+
+void ClipWriter::Add(const Nv12& picture, std::optional<FrameTime> time) {
+    const AVRational frame = format_.FrameSeconds();
+    last_ = time.value_or(FrameTime{av_rescale_q(pictures_, frame, format_.tick),
+                                    std::max<int64_t>(av_rescale_q(1, frame, format_.tick), 1)});
+    begin_ = pictures_ == 0 && range_.first > 0 ? last_.start : begin_;
+    if (copier_ && kind_.isTimed) {
+        Require(copier_->Write(Microseconds(begin_), Microseconds(last_.start)),
+                "another stream is not stored");
+    }
+    const AvOwned<AVFrame> view = ViewOf(picture, format_);
+    const bool isTaken = codec_->pix_fmt == AV_PIX_FMT_NV12;
     Require(av_frame_make_writable(frame_.get()), "a picture's memory");
-    scaler_.Convert(*ViewOf(picture, format_), *frame_, format_.matrix);
-    frame_->pts = pictures_++;
+    Require(av_frame_copy(frame_.get(), isTaken ? view.get()
+                                                : &graph_.Filter(*view, Scaling(format_.size, codec_->pix_fmt,
+                                                                                format_.fullRange))),
+            "a picture's memory");
+    const auto ticks = [this](int64_t span) { return av_rescale_q(span, format_.tick, codec_->time_base); };
+    frame_->pts = kind_.isTimed ? ticks(last_.start - begin_) : pictures_;
+    durations_[frame_->pts] = kind_.isTimed ? ticks(last_.duration) : 1;
+    pictures_++;
     Send(frame_.get());
 }
 
-void ClipWriter::Complete() {
+int64_t ClipWriter::Microseconds(int64_t ticks) const {
+    return av_rescale_q(ticks, format_.tick, AV_TIME_BASE_Q);
+}
+
+void ClipWriter::Complete(bool isCutOff) {
     Send(nullptr);
-    if (container_) {
+    if (copier_ && kind_.isTimed) {
+        const bool isWhole = !isCutOff && range_.end == FrameRange().end;
+        const int64_t end =
+            isWhole ? std::numeric_limits<int64_t>::max() : Microseconds(last_.start + last_.duration);
+        Require(copier_->Write(Microseconds(begin_), end), "another stream is not stored");
+        copier_->AddChapters(Microseconds(begin_), end);
+    }
+    if (stream_ != nullptr) {
         Require(av_write_trailer(container_.get()), "its end is not stored");
         Require(avio_closep(&container_->pb), "its end is not stored");
+    }
+}
+
+void ClipWriter::Publish() {
+    if (output_) {
+        output_->Publish();
     }
 }
 
@@ -122,31 +261,35 @@ void ClipWriter::Send(const AVFrame* picture) {
 }
 
 void ClipWriter::Write() {
-    if (!container_) {
+    if (kind_.isFolder) {
         WritePicture();
         av_packet_unref(packet_.get());
         return;
     }
-    packet_->duration = 1;
-    av_packet_rescale_ts(packet_.get(), codec_->time_base, container_->streams[0]->time_base);
+    if (const auto found = durations_.find(packet_->pts); found != durations_.end()) {
+        packet_->duration = found->second;
+        durations_.erase(found);
+    }
+    packet_->stream_index = stream_->index;
+    av_packet_rescale_ts(packet_.get(), codec_->time_base, stream_->time_base);
     Require(av_interleaved_write_frame(container_.get(), packet_.get()), "a frame is not stored");
     avio_flush(container_->pb);  // a full disk is noticed at the frame that fills it
     Require(container_->pb->error, "a frame is not stored");
 }
 
 void ClipWriter::WritePicture() {
-    const std::filesystem::path file = output_.Work() / fmt::format("{:06}.png", packet_->pts + 1);
+    const std::filesystem::path file = output_->Work() / fmt::format("{:06}.png", packet_->pts + 1);
     std::ofstream out(file, std::ios::binary);
     out.write(reinterpret_cast<const char*>(packet_->data), packet_->size);
     out.close();
     Require(out ? 0 : AVERROR(errno), "a picture is not stored");
 }
 
-void ClipWriter::Require(int result, const char* action) const {
+void ClipWriter::Require(int result, const std::string& action) const {
     if (result < 0) {
         // FFmpeg's own codes lie far beyond the system's.
         const int system = AVUNERROR(result);
-        throw std::runtime_error(fmt::format("{} cannot be written: {}: {}", output_.Place().string(), action,
+        throw std::runtime_error(fmt::format("{} cannot be written: {}: {}", clip_.string(), action,
                                              system < 4096 ? ReasonText(system) : AvText(result)));
     }
 }

@@ -3,7 +3,6 @@
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
-#include <libswscale/swscale.h>
 }
 
 #include <memory>
@@ -23,9 +22,6 @@ struct AvFree {
     }
     void operator()(AVPacket* packet) const {
         av_packet_free(&packet);
-    }
-    void operator()(SwsContext* scaler) const {
-        sws_freeContext(scaler);
     }
     /// Of a clip that is read, or one that is written.
     void operator()(AVFormatContext* container) const {
@@ -47,22 +43,14 @@ inline std::string AvText(int error) {
     return av_make_error_string(text, sizeof(text), error);
 }
 
-/// Converts between pixel formats and sizes, each side's samples in the range that its frame tells. The
-/// matrix stays as it is where both sides are YCbCr.
-class AvScaler {
-public:
-    /// Throws std::runtime_error when the conversion is not known.
-    void Convert(const AVFrame& from, AVFrame& to, int matrix);
-
-private:
-    AvOwned<SwsContext> scaler_;
-};
-
-/// The picture as FFmpeg takes it, of a clip of this format; valid as long as the picture.
+/// The picture as FFmpeg takes it, of a clip of this format; what has a reference to it outlives neither the
+/// picture nor its pixels.
 AvOwned<AVFrame> ViewOf(const Nv12& picture, const ClipFormat& format);
 
 inline AVColorRange RangeOf(const ClipFormat& format) {
-    return format.fullRange ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
+    return !format.isRangeTold ? AVCOL_RANGE_UNSPECIFIED
+           : format.fullRange  ? AVCOL_RANGE_JPEG
+                               : AVCOL_RANGE_MPEG;
 }
 
 }  // namespace desk

@@ -3,8 +3,11 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <climits>
 #include <cmath>
 #include <cstdarg>
+#include <fstream>
+#include <new>
 
 #include "desk/base/usage_error.h"
 
@@ -33,42 +36,12 @@ void WatchLog(void* source, int level, const char* /*format*/, va_list /*argumen
     }
 }
 
-AvOwned<AVFormatContext> OpenContainer(const std::filesystem::path& clip) {
-    std::error_code unknown;
-    const bool isFolder = std::filesystem::is_directory(clip, unknown);
-    const std::string url = isFolder ? (clip / "%06d.png").string() : clip.string();
-    const AVInputFormat* format = isFolder ? av_find_input_format("image2") : nullptr;
-    AVFormatContext* container = nullptr;
-    int error = avformat_open_input(&container, ("file:" + url).c_str(), format, nullptr);
-    AvOwned<AVFormatContext> owned(container);
-    if (error == 0) {
-        error = avformat_find_stream_info(container, nullptr);
-    }
-    // FFmpeg shows any text as pictures of a terminal.
-    if (error >= 0 && std::string(container->iformat->name) == "tty") {
-        error = AVERROR_INVALIDDATA;
-    }
-    if (error == AVERROR(EACCES)) {
-        throw std::runtime_error(
-            fmt::format("{} cannot be read: {}; expected a clip", clip.string(), AvText(error)));
-    }
-    if (error == AVERROR(ENOENT) && !isFolder) {
-        throw UsageError(fmt::format("{} does not exist; expected a clip", clip.string()));
-    }
-    if (error < 0) {
-        throw UsageError(
-            fmt::format("{} is not a clip ({}); expected a video that FFmpeg reads, or a folder of pictures "
-                        "000001.png, 000002.png and so on",
-                        clip.string(), AvText(error)));
-    }
-    return owned;
-}
-
 ClipFormat FormatOf(AVFormatContext* container, AVStream* stream) {
     const AVCodecParameters& video = *stream->codecpar;
     const AVPixFmtDescriptor* description = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(video.format));
     const bool isRgb = (description->flags & AV_PIX_FMT_FLAG_RGB) != 0;
     const bool isNamedFull = std::string(description->name).rfind("yuvj", 0) == 0;
+    const bool isHalved = description->log2_chroma_w == 1 && description->log2_chroma_h == 1;
     ClipFormat format;
     format.size = {video.width, video.height};
     const AVRational rate = av_guess_frame_rate(container, stream, nullptr);
@@ -77,7 +50,13 @@ ClipFormat FormatOf(AVFormatContext* container, AVStream* stream) {
         format.rateDenominator = rate.den;
     }
     format.fullRange = isRgb || isNamedFull || video.color_range == AVCOL_RANGE_JPEG;
+    format.isRangeTold = format.fullRange || video.color_range != AVCOL_RANGE_UNSPECIFIED;
     format.matrix = isRgb ? int{AVCOL_SPC_BT470BG} : int{video.color_space};
+    format.primaries = video.color_primaries;
+    format.transfer = video.color_trc;
+    format.chromaPlace = isHalved ? int{video.chroma_location} : int{AVCHROMA_LOC_LEFT};
+    format.pixelAspect = av_guess_sample_aspect_ratio(container, stream, nullptr);
+    format.tick = stream->time_base;
     return format;
 }
 
@@ -109,11 +88,15 @@ double PromisedSeconds(const AVFormatContext& container, const AVStream& stream)
 
 }  // namespace
 
-PacketReader::PacketReader(const std::filesystem::path& clip) : file_(clip) {
+PacketReader::PacketReader(const std::filesystem::path& clip, double folderRate) : file_(clip) {
     // What goes wrong is said in the sentence of the error.
     static const bool isWatched = (av_log_set_callback(&WatchLog), true);
     static_cast<void>(isWatched);
-    container_ = OpenContainer(clip);
+    std::error_code unknown;
+    if (std::filesystem::is_directory(clip, unknown)) {
+        pictures_ = PicturesIn(clip);
+    }
+    container_ = OpenContainer(pictures_.empty() ? clip : pictures_[0]);
     const int index = av_find_best_stream(container_.get(), AVMEDIA_TYPE_VIDEO, -1, -1, &codec_, 0);
     if (index < 0 || codec_ == nullptr) {
         throw UsageError(
@@ -126,8 +109,17 @@ PacketReader::PacketReader(const std::filesystem::path& clip) : file_(clip) {
             fmt::format("{} has no picture in its video stream; expected a clip", clip.string()));
     }
     format_ = FormatOf(container_.get(), stream_);
-    indexed_ = IndexedPackets(stream_);
-    promised_ = PromisedSeconds(*container_, *stream_);
+    if (!pictures_.empty()) {
+        const AVRational rate = av_d2q(folderRate, 1000000);
+        format_.rateNumerator = rate.num;
+        format_.rateDenominator = rate.den;
+        format_.fullRange = format_.isRangeTold = video.color_range != AVCOL_RANGE_MPEG;
+        format_.tick = format_.FrameSeconds();
+        indexed_ = static_cast<int64_t>(pictures_.size());
+    } else {
+        indexed_ = IndexedPackets(stream_);
+        promised_ = PromisedSeconds(*container_, *stream_);
+    }
 }
 
 AvOwned<AVCodecContext> PacketReader::OpenDecoder() {
@@ -156,7 +148,32 @@ int64_t PacketReader::ExpectedFrames() const {
     return std::llround(static_cast<double>(container_->duration) / AV_TIME_BASE * format_.FramesPerSecond());
 }
 
+/// The next of a folder, a whole file.
+bool PacketReader::NextPicture(AVPacket& packet) {
+    const auto number = static_cast<size_t>(packets_);
+    if (number == pictures_.size()) {
+        return false;
+    }
+    std::error_code unread;
+    const auto size = std::filesystem::file_size(pictures_[number], unread);
+    av_packet_unref(&packet);
+    if (!unread && (size > INT_MAX || av_new_packet(&packet, static_cast<int>(size)) < 0)) {
+        throw std::bad_alloc();
+    }
+    std::ifstream in(pictures_[number], std::ios::binary);
+    if (unread || size == 0 || !in.read(reinterpret_cast<char*>(packet.data), packet.size)) {
+        throw UsageError(fmt::format("{} cannot be read; expected a picture", pictures_[number].string()));
+    }
+    packet.flags = AV_PKT_FLAG_KEY;
+    packet.pts = packets_++;
+    packet.duration = 1;
+    return true;
+}
+
 bool PacketReader::Next(AVPacket& packet) {
+    if (!pictures_.empty()) {
+        return NextPicture(packet);
+    }
     while (!hasEnded_) {
         av_packet_unref(&packet);
         const int error = av_read_frame(container_.get(), &packet);
@@ -166,9 +183,31 @@ bool PacketReader::Next(AVPacket& packet) {
         } else if (packet.stream_index == stream_->index && packet.size > 0) {
             Count(packet);
             return true;
+        } else if (packet.stream_index != stream_->index) {
+            others_.emplace_back(av_packet_clone(&packet));
         }
     }
     return false;
+}
+
+std::vector<AvOwned<AVPacket>> PacketReader::TakeOthers(double until) {
+    const AvOwned<AVPacket> packet(av_packet_alloc());
+    for (double reached = 0; reached < until && !hasEnded_; av_packet_unref(packet.get())) {
+        hasEnded_ = av_read_frame(container_.get(), packet.get()) < 0;
+        const AVStream* stream = hasEnded_ ? stream_ : container_->streams[packet->stream_index];
+        if (packet->dts != AV_NOPTS_VALUE) {
+            reached = static_cast<double>(packet->dts) * av_q2d(stream->time_base);
+        }
+        if (stream != stream_) {
+            others_.emplace_back(av_packet_clone(packet.get()));
+        }
+    }
+    return std::exchange(others_, {});
+}
+
+int64_t PacketReader::Origin() const {
+    const bool isBroadcast = (container_->iformat->flags & AVFMT_TS_DISCONT) != 0;
+    return isBroadcast && container_->start_time != AV_NOPTS_VALUE ? container_->start_time : 0;
 }
 
 void PacketReader::Count(const AVPacket& packet) {

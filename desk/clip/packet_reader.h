@@ -4,31 +4,46 @@
 #include <filesystem>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "desk/clip/clip_format.h"
-#include "desk/clip/ffmpeg.h"
+#include "desk/clip/container.h"
 
 namespace desk {
 
-/// The packets of a clip's video stream; how many of them its file promises; and whether FFmpeg complains
-/// about the clip, some of whose damage it patches up and tells only its log.
+/// The packets of a clip's video stream, or the pictures of a folder; how many of them its file promises; and
+/// whether FFmpeg complains about the clip, some of whose damage it patches up and tells only its log.
 class PacketReader {
 public:
     /// Throws UsageError, naming the file, when there is no clip with a video stream that can be decoded;
-    /// std::runtime_error when it may not be read.
-    explicit PacketReader(const std::filesystem::path& clip);
+    /// std::runtime_error when it may not be read. The rate, in frames per second, is that of a folder; of
+    /// any other clip it is its own.
+    PacketReader(const std::filesystem::path& clip, double folderRate);
 
     /// A decoder of the stream. What it complains about from now on counts.
     AvOwned<AVCodecContext> OpenDecoder();
 
+    /// As the frames are stored.
     const ClipFormat& Format() const {
         return format_;
     }
+    const AVFormatContext& Container() const {
+        return *container_;
+    }
+    AVStream& Stream() const {
+        return *stream_;
+    }
+    /// Microseconds on the container's clock at which the clip begins: clocks of broadcasts run all day,
+    /// others begin with it.
+    int64_t Origin() const;
     /// Frames of the clip, as its header tells; 0 when it does not.
     int64_t ExpectedFrames() const;
 
     /// The next packet of the stream. False at the end of the file.
     bool Next(AVPacket& packet);
+    /// The packets of all other streams that were read since the last time. Until a time on the container's
+    /// clock, in seconds, is reached more of the file is read for them.
+    std::vector<AvOwned<AVPacket>> TakeOthers(double until);
     /// Whether there was a complaint since the last time, whoever made it.
     bool TakeComplaint() {
         return hasComplained_.exchange(false);
@@ -44,15 +59,18 @@ public:
     }
 
 private:
+    bool NextPicture(AVPacket& packet);
     void Count(const AVPacket& packet);
     Missing FindMissing(int error);
 
     std::filesystem::path file_;
-    std::atomic<bool> hasComplained_ = false;  ///< set by FFmpeg's log
+    std::vector<std::filesystem::path> pictures_;  ///< of a folder
+    std::atomic<bool> hasComplained_ = false;      ///< set by FFmpeg's log
     AvOwned<AVFormatContext> container_;
     const AVCodec* codec_ = nullptr;
     AVStream* stream_ = nullptr;
     ClipFormat format_;
+    std::vector<AvOwned<AVPacket>> others_;
     int64_t indexed_ = 0;  ///< packets; 0 when the file does not say
     double promised_ = 0;  ///< seconds; likewise
     int64_t packets_ = 0;

@@ -117,6 +117,13 @@ void AddStopOrSkip(CLI::App& command, const std::string& name, const std::string
                         {{"stop", OnDamage::Stop}, {"skip", OnDamage::Skip}});
 }
 
+void AddEncoding(CLI::App& command, Encoding& encoding) {
+    command.add_option("--codec", encoding.codec,
+                       "encoder of the clips written, such as libx265 [by their name]");
+    command.add_option("--crf", encoding.crf, "the encoder's constant quality, lower is better")
+        ->check(CLI::Range(0, 63));
+}
+
 void AddNodeOptions(CLI::App& command, RunOptions& options) {
     AddChoice<Variant>(command, "--variant", "which node", options.variant,
                        {{"realtime", Variant::RealTime}, {"lookahead", Variant::LookAhead}});
@@ -133,6 +140,8 @@ void AddNodeOptions(CLI::App& command, RunOptions& options) {
         command, "--log-level", "of the node's log", options.luxBits,
         {{"none", 0}, {"error", 1}, {"warning", 1 | 2}, {"info", 1 | 2 | 8}, {"verbose", 1 | 2 | 8 | 32}});
     AddFrames(command, options.frames);
+    command.add_option("--fps", options.folderRate, "frames per second of a folder of pictures [30]")
+        ->check(CLI::Range(0.01, 1000.0));
     AddOutput(command, "--dump-dir", MakesFolder, options.dumpDir,
               "for the node's dump files; switches them on");
     AddJson(command, options.json);
@@ -142,8 +151,10 @@ void AddNodeOptions(CLI::App& command, RunOptions& options) {
 }
 
 void AddRecordingOptions(CLI::App& command, RunOptions& options) {
-    AddOutput(command, "-o,--out", MakesClip, options.out, "the output: .mp4, .mkv, .y4m, or a folder")
+    AddOutput(command, "-o,--out", MakesClip, options.out,
+              "the output: .mp4, .mov, .mkv, .webm, .y4m, a folder, or - for y4m on stdout")
         ->required();
+    AddEncoding(command, options.encoding);
     AddOutput(command, "--before", MakesClip, options.before, "what is seen without the node");
     AddOutput(command, "--compare", MakesClip, options.compare, "before and after side by side");
     auto* const truth =

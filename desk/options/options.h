@@ -32,6 +32,8 @@ void AddStopOrSkip(CLI::App& command, const std::string& name, const std::string
                    OnDamage& choice);
 CLI::Option* AddLibrary(CLI::App& command, std::filesystem::path& library);
 void AddOverwrite(CLI::App& command, bool& overwrite);
+/// --codec and --crf.
+void AddEncoding(CLI::App& command, Encoding& encoding);
 /// How a clip goes through the node, and where it is told what came of it.
 void AddNodeOptions(CLI::App& command, RunOptions& options);
 /// -o, which the command needs, and what else is recorded and measured.

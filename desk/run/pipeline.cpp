@@ -86,7 +86,11 @@ Pipeline::Pipeline(const std::string& command, const RunOptions& options, ClipRe
     CreateNode(sizing.margin);
     ClipFormat format = reader.Format();
     format.size = sizing.output;
-    recording_.emplace(options, format, results_);
+    recording_.emplace(options, format, results_, reader);
+    if (const std::string losses = reader.Losses(input); !losses.empty()) {
+        fmt::print(stderr, "dewarp-desk: {}: {}\n", options.clip.string(), losses);
+    }
+    recording_->TellLosses();
     const Negotiated sizes = node_->Negotiate(
         {static_cast<uint32_t>(sizing.output.width), static_cast<uint32_t>(sizing.output.height)},
         sizing.margin);
@@ -144,6 +148,7 @@ bool Pipeline::Read() {
     const bool isRead = reader_.Read(picture);
     if (isRead) {
         numbers_.push_back(reader_.Frame());
+        times_.push_back(reader_.Time());
     }
     return isRead;
 }
@@ -196,7 +201,7 @@ void Pipeline::Collect() {
     const RenderedFrame shown{number, request.grid, View(InputBuffer(frame)), View(OutputBuffer(frame))};
     const WarpMap map(shown.grid, results_.facts.inputSize, results_.facts.outputSize);
     results_.frames.push_back({number, request.id, map.MarginUse(), request.camera});
-    recording_->Add(shown.input, shown.output);
+    recording_->Add(shown.input, shown.output, times_[frame]);
     if (observer_ != nullptr) {
         observer_->Add(shown, results_);
     }

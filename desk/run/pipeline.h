@@ -118,6 +118,7 @@ private:
     Progress progress_;
     Observer* observer_;
     std::vector<int64_t> numbers_;  ///< in the clip, of the frames taken
+    std::vector<FrameTime> times_;  ///< of the same
     size_t shown_ = 0;              ///< how many of them went to the node
     std::deque<InFlight> inFlight_;
     std::unique_ptr<PipelinedDriver> driver_;  ///< null for one request at a time, on the caller's thread

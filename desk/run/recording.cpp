@@ -26,12 +26,6 @@ void CopyInto(const Nv12& picture, int column, Nv12& wide) {
     picture.chroma.copyTo(wide.chroma(cv::Rect({column / 2, 0}, picture.chroma.size())));
 }
 
-std::unique_ptr<ClipWriter> WriterOf(const std::filesystem::path& clip, ClipFormat format, cv::Size size,
-                                     bool overwrite) {
-    format.size = size;
-    return clip.empty() ? nullptr : std::make_unique<ClipWriter>(clip, format, overwrite);
-}
-
 }  // namespace
 
 void Recording::Shown::AddToMean(const Nv12& picture) {
@@ -51,14 +45,20 @@ cv::Mat Recording::Shown::Mean() const {
     return ReadNv12(mean);
 }
 
-Recording::Recording(const RunOptions& options, const ClipFormat& format, RunResults& results)
-    : options_(options), results_(results), sideBySide_(SideBySide(format.size)), ideal_(format.size) {
+Recording::Recording(const RunOptions& options, const ClipFormat& format, RunResults& results,
+                     ClipReader& reader)
+    : options_(options),
+      results_(results),
+      reader_(reader),
+      sideBySide_(SideBySide(format.size)),
+      ideal_(format.size) {
     if (!options.report.empty()) {
         report_.emplace(options.report);
     }
     if (!options.truth.empty()) {
         results.truth.emplace();
-        truth_ = std::make_unique<ClipReader>(options.truth, options.frames);
+        truth_ =
+            std::make_unique<ClipReader>(options.truth, options.frames, OnDamage::Stop, options.orientation);
         if (const cv::Size size = truth_->Format().size; size != format.size) {
             throw UsageError(fmt::format("{} has frames of {} x {}; expected those of the output, {} x {}",
                                          options.truth.string(), size.width, size.height, format.size.width,
@@ -67,24 +67,39 @@ Recording::Recording(const RunOptions& options, const ClipFormat& format, RunRes
     }
     sideBySide_.luma.setTo(0);
     sideBySide_.chroma.setTo(cv::Scalar::all(128));
-    before_.writer = WriterOf(options.before, format, format.size, options.overwrite);
-    after_.writer = WriterOf(options.out, format, format.size, options.overwrite);
-    compare_ = WriterOf(options.compare, format, SideBySide(format.size), options.overwrite);
+    const std::filesystem::path* const clips[] = {&options.before, &options.out, &options.compare};
+    for (const size_t shows : {Before, After, Both}) {
+        if (const std::filesystem::path& clip = *clips[shows]; !clip.empty()) {
+            ClipFormat own = format;
+            own.size = shows == Both ? SideBySide(format.size) : format.size;
+            clips_.push_back(
+                {shows, clip,
+                 std::make_unique<ClipWriter>(clip, own, options.overwrite, options.encoding, &reader)});
+        }
+    }
 }
 
-void Recording::Add(const Nv12& input, const Nv12& output) {
+void Recording::TellLosses() {
+    for (const Clip& clip : clips_) {
+        if (const std::string losses = clip.writer->Losses(); !losses.empty()) {
+            Say(stderr, "dewarp-desk: {} does not hold {}", clip.place.string(), losses);
+        }
+    }
+}
+
+void Recording::Add(const Nv12& input, const Nv12& output, const FrameTime& time) {
     const Nv12 before = Middle(input, output.luma.size());
-    if (before_.writer) {
-        before_.writer->Add(before);
-    }
-    if (after_.writer) {
-        const StageTimer timer(results_, Stage::Write);
-        after_.writer->Add(output);
-    }
-    if (compare_) {
+    if (!options_.compare.empty()) {
         CopyInto(before, 0, sideBySide_);
         CopyInto(output, output.luma.cols + GapInCompare, sideBySide_);
-        compare_->Add(sideBySide_);
+    }
+    CopyOthers();
+    if (!clips_.empty()) {
+        const StageTimer timer(results_, Stage::Write);
+        const Nv12* const pictures[] = {&before, &output, &sideBySide_};
+        for (const Clip& clip : clips_) {
+            clip.writer->Add(*pictures[clip.shows], time);
+        }
     }
     {
         const StageTimer timer(results_, Stage::Measure);
@@ -97,6 +112,14 @@ void Recording::Add(const Nv12& input, const Nv12& output) {
     }
     if (truth_) {
         CompareWithTruth(output);
+    }
+}
+
+void Recording::CopyOthers() {
+    for (const auto& packet : reader_.TakeOthers()) {
+        for (const Clip& clip : clips_) {
+            clip.writer->Take(*packet);
+        }
     }
 }
 
@@ -152,12 +175,12 @@ void Recording::AddMotion() {
 
 void Recording::Finish() {
     // What is there is replaced when all that takes its place is complete.
-    for (const auto step : {&ClipWriter::Complete, &ClipWriter::Publish}) {
-        for (ClipWriter* const clip : {before_.writer.get(), after_.writer.get(), compare_.get()}) {
-            if (clip != nullptr) {
-                (clip->*step)();
-            }
-        }
+    CopyOthers();
+    for (const Clip& clip : clips_) {
+        clip.writer->Complete(Interrupted());
+    }
+    for (const Clip& clip : clips_) {
+        clip.writer->Publish();
     }
     AddMotion();
     if (options_.minPsnr && !(results_.truth->luma.Psnr() >= *options_.minPsnr)) {
@@ -205,7 +228,7 @@ void Recording::Tell() const {
         text += made.empty() || made == "-" ? "" : ", " + made.string();
     }
     // Where stdout is for data, nothing else comes between.
-    Say(options_.json == "-" || options_.out == "-" ? stderr : stdout, "{}", text);
+    Say(options_.TakesStdout() ? stderr : stdout, "{}", text);
     const auto tell = [](const std::filesystem::path& file, const char* what,
                          const std::vector<FrameRange>& ranges) {
         for (const FrameRange& range : ranges) {

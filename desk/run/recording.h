@@ -3,6 +3,7 @@
 #include <chrono>
 #include <memory>
 #include <optional>
+#include <vector>
 
 #include "desk/clip/clip_reader.h"
 #include "desk/clip/clip_writer.h"
@@ -16,32 +17,42 @@ namespace desk {
 /// What a run makes of its frames: clips, measurements on the pictures, JSON and report.
 class Recording {
 public:
-    /// `format` is that of the node's output. Options and results must outlive this. Throws as ClipReader and
+    /// `format` is that of the node's output, the reader that of its input. Options, results and reader must
+    /// outlive this. Throws as ClipReader and
     /// ClipWriter do; UsageError when the truth has another size, or the place of the JSON or the report may
     /// not be overwritten.
-    Recording(const RunOptions& options, const ClipFormat& format, RunResults& results);
+    Recording(const RunOptions& options, const ClipFormat& format, RunResults& results, ClipReader& reader);
 
-    /// The next frame: the node's input and output. Throws UsageError when the truth has ended.
-    void Add(const Nv12& input, const Nv12& output);
+    /// Says on stderr, before the work, what a clip does not hold of its source's.
+    void TellLosses();
+
+    /// The next frame: the node's input and output, and its time. Throws UsageError when the truth has ended.
+    void Add(const Nv12& input, const Nv12& output, const FrameTime& time);
 
     /// Completes the clips, adds the measurements to the results, writes JSON and report, and says what
     /// was measured and what went wrong.
     void Finish();
 
 private:
-    /// A clip, and what is measured on its pictures.
+    /// What a clip shows, and what of it is measured.
+    enum : size_t { Before, After, Both };
+    struct Clip {
+        size_t shows;
+        std::filesystem::path place;
+        std::unique_ptr<ClipWriter> writer;
+    };
     struct Shown {
         void AddToMean(const Nv12& picture);
         /// The mean of the last pictures, 8-bit BGR: what stands still is sharp, what moves is blurred.
         cv::Mat Mean() const;
 
-        std::unique_ptr<ClipWriter> writer;
         int pictures = 0;
         cv::Mat lumaMean;
         cv::Mat chromaMean;
         MotionMeter motion;
     };
 
+    void CopyOthers();
     void CompareWithTruth(const Nv12& output);
     void AddMotion();
     std::vector<FrameRange> WorseFrames() const;
@@ -51,8 +62,9 @@ private:
 
     const RunOptions& options_;
     RunResults& results_;
+    ClipReader& reader_;
     std::optional<Folder> report_;
-    std::unique_ptr<ClipWriter> compare_;
+    std::vector<Clip> clips_;
     Nv12 sideBySide_;
     Shown before_;
     Shown after_;

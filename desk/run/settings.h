@@ -7,6 +7,8 @@
 
 #include "desk/abi/node_types.h"
 #include "desk/clip/clip_reader.h"
+#include "desk/clip/clip_writer.h"
+#include "desk/clip/container.h"
 #include "desk/run/progress.h"
 
 namespace desk {
@@ -17,8 +19,11 @@ enum ExitCode { Done = 0, CheckFailed = 1, WrongUse = 2, WrongEnvironment = 3, W
 /// How a clip goes through the node, and what is made of it. What is not asked for is empty.
 struct RunOptions {
     std::filesystem::path clip;
-    FrameRange frames;                   ///< of the clip
-    OnDamage onDamage = OnDamage::Stop;  ///< of the clip
+    FrameRange frames;                              ///< of the clip
+    Orientation orientation = Orientation::Stored;  ///< of the clip
+    double folderRate = ClipReader::UsualRate;      ///< of a folder of pictures, frames per second
+    Encoding encoding;                              ///< of the clips that are written
+    OnDamage onDamage = OnDamage::Stop;             ///< of the clip
     Variant variant = Variant::RealTime;
     size_t inFlight = 1;              ///< requests in the node at a time
     uint32_t luxBits = 0;             ///< levels of the node's log
@@ -35,6 +40,14 @@ struct RunOptions {
     std::string credit;               ///< line under the picture before and after; ASCII
     ProgressKind progress = ProgressKind::Auto;
     bool overwrite = false;
+
+    ClipReader Open(const std::filesystem::path& read) const {
+        return {read, frames, onDamage, orientation, folderRate};
+    }
+    /// Whether something that is made goes there, so that nothing else may.
+    bool TakesStdout() const {
+        return json == StdStream || out == StdStream || before == StdStream || compare == StdStream;
+    }
 };
 
 }  // namespace desk
