@@ -24,7 +24,7 @@ TEST(MotionMeter, TellsTheRootOfTheMeanSquareInPixels) {
     desk::MotionMeter meter;
     for (const int x : {0, 5, 10}) {
         cv::Mat picture = dull(cv::Rect(0, 0, 240, 180)).clone();
-        world(cv::Rect(40, 30, 120, 140)).copyTo(picture(cv::Rect(50 + x, 20, 120, 140)));
+        world(cv::Rect(40, 30, 80, 120)).copyTo(picture(cv::Rect(60 + x, 30, 80, 120)));
         meter.Add(picture);
     }
     EXPECT_LT(meter.Rms(), 0.01);
