@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
 #include <opencv2/imgproc.hpp>
 
 #include "desk/base/usage_error.h"
@@ -189,7 +190,7 @@ void Recording::TellWorseFrames() const {
 void Recording::Tell() const {
     if ((results_.motion || results_.truth) && options_.json != "-") {
         fmt::print("{}: ", NameOf(options_.variant));
-        if (results_.motion) {
+        if (results_.motion && !std::isnan(results_.motion->after)) {
             fmt::print("motion {:.2f} -> {:.3f} px RMS, ", results_.motion->before, results_.motion->after);
         }
         if (results_.truth) {
