@@ -27,6 +27,7 @@ void MotionMeter::Add(const cv::Mat& luma) {
     constexpr size_t PerCell = 4;
     constexpr double Quality = 0.002;        // of the best corner's: low, so that dull cells count too
     constexpr double MaxReturnError = 0.25;  // pixels: many times what a corner that is followed well is off
+    constexpr size_t MinBack = 4;            // one of so many corners comes back, or nothing was followed
     constexpr int EnoughRows = 360;          // to choose corners in; they are followed in the whole picture
     const cv::Mat previous = std::exchange(previous_, luma.clone());
     std::array<std::vector<double>, CellCount> cells;
@@ -41,7 +42,9 @@ void MotionMeter::Add(const cv::Mat& luma) {
         auto end = start;
         if (!start.empty()) {
             const auto followed = FollowCorners(previous, previous_, start, end, MaxReturnError);
-            for (size_t i = 0; i < start.size(); i++) {
+            // Behind a cut few come back, and those by chance.
+            const auto back = static_cast<size_t>(std::count(followed.begin(), followed.end(), true));
+            for (size_t i = 0; i < start.size() && MinBack * back >= start.size(); i++) {
                 if (followed[i]) {
                     cells[CellOf(start[i], luma.size())].push_back(cv::norm(end[i] - start[i]));
                 }

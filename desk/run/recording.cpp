@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
 #include <opencv2/imgproc.hpp>
 
 #include "desk/base/usage_error.h"
@@ -213,7 +214,7 @@ void Recording::Tell() const {
     const std::vector<double>& node = results_.milliseconds.at(Stage::Node);
     std::string text = fmt::format("{}: {} frames in {:.1f} s, ", NameOf(options_.variant),
                                    results_.frames.size(), taken.count());
-    if (results_.motion) {
+    if (results_.motion && !std::isnan(results_.motion->after)) {
         text +=
             fmt::format("motion {:.2f} -> {:.3f} px RMS, ", results_.motion->before, results_.motion->after);
     }
