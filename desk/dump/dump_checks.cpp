@@ -217,8 +217,7 @@ void RequestOrder::Check(DumpFindings& findings) {
                                                   : std::max(line.unreadable, last->unreadable) -
                                                         std::min(line.unreadable, last->unreadable);
         if (between > unreadable) {
-            report("gap", last->request,
-                   fmt::format("{} without a line between them", between));
+            report("gap", last->request, fmt::format("{} without a line between them", between));
         }
         last = &line;
     }
