@@ -130,8 +130,10 @@ const AVCodec* ClipWriter::FindEncoder(const Encoding& encoding) const {
     if (found->id != kind_.codec &&
         (!kind_.isTimed ||
          avformat_query_codec(container_->oformat, found->id, FF_COMPLIANCE_EXPERIMENTAL) <= 0)) {
-        throw UsageError(fmt::format("{} does not hold {}; expected a --codec such as {}", clip_.string(),
-                                     avcodec_get_name(found->id), avcodec_get_name(kind_.codec)));
+        throw UsageError(
+            fmt::format("{} does not hold {}; expected {}", clip_.string(), avcodec_get_name(found->id),
+                        kind_.isTimed ? fmt::format("a --codec such as {}", avcodec_get_name(kind_.codec))
+                                      : "no --codec"));
     }
     return found;
 }
