@@ -172,6 +172,11 @@ void RequireOutputs(const CLI::App& command) {
             files.insert(files.end(), names.begin(), kind == MakesFile ? names.end() : names.begin());
         }
     }
+    const CLI::Option* clip = command.get_option_no_throw("CLIP");
+    if (clip != nullptr && command.count("--fps") > 0 &&
+        !std::filesystem::is_directory(clip->as<std::string>())) {
+        throw UsageError(clip->as<std::string>() + " is no folder of pictures; expected no --fps with it");
+    }
     RequireApart(inputs, outputs);
     if (const auto all = command.get_options(); std::count_if(all.begin(), all.end(), [](const auto* option) {
             return option->get_group() == Outputs && option->results() == Stdout;
