@@ -83,7 +83,8 @@ void AddStabilise(CLI::App& app, int& status) {
     auto [command, options] = AddCommand<StabiliseOptions>(
         app, "stabilise", "Steadies a clip through the node.",
         "dewarp-desk stabilise walk.mp4 -o steady.mp4 --variant lookahead --compare", status, RunStabilise);
-    command.add_option("CLIP", options.clip, "any clip that FFmpeg reads, a folder of pictures, or - for stdin")
+    command
+        .add_option("CLIP", options.clip, "any clip that FFmpeg reads, a folder of pictures, or - for stdin")
         ->required()
         ->group(Inputs);
     command

@@ -107,7 +107,8 @@ void AddOverwrite(CLI::App& command, bool& overwrite) {
 }
 
 void AddEncoding(CLI::App& command, Encoding& encoding) {
-    command.add_option("--codec", encoding.codec, "encoder of the clips written, such as libx265 [by their name]");
+    command.add_option("--codec", encoding.codec,
+                       "encoder of the clips written, such as libx265 [by their name]");
     command.add_option("--crf", encoding.crf, "the encoder's constant quality, lower is better")
         ->check(CLI::Range(0, 63));
 }
@@ -139,7 +140,8 @@ void AddNodeOptions(CLI::App& command, RunOptions& options) {
 }
 
 void AddRecordingOptions(CLI::App& command, RunOptions& options) {
-    AddOutput(command, "-o,--out", MakesClip, options.out, "the output: .mp4, .mov, .mkv, .webm, .y4m, a folder, or - for y4m on stdout")
+    AddOutput(command, "-o,--out", MakesClip, options.out,
+              "the output: .mp4, .mov, .mkv, .webm, .y4m, a folder, or - for y4m on stdout")
         ->required();
     AddEncoding(command, options.encoding);
     AddOutput(command, "--before", MakesClip, options.before, "what is seen without the node");
@@ -179,8 +181,9 @@ void RequireOutputs(const CLI::App& command) {
     }
     RequireApart(inputs, outputs);
     if (const auto all = command.get_options(); std::count_if(all.begin(), all.end(), [](const auto* option) {
-            return option->get_group() == Outputs && option->results() == Stdout;
-        }) > 1) {
+                                                    return option->get_group() == Outputs &&
+                                                           option->results() == Stdout;
+                                                }) > 1) {
         throw UsageError("stdout is named for two outputs; expected - for one of them");
     }
     for (const std::filesystem::path& file : files) {
