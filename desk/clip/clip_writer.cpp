@@ -96,7 +96,9 @@ ClipWriter::ClipWriter(const std::filesystem::path& clip, const ClipFormat& form
     Require(avformat_alloc_output_context2(&container, nullptr, kind_.container, nullptr), "the container");
     container_.reset(container);
     container_->strict_std_compliance = FF_COMPLIANCE_EXPERIMENTAL;
-    container_->avoid_negative_ts = 0;  // times stay, and what audio warms up on comes before zero
+    if (!kind_.isTurned) {
+        container_->avoid_negative_ts = 0;  // times stay, and what audio warms up on comes before zero
+    }
     const AVCodec* encoder = FindEncoder(encoding);
     if (clip != StdStream) {
         output_.emplace(clip, kind_.isFolder ? Output::Kind::PictureFolder : Output::Kind::File, overwrite);
@@ -128,8 +130,10 @@ const AVCodec* ClipWriter::FindEncoder(const Encoding& encoding) const {
     if (found->id != kind_.codec &&
         (!kind_.isTimed ||
          avformat_query_codec(container_->oformat, found->id, FF_COMPLIANCE_EXPERIMENTAL) <= 0)) {
-        throw UsageError(fmt::format("{} does not hold {}; expected a --codec such as {}", clip_.string(),
-                                     avcodec_get_name(found->id), avcodec_get_name(kind_.codec)));
+        throw UsageError(
+            fmt::format("{} does not hold {}; expected {}", clip_.string(), avcodec_get_name(found->id),
+                        kind_.isTimed ? fmt::format("a --codec such as {}", avcodec_get_name(kind_.codec))
+                                      : "no --codec"));
     }
     return found;
 }

@@ -34,6 +34,7 @@ StreamCopier::StreamCopier(const ClipReader& source, AVFormatContext& container)
     copies_.resize(from.nb_streams);
     lastTimes_.resize(from.nb_streams, std::numeric_limits<int64_t>::min());
     CopyTags(from.metadata, &to_.metadata);
+    hasTags_ = av_dict_count(to_.metadata) > 0;
     for (unsigned int i = 0; i < from.nb_streams; i++) {
         AddStream(*from.streams[i]);
     }
@@ -67,13 +68,6 @@ void StreamCopier::AddStream(AVStream& from) {
     copies_[static_cast<size_t>(from.index)] = to;
     avcodec_parameters_copy(to->codecpar, &what);
     to->codecpar->codec_tag = 0;  // other containers have other ones
-    // What an audio decoder warms up on stands before the beginning.
-    const AVIndexEntry* first = avformat_index_get_entry(&from, 0);
-    if (what.codec_type == AVMEDIA_TYPE_AUDIO && first != nullptr && first->timestamp < 0 &&
-        what.initial_padding == 0) {
-        to->codecpar->initial_padding =
-            static_cast<int>(av_rescale_q(-first->timestamp, from.time_base, {1, what.sample_rate}));
-    }
 }
 
 std::string StreamCopier::Losses(bool isTimed, bool isTurned) const {
@@ -84,7 +78,7 @@ std::string StreamCopier::Losses(bool isTimed, bool isTurned) const {
         {!isTurned && isRotated && source_.Taken() == Orientation::Stored, "the display matrix"},
         {!isTimed && std::isfinite(rates) && std::abs(rates - 1) > 0.005, "uneven times of frames"},
         {!isTimed && source_.Packets().Container().nb_chapters > 0, "chapters"},
-        {!isTimed && av_dict_count(to_.metadata) > 0, "tags"},
+        {!isTimed && hasTags_, "tags"},
         {!isTimed && source_.Format().transfer != AVCOL_TRC_UNSPECIFIED, "primaries and transfer of colours"},
     };
     std::vector<std::string> all = leftOut_;
@@ -113,7 +107,11 @@ int StreamCopier::Write(int64_t begin, int64_t end) {
             continue;
         }
         av_packet_rescale_ts(&packet, tick, to->time_base);
-        const int64_t shift = av_rescale_q(origin + begin, AV_TIME_BASE_Q, to->time_base);
+        // Matroska has what Opus warms up on after zero, and tells how much it is.
+        const bool isLate = to->codecpar->codec_id == AV_CODEC_ID_OPUS && to_.avoid_negative_ts == 0;
+        const int64_t late =
+            isLate ? av_rescale_q(to->codecpar->initial_padding, {1, 48000}, to->time_base) : 0;
+        const int64_t shift = av_rescale_q(origin + begin, AV_TIME_BASE_Q, to->time_base) - late;
         // A container takes no packet that is decoded before another one.
         packet.dts = lastTimes_[index] = std::max(packet.dts - shift, lastTimes_[index] + 1);
         packet.pts = packet.pts == AV_NOPTS_VALUE ? packet.pts : std::max(packet.pts - shift, packet.dts);

@@ -41,7 +41,8 @@ private:
     AVFormatContext& to_;
     std::vector<AVStream*> copies_;   ///< by the stream's index in the source; null for what is not copied
     std::vector<int64_t> lastTimes_;  ///< of decoding, by the same index
-    int missing_ = 0;                 ///< streams before the pictures that are not copied
+    bool hasTags_ = false;
+    int missing_ = 0;  ///< streams before the pictures that are not copied
     std::vector<std::string> leftOut_;
     std::deque<AvOwned<AVPacket>> waiting_;
 };

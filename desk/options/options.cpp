@@ -192,6 +192,11 @@ void RequireOutputs(const CLI::App& command) {
                            [&](const char* name) { return std::filesystem::path(names.back()) / name; });
         }
     }
+    const CLI::Option* clip = command.get_option_no_throw("CLIP");
+    if (clip != nullptr && command.count("--fps") > 0 &&
+        !std::filesystem::is_directory(clip->as<std::string>())) {
+        throw UsageError(clip->as<std::string>() + " is no folder of pictures; expected no --fps with it");
+    }
     if (overwrite && onStdout == 0 && outputs.empty() && files.empty() && folders.empty()) {
         throw UsageError("-y replaces outputs; expected one with it");
     }

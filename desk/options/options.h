@@ -39,9 +39,9 @@ void AddNodeOptions(CLI::App& command, RunOptions& options);
 /// -o, which the command needs, and what else is recorded and measured.
 void AddRecordingOptions(CLI::App& command, RunOptions& options);
 
-/// Throws UsageError when an output has the name of an input or of another output, is a device, or may not be
-/// overwritten, and what Output throws for a file that cannot be made: it is better known before the run than
-/// after it.
+/// Throws UsageError for --fps with a clip, when an output has the name of an input or of another output, is
+/// a device, or may not be overwritten, and what Output throws for a file that cannot be made: it is better
+/// known before the run than after it.
 void RequireOutputs(const CLI::App& command);
 
 }  // namespace desk

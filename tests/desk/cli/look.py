@@ -16,6 +16,7 @@ import struct
 import subprocess
 import sys
 import termios
+import zlib
 
 
 def photo(width=480, height=360):
@@ -138,6 +139,12 @@ def inputs():
     for by in 1, 2:
         write(f"barred{by}.y4m", y4m(238 * by, 144 * by, [barred(number, by) for number in range(2)]))
     write("text.mp4", "hello")
+    os.mkdir("pictures")  # brighter and brighter in natural order, between files that are none
+    for name, level in (("1.png", 60), ("2.PNG", 90), ("10.png", 120), (".3.png", 0), ("notes.txt", 0)):
+        row = b"\0" + bytes([level]) * 3 * 64
+        chunks = ((b"IHDR", struct.pack(">IIBBBBB", 64, 48, 8, 2, 0, 0, 0)), (b"IDAT", zlib.compress(row * 48)), (b"IEND", b""))
+        write("pictures/" + name, b"\x89PNG\r\n\x1a\n" + b"".join(
+            struct.pack(">I", len(data)) + kind + data + struct.pack(">I", zlib.crc32(kind + data)) for kind, data in chunks))
     write("empty.y4m", y4m(192, 144, []))
     write("odd.y4m", b"YUV4MPEG2 W193 H145 F30:1 Ip A1:1 C444\nFRAME\n" + bytes(3 * 193 * 145))
     write("sound.wav", b"RIFF\x2c\0\0\0WAVEfmt \x10\0\0\0\1\0\1\0\x40\x1f\0\0\x40\x1f\0\0\1\0\x08\0data\x08\0\0\0abcdefgh")

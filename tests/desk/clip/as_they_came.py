@@ -6,6 +6,7 @@ and after, or the sentence that was said. Fails where something else comes out t
 
 A line of clips.txt: the row's name | how FFmpeg makes the clip | the command | what differs | what is said.
 """
+import concurrent.futures
 import json
 import pathlib
 import re
@@ -17,16 +18,16 @@ import tempfile
 HERE = pathlib.Path(__file__).resolve().parent
 DESK, WANTED = pathlib.Path(sys.argv[1]).resolve(), sys.argv[2:]
 # Four quarters of different colours tell how a picture lies; the noise gives the estimate corners to follow.
-QUARTERS = ("-f lavfi -i color=gray:s=160x96:r=25,noise=alls=20:all_seed=1,drawbox=0:0:iw/2:ih/2:red@.7:fill,"
+QUARTERS = ("-f lavfi -i color=gray:s=160x96:r=25:d=0.32,noise=alls=20:all_seed=1,drawbox=0:0:iw/2:ih/2:red@.7:fill,"
             "drawbox=iw/2:0:iw/2:ih/2:green@.7:fill,drawbox=0:ih/2:iw/2:ih/2:blue@.7:fill,format=yuv420p")
-X264 = "-frames:v 8 -c:v libx264 -preset ultrafast -bf 2 -threads 1"
-SOUND = "-f lavfi -i sine=440:r=48000:d=0.4"
+X264 = "-c:v libx264 -preset ultrafast -bf 2 -threads 1"
+SOUND = "-f lavfi -i sine=440:r=48000:d=0.32"
 MATRICES = {"0": (1, 0, 0, 1), "90": (0, 1, -1, 0), "180": (-1, 0, 0, -1), "270": (0, -1, 1, 0),
             "mirrored": (-1, 0, 0, 1), "flipped": (1, 0, 0, -1), "transposed": (0, 1, 1, 0), "across": (0, -1, -1, 0)}
 
 
 def run(*command, **options):
-    return subprocess.run([str(word) for word in command], capture_output=True, text=True, **options)
+    return subprocess.run([str(word) for word in command], capture_output=True, text=True, timeout=100, **options)
 
 
 def ffmpeg(*words):
@@ -50,13 +51,13 @@ def probe(clip):
 
 def looks(clip):
     """A number for each quarter of the first picture, as a player shows it."""
-    colours = subprocess.run(["ffmpeg", "-v", "error", "-i", clip, "-frames:v", "1", "-vf", "scale=2:2:flags=area",
+    colours = subprocess.run(["ffmpeg", "-v", "error", "-i", clip, "-frames:v", "1", "-vf", "format=rgb24,scale=2:2:flags=area",
                               "-f", "rawvideo", "-pix_fmt", "rgb24", "-"], capture_output=True).stdout
     return [max(range(3), key=lambda n: colours[at + n]) if max(colours[at:at + 3]) - min(colours[at:at + 3]) > 40 else 3
             for at in range(0, len(colours), 3)]
 
 
-def seen(clip):
+def seen(clip, looked):
     """What is compared of a clip, by its name in clips.txt."""
     if clip.is_dir():
         return {"frames": len(list(clip.iterdir()))}
@@ -65,16 +66,17 @@ def seen(clip):
     [video] = of("video")
     mine = sorted((p for p in told["packets"] if p["stream_index"] == video["index"]), key=lambda p: float(p["pts_time"]))
     others = [s for s in told["streams"] if s is not video]
-    packets = lambda s: [(p.get("pts_time"), p["data_hash"]) for p in told["packets"] if p["stream_index"] == s["index"]]
+    begin = float(told["format"]["start_time"]) if clip.suffix == ".ts" else 0  # a broadcast's clock
+    packets = lambda s: [(float(p.get("pts_time", -9)) - begin, p["data_hash"]) for p in told["packets"] if p["stream_index"] == s["index"]]
     tags = lambda t: {k.lower(): v for k, v in t.get("tags", {}).items()
                       if not re.match("(?i)encoder|major_|minor_|compat|vendor|handler|duration|language", k)}
     return {
         "frames": len(mine),
-        "times": [float(p["pts_time"]) for p in mine],
+        "times": [float(p["pts_time"]) - begin for p in mine],
         "lengths": [float(p.get("duration_time", 0)) for p in mine],
         "duration": float(told["format"].get("duration", 0)),
         "rate": video["r_frame_rate"],
-        "streams": [(s["codec_type"], s["codec_name"], s["disposition"]["default"], s.get("tags", {}).get("language"))
+        "streams": [(s["codec_type"], s["codec_name"], s["disposition"]["default"], s.get("tags", {}).get("language", "und"))
                     for s in others],
         "packets": [packets(s) for s in others],
         "chapters": [(float(c["start_time"]), float(c["end_time"]), c.get("tags")) for c in told["chapters"]],
@@ -84,7 +86,7 @@ def seen(clip):
         "aspect": video.get("sample_aspect_ratio", "1:1"),
         "matrix": [d.get("displaymatrix") for d in video.get("side_data_list", []) if "displaymatrix" in d],
         "light": [d for d in video.get("side_data_list", []) if "max_content" in d or "max_luminance" in d],
-        "looks": looks(clip),
+        **({"looks": looks(clip)} if looked else {}),
     }
 
 
@@ -100,7 +102,7 @@ def check(row, folder):
     if make.split()[0] == "dir":
         clip = folder / name
         clip.mkdir()
-    place = {"pictures": QUARTERS, "x264": X264, "sound": SOUND, "clip": clip, "folder": folder, "here": HERE,
+    place = {"pictures": QUARTERS, "long": QUARTERS.replace("d=0.32", "d=2"), "x264": X264, "sound": SOUND, "clip": clip, "folder": folder, "here": HERE,
              "grids": next(folder.glob("in/*_Grid_*"), "")}
     for step in make.partition(" ")[2].format(**place).split(" ; "):
         words = step.split()
@@ -111,7 +113,14 @@ def check(row, folder):
     said = [line for line in done.stderr.splitlines() if " input " not in line]
     if done.returncode != 0 or not out.exists():
         return said, [f"ends with {done.returncode}: {done.stderr}"] if says == "" or done.returncode != 2 else []
-    before, after = seen(clip), seen(out)
+    before, after = seen(clip, "turn" in make), seen(out, "turn" in make)
+    if cut := re.search(r"--frames (\d+):(\d+)", command):
+        first, end = map(int, cut.groups())
+        begin = before["times"][first]
+        within = lambda time: begin - 1e-4 <= time < before["times"][end] - 1e-4
+        before["packets"] = [[(time - begin, data) for time, data in stream if within(time)] for stream in before["packets"]]
+        before["times"] = [time - begin for time in before["times"][first:end]]
+        before.update(frames=end - first, lengths=before["lengths"][first:end], duration=(end - first) / 25)
     different = {key for key in after if key in before and not same(before[key], after[key])}
     wrong = [f"{key}: {before[key]} -> {after[key]}" for key in different - set(differs.split())]
     wrong += [f"{key} is equal, and expected to differ" for key in set(differs.split()) - different]
@@ -123,11 +132,12 @@ def main():
     rows = (HERE / "clips.txt").read_text().splitlines()
     with tempfile.TemporaryDirectory() as name:
         folder = pathlib.Path(name)
-        for line in rows:
-            row = [part.strip() for part in line.split("|")]
-            if line.startswith("#") or (WANTED and row[0] not in WANTED and row[0] != "in"):
-                continue
-            said, wrong = check(row, folder)
+        rows = [[part.strip() for part in line.split("|")] for line in rows if not line.startswith("#")]
+        rows = [row for row in rows if not WANTED or row[0] in ["in", *WANTED]]
+        first = [check(rows[0], folder)]  # its grids are for others
+        with concurrent.futures.ThreadPoolExecutor(2) as pool:
+            seen_rows = first + list(pool.map(lambda row: check(row, folder), rows[1:]))
+        for row, (said, wrong) in zip(rows, seen_rows):
             text = " ".join(said).replace(str(folder) + "/", "")
             if not re.search(row[4], text) or (row[4] == "" and text):
                 wrong.append(f'says "{text}"')
