@@ -65,14 +65,6 @@ Json Plane(const PlaneMeter& meter) {
             {"share_within_limit", meter.ShareWithinLimit()}};
 }
 
-Json ToJson(const std::vector<FrameRange>& ranges) {
-    Json json = Json::array();
-    for (const FrameRange& range : ranges) {
-        json.push_back({{"first", range.first}, {"last", range.end - 1}});
-    }
-    return json;
-}
-
 Json StageTimes(const RunResults& results) {
     Json json = Json::object();
     for (const auto& [stage, times] : results.milliseconds) {
