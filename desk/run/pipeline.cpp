@@ -88,7 +88,7 @@ Pipeline::Pipeline(const std::string& command, const RunOptions& options, ClipRe
     format.size = sizing.output;
     recording_.emplace(options, format, results_, reader);
     if (const std::string losses = reader.Losses(input); !losses.empty()) {
-        fmt::print(stderr, "dewarp-desk: {}: {}\n", options.clip.string(), losses);
+        Say(stderr, "dewarp-desk: {}: {}", options.clip.string(), losses);
     }
     recording_->TellLosses();
     const Negotiated sizes = node_->Negotiate(
