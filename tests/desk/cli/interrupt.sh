@@ -94,7 +94,7 @@ left="$(find "$work" -mindepth 1 -name '*out*' -o -path '*/dumps*' -o -path '*/r
 # the pipe: when the whole frame but its last byte is in it, the program is reading that frame.
 : >"$work/stderr"
 sized 448 256
-"$desk" stabilise "$work/clip.y4m" -o "$work/out.y4m" --progress none --log-level none 2>"$work/stderr" &
+"$desk" stabilise "$work/clip.y4m" -o "$work/out.y4m" --variant realtime --progress none 2>"$work/stderr" &
 tool=$!
 exec 7>"$work/clip.y4m"
 echo "$header" >&7

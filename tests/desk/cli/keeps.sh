@@ -75,7 +75,7 @@ start() {
   mkfifo "$work/clip.y4m" "$work/go"
   { head -c 150000 "$in/shaky.y4m"; read -r _ <"$work/go"; tail -c +150001 "$in/shaky.y4m"; } >"$work/clip.y4m" 2>"$work/pipe" &
   feeder=$!
-  LD_PRELOAD="$preload" "$desk" stabilise "$work/clip.y4m" --progress none --log-level none -o "$@" >/dev/null 2>"$work/said" &
+  LD_PRELOAD="$preload" "$desk" stabilise "$work/clip.y4m" --variant realtime --progress none -o "$@" >/dev/null 2>"$work/said" &
   program=$!
   come_so_far -path "./$1.unfinished-*" \( -type d -o -size +4k \)
 }
