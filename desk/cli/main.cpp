@@ -143,8 +143,8 @@ int Fail(ExitCode code, const std::exception& error) {
 
 int main(int argc, char** argv) {
     desk::HoldStreams();
-    std::signal(SIGPIPE, SIG_IGN);        // a reader of stdout that has gone is a failed write
-    std::setlocale(LC_CTYPE, "C.UTF-8");  // what Shown takes for a character
+    static_cast<void>(std::signal(SIGPIPE, SIG_IGN));  // a reader of stdout that has gone is a failed write
+    static_cast<void>(std::setlocale(LC_CTYPE, "C.UTF-8"));  // what Shown takes for a character
     try {
         return desk::Run(argc, argv);
     } catch (const desk::UsageError& error) {

@@ -201,7 +201,7 @@ void RequireOutputs(const CLI::App& command) {
         throw UsageError("-y replaces outputs; expected one with it");
     }
     if (onStdout > 1) {
-        throw UsageError("stdout is named for another output; expected a file");
+        throw UsageError("stdout is named for two outputs; expected - for one of them");
     }
     outputs.insert(outputs.end(), files.begin(), files.end());
     RequireApart(inputs, outputs);
