@@ -282,21 +282,16 @@ void WriteWhole(const std::filesystem::path& file, const std::string& bytes, boo
 }
 
 Folder::Folder(const Path& place) : Folder() {
-    std::vector<Path> missing;
-    for (Path at = place; !at.empty() && !IsThere(at); at = at.parent_path()) {
-        missing.push_back(at);
-    }
-    std::error_code error;
-    for (auto at = missing.rbegin(); at != missing.rend() && !error; ++at) {
-        if (std::filesystem::create_directory(*at, error)) {  // which somebody else has not made meanwhile
-            made_.insert(made_.begin(), *at);
+    Path at;
+    for (const Path& name : place) {
+        at /= name;
+        // A folder that is there is no error, nor is one that somebody else makes at the same time.
+        std::error_code error;
+        if (std::filesystem::create_directory(at, error)) {
+            made_.insert(made_.begin(), at);
+        } else if (error) {
+            Fail(place, "made", error == std::errc::file_exists ? ENOTDIR : error.value());
         }
-    }
-    if (!error) {
-        std::filesystem::create_directories(place, error);
-    }
-    if (error) {
-        Fail(place, "made", error.value());
     }
 }
 
