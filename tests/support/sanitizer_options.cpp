@@ -14,6 +14,11 @@ const char* __tsan_default_options() {
     return "ignore_noninstrumented_modules=1:allocator_may_return_null=1";
 }
 
+/// Tests read what a program says, of which these lines are none.
+const char* __lsan_default_options() {
+    return "print_suppressions=0";
+}
+
 /// The machine's GL driver keeps what it allocates for the life of the process.
 const char* __lsan_default_suppressions() {
     return "leak:swrast_dri.so\nleak:libEGL_mesa.so\nleak:libLLVM\n";
