@@ -7,7 +7,6 @@
 #include "desk/abi/gl_reports.h"
 #include "desk/gl/driver/errors.h"
 #include "desk/gl/egl/display.h"
-#include "desk/gl/egl/objects.h"
 #include "desk/gl/yuv/draw.h"
 #include "desk/gl/yuv/shader_translate.h"
 
@@ -49,10 +48,6 @@ auto GlCall(Function function, Arguments... arguments) noexcept {
         context->SetError(GL_OUT_OF_MEMORY);
         return Result();
     }
-}
-
-std::shared_ptr<Image> FindImage(GLeglImageOES handle) {
-    return images.Find(REAL(eglGetCurrentDisplay)(), handle);
 }
 
 void SetShaderSource(ContextState& /*context*/, GLuint shader, GLsizei count, const GLchar* const* strings,

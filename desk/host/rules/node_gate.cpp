@@ -53,7 +53,7 @@ NodeGate::NodeGate(Contract& contract, const TagRegistry& tags, std::function<bo
     expected.minorVersion = 0;
     std::apply([&](auto... slot) { ((expected.*slot = library_.*slot), ...); }, Slots);
     const NodeCallScope scope({PhaseEntry});
-    RequireRecord(contract_, "LumNodeCallbacks", {}, expected, library_);
+    RequireRecord(contract_, "LumNodeCallbacks", expected, library_);
     if (std::apply([&](auto... slot) { return ((library_.*slot == offered.*slot) || ...); }, Slots)) {
         throw std::runtime_error("LumNodeEntry left one of the eight callbacks of a dewarp node out");
     }

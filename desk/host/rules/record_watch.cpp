@@ -3,48 +3,58 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <iterator>
+#include <string_view>
 
 namespace desk {
-
-// Spares every table below from writing each name three times.
-#define DESK_FIELD(record, field) \
-    { #field, offsetof(record, field), sizeof(record::field) }
-
-const std::initializer_list<RecordField> CreateFields = {
-    DESK_FIELD(LumNodeCreateInfo, hSession),  DESK_FIELD(LumNodeCreateInfo, phNodeSession),
-    DESK_FIELD(LumNodeCreateInfo, nodeId),    DESK_FIELD(LumNodeCreateInfo, nodeCaps),
-    DESK_FIELD(LumNodeCreateInfo, nodeFlags), DESK_FIELD(LumNodeCreateInfo, instanceId),
-};
-
-const std::initializer_list<RecordField> RequestFields = {
-    DESK_FIELD(LumNodeProcessRequestInfo, requestId),
-    DESK_FIELD(LumNodeProcessRequestInfo, pDependency),
-    DESK_FIELD(LumNodeProcessRequestInfo, inputCount),
-    DESK_FIELD(LumNodeProcessRequestInfo, inputImageLists),
-    DESK_FIELD(LumNodeProcessRequestInfo, outputCount),
-    DESK_FIELD(LumNodeProcessRequestInfo, outputImageLists),
-    DESK_FIELD(LumNodeProcessRequestInfo, lookAheadComplete),
-};
-
-const std::initializer_list<RecordField> DependencyFields = {
-    DESK_FIELD(LumDependencyInfo, hNodeSession),          DESK_FIELD(LumDependencyInfo, propertyCount),
-    DESK_FIELD(LumDependencyInfo, propertyIds),           DESK_FIELD(LumDependencyInfo, propertyOffsets),
-    DESK_FIELD(LumDependencyInfo, processSequenceId),     DESK_FIELD(LumDependencyInfo, pFenceHandles),
-    DESK_FIELD(LumDependencyInfo, pFenceSignaled),        DESK_FIELD(LumDependencyInfo, fenceCount),
-    DESK_FIELD(LumDependencyInfo, sequentialExecution),   DESK_FIELD(LumDependencyInfo, processingDone),
-    DESK_FIELD(LumDependencyInfo, inputBufferDependency),
-};
-
-const std::initializer_list<RecordField> ImageListFields = {
-    DESK_FIELD(LumImageList, format),       DESK_FIELD(LumImageList, width),
-    DESK_FIELD(LumImageList, height),       DESK_FIELD(LumImageList, stride),
-    DESK_FIELD(LumImageList, scanline),     DESK_FIELD(LumImageList, firstImage),
-    DESK_FIELD(LumImageList, pFenceHandle), DESK_FIELD(LumImageList, pFenceSignaled),
-};
-
-#undef DESK_FIELD
-
 namespace {
+
+/// One named field of a record.
+struct RecordField {
+    std::string_view record;
+    const char* name;
+    size_t offset;
+    size_t size;
+};
+
+// Spares the table below from writing each name three times.
+#define DESK_FIELD(record, field) \
+    { #record, #field, offsetof(record, field), sizeof(record::field) }
+
+/// The fields of the records that a node gets to see. Bytes without a name belong to the host.
+constexpr RecordField Fields[] = {DESK_FIELD(LumNodeCreateInfo, hSession),
+                                  DESK_FIELD(LumNodeCreateInfo, phNodeSession),
+                                  DESK_FIELD(LumNodeCreateInfo, nodeId),
+                                  DESK_FIELD(LumNodeCreateInfo, nodeCaps),
+                                  DESK_FIELD(LumNodeCreateInfo, nodeFlags),
+                                  DESK_FIELD(LumNodeCreateInfo, instanceId),
+                                  DESK_FIELD(LumNodeProcessRequestInfo, requestId),
+                                  DESK_FIELD(LumNodeProcessRequestInfo, pDependency),
+                                  DESK_FIELD(LumNodeProcessRequestInfo, inputCount),
+                                  DESK_FIELD(LumNodeProcessRequestInfo, inputImageLists),
+                                  DESK_FIELD(LumNodeProcessRequestInfo, outputCount),
+                                  DESK_FIELD(LumNodeProcessRequestInfo, outputImageLists),
+                                  DESK_FIELD(LumNodeProcessRequestInfo, lookAheadComplete),
+                                  DESK_FIELD(LumDependencyInfo, hNodeSession),
+                                  DESK_FIELD(LumDependencyInfo, propertyCount),
+                                  DESK_FIELD(LumDependencyInfo, propertyIds),
+                                  DESK_FIELD(LumDependencyInfo, propertyOffsets),
+                                  DESK_FIELD(LumDependencyInfo, processSequenceId),
+                                  DESK_FIELD(LumDependencyInfo, pFenceHandles),
+                                  DESK_FIELD(LumDependencyInfo, pFenceSignaled),
+                                  DESK_FIELD(LumDependencyInfo, fenceCount),
+                                  DESK_FIELD(LumDependencyInfo, sequentialExecution),
+                                  DESK_FIELD(LumDependencyInfo, processingDone),
+                                  DESK_FIELD(LumDependencyInfo, inputBufferDependency),
+                                  DESK_FIELD(LumImageList, format),
+                                  DESK_FIELD(LumImageList, width),
+                                  DESK_FIELD(LumImageList, height),
+                                  DESK_FIELD(LumImageList, stride),
+                                  DESK_FIELD(LumImageList, scanline),
+                                  DESK_FIELD(LumImageList, firstImage),
+                                  DESK_FIELD(LumImageList, pFenceHandle),
+                                  DESK_FIELD(LumImageList, pFenceSignaled)};
+#undef DESK_FIELD
 
 std::vector<int> WordsOf(const native_handle_t* handle) {
     if (handle == nullptr) {
@@ -63,25 +73,25 @@ uint64_t ValueAt(const void* record, size_t offset, size_t size) {
 
 }  // namespace
 
-void RequireBytes(Contract& contract, const char* record, std::initializer_list<RecordField> fields,
-                  const void* expected, const void* actual, size_t size) {
+void RequireBytes(Contract& contract, const char* record, const void* expected, const void* actual,
+                  size_t size) {
     if (std::memcmp(expected, actual, size) == 0) {
         return;
     }
     const auto* wanted = static_cast<const unsigned char*>(expected);
     const auto offset = static_cast<size_t>(
         std::mismatch(wanted, wanted + size, static_cast<const unsigned char*>(actual)).first - wanted);
-    for (const RecordField& field : fields) {
-        if (offset >= field.offset && offset < field.offset + field.size) {
-            const size_t width = field.size % sizeof(uint64_t) == 0 ? sizeof(uint64_t) : sizeof(uint32_t);
-            const size_t start = field.offset + (offset - field.offset) / width * width;
-            contract.Require(false, "leaves {:#x} in {}.{} (byte {}); expected {:#x}",
-                             ValueAt(actual, start, width), record, field.name, start,
-                             ValueAt(expected, start, width));
-            return;
-        }
+    const auto* field = std::find_if(std::begin(Fields), std::end(Fields), [&](const RecordField& known) {
+        return known.record == record && offset >= known.offset && offset < known.offset + known.size;
+    });
+    if (field == std::end(Fields)) {
+        contract.Require(false, "changed byte {} of {}, which belongs to the host", offset, record);
+        return;
     }
-    contract.Require(false, "changed byte {} of {}, which belongs to the host", offset, record);
+    const size_t width = field->size % sizeof(uint64_t) == 0 ? sizeof(uint64_t) : sizeof(uint32_t);
+    const size_t start = field->offset + (offset - field->offset) / width * width;
+    contract.Require(false, "leaves {:#x} in {}.{} (byte {}); expected {:#x}", ValueAt(actual, start, width),
+                     record, field->name, start, ValueAt(expected, start, width));
 }
 
 void CheckCreation(Contract& contract, const LumNodeCreateInfo& before, const LumNodeCreateInfo& after,
@@ -91,7 +101,7 @@ void CheckCreation(Contract& contract, const LumNodeCreateInfo& before, const Lu
     expected.phNodeSession = after.phNodeSession;
     // A creation may fail before or after it has set its flags.
     expected.nodeFlags = result == 0 ? before.nodeFlags | NodeFlags : after.nodeFlags;
-    RequireRecord(contract, "LumNodeCreateInfo", CreateFields, expected, after);
+    RequireRecord(contract, "LumNodeCreateInfo", expected, after);
 }
 
 QueryWatch::QueryWatch(const LumNodeQueryBufferInfo& info) : info_(info), expected_(info) {
@@ -112,15 +122,15 @@ void QueryWatch::Check(Contract& contract) {
         std::copy(before.planeAlignment + 2, before.planeAlignment + LumMaxPlanes,
                   expected.planeAlignment + 2);
     };
-    RequireRecord(contract, "LumNodeQueryBufferInfo", {}, expected_, info_);
+    RequireRecord(contract, "LumNodeQueryBufferInfo", expected_, info_);
     for (size_t i = 0; i < outputs_.size(); ++i) {
         const LumOutputPortQueryInfo& output = expected_.pOutputPortQueryInfo[i];
         const LumInputPortQueryInfo& input = expected_.pInputOptions[i];
         ownPlanes(outputs_[i].outputBufferOption, output.outputBufferOption);
         ownPlanes(inputs_[i].inputBufferOption, input.inputBufferOption);
-        RequireRecord(contract, "LumOutputPortQueryInfo", {}, outputs_[i], output);
-        RequireRecord(contract, "LumInputPortQueryInfo", {}, inputs_[i], input);
-        RequireRecord(contract, "the downstream requirement", {}, downstream_[i],
+        RequireRecord(contract, "LumOutputPortQueryInfo", outputs_[i], output);
+        RequireRecord(contract, "LumInputPortQueryInfo", inputs_[i], input);
+        RequireRecord(contract, "the downstream requirement", downstream_[i],
                       *outputs_[i].pDownstreamRequirement);
     }
 }
@@ -188,10 +198,10 @@ void RequestWatch::CheckSecondPass(Contract& contract) {
 }
 
 void RequestWatch::CheckRecords(Contract& contract) const {
-    RequireRecord(contract, "LumNodeProcessRequestInfo", RequestFields, expected_, request_);
-    RequireRecord(contract, "LumDependencyInfo", DependencyFields, dependency_, *expected_.pDependency);
+    RequireRecord(contract, "LumNodeProcessRequestInfo", expected_, request_);
+    RequireRecord(contract, "LumDependencyInfo", dependency_, *expected_.pDependency);
     for (const WatchedList& watched : lists_) {
-        RequireRecord(contract, "LumImageList", ImageListFields, watched.expected, *watched.list);
+        RequireRecord(contract, "LumImageList", watched.expected, *watched.list);
         const native_handle_t* handle = watched.expected.firstImage.pNativeHandle;
         contract.Require(WordsOf(handle) == watched.handle, "changed the native handle of a buffer");
     }

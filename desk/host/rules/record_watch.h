@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstddef>
-#include <initializer_list>
 #include <vector>
 
 #include "desk/host/rules/contract.h"
@@ -10,27 +9,13 @@
 
 namespace desk {
 
-/// One named field of a host record.
-struct RecordField {
-    const char* name;
-    size_t offset;
-    size_t size;
-};
-
-/// The named fields of the records that a node gets to see. Bytes without a name belong to the host.
-extern const std::initializer_list<RecordField> CreateFields;      ///< LumNodeCreateInfo
-extern const std::initializer_list<RecordField> RequestFields;     ///< LumNodeProcessRequestInfo
-extern const std::initializer_list<RecordField> DependencyFields;  ///< LumDependencyInfo
-extern const std::initializer_list<RecordField> ImageListFields;   ///< LumImageList
-
 /// Compares a record with what it should hold; a difference becomes a finding that names the record, the
 /// field and both values.
-void RequireBytes(Contract& contract, const char* record, std::initializer_list<RecordField> fields,
-                  const void* expected, const void* actual, size_t size);
+void RequireBytes(Contract& contract, const char* record, const void* expected, const void* actual,
+                  size_t size);
 template <typename Record>
-void RequireRecord(Contract& contract, const char* name, std::initializer_list<RecordField> fields,
-                   const Record& expected, const Record& actual) {
-    RequireBytes(contract, name, fields, &expected, &actual, sizeof(Record));
+void RequireRecord(Contract& contract, const char* name, const Record& expected, const Record& actual) {
+    RequireBytes(contract, name, &expected, &actual, sizeof(Record));
 }
 
 /// Whether a creation that returned `result` changed only what is the node's own in its record.

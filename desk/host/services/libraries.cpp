@@ -2,25 +2,21 @@
 
 #include <dlfcn.h>
 
-#include <utility>
-
 #include "desk/host/services/host_state.h"
 
 namespace desk {
 
-SystemLibraries::SystemLibraries(std::filesystem::path folder) : folder_(std::move(folder)) {}
-
-void* SystemLibraries::Map(const std::string& devicePath) {
+void* LibraryProvider::Map(const std::string& devicePath) {
     const std::filesystem::path path(devicePath);
     const bool isDevices = path.parent_path() == DeviceDir;
     return isDevices ? ::dlopen((folder_ / path.filename()).c_str(), RTLD_NOW | RTLD_LOCAL) : nullptr;
 }
 
-void* SystemLibraries::Symbol(void* library, const char* symbol) {
+void* LibraryProvider::Symbol(void* library, const char* symbol) {
     return ::dlsym(library, symbol);
 }
 
-bool SystemLibraries::Unmap(void* library) {
+bool LibraryProvider::Unmap(void* library) {
     return ::dlclose(library) == 0;
 }
 
@@ -77,22 +73,19 @@ void Libraries::ConnectGl(Mapped& mapped, void* library) {
     }
 }
 
-std::optional<void*> Libraries::Symbol(void* library, const char* symbol) {
-    return mapped_.With([&](const Mapped& mapped) {
-        return mapped.mappings.count(library) != 0 ? std::optional(mapped.provider->Symbol(library, symbol))
-                                                   : std::nullopt;
+void* Libraries::Symbol(void* library, const char* symbol) {
+    return mapped_.With([&](const Mapped& mapped) { return mapped.provider->Symbol(library, symbol); });
+}
+
+bool Libraries::Unmap(void* library) {
+    return mapped_.With([&](Mapped& mapped) {
+        mapped.mappings.extract(library);
+        return mapped.provider->Unmap(library);
     });
 }
 
-std::optional<bool> Libraries::Unmap(void* library) {
-    return mapped_.With([&](Mapped& mapped) -> std::optional<bool> {
-        const auto found = mapped.mappings.find(library);
-        if (found == mapped.mappings.end()) {
-            return std::nullopt;
-        }
-        mapped.mappings.erase(found);
-        return mapped.provider->Unmap(library);
-    });
+bool Libraries::IsMapped(void* library) const {
+    return mapped_.With([=](const Mapped& mapped) { return mapped.mappings.count(library) != 0; });
 }
 
 size_t Libraries::Count() const {
@@ -126,24 +119,21 @@ void* LibMapFullName(const char* fullPath) {
 
 void* LibGetAddr(void* library, const char* symbol) {
     const ServiceCall call(service::LibGetAddr, TextOf(symbol));
-    if (!call.Needs({library, symbol})) {
-        return nullptr;
-    }
-    const std::optional<void*> found = call->libraries.Symbol(library, symbol);
-    call->contract.Require(found.has_value(), "looks {} up in a library that is not mapped", symbol);
-    return call.fails ? nullptr : found.value_or(nullptr);
+    const bool serves = call.Needs({library, symbol}) &&
+                        call->contract.Require(call->libraries.IsMapped(library),
+                                               "looks {} up in a library that is not mapped", symbol) &&
+                        !call.fails;
+    return serves ? call->libraries.Symbol(library, symbol) : nullptr;
 }
 
 uint32_t LibUnmap(void* library) {
     const ServiceCall call(service::LibUnmap);
-    if (!call.Needs({library})) {
+    if (!call.Needs({library}) ||
+        !call->contract.Require(call->libraries.IsMapped(library), "unmaps a library that is not mapped")) {
         return LumResultInvalidArgument;
     }
-    const std::optional<bool> unmapped = call->libraries.Unmap(library);
-    if (!call->contract.Require(unmapped.has_value(), "unmaps a library that is not mapped")) {
-        return LumResultInvalidArgument;
-    }
-    return call.fails ? call.result : (*unmapped ? LumResultSuccess : LumResultFailure);
+    const bool isUnmapped = call->libraries.Unmap(library);
+    return call.fails ? call.result : (isUnmapped ? LumResultSuccess : LumResultFailure);
 }
 
 }  // namespace LumNodeUtils

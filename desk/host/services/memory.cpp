@@ -1,5 +1,6 @@
 #include "desk/host/services/memory.h"
 
+#include <dlfcn.h>
 #include <elf.h>
 #include <link.h>
 #include <sys/mman.h>
@@ -64,9 +65,8 @@ constexpr uint32_t GlobalData = R_AARCH64_GLOB_DAT;
 #error "The desk runs on x86-64 and AArch64"
 #endif
 
-/// A loaded library.
+/// Where a loaded library lies.
 struct Loaded {
-    const void* inside = nullptr;  ///< an address in it
     ElfW(Addr) address = 0;
     const ElfW(Dyn) * dynamic = nullptr;
     /// The pages that the loader made read-only after relocation.
@@ -98,29 +98,27 @@ ElfW(Addr) PageOf(ElfW(Addr) address) {
     return address & ~(static_cast<ElfW(Addr)>(::sysconf(_SC_PAGESIZE)) - 1);
 }
 
-/// Takes the segments' places from the library that `inside` lies in.
-int FindSegments(dl_phdr_info* info, size_t, void* data) {
-    auto* library = static_cast<Loaded*>(data);
-    const auto inside = reinterpret_cast<ElfW(Addr)>(library->inside);
-    bool isFound = false;
-    for (int i = 0; i < info->dlpi_phnum; ++i) {
-        const ElfW(Phdr)& segment = info->dlpi_phdr[i];
-        const ElfW(Addr) begin = info->dlpi_addr + segment.p_vaddr;
-        isFound = isFound || (segment.p_type == PT_LOAD && inside - begin < segment.p_memsz);
+/// The library that `inside` lies in. What is mapped of it begins with its file's header.
+Loaded FindLibrary(const void* inside) {
+    Dl_info found = {};
+    if (::dladdr(inside, &found) == 0) {
+        throw std::runtime_error("the loader does not tell where the node library lies in memory");
     }
-    for (int i = 0; isFound && i < info->dlpi_phnum; ++i) {
-        const ElfW(Phdr)& segment = info->dlpi_phdr[i];
-        const ElfW(Addr) begin = info->dlpi_addr + segment.p_vaddr;
-        if (segment.p_type == PT_DYNAMIC) {
-            library->address = info->dlpi_addr;
-            library->dynamic = reinterpret_cast<const ElfW(Dyn)*>(begin);
-        } else if (segment.p_type == PT_GNU_RELRO) {
+    Loaded library;
+    library.address = reinterpret_cast<ElfW(Addr)>(found.dli_fbase);
+    const auto* header = static_cast<const ElfW(Ehdr)*>(found.dli_fbase);
+    const auto* segments = reinterpret_cast<const ElfW(Phdr)*>(library.address + header->e_phoff);
+    for (const ElfW(Phdr)* segment = segments; segment != segments + header->e_phnum; ++segment) {
+        const ElfW(Addr) begin = library.address + segment->p_vaddr;
+        if (segment->p_type == PT_DYNAMIC) {
+            library.dynamic = reinterpret_cast<const ElfW(Dyn)*>(begin);
+        } else if (segment->p_type == PT_GNU_RELRO) {
             // A last page that is only in part of the segment stays writable.
-            library->readOnlyBegin = PageOf(begin);
-            library->readOnlyEnd = PageOf(begin + segment.p_memsz);
+            library.readOnlyBegin = PageOf(begin);
+            library.readOnlyEnd = PageOf(begin + segment->p_memsz);
         }
     }
-    return isFound ? 1 : 0;
+    return library;
 }
 
 void Protect(const Loaded& library, int protection) {
@@ -138,12 +136,7 @@ void CountAllocations(const void* inside) {
         {"posix_memalign", reinterpret_cast<void*>(&NodePosixMemalign)},
         {"malloc", reinterpret_cast<void*>(&NodeMalloc)},
         {"free", reinterpret_cast<void*>(&NodeFree)}};
-    Loaded library;
-    library.inside = inside;
-    ::dl_iterate_phdr(FindSegments, &library);
-    if (library.dynamic == nullptr) {
-        throw std::runtime_error("the loader does not tell where the node library lies in memory");
-    }
+    const Loaded library = FindLibrary(inside);
     const auto* symbols = Table<ElfW(Sym)>(library, DT_SYMTAB);
     const auto* names = Table<char>(library, DT_STRTAB);
     // Both are there, or nothing is redirected.

@@ -172,7 +172,7 @@ TEST_F(Render, FourNodesRunOnFourThreads) {
 }
 
 TEST_F(Render, WhatTheDriverCallsAnErrorIsAFindingInItsWords) {
-    desk::SystemLibraries libraries(OptionsFor({}).systemLibraryDir);
+    desk::LibraryProvider libraries(OptionsFor({}).systemLibraryDir);
     void* const gles = libraries.Map("/system/lib64/libGLESv2.so");
     const auto enable = reinterpret_cast<void (*)(unsigned)>(libraries.Symbol(gles, "glEnable"));
     const auto takeError = reinterpret_cast<unsigned (*)()>(libraries.Symbol(gles, "glGetError"));
