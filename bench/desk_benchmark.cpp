@@ -1,6 +1,7 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
+#include <cmath>
 #include <iostream>
 #include <memory>
 
@@ -15,15 +16,34 @@
 
 namespace {
 
-using bench::Nv12;
 using bench::Seconds;
+using desk::Nv12;
 
-const bench::Shake shake;
+/// About the image's centre, an output pixel shows what lies at scale * R(roll) * pixel + (x, y) of the
+/// input.
+constexpr desk::CameraPose pose = {7.25, -4.5, -0.01, 0.9};
 
 /// The desk's host, one in the process.
 desk::DeskHost& Host() {
     static desk::DeskHost host({BENCH_NODE_LIBRARY, BENCH_SYSTEM_LIBRARY_DIR, {}, nullptr, 0});
     return host;
+}
+
+/// A picture of waves, detailed enough to tell a good interpolation from a bad one.
+Nv12 MakeScene(cv::Size size) {
+    const auto wave = [](const int* at, double phase) {
+        const double x = at[1];
+        const double y = at[0];
+        const double value =
+            std::sin(x / 9.0 + phase) * std::cos(y / 7.0) + 0.5 * std::sin((x + 2.0 * y) / 31.0 + phase);
+        return static_cast<uint8_t>(std::lround(128.0 + 60.0 * value));
+    };
+    Nv12 picture(size);
+    picture.luma.forEach<uint8_t>([&](uint8_t& level, const int* at) { level = wave(at, 0.0); });
+    picture.chroma.forEach<cv::Vec2b>([&](cv::Vec2b& levels, const int* at) {
+        levels = {wave(at, 1.0), wave(at, 2.0)};
+    });
+    return picture;
 }
 
 /// A buffer's planes.
@@ -36,7 +56,7 @@ Nv12 View(desk::GrallocBuffer& buffer) {
 
 /// One node of the desk with one buffer per direction.
 struct DeskWarp {
-    explicit DeskWarp(cv::Size s = {1920, 1080}) : size(s), grid(bench::MakeGrid(shake, size)) {}
+    explicit DeskWarp(cv::Size s = {1920, 1080}) : size(s), grid(bench::MakeGrid(pose, size)) {}
     void Create() {
         node = Host().CreateNode(desk::Variant::RealTime);
     }
@@ -48,7 +68,7 @@ struct DeskWarp {
     void NextBuffers() {
         input = node->AllocateInput();
         output = node->AllocateOutput();
-        const Nv12 scene = bench::MakeScene(size);
+        const Nv12 scene = MakeScene(size);
         const Nv12 shown = View(*input);
         scene.luma.copyTo(shown.luma);
         scene.chroma.copyTo(shown.chroma);
@@ -95,14 +115,14 @@ double Median(std::vector<double> values) {
 
 /// A peer in turn with the desk: whatever else the machine does then hits both. Counters: medians of the
 /// peer's and the desk's milliseconds and of desk / peer.
-void PeerFrame(benchmark::State& state, bench::Peer (*make)(cv::Size, const bench::Shake&)) {
+void PeerFrame(benchmark::State& state, bench::Peer (*make)(cv::Size, const desk::CameraPose&)) {
     DeskWarp desk(SizeOf(state));
     desk.Create();
     desk.Prepare();
     desk.Frame();
-    const Nv12 input = bench::MakeScene(desk.size);
+    const Nv12 input = MakeScene(desk.size);
     Nv12 output(desk.size);
-    const bench::Peer peer = make(desk.size, shake);
+    const bench::Peer peer = make(desk.size, pose);
     peer(input, output);
     std::vector<double> peerTimes;
     std::vector<double> deskTimes;
@@ -140,7 +160,8 @@ BENCH_LIFE(DeskWarp, Often);
 int main(int argc, char** argv) {
     try {
         benchmark::Initialize(&argc, argv);
-        benchmark::AddCustomContext("renderer", bench::Renderer());
+        Host().CreateNode(desk::Variant::RealTime);
+        benchmark::AddCustomContext("renderer", Host().Counters().gl.value().renderer);
         benchmark::RunSpecifiedBenchmarks();
     } catch (const std::exception& error) {
         std::cerr << "bench-desk: " << error.what() << "\n";

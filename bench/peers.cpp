@@ -96,7 +96,7 @@ public:
     VidStabTransform(const VidStabTransform&) = delete;
     VidStabTransform& operator=(const VidStabTransform&) = delete;
 
-    void Frame(const Nv12& input, const Shake& shake, Nv12& output) {
+    void Frame(const Nv12& input, const desk::CameraPose& pose, Nv12& output) {
         const auto plane = [&input](const VSFrame& frame, int i) {
             return cv::Mat(i == 0 ? input.luma.size() : input.chroma.size(), CV_8UC1, frame.data[i],
                            static_cast<size_t>(frame.linesize[i]));
@@ -105,14 +105,14 @@ public:
         cv::extractChannel(input.chroma, plane(source, 1), 0);
         cv::extractChannel(input.chroma, plane(source, 2), 1);
         // It turns about the pixel at half the size, one further than the mesh's centre, and counts the shift
-        // and the angle the other way round.
-        const double c = shake.zoom * std::cos(shake.angle);
-        const double sine = shake.zoom * std::sin(shake.angle);
+        // the other way round.
+        const double c = pose.scale * std::cos(pose.roll);
+        const double s = pose.scale * std::sin(pose.roll);
         VSTransform transform = {};
-        transform.x = -(shake.shiftX + c + sine - 1.0);
-        transform.y = -(shake.shiftY + c - sine - 1.0);
-        transform.alpha = -shake.angle;
-        transform.zoom = 100.0 * (1.0 - shake.zoom);
+        transform.x = -(pose.x + c - s - 1.0);
+        transform.y = -(pose.y + c + s - 1.0);
+        transform.alpha = pose.roll;
+        transform.zoom = 100.0 * (1.0 - pose.scale);
         vsTransformPrepare(&data, &source, &target);
         vsDoTransform(&data, transform);
         vsTransformFinish(&data);
@@ -129,8 +129,8 @@ private:
 
 }  // namespace
 
-Peer OpenCvRemap(cv::Size size, const Shake& shake) {
-    return [luma = PlaneMap(size, 1), chroma = PlaneMap(size / 2, 2), grid = MakeGrid(shake, size)](
+Peer OpenCvRemap(cv::Size size, const desk::CameraPose& pose) {
+    return [luma = PlaneMap(size, 1), chroma = PlaneMap(size / 2, 2), grid = MakeGrid(pose, size)](
                const Nv12& input, Nv12& output) mutable {
         luma.Fill(grid);
         chroma.Fill(grid);
@@ -139,9 +139,9 @@ Peer OpenCvRemap(cv::Size size, const Shake& shake) {
     };
 }
 
-Peer VidStab(cv::Size size, const Shake& shake) {
-    return [vidStab = std::make_shared<VidStabTransform>(size), shake](const Nv12& input, Nv12& output) {
-        vidStab->Frame(input, shake, output);
+Peer VidStab(cv::Size size, const desk::CameraPose& pose) {
+    return [vidStab = std::make_shared<VidStabTransform>(size), pose](const Nv12& input, Nv12& output) {
+        vidStab->Frame(input, pose, output);
     };
 }
 
