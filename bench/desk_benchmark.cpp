@@ -1,9 +1,9 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
-#include <cmath>
 #include <iostream>
 #include <memory>
+#include <opencv2/imgproc.hpp>
 
 #include "bench/lifecycle.h"
 #include "bench/peers.h"
@@ -29,20 +29,15 @@ desk::DeskHost& Host() {
     return host;
 }
 
-/// A picture of waves, detailed enough to tell a good interpolation from a bad one.
+/// Soft noise, detailed enough to tell a good interpolation from a bad one.
 Nv12 MakeScene(cv::Size size) {
-    const auto wave = [](const int* at, double phase) {
-        const double x = at[1];
-        const double y = at[0];
-        const double value =
-            std::sin(x / 9.0 + phase) * std::cos(y / 7.0) + 0.5 * std::sin((x + 2.0 * y) / 31.0 + phase);
-        return static_cast<uint8_t>(std::lround(128.0 + 60.0 * value));
-    };
+    constexpr double Softness = 1.5;  // sigma in samples
+    cv::setRNGSeed(1);
     Nv12 picture(size);
-    picture.luma.forEach<uint8_t>([&](uint8_t& level, const int* at) { level = wave(at, 0.0); });
-    picture.chroma.forEach<cv::Vec2b>([&](cv::Vec2b& levels, const int* at) {
-        levels = {wave(at, 1.0), wave(at, 2.0)};
-    });
+    for (const cv::Mat& plane : {picture.luma, picture.chroma}) {
+        cv::randu(plane, 0, 256);
+        cv::GaussianBlur(plane, plane, {}, Softness);
+    }
     return picture;
 }
 

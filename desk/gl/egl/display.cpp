@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "desk/base/guarded.h"
-#include "desk/gl/driver/errors.h"
+#include "desk/gl/driver/reports.h"
 
 namespace desk {
 namespace {

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <iterator>
 #include <string_view>
+#include <vector>
 
 namespace desk {
 namespace {
@@ -71,6 +72,49 @@ uint64_t ValueAt(const void* record, size_t offset, size_t size) {
     return value;
 }
 
+struct WatchedList {
+    const LumImageList* list;
+    LumImageList expected;
+    std::vector<int> handle;
+};
+
+void WatchLists(std::vector<WatchedList>& watched, LumImageList** lists, uint32_t count) {
+    for (uint32_t i = 0; lists != nullptr && i < count; ++i) {
+        if (lists[i] != nullptr) {
+            watched.push_back({lists[i], *lists[i], WordsOf(lists[i]->firstImage.pNativeHandle)});
+        }
+    }
+}
+
+/// What the first pass of the running callback leaves in the dependency record.
+void ExpectDependencies(LumDependencyInfo& expected, const LumNodeProcessRequestInfo& request,
+                        const TagRegistry& tags) {
+    const NodeCall& caller = CurrentCall();
+    expected.hNodeSession = caller.node->session;
+    expected.propertyCount = 1;
+    expected.propertyIds[0] = tags.Id(TagOf(TagKind::Grid, *caller.node->variant));
+    expected.propertyOffsets[0] = 0;
+    expected.processSequenceId = 1;
+    expected.inputBufferDependency = 1;
+    expected.fenceCount = 0;
+    for (uint32_t i = 0; request.inputImageLists != nullptr && i < request.inputCount; ++i) {
+        const LumImageList* list = request.inputImageLists[i];
+        if (list != nullptr && list->pFenceHandle != nullptr && list->pFenceSignaled != nullptr &&
+            expected.fenceCount < LumMaxFences) {
+            expected.pFenceHandles[expected.fenceCount] = list->pFenceHandle;
+            expected.pFenceSignaled[expected.fenceCount] = list->pFenceSignaled;
+            ++expected.fenceCount;
+        }
+    }
+    // A request that follows its reference directly may run beside it.
+    const uint64_t reference = caller.answeredReference;
+    const bool follows = request.requestId > reference;
+    const uint64_t distance = follows ? request.requestId - reference : request.requestId;
+    if (distance > 1) {
+        expected.sequentialExecution = 1;
+    }
+}
+
 }  // namespace
 
 void RequireBytes(Contract& contract, const char* record, const void* expected, const void* actual,
@@ -104,107 +148,66 @@ void CheckCreation(Contract& contract, const LumNodeCreateInfo& before, const Lu
     RequireRecord(contract, "LumNodeCreateInfo", expected, after);
 }
 
-QueryWatch::QueryWatch(const LumNodeQueryBufferInfo& info) : info_(info), expected_(info) {
+std::function<void(Contract&)> WatchQuery(const LumNodeQueryBufferInfo& info) {
+    struct Port {
+        LumOutputPortQueryInfo output;
+        LumInputPortQueryInfo input;
+        LumNodeBufferRequirement downstream;
+    };
+    std::vector<Port> ports;
     for (uint32_t i = 0; i < info.numOutputPorts; ++i) {
-        outputs_.push_back(info.pOutputPortQueryInfo[i]);
-        inputs_.push_back(info.pInputOptions[i]);
-        downstream_.push_back(*info.pOutputPortQueryInfo[i].pDownstreamRequirement);
+        const LumOutputPortQueryInfo& output = info.pOutputPortQueryInfo[i];
+        ports.push_back({output, info.pInputOptions[i], *output.pDownstreamRequirement});
     }
-}
-
-void QueryWatch::Check(Contract& contract) {
     const auto ownPlanes = [](LumNodeBufferRequirement& expected, const LumNodeBufferRequirement& actual) {
-        const LumFormat format = expected.format;
         const LumNodeBufferRequirement before = expected;
         expected = actual;
-        expected.format = format;
+        expected.format = before.format;
         // Only planes 0 and 1 are the node's to fill.
         std::copy(before.planeAlignment + 2, before.planeAlignment + LumMaxPlanes,
                   expected.planeAlignment + 2);
     };
-    RequireRecord(contract, "LumNodeQueryBufferInfo", expected_, info_);
-    for (size_t i = 0; i < outputs_.size(); ++i) {
-        const LumOutputPortQueryInfo& output = expected_.pOutputPortQueryInfo[i];
-        const LumInputPortQueryInfo& input = expected_.pInputOptions[i];
-        ownPlanes(outputs_[i].outputBufferOption, output.outputBufferOption);
-        ownPlanes(inputs_[i].inputBufferOption, input.inputBufferOption);
-        RequireRecord(contract, "LumOutputPortQueryInfo", outputs_[i], output);
-        RequireRecord(contract, "LumInputPortQueryInfo", inputs_[i], input);
-        RequireRecord(contract, "the downstream requirement", downstream_[i],
-                      *outputs_[i].pDownstreamRequirement);
-    }
-}
-
-RequestWatch::RequestWatch(const LumNodeProcessRequestInfo& request)
-    : request_(request), expected_(request), dependency_(*request.pDependency) {
-    WatchLists(request.inputImageLists, request.inputCount);
-    WatchLists(request.outputImageLists, request.outputCount);
-}
-
-void RequestWatch::WatchLists(LumImageList** lists, uint32_t count) {
-    for (uint32_t i = 0; lists != nullptr && i < count; ++i) {
-        if (lists[i] != nullptr) {
-            lists_.push_back({lists[i], *lists[i], WordsOf(lists[i]->firstImage.pNativeHandle)});
+    return [&info, before = info, ports, ownPlanes](Contract& contract) mutable {
+        RequireRecord(contract, "LumNodeQueryBufferInfo", before, info);
+        for (size_t i = 0; i < ports.size(); ++i) {
+            auto& [output, input, downstream] = ports[i];
+            ownPlanes(output.outputBufferOption, before.pOutputPortQueryInfo[i].outputBufferOption);
+            ownPlanes(input.inputBufferOption, before.pInputOptions[i].inputBufferOption);
+            RequireRecord(contract, "LumOutputPortQueryInfo", output, before.pOutputPortQueryInfo[i]);
+            RequireRecord(contract, "LumInputPortQueryInfo", input, before.pInputOptions[i]);
+            RequireRecord(contract, "the downstream requirement", downstream, *output.pDownstreamRequirement);
         }
-    }
+    };
 }
 
-void RequestWatch::ExpectDependencies(const NodeCall& caller, const TagRegistry& tags) {
-    dependency_.hNodeSession = caller.node->session;
-    dependency_.propertyCount = 1;
-    dependency_.propertyIds[0] = tags.Id(GridTag(*caller.node->variant));
-    dependency_.propertyOffsets[0] = 0;
-    dependency_.processSequenceId = 1;
-    dependency_.inputBufferDependency = 1;
-    dependency_.fenceCount = 0;
-    for (uint32_t i = 0; expected_.inputImageLists != nullptr && i < expected_.inputCount; ++i) {
-        const LumImageList* list = expected_.inputImageLists[i];
-        if (list != nullptr && list->pFenceHandle != nullptr && list->pFenceSignaled != nullptr &&
-            dependency_.fenceCount < LumMaxFences) {
-            dependency_.pFenceHandles[dependency_.fenceCount] = list->pFenceHandle;
-            dependency_.pFenceSignaled[dependency_.fenceCount] = list->pFenceSignaled;
-            ++dependency_.fenceCount;
+std::function<void(Contract&, const TagRegistry&, uint32_t result)> WatchRequest(
+    const LumNodeProcessRequestInfo& request) {
+    std::vector<WatchedList> lists;
+    WatchLists(lists, request.inputImageLists, request.inputCount);
+    WatchLists(lists, request.outputImageLists, request.outputCount);
+    return [&request, expected = request, dependency = *request.pDependency, lists](
+               Contract& contract, const TagRegistry& tags, uint32_t result) mutable {
+        const NodeCall& caller = CurrentCall();
+        const bool isLookAhead = caller.node->variant == Variant::LookAhead;
+        if (caller.phase == PhaseSecondPass) {
+            dependency.processingDone = 1;
+            expected.lookAheadComplete = isLookAhead ? 1 : expected.lookAheadComplete;
+        } else if (result == 0 && caller.node->variant) {
+            ExpectDependencies(dependency, expected, tags);
+            contract.Require(caller.windowQueries == 1, "calls QueryRequestWindow {} times; expected once",
+                             caller.windowQueries);
+            const unsigned notices = isLookAhead ? 1 : 0;
+            contract.Require(caller.doneNotices == notices, "calls NotifyRequestDone {} times; expected {}",
+                             caller.doneNotices, notices);
         }
-    }
-    // A request that follows its reference directly may run beside it.
-    const uint64_t reference = caller.pass->answeredReference;
-    const bool follows = expected_.requestId > reference;
-    const uint64_t distance = follows ? expected_.requestId - reference : expected_.requestId;
-    if (distance > 1) {
-        dependency_.sequentialExecution = 1;
-    }
-}
-
-void RequestWatch::CheckFirstPass(Contract& contract, const TagRegistry& tags, uint32_t result) {
-    const NodeCall& caller = CurrentCall();
-    if (result == 0 && caller.node->variant) {
-        ExpectDependencies(caller, tags);
-        const PassRecord& pass = *caller.pass;
-        contract.Require(pass.windowQueries == 1, "calls QueryRequestWindow {} times; expected once",
-                         pass.windowQueries);
-        const unsigned notices = caller.node->variant == Variant::LookAhead ? 1 : 0;
-        contract.Require(pass.doneNotices == notices, "calls NotifyRequestDone {} times; expected {}",
-                         pass.doneNotices, notices);
-    }
-    CheckRecords(contract);
-}
-
-void RequestWatch::CheckSecondPass(Contract& contract) {
-    dependency_.processingDone = 1;
-    if (CurrentCall().node->variant == Variant::LookAhead) {
-        expected_.lookAheadComplete = 1;
-    }
-    CheckRecords(contract);
-}
-
-void RequestWatch::CheckRecords(Contract& contract) const {
-    RequireRecord(contract, "LumNodeProcessRequestInfo", expected_, request_);
-    RequireRecord(contract, "LumDependencyInfo", dependency_, *expected_.pDependency);
-    for (const WatchedList& watched : lists_) {
-        RequireRecord(contract, "LumImageList", watched.expected, *watched.list);
-        const native_handle_t* handle = watched.expected.firstImage.pNativeHandle;
-        contract.Require(WordsOf(handle) == watched.handle, "changed the native handle of a buffer");
-    }
+        RequireRecord(contract, "LumNodeProcessRequestInfo", expected, request);
+        RequireRecord(contract, "LumDependencyInfo", dependency, *expected.pDependency);
+        for (const WatchedList& watched : lists) {
+            RequireRecord(contract, "LumImageList", watched.expected, *watched.list);
+            const native_handle_t* handle = watched.expected.firstImage.pNativeHandle;
+            contract.Require(WordsOf(handle) == watched.handle, "changed the native handle of a buffer");
+        }
+    };
 }
 
 }  // namespace desk

@@ -1,7 +1,8 @@
 #pragma once
 
 #include <cstddef>
-#include <vector>
+#include <cstdint>
+#include <functional>
 
 #include "desk/host/rules/contract.h"
 #include "desk/host/rules/tag_registry.h"
@@ -22,46 +23,13 @@ void RequireRecord(Contract& contract, const char* name, const Record& expected,
 void CheckCreation(Contract& contract, const LumNodeCreateInfo& before, const LumNodeCreateInfo& after,
                    uint32_t result);
 
-/// Remembers the records of a buffer query, all ports of it, and tells afterwards whether the node changed
-/// only what is its own.
-class QueryWatch {
-public:
-    explicit QueryWatch(const LumNodeQueryBufferInfo& info);
-    void Check(Contract& contract);
+/// Remembers the records of a buffer query, all ports of it. Returns what tells afterwards whether the node
+/// changed only what is its own; the query's record has to live until then.
+std::function<void(Contract&)> WatchQuery(const LumNodeQueryBufferInfo& info);
 
-private:
-    const LumNodeQueryBufferInfo& info_;
-    LumNodeQueryBufferInfo expected_;
-    std::vector<LumOutputPortQueryInfo> outputs_;
-    std::vector<LumInputPortQueryInfo> inputs_;
-    std::vector<LumNodeBufferRequirement> downstream_;
-};
-
-/// The same for one pass of a request: its record, the dependency record, the image lists and the handles
-/// in them.
-class RequestWatch {
-public:
-    explicit RequestWatch(const LumNodeProcessRequestInfo& request);
-    /// After a first pass that returned `result`.
-    void CheckFirstPass(Contract& contract, const TagRegistry& tags, uint32_t result);
-    /// After a second pass, whatever it returned.
-    void CheckSecondPass(Contract& contract);
-
-private:
-    struct WatchedList {
-        const LumImageList* list;
-        LumImageList expected;
-        std::vector<int> handle;
-    };
-
-    void WatchLists(LumImageList** lists, uint32_t count);
-    void ExpectDependencies(const NodeCall& caller, const TagRegistry& tags);
-    void CheckRecords(Contract& contract) const;
-
-    const LumNodeProcessRequestInfo& request_;
-    LumNodeProcessRequestInfo expected_;
-    LumDependencyInfo dependency_;
-    std::vector<WatchedList> lists_;
-};
+/// The same for one pass of a request, which returned `result`: its record, the dependency record, the image
+/// lists and the handles in them.
+std::function<void(Contract&, const TagRegistry&, uint32_t result)> WatchRequest(
+    const LumNodeProcessRequestInfo& request);
 
 }  // namespace desk

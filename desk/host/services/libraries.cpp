@@ -47,30 +47,27 @@ void Libraries::SetProvider(LibraryProvider* provider) {
 void* Libraries::Map(const std::string& devicePath) {
     return mapped_.With([&](Mapped& mapped) {
         void* library = mapped.provider->Map(devicePath);
-        if (library != nullptr) {
-            mapped.mappings.insert(library);
-            if (mapped.glCounters == nullptr) {
-                ConnectGl(mapped, library);
-            }
+        if (library == nullptr) {
+            return library;
+        }
+        mapped.mappings.insert(library);
+        const auto find = [&](auto& function, const char* name) {
+            function =
+                reinterpret_cast<std::decay_t<decltype(function)>>(mapped.provider->Symbol(library, name));
+            return function != nullptr;
+        };
+        if (mapped.glCounters == nullptr && find(mapped.glCounters, "desk_gl_counters")) {
+            mapped.glCounters(&mapped.glBaseline);
+        }
+        if (mapped.setErrorSink == nullptr && find(mapped.setErrorSink, "desk_gl_set_error_sink")) {
+            const auto report = [](void* contract, const char* text) {
+                static_cast<Contract*>(contract)->Require(false, "makes the GL driver report an error: {}",
+                                                          text);
+            };
+            mapped.setErrorSink(report, &contract_);
         }
         return library;
     });
-}
-
-void Libraries::ConnectGl(Mapped& mapped, void* library) {
-    const auto find = [&](auto& function, const char* name) {
-        function = reinterpret_cast<std::decay_t<decltype(function)>>(mapped.provider->Symbol(library, name));
-        return function != nullptr;
-    };
-    if (find(mapped.glCounters, "desk_gl_counters")) {
-        mapped.glCounters(&mapped.glBaseline);
-    }
-    if (find(mapped.setErrorSink, "desk_gl_set_error_sink")) {
-        const auto report = [](void* contract, const char* text) {
-            static_cast<Contract*>(contract)->Require(false, "makes the GL driver report an error: {}", text);
-        };
-        mapped.setErrorSink(report, &contract_);
-    }
 }
 
 void* Libraries::Symbol(void* library, const char* symbol) {

@@ -69,8 +69,6 @@ private:
         DeskGlCounters glBaseline = {};
     };
 
-    void ConnectGl(Mapped& mapped, void* library);
-
     Contract& contract_;
     LibraryProvider system_;
     Guarded<Mapped> mapped_;
