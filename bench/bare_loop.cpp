@@ -76,22 +76,7 @@ struct Plane {
     GLuint framebuffer = 0;
 };
 
-/// A context without a surface, current as long as this lives.
-class Current {
-public:
-    Current(EGLDisplay display, EGLContext context) : display_(display) {
-        if (eglMakeCurrent(display, EGL_NO_SURFACE, EGL_NO_SURFACE, context) != EGL_TRUE) {
-            throw std::runtime_error("expected the machine's GL to make its context current, got a refusal");
-        }
-    }
-    ~Current() {
-        eglMakeCurrent(display_, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
-    }
-
-private:
-    EGLDisplay display_;
-};
-
+/// A context without a surface, which is current.
 EGLContext MakeContext(EGLDisplay display) {
     const EGLint wanted[] = {EGL_SURFACE_TYPE, EGL_PBUFFER_BIT, EGL_RENDERABLE_TYPE, EGL_OPENGL_ES3_BIT,
                              EGL_NONE};
@@ -105,13 +90,13 @@ EGLContext MakeContext(EGLDisplay display) {
     if (context == EGL_NO_CONTEXT) {
         throw std::runtime_error("expected the machine's GL to give a context of version 3, got none");
     }
+    eglMakeCurrent(display, EGL_NO_SURFACE, EGL_NO_SURFACE, context);
     return context;
 }
 
 struct Loop {
     explicit Loop(cv::Size size)
-        : current(display, context),
-          sizes{MeshColumns, MeshRows, size.width, size.height, size.width, size.height},
+        : sizes{MeshColumns, MeshRows, size.width, size.height, size.width, size.height},
           planes{{size, GL_R8, GL_RED}, {size / 2, GL_RG8, GL_RG}} {
         const GLuint program = glCreateProgram();
         glAttachShader(program, MakeShader(GL_VERTEX_SHADER, VertexShader));
@@ -137,7 +122,9 @@ struct Loop {
     Loop& operator=(const Loop&) = delete;
 
     void Frame(const Nv12& input, const IPEICAGridTransform& grid, Nv12& output) {
-        const Current whileItLasts(display, context);
+        if (eglMakeCurrent(display, EGL_NO_SURFACE, EGL_NO_SURFACE, context) != EGL_TRUE) {
+            throw std::runtime_error("expected the machine's GL to make its context current, got a refusal");
+        }
         UpdateMesh(vertices.data(), texCoordinates.data(), &grid.gridTransformArray[0].x, sizes, true);
         glVertexAttribPointer(0, 2, GL_FLOAT, GL_FALSE, 0, vertices.data());
         glVertexAttribPointer(1, 2, GL_FLOAT, GL_FALSE, 0, texCoordinates.data());
@@ -149,11 +136,11 @@ struct Loop {
         planes[0].Read(output.luma.data);
         planes[1].Read(output.chroma.data);
         glFinish();
+        eglMakeCurrent(display, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
     }
 
     EGLDisplay display = eglGetPlatformDisplay(EGL_PLATFORM_SURFACELESS_MESA, EGL_DEFAULT_DISPLAY, nullptr);
     EGLContext context = MakeContext(display);
-    Current current;
     DewarpMeshSizes sizes;
     Plane planes[2];
     std::vector<float> vertices = std::vector<float>(MeshColumns * MeshRows * 2);
@@ -162,15 +149,9 @@ struct Loop {
 
 }  // namespace
 
-Peer BareLoop(cv::Size size, const Shake& shake) {
-    return [loop = std::make_shared<Loop>(size), grid = MakeGrid(shake, size)](
+Peer BareLoop(cv::Size size, const desk::CameraPose& pose) {
+    return [loop = std::make_shared<Loop>(size), grid = MakeGrid(pose, size)](
                const Nv12& input, Nv12& output) { loop->Frame(input, grid, output); };
-}
-
-std::string Renderer() {
-    const Loop loop({64, 64});
-    const Current whileItLasts(loop.display, loop.context);
-    return reinterpret_cast<const char*>(glGetString(GL_RENDERER));
 }
 
 }  // namespace bench

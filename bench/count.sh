@@ -11,6 +11,6 @@ mkdir -p "$folder"
 valgrind --tool=callgrind --callgrind-out-file="$folder/callgrind.out" \
   --collect-atstart=no --collect-systime=yes --compress-strings=no --compress-pos=no \
   --toggle-collect='*DewarpNodeProcRequest*' \
-  --toggle-collect='bench::Floor::Frame*' --toggle-collect='bench::DumpCalls::Frame*' \
+  --toggle-collect='bench::FloorFrame*' --toggle-collect='bench::DumpCallsFrame*' \
   "$build/bench/bench-instructions" "$@" >"$folder/callgrind.log" 2>&1 ||
   { cat "$folder/callgrind.log" >&2; exit 1; }

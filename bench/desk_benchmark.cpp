@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iostream>
 #include <memory>
+#include <opencv2/imgproc.hpp>
 
 #include "bench/lifecycle.h"
 #include "bench/peers.h"
@@ -15,15 +16,29 @@
 
 namespace {
 
-using bench::Nv12;
 using bench::Seconds;
+using desk::Nv12;
 
-const bench::Shake shake;
+/// About the image's centre, an output pixel shows what lies at scale * R(roll) * pixel + (x, y) of the
+/// input.
+constexpr desk::CameraPose pose = {7.25, -4.5, -0.01, 0.9};
 
 /// The desk's host, one in the process.
 desk::DeskHost& Host() {
     static desk::DeskHost host({BENCH_NODE_LIBRARY, BENCH_SYSTEM_LIBRARY_DIR, {}, nullptr, 0});
     return host;
+}
+
+/// Soft noise, detailed enough to tell a good interpolation from a bad one.
+Nv12 MakeScene(cv::Size size) {
+    constexpr double Softness = 1.5;  // sigma in samples
+    cv::setRNGSeed(1);
+    Nv12 picture(size);
+    for (const cv::Mat& plane : {picture.luma, picture.chroma}) {
+        cv::randu(plane, 0, 256);
+        cv::GaussianBlur(plane, plane, {}, Softness);
+    }
+    return picture;
 }
 
 /// A buffer's planes.
@@ -36,7 +51,7 @@ Nv12 View(desk::GrallocBuffer& buffer) {
 
 /// One node of the desk with one buffer per direction.
 struct DeskWarp {
-    explicit DeskWarp(cv::Size s = {1920, 1080}) : size(s), grid(bench::MakeGrid(shake, size)) {}
+    explicit DeskWarp(cv::Size s = {1920, 1080}) : size(s), grid(bench::MakeGrid(pose, size)) {}
     void Create() {
         node = Host().CreateNode(desk::Variant::RealTime);
     }
@@ -48,7 +63,7 @@ struct DeskWarp {
     void NextBuffers() {
         input = node->AllocateInput();
         output = node->AllocateOutput();
-        const Nv12 scene = bench::MakeScene(size);
+        const Nv12 scene = MakeScene(size);
         const Nv12 shown = View(*input);
         scene.luma.copyTo(shown.luma);
         scene.chroma.copyTo(shown.chroma);
@@ -95,14 +110,14 @@ double Median(std::vector<double> values) {
 
 /// A peer in turn with the desk: whatever else the machine does then hits both. Counters: medians of the
 /// peer's and the desk's milliseconds and of desk / peer.
-void PeerFrame(benchmark::State& state, bench::Peer (*make)(cv::Size, const bench::Shake&)) {
+void PeerFrame(benchmark::State& state, bench::Peer (*make)(cv::Size, const desk::CameraPose&)) {
     DeskWarp desk(SizeOf(state));
     desk.Create();
     desk.Prepare();
     desk.Frame();
-    const Nv12 input = bench::MakeScene(desk.size);
+    const Nv12 input = MakeScene(desk.size);
     Nv12 output(desk.size);
-    const bench::Peer peer = make(desk.size, shake);
+    const bench::Peer peer = make(desk.size, pose);
     peer(input, output);
     std::vector<double> peerTimes;
     std::vector<double> deskTimes;
@@ -140,7 +155,8 @@ BENCH_LIFE(DeskWarp, Often);
 int main(int argc, char** argv) {
     try {
         benchmark::Initialize(&argc, argv);
-        benchmark::AddCustomContext("renderer", bench::Renderer());
+        Host().CreateNode(desk::Variant::RealTime);
+        benchmark::AddCustomContext("renderer", Host().Counters().gl.value().renderer);
         benchmark::RunSpecifiedBenchmarks();
     } catch (const std::exception& error) {
         std::cerr << "bench-desk: " << error.what() << "\n";

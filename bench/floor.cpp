@@ -1,6 +1,5 @@
 #include "bench/floor.h"
 
-#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -14,12 +13,7 @@
 namespace bench {
 namespace {
 
-using desk::GridColumns;
-using desk::GridPoints;
-using desk::MeshColumns;
-using desk::MeshFloats;
-using desk::MeshRows;
-using desk::MeshVertices;
+using namespace desk;
 
 struct NullGl {
 #define FLOOR_ENTRY(member, symbol, ...) \
@@ -27,40 +21,20 @@ struct NullGl {
     DEWARP_GLES_ENTRIES(FLOOR_ENTRY)
     DEWARP_EGL_ENTRIES(FLOOR_ENTRY)
 #undef FLOOR_ENTRY
-};
 
-}  // namespace
-
-struct Floor::State {
     void Probe() const {
-        if (gl.m_pfnglgeterror() != GL_NO_ERROR) {
+        if (m_pfnglgeterror() != GL_NO_ERROR) {
             std::abort();
         }
     }
     void ProbeEgl() const {
-        if (gl.m_pfneglgeterror() != EGL_SUCCESS) {
+        if (m_pfneglgeterror() != EGL_SUCCESS) {
             std::abort();
         }
     }
-    void FillMesh(const float* grid);
-    void Begin() const;
-    void Draw() const;
-
-    NullGl gl;
-    int width = 0;
-    int height = 0;
-    float vertices[MeshFloats] = {};
-    float texCoordinates[MeshFloats] = {};
 };
 
-Floor::Floor(uint32_t width, uint32_t height) : state_(new State) {
-    state_->width = static_cast<int>(width);
-    state_->height = static_cast<int>(height);
-}
-
-Floor::~Floor() = default;
-
-void Floor::State::FillMesh(const float* grid) {
+void FillMesh(const float* grid, int width, int height, float* vertices, float* texCoordinates) {
     const float w = static_cast<float>(width);
     const float h = static_cast<float>(height);
     const float scaleX = w / static_cast<float>(width);  // input and output are of one size
@@ -89,71 +63,71 @@ void Floor::State::FillMesh(const float* grid) {
     }
 }
 
-void Floor::State::Begin() const {
+void Begin(const NullGl& gl, int width, int height) {
     gl.m_pfneglmakecurrent(nullptr, nullptr, nullptr, nullptr);
-    ProbeEgl();
+    gl.ProbeEgl();
     gl.m_pfngluseprogram(1);
-    Probe();
+    gl.Probe();
     const GLint location = gl.m_pfnglgetuniformlocation(1, "tex");
     gl.m_pfnglactivetexture(GL_TEXTURE0);
     gl.m_pfngluniform1i(location, 0);
     gl.m_pfnglviewport(0, 0, width, height);
 }
 
-void Floor::State::Draw() const {
+void Draw(const NullGl& gl, int width, int height, const float* vertices, const float* texCoordinates) {
     gl.m_pfnglenablevertexattribarray(0);
     gl.m_pfnglenablevertexattribarray(1);
     gl.m_pfnglvertexattribpointer(0, 2, GL_FLOAT, GL_FALSE, 0, vertices);
-    Probe();
+    gl.Probe();
     gl.m_pfnglvertexattribpointer(1, 2, GL_FLOAT, GL_FALSE, 0, texCoordinates);
-    Probe();
+    gl.Probe();
     gl.m_pfnglbindbuffer(GL_ELEMENT_ARRAY_BUFFER, 1);
-    Probe();
+    gl.Probe();
     gl.m_pfnglbindtexture(GL_TEXTURE_EXTERNAL_OES, 1);
-    Probe();
+    gl.Probe();
     gl.m_pfnglbindframebuffer(GL_DRAW_FRAMEBUFFER, 1);
-    Probe();
+    gl.Probe();
     gl.m_pfnglscissor(0, 0, width, height);
-    Probe();
+    gl.Probe();
     if (gl.m_pfnglcheckframebufferstatus(GL_DRAW_FRAMEBUFFER) != GL_FRAMEBUFFER_COMPLETE) {
         std::abort();
     }
     gl.m_pfnglClearColor(0.0F, 0.0F, 0.0F, 0.0F);
-    Probe();
+    gl.Probe();
     gl.m_pfnglClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
-    Probe();
+    gl.Probe();
     gl.m_pfngldrawelements(GL_TRIANGLES, (MeshColumns - 1) * (MeshRows - 1) * 6, GL_UNSIGNED_SHORT, nullptr);
-    Probe();
+    gl.Probe();
     gl.m_pfnglflush();
     gl.m_pfnglfinish();
     gl.m_pfnglbindtexture(GL_TEXTURE_EXTERNAL_OES, 0);
-    Probe();
+    gl.Probe();
     gl.m_pfnglbindframebuffer(GL_DRAW_FRAMEBUFFER, 0);
-    Probe();
+    gl.Probe();
     gl.m_pfneglmakecurrent(nullptr, nullptr, nullptr, nullptr);
-    ProbeEgl();
+    gl.ProbeEgl();
 }
 
-void Floor::Frame(const IPEICAGridTransform& grid) {
+}  // namespace
+
+const float* FloorFrame(const IPEICAGridTransform& grid, int width, int height) {
+    static const NullGl gl;
+    static float mesh[2 * MeshFloats];
     float copy[GridPoints * 2];
     std::memcpy(copy, grid.gridTransformArray, sizeof(copy));
-    state_->Begin();
-    state_->FillMesh(copy);
-    state_->Draw();
+    Begin(gl, width, height);
+    FillMesh(copy, width, height, mesh, mesh + MeshFloats);
+    Draw(gl, width, height, mesh, mesh + MeshFloats);
+    return mesh;
 }
 
-const float* Floor::Mesh() const {
-    static_assert(offsetof(State, texCoordinates) == offsetof(State, vertices) + sizeof(State::vertices),
-                  "no gap");
-    return state_->vertices;
-}
-
-void DumpCalls::Frame(const IPEICAGridTransform& grid, const float* mesh) {
+void DumpCallsFrame(const IPEICAGridTransform& grid, const float* mesh) {
+    static FILE* const file = std::fopen("/dev/null", "a");
+    static char line[98304];
     constexpr size_t Limit = 65536;
-    char* const line = line_.data();
     const auto wide = [](float value) { return static_cast<double>(value); };
-    const auto write = [this](const char* end) {
-        LumNodeUtils::FWrite(line_.data(), static_cast<size_t>(end - line_.data()), 1, file_);
+    const auto write = [](const char* end) {
+        LumNodeUtils::FWrite(line, static_cast<size_t>(end - line), 1, file);
     };
     char* end = line + LumNodeUtils::SNPrintF(line, Limit, "Frame %lu, %u, %u, ", 1UL, 0U, 0U);
     const GridPoint* point = grid.gridTransformArray;

@@ -68,13 +68,12 @@ void MeasureGrowth() {
 }
 
 /// A floor that computed something else would be none.
-void RequireSameMesh(bench::Floor& floor) {
+void RequireNodesMesh(const float* floor) {
     constexpr size_t Floats = desk::MeshFloats;
     std::vector<float> mesh(2 * Floats);
     UpdateMesh(mesh.data(), mesh.data() + Floats, &bench::Grid().gridTransformArray[0].x,
                {desk::MeshColumns, desk::MeshRows, 1920, 1080, 1920, 1080}, true);
-    floor.Frame(bench::Grid());
-    if (std::memcmp(mesh.data(), floor.Mesh(), mesh.size() * sizeof(float)) != 0) {
+    if (std::memcmp(mesh.data(), floor, mesh.size() * sizeof(float)) != 0) {
         throw std::runtime_error("expected the floor to give the node's mesh bit for bit, got another");
     }
 }
@@ -99,11 +98,10 @@ int main(int argc, char** argv) {
         bench::NullNode node(BENCH_NODE_LIBRARY, {});
         node.Frame();
         Measure("first pass", WarmUpFrames, [&] { node.FirstPass(); });
-        bench::Floor floor(1920, 1080);
-        RequireSameMesh(floor);
-        Measure("floor", WarmUpFrames, [&] { floor.Frame(bench::Grid()); });
-        bench::DumpCalls dumpCalls;
-        Measure("dump calls", WarmUpFrames, [&] { dumpCalls.Frame(bench::Grid(), floor.Mesh()); });
+        const auto floor = [] { return bench::FloorFrame(bench::Grid(), 1920, 1080); };
+        RequireNodesMesh(floor());
+        Measure("floor", WarmUpFrames, floor);
+        Measure("dump calls", WarmUpFrames, [mesh = floor()] { bench::DumpCallsFrame(bench::Grid(), mesh); });
         MeasureGrowth();
     } catch (const std::exception& error) {
         std::cerr << "bench-instructions: " << error.what() << "\n";

@@ -23,22 +23,16 @@ template <typename Life, Event event>
 void TimeEvent(benchmark::State& state) {
     while (state.KeepRunning()) {
         Life life;
-        const auto run = [&](Event now, void (Life::*action)()) {
-            const double seconds = Seconds([&] { (life.*action)(); });
-            if (now == event) {
-                state.SetIterationTime(seconds);
-            }
-        };
-        run(Create, &Life::Create);
-        if (event != Create) {
-            life.Prepare();
-            run(FirstFrame, &Life::Frame);
-        }
+        double seconds[Destroy + 1] = {};
+        seconds[Create] = Seconds([&] { life.Create(); });
+        life.Prepare();
+        seconds[FirstFrame] = Seconds([&] { life.Frame(); });
         if (event == ImportFrame) {
             life.NextBuffers();
-            run(ImportFrame, &Life::Frame);
+            seconds[ImportFrame] = Seconds([&] { life.Frame(); });
         }
-        run(Destroy, &Life::Destroy);
+        seconds[Destroy] = Seconds([&] { life.Destroy(); });
+        state.SetIterationTime(seconds[event]);
     }
 }
 

@@ -28,19 +28,16 @@ void SteadyFrame(benchmark::State& state, const NodeSetup& setup) {
 }
 
 void FloorFrame(benchmark::State& state) {
-    bench::Floor floor(1920, 1080);
     while (state.KeepRunning()) {
-        floor.Frame(bench::Grid());
+        bench::FloorFrame(bench::Grid(), 1920, 1080);
         benchmark::ClobberMemory();
     }
 }
 
 void DumpCallsFrame(benchmark::State& state) {
-    bench::Floor floor(1920, 1080);
-    floor.Frame(bench::Grid());
-    bench::DumpCalls calls;
+    const float* mesh = bench::FloorFrame(bench::Grid(), 1920, 1080);
     while (state.KeepRunning()) {
-        calls.Frame(bench::Grid(), floor.Mesh());
+        bench::DumpCallsFrame(bench::Grid(), mesh);
     }
 }
 

@@ -18,19 +18,17 @@ struct NullEntry;
 
 template <typename Result, typename... Arguments>
 struct NullEntry<Result (*)(Arguments...)> {
-    static Result Call(Arguments...) {
+    template <int Value>
+    static Result Answer(Arguments...) {
         if constexpr (std::is_same_v<Result, void*>) {
             return handle;
+        } else if constexpr (std::is_integral_v<Result>) {
+            return static_cast<Result>(Value);
         } else {
             return Result();
         }
     }
 };
-
-template <typename Integer, Integer Value, typename... Arguments>
-Integer Answer(Arguments...) {
-    return Value;
-}
 
 void Generate(GLsizei /*count*/, GLuint* names) {
     static GLuint last = 0;
@@ -54,33 +52,29 @@ EGLBoolean DestroyImage(EGLDisplay /*display*/, EGLImageKHR image) {
     return EGL_TRUE;
 }
 
-using Entry = std::pair<const std::string_view, void*>;
-
-template <typename Function>
-Entry Special(const char* name, Function* function) {
-    return {name, reinterpret_cast<void*>(function)};
-}
-
-#define NULL_ENTRY(member, symbol, ...) Special(#symbol, NullEntry<decltype(&::symbol)>::Call),
+#define ENTRY(symbol, function) std::pair(std::string_view(#symbol), reinterpret_cast<void*>(function))
+#define ANSWER(symbol, value) ENTRY(symbol, NullEntry<decltype(&::symbol)>::Answer<value>)
+#define NULL_ENTRY(member, symbol, ...) ANSWER(symbol, 0),
 /// First those that a caller needs an answer of.
-const std::map<std::string_view, void*> entries = {
-    Special("eglGetError", Answer<EGLint, EGL_SUCCESS>),
-    Special("glCheckFramebufferStatus", Answer<GLenum, GL_FRAMEBUFFER_COMPLETE, GLenum>),
-    Special("glCreateShader", Answer<GLuint, 1, GLenum>),
-    Special("glCreateProgram", Answer<GLuint, 1>),
-    Special("glGetAttribLocation", Answer<GLint, 0, GLuint, const GLchar*>),
-    Special("glGetShaderiv", SayYes),
-    Special("glGetProgramiv", SayYes),
-    Special("glGenBuffers", Generate),
-    Special("glGenTextures", Generate),
-    Special("glGenFramebuffers", Generate),
-    Special("glGenRenderbuffers", Generate),
-    Special("eglInitialize", Answer<EGLBoolean, EGL_TRUE, EGLDisplay, EGLint*, EGLint*>),
-    Special("eglMakeCurrent", Answer<EGLBoolean, EGL_TRUE, EGLDisplay, EGLSurface, EGLSurface, EGLContext>),
-    Special("eglCreateImageKHR", CreateImage),
-    Special("eglDestroyImageKHR", DestroyImage),
-    DEWARP_GLES_ENTRIES(NULL_ENTRY) DEWARP_EGL_ENTRIES(NULL_ENTRY)};
+const std::map<std::string_view, void*> entries = {ANSWER(eglGetError, EGL_SUCCESS),
+                                                   ANSWER(eglInitialize, EGL_TRUE),
+                                                   ANSWER(eglMakeCurrent, EGL_TRUE),
+                                                   ANSWER(glCheckFramebufferStatus, GL_FRAMEBUFFER_COMPLETE),
+                                                   ANSWER(glCreateShader, 1),
+                                                   ANSWER(glCreateProgram, 1),
+                                                   ENTRY(glGetShaderiv, SayYes),
+                                                   ENTRY(glGetProgramiv, SayYes),
+                                                   ENTRY(glGenBuffers, Generate),
+                                                   ENTRY(glGenTextures, Generate),
+                                                   ENTRY(glGenFramebuffers, Generate),
+                                                   ENTRY(glGenRenderbuffers, Generate),
+                                                   ENTRY(eglCreateImageKHR, CreateImage),
+                                                   ENTRY(eglDestroyImageKHR, DestroyImage),
+                                                   DEWARP_GLES_ENTRIES(NULL_ENTRY)
+                                                       DEWARP_EGL_ENTRIES(NULL_ENTRY)};
 #undef NULL_ENTRY
+#undef ANSWER
+#undef ENTRY
 
 }  // namespace
 

@@ -81,22 +81,15 @@ extern "C" int property_get(const char*, char* value, const char*) {
 namespace bench {
 namespace {
 
-/// Of the library, which is loaded by the first call.
-const LumNodeCallbacks& Callbacks(const char* nodeLibrary) {
-    static LumNodeCallbacks callbacks = {};
-    if (callbacks.ProcRequest != nullptr) {
-        return callbacks;
-    }
+LumNodeCallbacks Load(const char* nodeLibrary) {
     void* library = dlopen(nodeLibrary, RTLD_NOW);
     if (library == nullptr) {
         throw std::runtime_error(std::string("expected the node library, got \"") + dlerror() + "\"");
     }
+    LumNodeCallbacks callbacks = {};
     callbacks.size = sizeof(callbacks);
     reinterpret_cast<decltype(&LumNodeEntry)>(dlsym(library, "LumNodeEntry"))(&callbacks);
-    if (callbacks.ProcRequest == nullptr) {
-        throw std::runtime_error("expected the library to fill the callback table, got it back empty");
-    }
-    static LumNodeInterface interface = {};
+    LumNodeInterface interface = {};
     interface.size = sizeof(interface);
     interface.GetVendorTagBase = [](LumVendorTagBaseInfo* info) {
         info->vendorTagBase = 0x100;
@@ -108,20 +101,10 @@ const LumNodeCallbacks& Callbacks(const char* nodeLibrary) {
     return callbacks;
 }
 
-IPEICAGridTransform MakeGrid() {
-    IPEICAGridTransform grid = {};
-    grid.gridTransformEnable = 1;
-    constexpr int MiddleColumn = desk::GridColumns / 2;
-    constexpr int MiddleRow = desk::GridRows / 2;
-    for (int row = 0; row < desk::GridRows; ++row) {
-        for (int column = 0; column < desk::GridColumns; ++column) {
-            const auto x = static_cast<float>(column - MiddleColumn);
-            const auto y = static_cast<float>(row - MiddleRow);
-            grid.gridTransformArray[row * desk::GridColumns + column] = {x * 60.0F + 3.0F * std::sin(y),
-                                                                         y * 45.0F + 2.0F};
-        }
-    }
-    return grid;
+/// Of the library, which is loaded by the first call.
+const LumNodeCallbacks& Callbacks(const char* nodeLibrary) {
+    static const LumNodeCallbacks callbacks = Load(nodeLibrary);
+    return callbacks;
 }
 
 native_handle_t nativeHandle = {sizeof(native_handle_t), 0, 0, {}};
@@ -140,7 +123,19 @@ LumImageList MakeList(const NodeSetup& setup, uint32_t fd) {
 }  // namespace
 
 const IPEICAGridTransform& Grid() {
-    static const IPEICAGridTransform grid = MakeGrid();
+    static const IPEICAGridTransform grid = [] {
+        IPEICAGridTransform made = {};
+        made.gridTransformEnable = 1;
+        GridPoint* point = made.gridTransformArray;
+        for (int row = 0; row < desk::GridRows; ++row) {
+            for (int column = 0; column < desk::GridColumns; ++column) {
+                const auto x = static_cast<float>(column - desk::GridColumns / 2);
+                const auto y = static_cast<float>(row - desk::GridRows / 2);
+                *point++ = {x * 60.0F + 3.0F * std::sin(y), y * 45.0F + 2.0F};
+            }
+        }
+        return made;
+    }();
     return grid;
 }
 

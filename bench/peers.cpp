@@ -5,7 +5,6 @@ extern "C" {
 }
 
 #include <algorithm>
-#include <cmath>
 #include <memory>
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
@@ -35,35 +34,29 @@ struct PlaneMap {
         : step(planeStep),
           across(size.width, step, MeshColumns),
           down(size.height, step, MeshRows),
-          x(size, CV_32F),
-          y(size, CV_32F) {}
+          map(size) {}
 
     void Fill(const IPEICAGridTransform& grid) {
         const float scale = 1.0F / static_cast<float>(step);
-        const auto centre = [this](int samples) { return static_cast<float>(step * samples - 1) / 2.0F; };
-        for (int row = 0; row < x.rows; ++row) {
+        const cv::Point2f centre = cv::Point2f(step * map.size() - cv::Size(1, 1)) / 2;
+        const auto inputOf = [](const GridPoint& point) { return cv::Point2f(point.x, point.y); };
+        for (int row = 0; row < map.rows; ++row) {
             const GridPoint* upper = grid.gridTransformArray + (down.cell[size_t(row)] + 1) * GridColumns + 1;
             const GridPoint* lower = upper + GridColumns;
             const float f = down.fraction[size_t(row)];
-            float lineX[MeshColumns];
-            float lineY[MeshColumns];
+            cv::Point2f line[MeshColumns];
             for (int c = 0; c < MeshColumns; ++c) {
-                lineX[c] = (upper[c].x + f * (lower[c].x - upper[c].x) + centre(x.cols)) * scale - 0.5F;
-                lineY[c] = (upper[c].y + f * (lower[c].y - upper[c].y) + centre(x.rows)) * scale - 0.5F;
+                const cv::Point2f between = inputOf(upper[c]) + f * (inputOf(lower[c]) - inputOf(upper[c]));
+                line[c] = (between + centre) * scale - cv::Point2f(0.5F, 0.5F);
             }
-            FillRow(lineX, x.ptr<float>(row));
-            FillRow(lineY, y.ptr<float>(row));
-        }
-    }
-    /// Cell by cell, so that the compiler can take several samples at once.
-    void FillRow(const float* line, float* values) const {
-        for (int i = 0; i < x.cols;) {
-            const int cell = across.cell[size_t(i)];
-            const float first = line[cell];
-            const float slope = line[cell + 1] - first;
-            const auto end = std::upper_bound(across.cell.begin() + i, across.cell.end(), cell);
-            for (const auto last = static_cast<int>(end - across.cell.begin()); i < last; ++i) {
-                values[i] = first + slope * across.fraction[size_t(i)];
+            // Cell by cell, so that the compiler can take several samples at once.
+            for (int i = 0; i < map.cols;) {
+                const int cell = across.cell[size_t(i)];
+                const cv::Point2f slope = line[cell + 1] - line[cell];
+                const auto end = std::upper_bound(across.cell.begin() + i, across.cell.end(), cell);
+                for (const auto last = static_cast<int>(end - across.cell.begin()); i < last; ++i) {
+                    map(row, i) = line[cell] + slope * across.fraction[size_t(i)];
+                }
             }
         }
     }
@@ -71,57 +64,20 @@ struct PlaneMap {
     int step;
     Axis across;
     Axis down;
-    cv::Mat x;
-    cv::Mat y;
+    cv::Mat_<cv::Point2f> map;
 };
 
-class VidStabTransform {
-public:
-    explicit VidStabTransform(cv::Size size) {
-        VSFrameInfo info;
-        VSTransformConfig config = vsTransformGetDefaultConfig("bench");
-        config.interpolType = VS_BiLinear;
-        if (vsFrameInfoInit(&info, size.width, size.height, PF_YUV420P) == 0 ||
-            vsTransformDataInit(&data, &config, &info, &info) != VS_OK) {
-            throw std::runtime_error("expected vidstab to take the picture size, got a refusal");
-        }
-        vsFrameAllocate(&source, &info);
-        vsFrameAllocate(&target, &info);
-    }
-    ~VidStabTransform() {
+/// What vidstab keeps for one size of picture.
+struct VidStabState {
+    VidStabState() = default;
+    ~VidStabState() {
         vsFrameFree(&source);
         vsFrameFree(&target);
         vsTransformDataCleanup(&data);
     }
-    VidStabTransform(const VidStabTransform&) = delete;
-    VidStabTransform& operator=(const VidStabTransform&) = delete;
+    VidStabState(const VidStabState&) = delete;
+    VidStabState& operator=(const VidStabState&) = delete;
 
-    void Frame(const Nv12& input, const Shake& shake, Nv12& output) {
-        const auto plane = [&input](const VSFrame& frame, int i) {
-            return cv::Mat(i == 0 ? input.luma.size() : input.chroma.size(), CV_8UC1, frame.data[i],
-                           static_cast<size_t>(frame.linesize[i]));
-        };
-        input.luma.copyTo(plane(source, 0));
-        cv::extractChannel(input.chroma, plane(source, 1), 0);
-        cv::extractChannel(input.chroma, plane(source, 2), 1);
-        // It turns about the pixel at half the size, one further than the mesh's centre, and counts the shift
-        // and the angle the other way round.
-        const double c = shake.zoom * std::cos(shake.angle);
-        const double sine = shake.zoom * std::sin(shake.angle);
-        VSTransform transform = {};
-        transform.x = -(shake.shiftX + c + sine - 1.0);
-        transform.y = -(shake.shiftY + c - sine - 1.0);
-        transform.alpha = -shake.angle;
-        transform.zoom = 100.0 * (1.0 - shake.zoom);
-        vsTransformPrepare(&data, &source, &target);
-        vsDoTransform(&data, transform);
-        vsTransformFinish(&data);
-        plane(target, 0).copyTo(output.luma);
-        cv::insertChannel(plane(target, 1), output.chroma, 0);
-        cv::insertChannel(plane(target, 2), output.chroma, 1);
-    }
-
-private:
     VSTransformData data = {};
     VSFrame source = {};
     VSFrame target = {};
@@ -129,19 +85,50 @@ private:
 
 }  // namespace
 
-Peer OpenCvRemap(cv::Size size, const Shake& shake) {
-    return [luma = PlaneMap(size, 1), chroma = PlaneMap(size / 2, 2), grid = MakeGrid(shake, size)](
+Peer OpenCvRemap(cv::Size size, const desk::CameraPose& pose) {
+    return [luma = PlaneMap(size, 1), chroma = PlaneMap(size / 2, 2), grid = MakeGrid(pose, size)](
                const Nv12& input, Nv12& output) mutable {
         luma.Fill(grid);
         chroma.Fill(grid);
-        cv::remap(input.luma, output.luma, luma.x, luma.y, cv::INTER_LINEAR, cv::BORDER_REPLICATE);
-        cv::remap(input.chroma, output.chroma, chroma.x, chroma.y, cv::INTER_LINEAR, cv::BORDER_REPLICATE);
+        cv::remap(input.luma, output.luma, luma.map, cv::noArray(), cv::INTER_LINEAR, cv::BORDER_REPLICATE);
+        cv::remap(input.chroma, output.chroma, chroma.map, cv::noArray(), cv::INTER_LINEAR,
+                  cv::BORDER_REPLICATE);
     };
 }
 
-Peer VidStab(cv::Size size, const Shake& shake) {
-    return [vidStab = std::make_shared<VidStabTransform>(size), shake](const Nv12& input, Nv12& output) {
-        vidStab->Frame(input, shake, output);
+Peer VidStab(cv::Size size, const desk::CameraPose& pose) {
+    VSFrameInfo info;
+    VSTransformConfig config = vsTransformGetDefaultConfig("bench");
+    config.interpolType = VS_BiLinear;
+    const auto state = std::make_shared<VidStabState>();
+    if (vsFrameInfoInit(&info, size.width, size.height, PF_YUV420P) == 0 ||
+        vsTransformDataInit(&state->data, &config, &info, &info) != VS_OK) {
+        throw std::runtime_error("expected vidstab to take the picture size, got a refusal");
+    }
+    vsFrameAllocate(&state->source, &info);
+    vsFrameAllocate(&state->target, &info);
+    // It turns about the pixel at half the size, one further than the mesh's centre, and counts the shift the
+    // other way round.
+    const cv::Point2d turned = SceneOf({0, 0, pose.roll, pose.scale}, {1, 1});
+    VSTransform transform = {};
+    transform.x = -(pose.x + turned.x - 1.0);
+    transform.y = -(pose.y + turned.y - 1.0);
+    transform.alpha = pose.roll;
+    transform.zoom = 100.0 * (1.0 - pose.scale);
+    return [state, transform](const Nv12& input, Nv12& output) {
+        const auto plane = [&input](const VSFrame& frame, int i) {
+            return cv::Mat(i == 0 ? input.luma.size() : input.chroma.size(), CV_8UC1, frame.data[i],
+                           static_cast<size_t>(frame.linesize[i]));
+        };
+        input.luma.copyTo(plane(state->source, 0));
+        cv::extractChannel(input.chroma, plane(state->source, 1), 0);
+        cv::extractChannel(input.chroma, plane(state->source, 2), 1);
+        vsTransformPrepare(&state->data, &state->source, &state->target);
+        vsDoTransform(&state->data, transform);
+        vsTransformFinish(&state->data);
+        plane(state->target, 0).copyTo(output.luma);
+        cv::insertChannel(plane(state->target, 1), output.chroma, 0);
+        cv::insertChannel(plane(state->target, 2), output.chroma, 1);
     };
 }
 

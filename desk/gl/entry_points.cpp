@@ -1,15 +1,12 @@
 #include <exception>
 #include <functional>
 #include <optional>
-#include <string>
 #include <type_traits>
 
 #include "desk/abi/gl_reports.h"
-#include "desk/gl/driver/errors.h"
+#include "desk/gl/driver/reports.h"
 #include "desk/gl/egl/display.h"
-#include "desk/gl/egl/objects.h"
 #include "desk/gl/yuv/draw.h"
-#include "desk/gl/yuv/shader_translate.h"
 
 /// Every function that callers of the libraries look up by name; all else stays hidden.
 #define EXPORT extern "C" __attribute__((visibility("default")))
@@ -27,11 +24,9 @@ std::invoke_result_t<Function, Arguments...> EglCall(const char* name, Function 
     SetEglResult(std::nullopt);
     try {
         return function(arguments...);
-    } catch (const EglError& error) {
-        SetEglResult(error.code);
-        ReportRefusal(name, error.what());
     } catch (const std::exception& error) {
-        SetEglResult(EGL_BAD_ALLOC);
+        const auto* refusal = dynamic_cast<const EglError*>(&error);
+        SetEglResult(refusal != nullptr ? refusal->code : EGL_BAD_ALLOC);
         ReportRefusal(name, error.what());
     }
     return {};
@@ -49,22 +44,6 @@ auto GlCall(Function function, Arguments... arguments) noexcept {
         context->SetError(GL_OUT_OF_MEMORY);
         return Result();
     }
-}
-
-std::shared_ptr<Image> FindImage(GLeglImageOES handle) {
-    return images.Find(REAL(eglGetCurrentDisplay)(), handle);
-}
-
-void SetShaderSource(ContextState& /*context*/, GLuint shader, GLsizei count, const GLchar* const* strings,
-                     const GLint* lengths) {
-    std::string source;
-    for (GLsizei i = 0; i < count; ++i) {
-        const bool hasLength = lengths != nullptr && lengths[i] >= 0;
-        source += hasLength ? std::string(strings[i], static_cast<size_t>(lengths[i])) : strings[i];
-    }
-    source = LeadWithVersion(TranslateYuvShader(source));
-    const char* text = source.c_str();
-    REAL(glShaderSource)(shader, 1, &text, nullptr);
 }
 
 }  // namespace
@@ -107,7 +86,7 @@ EXPORT void GL_APIENTRY glFramebufferRenderbuffer(GLenum target, GLenum attachme
 EXPORT void GL_APIENTRY glDeleteRenderbuffers(GLsizei count, const GLuint* renderbuffers) {
     GlCall(&ContextState::DeleteRenderbuffers, count, renderbuffers); }
 EXPORT void GL_APIENTRY glShaderSource(GLuint shader, GLsizei count, const GLchar* const* strings, const GLint* lengths) {
-    GlCall(SetShaderSource, shader, count, strings, lengths); }
+    GlCall([=](auto& context) { context.programs.SetSource(shader, count, strings, lengths); }); }
 EXPORT void GL_APIENTRY glLinkProgram(GLuint program) {
     GlCall([=](auto& context) { context.programs.Link(program); }); }
 EXPORT void GL_APIENTRY glDeleteProgram(GLuint program) {

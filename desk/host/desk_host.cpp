@@ -40,26 +40,26 @@ uint64_t CountBufferDescriptors() {
 
 }  // namespace
 
-DeskHost::DeskHost(HostOptions options)
-    : state_(std::move(options)), library_(LoadLibrary(state_.options.nodeLibrary), &::dlclose) {
-    SetLogLevels(state_.options.luxBits, false);
-    const std::string name = state_.options.nodeLibrary.string();
+DeskHost::DeskHost(HostOptions given)
+    : HostState(std::move(given)), library_(LoadLibrary(options.nodeLibrary), &::dlclose) {
+    SetLogLevels(options.luxBits, false);
+    const std::string name = options.nodeLibrary.string();
     auto* entry = reinterpret_cast<NodeGate::Entry>(::dlsym(library_.get(), "LumNodeEntry"));
     if (entry == nullptr) {
         throw std::runtime_error(fmt::format("the node library {} has no LumNodeEntry", name));
     }
     CountAllocations(reinterpret_cast<const void*>(entry));
     const auto contextIsCurrent = [this] {
-        return state_.libraries.GlCounters().value_or(DeskGlCounters{}).contextCurrent != 0;
+        return libraries.GlCounters().value_or(DeskGlCounters{}).contextCurrent != 0;
     };
-    state_.gate = std::make_unique<NodeGate>(state_.contract, state_.tags, contextIsCurrent, entry);
-    uint32_t result = Callbacks().SetNodeInterface(&state_.table);
+    gate = std::make_unique<NodeGate>(contract, tags, contextIsCurrent, entry);
+    uint32_t result = gate->SetNodeInterface(&table);
     if (result != 0) {
         throw std::runtime_error(fmt::format("the node library {} does not take the host's services: {}",
                                              name, ResultText(result)));
     }
     LumNodeCapsInfo caps = {sizeof(caps), 0};
-    result = Callbacks().GetCaps(&caps);
+    result = gate->GetCaps(&caps);
     constexpr uint32_t Wanted = LumNodeCapsDewarpRealTime | LumNodeCapsDewarpLookAhead;
     if (result != 0 || caps.nodeCapsMask != Wanted) {
         throw std::runtime_error(
@@ -78,14 +78,14 @@ std::unique_ptr<DeskNode> DeskHost::CreateNode(Variant variant) {
 
 HostCounters DeskHost::Counters() const {
     HostCounters counters;
-    counters.liveNodes = state_.gate->LiveNodes();
-    state_.memory.With([&](const Blocks& blocks) {
+    counters.liveNodes = gate->LiveNodes();
+    memory.With([&](const Blocks& blocks) {
         counters.liveAllocations = blocks.live.size();
         counters.totalAllocations = blocks.total;
     });
-    counters.openFiles = state_.openFiles.With([](const auto& files) { return files.size(); });
-    counters.mappedLibraries = state_.libraries.Count();
-    counters.gl = state_.libraries.GlCounters();
+    counters.openFiles = openFiles.With([](const auto& files) { return files.size(); });
+    counters.mappedLibraries = libraries.Count();
+    counters.gl = libraries.GlCounters();
     return counters;
 }
 
@@ -95,17 +95,17 @@ void DeskHost::SetLogLevels(uint32_t luxBits, bool systemLog) {
 }
 
 void DeskHost::SetDumps(bool on) {
-    if (on && !std::filesystem::is_directory(state_.options.dumpDir)) {
+    if (on && !std::filesystem::is_directory(options.dumpDir)) {
         throw std::runtime_error(fmt::format("dumps cannot be switched on: the folder \"{}\" does not exist",
-                                             state_.options.dumpDir.string()));
+                                             options.dumpDir.string()));
     }
-    state_.properties.With([on](auto& all) { all[DumpProperty] = on ? "1" : "0"; });
+    properties.With([on](auto& all) { all[DumpProperty] = on ? "1" : "0"; });
 }
 
 void DeskHost::CheckTornDown() {
     const HostCounters now = Counters();
     const DeskGlCounters gl = now.gl.value_or(DeskGlCounters{});
-    const DeskGlCounters before = state_.libraries.GlBaseline();
+    const DeskGlCounters before = libraries.GlBaseline();
     const struct {
         const char* what;
         uint64_t count;
@@ -123,9 +123,8 @@ void DeskHost::CheckTornDown() {
     };
     for (const auto& left : leftovers) {
         if (left.count != left.expected) {
-            state_.contract.Report(
-                fmt::format("after the last node is gone the process holds {} {}; expected {}", left.count,
-                            left.what, left.expected));
+            contract.Report(fmt::format("after the last node is gone the process holds {} {}; expected {}",
+                                        left.count, left.what, left.expected));
         }
     }
 }

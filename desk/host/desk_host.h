@@ -26,25 +26,17 @@ struct HostCounters {
 /// Set up on one thread. Nodes may then run on several threads at once, and so may the requests of one node:
 /// only its creation, negotiation and destruction stand alone. The Set... functions and tag ids are for times
 /// when no callback runs.
-class DeskHost {
+class DeskHost : public HostState {
 public:
     /// Loads the library, fetches its callbacks, hands over the services and asks for its capabilities.
     /// Throws std::logic_error when another host exists; std::runtime_error, naming the file and the
     /// reason, when the library cannot be used.
-    explicit DeskHost(HostOptions options);
+    explicit DeskHost(HostOptions given);
     /// Runs CheckTornDown, unloads the library and releases what it left behind. Nodes must be gone.
     ~DeskHost();
     DeskHost(const DeskHost&) = delete;
     DeskHost& operator=(const DeskHost&) = delete;
 
-    /// The library's callbacks, each entered through the host so that its rules are watched.
-    NodeGate& Callbacks() {
-        return *state_.gate;
-    }
-    /// What the host knows and does for its nodes.
-    HostState& State() {
-        return state_;
-    }
     /// Throws NodeError when the library refuses.
     std::unique_ptr<DeskNode> CreateNode(Variant variant);
 
@@ -60,7 +52,6 @@ public:
     void CheckTornDown();
 
 private:
-    HostState state_;
     std::unique_ptr<void, int (*)(void*)> library_;  // unloaded while its services still exist
 };
 

@@ -27,8 +27,8 @@ void ThrowIfFailed(uint32_t result, const std::string& what) {
 
 }  // namespace
 
-NodeError::NodeError(const std::string& what, uint32_t result)
-    : std::runtime_error(what + ": " + ResultText(result)), result_(result) {}
+NodeError::NodeError(const std::string& what, uint32_t code)
+    : std::runtime_error(what + ": " + ResultText(code)), result(code) {}
 
 std::string ResultText(uint32_t result) {
     static const std::map<uint32_t, const char*> words = {
@@ -53,7 +53,7 @@ DeskNode::DeskNode(DeskHost& host, Variant variant) : host_(host), variant_(vari
     info.nodeCaps = CapsOf(variant);
     info.nodeFlags = 0;
     info.instanceId = info.nodeId;
-    const uint32_t result = host_.Callbacks().Create(&info);
+    const uint32_t result = host_.gate->Create(&info);
     handle_ = info.phNodeSession;
     if (result != LumResultSuccess && handle_ != nullptr) {
         Destroy();
@@ -66,13 +66,13 @@ DeskNode::~DeskNode() {
         try {
             Destroy();
         } catch (const NodeError& error) {
-            host_.State().contract.Report(error.what());
+            host_.contract.Report(error.what());
         }
     }
 }
 
 Negotiated DeskNode::Negotiate(Size output, Margin margin) {
-    host_.State().metadata.Set(Session(), 0, MarginTag(variant_), margin);
+    host_.metadata.Set(Session(), 0, TagOf(TagKind::RequestedMargin, variant_), margin);
     LumNodeBufferRequirement downstream = OpenRequirement();
     downstream.minWidth = downstream.maxWidth = downstream.optimalWidth = output.width;
     downstream.minHeight = downstream.maxHeight = downstream.optimalHeight = output.height;
@@ -86,7 +86,7 @@ Negotiated DeskNode::Negotiate(Size output, Margin margin) {
     query.numOutputPorts = query.numInputPorts = 1;
     query.pOutputPortQueryInfo = &outputPort;
     query.pInputOptions = &inputPort;
-    ThrowIfFailed(host_.Callbacks().QueryBufferInfo(&query), "the node does not say which buffers it wants");
+    ThrowIfFailed(host_.gate->QueryBufferInfo(&query), "the node does not say which buffers it wants");
 
     const LumNodeBufferRequirement& in = inputPort.inputBufferOption;
     const LumNodeBufferRequirement& out = outputPort.outputBufferOption;
@@ -94,11 +94,10 @@ Negotiated DeskNode::Negotiate(Size output, Margin margin) {
     auto properties = PatternedRecord<LumNodeSetBufferPropertiesInfo>();
     properties.hNodeSession = handle_;
     properties.pFormat = &format;
-    ThrowIfFailed(host_.Callbacks().SetBufferInfo(&properties),
-                  "the node does not take its buffer properties");
+    ThrowIfFailed(host_.gate->SetBufferInfo(&properties), "the node does not take its buffer properties");
 
     const auto dims =
-        host_.State().metadata.Get<LumStabilizedOutputDims>(Session(), 0, OutputDimsTag(variant_));
+        host_.metadata.Get<LumStabilizedOutputDims>(Session(), 0, TagOf(TagKind::OutputDims, variant_));
     negotiated_ = {{in.optimalWidth, in.optimalHeight},
                    {out.optimalWidth, out.optimalHeight},
                    {in.planeAlignment[0], in.planeAlignment[1]},
@@ -125,7 +124,7 @@ std::shared_ptr<GrallocBuffer> DeskNode::Allocate(Size size, const Alignment& al
 
 uint32_t DeskNode::Process(uint64_t requestId, const IPEICAGridTransform* grid, GrallocBuffer& input,
                            GrallocBuffer& output) {
-    NodeRequest request(host_, *this, {requestId, grid, &input, &output});
+    NodeRequest request(*this, {requestId, grid, &input, &output});
     const uint32_t result = request.FirstPass();
     return result == LumResultSuccess ? request.SecondPass() : result;
 }
@@ -134,21 +133,20 @@ void DeskNode::SetReferenceRequest(ReferenceRequest reference) {
     if (handle_ == nullptr) {
         throw std::logic_error("a destroyed node has no reference request");
     }
-    host_.State().gate->Find(handle_)->reference = std::move(reference);
+    host_.gate->Find(handle_)->reference = std::move(reference);
 }
 
 void DeskNode::Destroy() {
     auto info = PatternedRecord<LumNodedestroyInfo>();
     info.hNodeSession = handle_;
-    ThrowIfFailed(host_.Callbacks().Destroy(&info), "the node cannot be destroyed");
+    ThrowIfFailed(host_.gate->Destroy(&info), "the node cannot be destroyed");
     handle_ = nullptr;
-    host_.State().metadata.RemoveSession(Session());
+    host_.metadata.RemoveSession(Session());
     buffers_.clear();
 }
 
-NodeRequest::NodeRequest(DeskHost& host, const DeskNode& node, const NodeFrame& frame)
-    : host_(host),
-      node_(node),
+NodeRequest::NodeRequest(const DeskNode& node, const NodeFrame& frame)
+    : node_(node),
       frame_(frame),
       inputList_(frame.input->ImageList()),
       outputList_(frame.output->ImageList()),
@@ -169,9 +167,10 @@ NodeRequest::NodeRequest(DeskHost& host, const DeskNode& node, const NodeFrame& 
 }
 
 uint32_t NodeRequest::FirstPass() {
-    const uint32_t result = host_.Callbacks().ProcRequest(&info_);
+    const uint32_t result = node_.Host().gate->ProcRequest(&info_);
     if (result == LumResultSuccess && frame_.grid != nullptr) {
-        host_.State().metadata.Set(node_.Session(), frame_.requestId, GridTag(node_.Kind()), *frame_.grid);
+        node_.Host().metadata.Set(node_.Session(), frame_.requestId, TagOf(TagKind::Grid, node_.Kind()),
+                                  *frame_.grid);
     }
     return result;
 }
@@ -181,8 +180,8 @@ bool NodeRequest::IsSequential() const {
 }
 
 uint32_t NodeRequest::SecondPass() {
-    const uint32_t result = host_.Callbacks().ProcRequest(&info_);
-    host_.State().metadata.Remove(node_.Session(), frame_.requestId, GridTag(node_.Kind()));
+    const uint32_t result = node_.Host().gate->ProcRequest(&info_);
+    node_.Host().metadata.Remove(node_.Session(), frame_.requestId, TagOf(TagKind::Grid, node_.Kind()));
     return result;
 }
 

@@ -16,15 +16,9 @@ namespace desk {
 class DeskHost;
 
 /// A callback of the library that did not succeed.
-class NodeError : public std::runtime_error {
-public:
-    NodeError(const std::string& what, uint32_t result);
-    uint32_t Result() const {
-        return result_;
-    }
-
-private:
-    uint32_t result_;
+struct NodeError : std::runtime_error {
+    NodeError(const std::string& what, uint32_t code);
+    uint32_t result;
 };
 
 /// A result code in words, with its number.
@@ -77,6 +71,9 @@ public:
     Variant Kind() const {
         return variant_;
     }
+    DeskHost& Host() const {
+        return host_;
+    }
     /// The node's own handle; null once destroyed.
     void* Handle() const {
         return handle_;
@@ -109,8 +106,8 @@ struct NodeFrame {
 /// this order, on any thread.
 class NodeRequest {
 public:
-    /// Host and node must outlive the request.
-    NodeRequest(DeskHost& host, const DeskNode& node, const NodeFrame& frame);
+    /// The node must outlive the request.
+    NodeRequest(const DeskNode& node, const NodeFrame& frame);
     NodeRequest(const NodeRequest&) = delete;
     NodeRequest& operator=(const NodeRequest&) = delete;
 
@@ -122,7 +119,6 @@ public:
     uint32_t SecondPass();
 
 private:
-    DeskHost& host_;
     const DeskNode& node_;
     NodeFrame frame_;
     LumImageList inputList_;

@@ -55,23 +55,18 @@ std::shared_ptr<GrallocBuffer> GrallocBuffer::Create(Size size, Alignment alignm
             fmt::format("a buffer cannot be aligned to {} bytes and {} lines; expected 0 to {} of each",
                         alignment.strideAlignment, alignment.scanlineAlignment, MaxSide));
     }
-    // Both sides are rounded up to even numbers first: the chroma plane has half of each.
-    const uint32_t stride = RoundUp(RoundUp(size.width, 2), alignment.strideAlignment);
-    const uint32_t scanline = RoundUp(RoundUp(size.height, 2), alignment.scanlineAlignment);
-    std::shared_ptr<GrallocBuffer> buffer(new GrallocBuffer(size, stride, scanline));
-    buffer->MakeMemory();
-    buffer->Remap();
-    return buffer;
+    return std::shared_ptr<GrallocBuffer>(new GrallocBuffer(size, alignment));
 }
 
 uint64_t GrallocBuffer::LiveCount() {
     return liveBuffers;
 }
 
-GrallocBuffer::GrallocBuffer(Size size, uint32_t stride, uint32_t scanline)
+GrallocBuffer::GrallocBuffer(Size size, Alignment alignment)
     : size_(size),
-      stride_(stride),
-      scanline_(scanline),
+      // Both sides are rounded up to even numbers first: the chroma plane has half of each.
+      stride_(RoundUp(RoundUp(size.width, 2), alignment.strideAlignment)),
+      scanline_(RoundUp(RoundUp(size.height, 2), alignment.scanlineAlignment)),
       handle_(::native_handle_create(GrallocFdCount, GrallocIntCount)) {
     if (handle_ == nullptr) {
         throw std::bad_alloc();
@@ -84,10 +79,6 @@ GrallocBuffer::GrallocBuffer(Size size, uint32_t stride, uint32_t scanline)
     ints[GrallocIntHeight] = static_cast<int>(size_.height);
     ints[GrallocIntFormat] = GrallocFormatNv12;
     ints[GrallocIntSize] = static_cast<int>(ByteSize());
-    ++liveBuffers;
-}
-
-void GrallocBuffer::MakeMemory() {
     MakeFile("desk-gralloc-pixels", ByteSize(), handle_->data[GrallocPixelFd]);
     MakeFile("desk-gralloc-metadata", sizeof(GrallocMetadata), handle_->data[GrallocMetadataFd]);
     GrallocMetadata metadata = {};
@@ -96,15 +87,18 @@ void GrallocBuffer::MakeMemory() {
     if (written != static_cast<ssize_t>(sizeof(metadata))) {
         Fail("the metadata of a gralloc buffer cannot be written");
     }
+    Remap();
+    ++liveBuffers;
 }
 
 GrallocBuffer::~GrallocBuffer() {
-    if (pixels_ != nullptr) {
-        ::munmap(pixels_, ByteSize());
-    }
-    ::native_handle_close(handle_);  // what was not opened is -1
-    ::native_handle_delete(handle_);
+    ::munmap(pixels_, ByteSize());
     --liveBuffers;
+}
+
+void GrallocBuffer::CloseHandle::operator()(native_handle_t* handle) const {
+    ::native_handle_close(handle);  // what was not opened is -1
+    ::native_handle_delete(handle);
 }
 
 void GrallocBuffer::Remap() {
@@ -128,7 +122,7 @@ LumImageList GrallocBuffer::ImageList() {
     list.scanline = scanline_;
     list.firstImage.fd = static_cast<uint32_t>(handle_->data[GrallocPixelFd]);
     list.firstImage.pAddr = pixels_;
-    list.firstImage.pNativeHandle = handle_;
+    list.firstImage.pNativeHandle = handle_.get();
     list.pFenceHandle = &fence_;
     list.pFenceSignaled = &fenceSignaled_;
     return list;

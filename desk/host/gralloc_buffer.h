@@ -47,7 +47,7 @@ public:
         return pixels_ + static_cast<size_t>(stride_) * scanline_;
     }
     native_handle* Handle() {
-        return handle_;
+        return handle_.get();
     }
 
     /// Moves the CPU mapping: the same fd then comes with another pAddr, as when a descriptor is reused.
@@ -58,13 +58,16 @@ public:
     LumImageList ImageList();
 
 private:
-    GrallocBuffer(Size size, uint32_t stride, uint32_t scanline);
-    void MakeMemory();
+    struct CloseHandle {
+        void operator()(native_handle_t* handle) const;
+    };
+
+    GrallocBuffer(Size size, Alignment alignment);
 
     Size size_;
     uint32_t stride_;
     uint32_t scanline_;
-    native_handle_t* handle_ = nullptr;
+    std::unique_ptr<native_handle_t, CloseHandle> handle_;
     uint8_t* pixels_ = nullptr;
     char fence_ = 0;  // stands for the fence; only its address is used
     char fenceSignaled_ = 0;

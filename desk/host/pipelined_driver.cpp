@@ -9,8 +9,8 @@
 
 namespace desk {
 
-PipelinedDriver::PipelinedDriver(DeskHost& host, const DeskNode& node, size_t inFlight, size_t threads)
-    : host_(host), node_(node), inFlight_(inFlight) {
+PipelinedDriver::PipelinedDriver(const DeskNode& node, size_t inFlight, size_t threads)
+    : node_(node), inFlight_(inFlight) {
     std::generate_n(std::back_inserter(threads_), threads,
                     [this] { return std::thread([this] { Work(); }); });
 }
@@ -29,7 +29,7 @@ PipelinedDriver::~PipelinedDriver() {
 std::future<uint32_t> PipelinedDriver::Submit(const NodeFrame& frame) {
     std::unique_lock<std::mutex> lock(mutex_);
     changed_.wait(lock, [this] { return flights_.size() < inFlight_; });
-    std::future<uint32_t> result = flights_.emplace_back(host_, node_, frame).done.get_future();
+    std::future<uint32_t> result = flights_.emplace_back(node_, frame).done.get_future();
     changed_.notify_all();
     return result;
 }

@@ -20,8 +20,8 @@ namespace desk {
 class PipelinedDriver {
 public:
     /// At most `inFlight` requests at a time, their passes on `threads` threads of the driver's own; both at
-    /// least 1. Host and node must outlive the driver.
-    PipelinedDriver(DeskHost& host, const DeskNode& node, size_t inFlight, size_t threads);
+    /// least 1. The node must outlive the driver.
+    PipelinedDriver(const DeskNode& node, size_t inFlight, size_t threads);
     /// Waits until every request is done.
     ~PipelinedDriver();
     PipelinedDriver(const PipelinedDriver&) = delete;
@@ -34,7 +34,7 @@ public:
 private:
     enum class Stage { Handed, InFirstPass, Declared, InSecondPass };
     struct Flight {
-        Flight(DeskHost& host, const DeskNode& node, const NodeFrame& frame) : request(host, node, frame) {}
+        Flight(const DeskNode& node, const NodeFrame& frame) : request(node, frame) {}
         NodeRequest request;
         Stage stage = Stage::Handed;
         std::promise<uint32_t> done;
@@ -47,7 +47,6 @@ private:
     /// Runs the pass with the lock released. A request that is done leaves the list.
     void RunPass(Flights::iterator flight, std::unique_lock<std::mutex>& lock);
 
-    DeskHost& host_;
     const DeskNode& node_;
     const size_t inFlight_;
     std::mutex mutex_;

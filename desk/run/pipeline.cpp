@@ -103,7 +103,7 @@ Pipeline::Pipeline(const std::string& command, const RunOptions& options, ClipRe
     std::generate_n(std::back_inserter(inputs_), held + spare, [this] { return node_->AllocateInput(); });
     std::generate_n(std::back_inserter(outputs_), spare, [this] { return node_->AllocateOutput(); });
     if (options.inFlight > 1) {
-        driver_ = std::make_unique<PipelinedDriver>(*host_, *node_, options.inFlight, options.inFlight);
+        driver_ = std::make_unique<PipelinedDriver>(*node_, options.inFlight, options.inFlight);
     }
 }
 
@@ -230,7 +230,7 @@ ExitCode Pipeline::Finish() {
     }
     const DeskGlCounters gl = host_->Counters().gl.value_or(DeskGlCounters{});
     results_.counters = {gl.imports, 2 * shown_ - gl.imports, gl.liveImages, OpenFds()};
-    results_.findings = host_->State().contract.List();
+    results_.findings = host_->contract.List();
     recording_->Finish();
     if (dumps_) {
         dumps_->Publish();  // last: dumps of the same second may stand in the way

@@ -16,13 +16,7 @@ cv::Matx22d Turn(const CameraPose& pose) {
     return {c, -s, s, c};
 }
 
-}  // namespace
-
-cv::Point2d SceneOf(const CameraPose& pose, cv::Point2d frame) {
-    return Turn(pose) * frame + cv::Point2d(pose.x, pose.y);
-}
-
-ShakyCamera::Tremor ShakyCamera::MakeTremor(std::mt19937& engine, double amplitudeAt1Hz) {
+Tremor MakeTremor(std::mt19937& engine, double amplitudeAt1Hz) {
     // The standard distributions may differ from library to library; the engine's own numbers may not.
     const auto fraction = [&engine] { return static_cast<double>(engine()) / 4294967296.0; };
     Tremor tremor{};
@@ -34,15 +28,21 @@ ShakyCamera::Tremor ShakyCamera::MakeTremor(std::mt19937& engine, double amplitu
     return tremor;
 }
 
-double ShakyCamera::At(const Tremor& tremor, double seconds) {
+double At(const Tremor& tremor, double seconds) {
     return std::accumulate(tremor.begin(), tremor.end(), 0.0, [seconds](double sum, const Wave& wave) {
         return sum + wave.amplitude * std::sin(2 * CV_PI * wave.frequency * seconds + wave.phase);
     });
 }
 
-double ShakyCamera::Bound(const Tremor& tremor) {
+double Bound(const Tremor& tremor) {
     return std::accumulate(tremor.begin(), tremor.end(), 0.0,
                            [](double sum, const Wave& wave) { return sum + wave.amplitude; });
+}
+
+}  // namespace
+
+cv::Point2d SceneOf(const CameraPose& pose, cv::Point2d frame) {
+    return Turn(pose) * frame + cv::Point2d(pose.x, pose.y);
 }
 
 ShakyCamera::ShakyCamera(const Shake& shake, cv::Size frameSize, int viewHeight, double framesPerSecond)

@@ -26,6 +26,14 @@ struct CameraPose {
 /// The scene's position scale * R(roll) p + (x, y), which a frame's position p shows.
 cv::Point2d SceneOf(const CameraPose& pose, cv::Point2d frame);
 
+/// The tremor of a hand in one direction: a sine wave in each band of 1 Hz, from 1 to 8 Hz.
+struct Wave {
+    double amplitude;
+    double frequency;  ///< Hz
+    double phase;      ///< radians
+};
+using Tremor = std::array<Wave, 7>;
+
 /// A hand-held camera with a rolling shutter in front of a flat scene. Row y of frame n is exposed at
 /// (n + readout * y / height) / framesPerSecond seconds, with the pose that the hand has then.
 class ShakyCamera {
@@ -49,17 +57,6 @@ public:
     void RequireRoom(cv::Size view) const;
 
 private:
-    struct Wave {
-        double amplitude;
-        double frequency;  ///< Hz
-        double phase;      ///< radians
-    };
-    /// The tremor of a hand in one direction: a sine wave in each band of 1 Hz, from 1 to 8 Hz.
-    using Tremor = std::array<Wave, 7>;
-    static Tremor MakeTremor(std::mt19937& engine, double amplitudeAt1Hz);
-    static double At(const Tremor& tremor, double seconds);
-    static double Bound(const Tremor& tremor);
-
     cv::Size frameSize_;
     double framesPerSecond_;
     double readout_;

@@ -23,21 +23,21 @@ std::string NullText() {
 }
 
 NodeFixture::NodeFixture(desk::LibraryProvider* libraries) : host_(OptionsFor(dumpDir_)) {
-    host_.State().libraries.SetProvider(libraries);
+    host_.libraries.SetProvider(libraries);
     host_.SetLogLevels(AllLevels, false);
-    host_.State().log.SetObserver([this](const desk::LogRecord& record) {
+    host_.log.SetObserver([this](const desk::LogRecord& record) {
         const std::lock_guard<std::mutex> lock(mutex_);
         log_.push_back(fmt::format("{} {}() {}", record.levelLetter, record.function, record.text));
     });
 }
 
 void NodeFixture::TearDown() {
-    host_.State().fault = nullptr;
+    host_.fault = nullptr;
     if (!expectFindings_) {
         host_.CheckTornDown();
-        EXPECT_THAT(host_.State().contract.List(), ::testing::IsEmpty());
+        EXPECT_THAT(host_.contract.List(), ::testing::IsEmpty());
     }
-    host_.State().log.SetObserver(nullptr);
+    host_.log.SetObserver(nullptr);
 }
 
 std::vector<std::string> NodeFixture::TakeLog(char level) {
@@ -62,7 +62,7 @@ std::vector<std::string> NodeFixture::DumpLines(const std::string& kind) const {
 }
 
 void NodeFixture::FailService(const std::string& service) {
-    host_.State().fault = [service](const desk::HostCall& call, uint32_t& result) {
+    host_.fault = [service](const desk::HostCall& call, uint32_t& result) {
         result = 4;
         return call.service == service;
     };

@@ -1,22 +1,61 @@
 #include "desk/gl/egl/display.h"
 
 #include <dlfcn.h>
+#include <fmt/format.h>
 #include <link.h>
 
 #include <array>
 #include <cstring>
 #include <map>
+#include <vector>
 
 #include "desk/base/guarded.h"
-#include "desk/gl/driver/counters.h"
-#include "desk/gl/driver/errors.h"
-#include "desk/gl/egl/objects.h"
+#include "desk/gl/driver/reports.h"
 
 namespace desk {
 namespace {
 
-/// How often each display was initialised and not yet terminated.
-auto& initialisations = *new Guarded<std::map<EGLDisplay, int>>;  // threads may outlive the static objects
+template <typename Owned>
+using Owners = std::map<void*, std::shared_ptr<Owned>>;  ///< by EGL handle
+
+/// What the layer keeps of a display from its first initialisation to its last termination.
+struct Display {
+    int initialisations = 0;  ///< not yet terminated
+    /// Those not destroyed. A state has two owners, the display and the thread that has the context current,
+    /// so that a context destroyed while current lives until it is released, as EGL has it.
+    Owners<ContextState> contexts;
+    Owners<Image> images;  ///< that have a handle
+};
+using Displays = std::map<EGLDisplay, Display>;
+
+// What is taken from it goes after the lock, because the last owner of an image calls its buffer's owner.
+auto& displays = *new Guarded<Displays>;  // threads may outlive the static objects
+
+thread_local std::shared_ptr<ContextState> currentState;
+
+/// What `use` makes of the display. Throws EglError unless it has been initialised and not terminated since.
+template <typename Use>
+auto WithDisplay(EGLDisplay display, Use use) {
+    return displays.With([&](Displays& all) {
+        const auto found = all.find(display);
+        if (found == all.end()) {
+            throw display == EGL_NO_DISPLAY
+                ? EglError(EGL_BAD_DISPLAY, "expected a display, got EGL_NO_DISPLAY")
+                : EglError(EGL_NOT_INITIALIZED, "expected an initialised display, got one that is not");
+        }
+        return use(found->second);
+    });
+}
+
+/// Null when the display has no such handle.
+template <typename Owned>
+std::shared_ptr<Owned> Find(Owners<Owned> Display::*owners, EGLDisplay display, void* handle) {
+    return displays.With([=](Displays& all) {
+        const auto found = all.find(display);
+        const bool isKnown = found != all.end() && (found->second.*owners).count(handle) != 0;
+        return isKnown ? (found->second.*owners)[handle] : nullptr;
+    });
+}
 
 bool HasClientExtension(const char* name) {
     const char* extensions = REAL(eglQueryString)(EGL_NO_DISPLAY, EGL_EXTENSIONS);
@@ -29,21 +68,6 @@ bool CanInitialise(EGLDisplay display) {
     }
     REAL(eglTerminate)(display);
     return true;
-}
-
-EGLDisplay FirstDeviceDisplay() {
-    std::array<EGLDeviceEXT, 16> devices{};
-    EGLint count = 0;
-    if (REAL(eglQueryDevicesEXT)(EGLint{devices.size()}, devices.data(), &count) == EGL_FALSE) {
-        return EGL_NO_DISPLAY;
-    }
-    for (size_t i = 0; i < static_cast<size_t>(count); ++i) {
-        const EGLDisplay display = REAL(eglGetPlatformDisplay)(EGL_PLATFORM_DEVICE_EXT, devices[i], nullptr);
-        if (CanInitialise(display)) {
-            return display;
-        }
-    }
-    return EGL_NO_DISPLAY;
 }
 
 // Of ANGLE's own header, which no package has.
@@ -77,9 +101,14 @@ EGLDisplay OpenHeadlessDisplay() {
             }
         }
     }
+    std::array<EGLDeviceEXT, 16> devices{};
+    EGLint count = 0;
     if (HasClientExtension("EGL_EXT_platform_device")) {
-        const EGLDisplay display = FirstDeviceDisplay();
-        if (display != EGL_NO_DISPLAY) {
+        REAL(eglQueryDevicesEXT)(EGLint{devices.size()}, devices.data(), &count);
+    }
+    for (auto* device = devices.begin(); device != devices.begin() + count; ++device) {
+        const EGLDisplay display = REAL(eglGetPlatformDisplay)(EGL_PLATFORM_DEVICE_EXT, *device, nullptr);
+        if (CanInitialise(display)) {
             return display;
         }
     }
@@ -101,8 +130,21 @@ void KeepDriver() {
         nullptr);
 }
 
-void CountDisplays(uint64_t count) {
-    globalCounters.With([count](DeskGlCounters& counters) { counters.initialisedDisplays = count; });
+void CountDisplays(const Displays& all) {
+    globalCounters.With([&all](DeskGlCounters& counters) { counters.initialisedDisplays = all.size(); });
+}
+
+/// The application's attributes with a request for version 3 in place of one for version 2. A device's EGL
+/// answers both with the same context; a driver that takes the number at its word would not compile
+/// "#version 300 es".
+std::vector<EGLint> RaiseVersion(const EGLint* attributes) {
+    std::vector<EGLint> raised;
+    for (; attributes != nullptr && *attributes != EGL_NONE; attributes += 2) {
+        const bool isVersion2 = attributes[0] == EGL_CONTEXT_CLIENT_VERSION && attributes[1] == 2;
+        raised.insert(raised.end(), {attributes[0], isVersion2 ? 3 : attributes[1]});
+    }
+    raised.push_back(EGL_NONE);
+    return raised;
 }
 
 }  // namespace
@@ -117,45 +159,107 @@ EGLDisplay GetDisplay(EGLNativeDisplayType native) {
 }
 
 EGLBoolean Initialise(EGLDisplay display, EGLint* major, EGLint* minor) {
-    return initialisations.With([=](auto& counts) {
+    return displays.With([=](Displays& all) {
         const EGLBoolean isDone = REAL(eglInitialize)(display, major, minor);
         if (isDone == EGL_TRUE) {
             KeepDriver();
-            ++counts[display];
-            CountDisplays(counts.size());
+            ++all[display].initialisations;
+            CountDisplays(all);
         }
         return isDone;
     });
 }
 
 EGLBoolean Terminate(EGLDisplay display) {
-    // Dropped after the lock, because the last owner of an image calls its buffer's owner.
-    std::vector<std::shared_ptr<ContextState>> endedContexts;
-    std::vector<std::shared_ptr<Image>> endedImages;
-    return initialisations.With([&](auto& counts) -> EGLBoolean {
-        const auto found = counts.find(display);
-        if (found != counts.end() && found->second > 1) {
-            --found->second;
+    Displays::node_type ended;
+    return displays.With([&](Displays& all) -> EGLBoolean {
+        const auto found = all.find(display);
+        if (found != all.end() && found->second.initialisations > 1) {
+            --found->second.initialisations;
             SetEglResult(EGL_SUCCESS);
             return EGL_TRUE;
         }
         const EGLBoolean isDone = REAL(eglTerminate)(display);
         if (isDone == EGL_TRUE) {
-            counts.erase(display);
-            CountDisplays(counts.size());
-            endedContexts = contexts.TakeAll(display);
-            endedImages = images.TakeAll(display);
+            ended = all.extract(display);
+            CountDisplays(all);
         }
         return isDone;
     });
 }
 
-void RequireInitialised(EGLDisplay display) {
-    if (initialisations.With([=](auto& counts) { return counts.count(display) == 0; })) {
-        throw display == EGL_NO_DISPLAY
-            ? EglError(EGL_BAD_DISPLAY, "expected a display, got EGL_NO_DISPLAY")
-            : EglError(EGL_NOT_INITIALIZED, "expected an initialised display, got one that is not");
+ContextState* CurrentContext() {
+    return currentState.get();
+}
+
+EGLContext CreateContext(EGLDisplay display, EGLConfig config, EGLContext share, const EGLint* attributes) {
+    auto state = std::make_shared<ContextState>();
+    EGLContext context = REAL(eglCreateContext)(display, config, share, RaiseVersion(attributes).data());
+    if (context != EGL_NO_CONTEXT) {
+        displays.With([&](Displays& all) { all[display].contexts[context] = std::move(state); });
     }
+    return context;
+}
+
+EGLBoolean DestroyContext(EGLDisplay display, EGLContext context) {
+    Owners<ContextState>::node_type dropped;
+    // Locked all along: the driver may give the handle to another one at once.
+    return displays.With([&](Displays& all) {
+        const EGLBoolean isDone = REAL(eglDestroyContext)(display, context);
+        if (isDone == EGL_TRUE) {
+            dropped = all[display].contexts.extract(context);
+        }
+        return isDone;
+    });
+}
+
+EGLBoolean MakeCurrent(EGLDisplay display, EGLSurface draw, EGLSurface read, EGLContext context) {
+    const EGLBoolean isDone = REAL(eglMakeCurrent)(display, draw, read, context);
+    if (isDone == EGL_TRUE) {
+        currentState = Find(&Display::contexts, display, context);
+        if (currentState) {
+            currentState->BecomeCurrent();
+        }
+    }
+    return isDone;
+}
+
+EGLBoolean ReleaseThread() {
+    const EGLBoolean isDone = REAL(eglReleaseThread)();
+    if (isDone == EGL_TRUE) {
+        currentState.reset();
+    }
+    return isDone;
+}
+
+EGLImageKHR CreateImage(EGLDisplay display, EGLContext context, EGLenum target, EGLClientBuffer buffer,
+                        const EGLint* attributes) {
+    WithDisplay(display, [](Display& /*owner*/) {});
+    if (target != EGL_NATIVE_BUFFER_ANDROID) {
+        throw EglError(EGL_BAD_PARAMETER,
+                       fmt::format("expected the target EGL_NATIVE_BUFFER_ANDROID, got {:#x}", target));
+    }
+    if (context != EGL_NO_CONTEXT) {
+        throw EglError(EGL_BAD_CONTEXT, "expected EGL_NO_CONTEXT with a window buffer, got a context");
+    }
+    auto image = std::make_shared<Image>(reinterpret_cast<ANativeWindowBuffer*>(buffer), attributes);
+    // The address serves as the handle: while the image has a handle, no other image is at its place.
+    const EGLImageKHR handle = image.get();
+    WithDisplay(display, [&](Display& owner) { owner.images[handle] = std::move(image); });
+    SetEglResult(EGL_SUCCESS);
+    return handle;
+}
+
+EGLBoolean DestroyImage(EGLDisplay display, EGLImageKHR handle) {
+    if (WithDisplay(display, [=](Display& owner) { return owner.images.extract(handle); }).empty()) {
+        throw EglError(EGL_BAD_PARAMETER, "expected an image of the display, got another handle");
+    }
+    SetEglResult(EGL_SUCCESS);
+    return EGL_TRUE;
+}
+
+std::shared_ptr<Image> FindImage(EGLImageKHR handle) {
+    return Find(&Display::images, REAL(eglGetCurrentDisplay)(), handle);
 }
 
 }  // namespace desk

@@ -1,6 +1,8 @@
 #pragma once
 
-#include "desk/gl/driver/real_gl.h"
+#include <memory>
+
+#include "desk/gl/yuv/context_state.h"
 
 namespace desk {
 
@@ -10,8 +12,17 @@ namespace desk {
 EGLDisplay GetDisplay(EGLNativeDisplayType native);
 EGLBoolean Initialise(EGLDisplay display, EGLint* major, EGLint* minor);
 EGLBoolean Terminate(EGLDisplay display);
+EGLContext CreateContext(EGLDisplay display, EGLConfig config, EGLContext share, const EGLint* attributes);
+EGLBoolean DestroyContext(EGLDisplay display, EGLContext context);
+EGLBoolean MakeCurrent(EGLDisplay display, EGLSurface draw, EGLSurface read, EGLContext context);
+EGLBoolean ReleaseThread();
+EGLImageKHR CreateImage(EGLDisplay display, EGLContext context, EGLenum target, EGLClientBuffer buffer,
+                        const EGLint* attributes);
+EGLBoolean DestroyImage(EGLDisplay display, EGLImageKHR handle);
 
-/// Throws EglError unless the display has been initialised and not terminated since.
-void RequireInitialised(EGLDisplay display);
+/// Null when the calling thread has no context current.
+ContextState* CurrentContext();
+/// Null when the current display has no image of that handle.
+std::shared_ptr<Image> FindImage(EGLImageKHR handle);
 
 }  // namespace desk

@@ -3,8 +3,8 @@
 #include <cstdio>
 #include <utility>
 
-#include "desk/gl/driver/errors.h"
 #include "desk/gl/driver/gl_scope.h"
+#include "desk/gl/driver/reports.h"
 
 namespace desk {
 namespace {

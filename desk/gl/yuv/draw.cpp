@@ -43,25 +43,6 @@ private:
     Box scissor_{};
 };
 
-/// The external image that a program samples, loaded and on its units; black when there is none.
-class BoundImage {
-public:
-    BoundImage(const PlaneProgram& program, const PlaneSet* image) {
-        if (image != nullptr) {
-            image->Upload();
-        }
-        ActivateUnit(GL_TEXTURE0 + program.chromaPlaneUnit);
-        BindTexture2D(image == nullptr ? 0 : image->Texture(Chroma));
-        ActivateUnit(GL_TEXTURE0 + program.Unit());
-        luma_.emplace();
-        BindTexture2D(image == nullptr ? 0 : image->Texture(Luma));
-    }
-
-private:
-    ActiveTextureScope activeUnit_;
-    std::optional<TextureScope> luma_;  ///< the chroma plane's unit is the layer's own
-};
-
 }  // namespace
 
 void Draw(ContextState& context, const std::function<void()>& draw) {
@@ -72,9 +53,19 @@ void Draw(ContextState& context, const std::function<void()>& draw) {
         context.SetError(GL_INVALID_OPERATION);
         return;
     }
-    std::optional<BoundImage> image;
+    std::optional<ActiveTextureScope> activeUnit;
+    std::optional<TextureScope> lumaTexture;  // the chroma plane's unit is the layer's own
     if (program != nullptr && program->samplesImage) {
-        image.emplace(*program, context.ExternalTexture(program->Unit()));
+        const PlaneSet* image = context.ExternalTexture(program->Unit());
+        if (image != nullptr) {
+            image->Upload();
+        }
+        activeUnit.emplace();
+        ActivateUnit(GL_TEXTURE0 + program->chromaPlaneUnit);
+        BindTexture2D(image == nullptr ? 0 : image->Texture(Chroma));  // black when there is none
+        ActivateUnit(GL_TEXTURE0 + program->Unit());
+        lumaTexture.emplace();
+        BindTexture2D(image == nullptr ? 0 : image->Texture(Luma));
     }
     if (target != nullptr) {
         target->BeginDrawing(false);

@@ -6,11 +6,9 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
 #include <system_error>
 
 #include "desk/abi/gralloc_layout.h"
-#include "desk/gl/driver/errors.h"
 
 namespace desk {
 namespace {
@@ -116,20 +114,13 @@ Image::~Image() {
     buffer_->common.decRef(&buffer_->common);
 }
 
-int Image::Width(Plane plane) const {
-    return plane == Luma ? width_ : (width_ + 1) / 2;
-}
-
-int Image::Height(Plane plane) const {
-    return plane == Luma ? height_ : (height_ + 1) / 2;
-}
-
-int Image::RowLength(Plane plane) const {
-    return plane == Luma ? geometry_.stride : geometry_.stride / 2;
-}
-
-uint8_t* Image::Data(Plane plane) const {
-    return plane == Luma ? pixels_ : pixels_ + ptrdiff_t{geometry_.stride} * geometry_.scanline;
+PlaneLayout Image::Layout(Plane plane) const {
+    if (plane == Luma) {
+        return {width_, height_, geometry_.stride, pixels_};
+    }
+    // An odd last column or row has a chroma sample of its own.
+    return {(width_ + 1) / 2, (height_ + 1) / 2, geometry_.stride / 2,
+            pixels_ + ptrdiff_t{geometry_.stride} * geometry_.scanline};
 }
 
 }  // namespace desk

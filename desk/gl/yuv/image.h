@@ -3,8 +3,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "desk/gl/driver/counters.h"
 #include "desk/gl/driver/real_gl.h"
+#include "desk/gl/driver/reports.h"
 #include "host/grallocmetadata.h"
 #include "platform/nativewindowbuffer.h"
 
@@ -12,6 +12,14 @@ namespace desk {
 
 enum Plane : size_t { Luma, Chroma, PlaneCount };
 constexpr Plane Planes[PlaneCount] = {Luma, Chroma};
+
+/// Where a plane of an image lies in the buffer's memory.
+struct PlaneLayout {
+    int width;  ///< samples; the chroma plane has one CbCr sample for two by two pixels
+    int height;
+    int rowLength;  ///< samples from one row's start to the next one's
+    uint8_t* data;
+};
 
 /// An NV12 window buffer imported into EGL: its pixels mapped, and a reference held on the window buffer for
 /// as long as anyone owns the image. Owners are the EGL handle and every texture or renderbuffer made from
@@ -25,14 +33,7 @@ public:
     Image(const Image&) = delete;
     Image& operator=(const Image&) = delete;
 
-    /// Samples across and down. The chroma plane has one CbCr sample for two by two pixels; an odd last
-    /// column or row has its own.
-    int Width(Plane plane) const;
-    int Height(Plane plane) const;
-    /// Samples from one row's start to the next one's.
-    int RowLength(Plane plane) const;
-    /// First byte of the plane, in the buffer's memory.
-    uint8_t* Data(Plane plane) const;
+    PlaneLayout Layout(Plane plane) const;
 
 private:
     ANativeWindowBuffer* buffer_;

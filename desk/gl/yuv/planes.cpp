@@ -17,10 +17,10 @@ constexpr struct {
 /// defaults hold again, which the desk's applications leave in force.
 template <typename Transfer>
 void WithRowLength(GLenum rowLength, GLenum alignment, const Image& image, Plane plane, Transfer transfer) {
-    REAL(glPixelStorei)(rowLength, image.RowLength(plane));
+    const PlaneLayout layout = image.Layout(plane);
+    REAL(glPixelStorei)(rowLength, layout.rowLength);
     REAL(glPixelStorei)(alignment, 1);
-    transfer(0, 0, image.Width(plane), image.Height(plane), Formats[plane].format, GLenum{GL_UNSIGNED_BYTE},
-             image.Data(plane));
+    transfer(0, 0, layout.width, layout.height, Formats[plane].format, GLenum{GL_UNSIGNED_BYTE}, layout.data);
     REAL(glPixelStorei)(rowLength, 0);
     REAL(glPixelStorei)(alignment, 4);
 }
@@ -34,8 +34,8 @@ void PlaneSet::SetImage(std::shared_ptr<Image> image) {
     const TextureScope binding;
     for (const Plane plane : Planes) {
         BindTexture2D(textures_[plane]);
-        const GLenum format = Formats[plane].internalFormat;
-        REAL(glTexStorage2D)(GL_TEXTURE_2D, 1, format, image_->Width(plane), image_->Height(plane));
+        const PlaneLayout layout = image_->Layout(plane);
+        REAL(glTexStorage2D)(GL_TEXTURE_2D, 1, Formats[plane].internalFormat, layout.width, layout.height);
         REAL(glTexParameteri)(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
         REAL(glTexParameteri)(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
     }

@@ -4,9 +4,8 @@
 #include <array>
 #include <string>
 
-#include "desk/gl/driver/errors.h"
 #include "desk/gl/driver/gl_scope.h"
-#include "desk/gl/yuv/shader_translate.h"
+#include "desk/gl/driver/reports.h"
 
 namespace desk {
 namespace {
@@ -21,14 +20,6 @@ GLuint ShaderOf(GLuint program, GLint kind) {
         return Integer(REAL(glGetShaderiv), GL_SHADER_TYPE, shader) == kind;
     });
     return found == end ? 0 : *found;
-}
-
-std::string SourceOf(GLuint shader) {
-    GLint length = Integer(REAL(glGetShaderiv), GL_SHADER_SOURCE_LENGTH, shader);  // with its zero
-    std::string source(static_cast<size_t>(length), '\0');
-    REAL(glGetShaderSource)(shader, length, &length, source.data());
-    source.resize(static_cast<size_t>(length));
-    return source;
 }
 
 /// One set of vertex attributes has to serve both programs.
@@ -48,9 +39,8 @@ void BindSameAttributes(GLuint program, GLuint chromaProgram) {
 }
 
 /// 0 when the driver does not link it, which it says on stderr: the luma program did link.
-GLuint LinkChromaProgram(GLuint program, const std::string& translated) {
+GLuint LinkChromaProgram(GLuint program, const std::string& source) {
     const GLuint vertexShader = ShaderOf(program, GL_VERTEX_SHADER);
-    const std::string source = ChromaVariant(translated);
     const char* text = source.c_str();
     const GLuint shader = REAL(glCreateShader)(GL_FRAGMENT_SHADER);
     REAL(glShaderSource)(shader, 1, &text, nullptr);
@@ -102,25 +92,37 @@ GLuint PlaneProgram::Unit() const {
     return static_cast<GLuint>(unit);
 }
 
+void PlanePrograms::SetSource(GLuint shader, GLsizei count, const GLchar* const* strings,
+                              const GLint* lengths) {
+    std::string source;
+    for (GLsizei i = 0; i < count; ++i) {
+        const bool hasLength = lengths != nullptr && lengths[i] >= 0;
+        source += hasLength ? std::string(strings[i], static_cast<size_t>(lengths[i])) : strings[i];
+    }
+    TranslatedShader& translated = shaders_[shader];
+    translated = TranslateYuvShader(source);
+    const char* text = translated.text.c_str();
+    REAL(glShaderSource)(shader, 1, &text, nullptr);
+}
+
 void PlanePrograms::Link(GLuint program) {
     REAL(glLinkProgram)(program);
     Forget(program);
-    const GLuint shader = ShaderOf(program, GL_FRAGMENT_SHADER);
-    if (shader == 0 || Integer(REAL(glGetProgramiv), GL_LINK_STATUS, program) != GL_TRUE) {
+    const auto found = shaders_.find(ShaderOf(program, GL_FRAGMENT_SHADER));
+    if (found == shaders_.end() || Integer(REAL(glGetProgramiv), GL_LINK_STATUS, program) != GL_TRUE) {
         return;
     }
-    const std::string source = SourceOf(shader);
-    const std::string sampler = ExternalSampler(source);
-    if (sampler.empty() && !WritesPlanes(source)) {
+    const TranslatedShader& shader = found->second;
+    if (shader.sampler.empty() && shader.chroma.empty()) {
         return;
     }
     PlaneProgram added;
     added.luma = program;
-    if (WritesPlanes(source)) {
-        added.chroma = LinkChromaProgram(program, source);
+    if (!shader.chroma.empty()) {
+        added.chroma = LinkChromaProgram(program, shader.chroma);
     }
-    if (!sampler.empty()) {
-        PlaceSampler(added, sampler);
+    if (!shader.sampler.empty()) {
+        PlaceSampler(added, shader.sampler);
     }
     programs_[program] = added;
 }
@@ -131,9 +133,6 @@ void PlanePrograms::Delete(GLuint program) {
 }
 
 const PlaneProgram* PlanePrograms::InUse() const {
-    if (programs_.empty()) {
-        return nullptr;
-    }
     const auto found = programs_.find(static_cast<GLuint>(Integer(REAL(glGetIntegerv), GL_CURRENT_PROGRAM)));
     return found == programs_.end() ? nullptr : &found->second;
 }

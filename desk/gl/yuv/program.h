@@ -3,6 +3,7 @@
 #include <unordered_map>
 
 #include "desk/gl/driver/real_gl.h"
+#include "desk/gl/yuv/shader_translate.h"
 
 namespace desk {
 
@@ -22,6 +23,8 @@ struct PlaneProgram {
 /// Those of one context, which has to be current.
 class PlanePrograms {
 public:
+    /// Gives a shader its text, translated.
+    void SetSource(GLuint shader, GLsizei count, const GLchar* const* strings, const GLint* lengths);
     void Link(GLuint program);
     /// In use or not, it draws no more.
     void Delete(GLuint program);
@@ -31,6 +34,7 @@ public:
 private:
     void Forget(GLuint program);
 
+    std::unordered_map<GLuint, TranslatedShader> shaders_;
     std::unordered_map<GLuint, PlaneProgram> programs_;  ///< by the application's program
 };
 

@@ -7,12 +7,6 @@
 namespace desk {
 namespace {
 
-/// Regular expressions fill a cache of the process's locale as they go, and do not lock it.
-std::unique_lock<std::mutex> LockLocale() {
-    static std::mutex mutex;
-    return std::unique_lock<std::mutex>(mutex);
-}
-
 const char* const ExtensionLine = R"(#[ \t]*extension[ \t]+GL_EXT_YUV_target[ \t]*:[^\n]*)";
 
 /// Groups: precision, name.
@@ -23,49 +17,38 @@ const char* const SamplerDeclaration =
 const char* const YuvOutput =
     R"(\blayout\s*\(\s*yuv\s*\)\s*out\s+((?:(?:highp|mediump|lowp)\s+)?)vec4\s+(\w+)\s*;)";
 
-/// What a text that writes luma ends with, after the YUV value's name.
-const std::string LumaEnd = ".xxxw; }\n";
-
 /// A call becomes one of a function that stands beside the declaration, so that its coordinates may be any
 /// expression.
-std::string TranslateSampler(const std::string& text) {
+void TranslateSampler(TranslatedShader& shader) {
     std::smatch sampler;
-    if (!std::regex_search(text, sampler, std::regex(SamplerDeclaration))) {
-        return text;
+    if (!std::regex_search(shader.text, sampler, std::regex(SamplerDeclaration))) {
+        return;
     }
-    const std::string call = R"(\btexture\s*\(\s*)" + sampler.str(2) + R"(\s*,)";
-    std::string translated = std::regex_replace(text, std::regex(call), "desk_texture(");
-    translated = std::regex_replace(translated, std::regex(SamplerDeclaration),
-                                    "uniform $1sampler2D $2; uniform $1sampler2D desk_chroma; "
-                                    "highp vec4 desk_texture(highp vec2 at) { "
-                                    "return vec4(texture($2, at).r, texture(desk_chroma, at).rg, 1.0); }",
-                                    std::regex_constants::format_first_only);
-    return std::regex_replace(translated, std::regex(SamplerDeclaration),
-                              "\n#error expected one external sampler, got $2 as well\n");
+    shader.sampler = sampler.str(2);
+    const std::string call = R"(\btexture\s*\(\s*)" + shader.sampler + R"(\s*,)";
+    shader.text = std::regex_replace(shader.text, std::regex(call), "desk_texture(");
+    shader.text = std::regex_replace(shader.text, std::regex(SamplerDeclaration),
+                                     "uniform $1sampler2D $2; uniform $1sampler2D desk_chroma; "
+                                     "highp vec4 desk_texture(highp vec2 at) { "
+                                     "return vec4(texture($2, at).r, texture(desk_chroma, at).rg, 1.0); }",
+                                     std::regex_constants::format_first_only);
+    shader.text = std::regex_replace(shader.text, std::regex(SamplerDeclaration),
+                                     "\n#error expected one external sampler, got $2 as well\n");
 }
 
 /// The YUV output becomes a variable, of which a main function around the shader's own writes one plane.
-std::string TranslateOutput(const std::string& text) {
+void TranslateOutput(TranslatedShader& shader) {
     std::smatch output;
-    if (!std::regex_search(text, output, std::regex(YuvOutput))) {
-        return text;
+    if (!std::regex_search(shader.text, output, std::regex(YuvOutput))) {
+        return;
     }
-    const std::string name = output[2];
-    std::string translated = std::regex_replace(text, std::regex(YuvOutput),
-                                                "$1vec4 $2; layout(location = 0) out $1vec4 desk_plane;");
-    translated = std::regex_replace(translated, std::regex(R"(\bvoid\s+main\s*\(\s*(?:void)?\s*\))"),
-                                    "void desk_main()");
-    return translated + "\nvoid main() { desk_main(); desk_plane = " + name + LumaEnd;
-}
-
-}  // namespace
-
-std::string TranslateYuvShader(const std::string& source) {
-    const auto lock = LockLocale();
-    if (!std::regex_search(source, std::regex(ExtensionLine))) {
-        return source;
-    }
-    return TranslateOutput(TranslateSampler(std::regex_replace(source, std::regex(ExtensionLine), "")));
+    const std::string end = "\nvoid main() { desk_main(); desk_plane = " + output.str(2);
+    const std::string declared = std::regex_replace(shader.text, std::regex(YuvOutput),
+                                                    "$1vec4 $2; layout(location = 0) out $1vec4 desk_plane;");
+    const std::string both = std::regex_replace(
+        declared, std::regex(R"(\bvoid\s+main\s*\(\s*(?:void)?\s*\))"), "void desk_main()");
+    shader.text = both + end + ".xxxw; }\n";
+    shader.chroma = both + end + ".yzzw; }\n";
 }
 
 std::string LeadWithVersion(const std::string& source) {
@@ -77,19 +60,21 @@ std::string LeadWithVersion(const std::string& source) {
     return source.substr(version, next - version) + source.substr(0, version) + source.substr(next);
 }
 
-bool WritesPlanes(const std::string& translated) {
-    return translated.find("void desk_main()") != std::string::npos;
-}
+}  // namespace
 
-std::string ChromaVariant(const std::string& translated) {
-    return translated.substr(0, translated.size() - LumaEnd.size()) + ".yzzw; }\n";
-}
-
-std::string ExternalSampler(const std::string& translated) {
-    const auto lock = LockLocale();
-    std::smatch sampler;
-    std::regex_search(translated, sampler, std::regex(R"(sampler2D (\w+); uniform [^;]*\bdesk_chroma;)"));
-    return sampler.str(1);
+TranslatedShader TranslateYuvShader(const std::string& source) {
+    // Regular expressions fill a cache of the process's locale as they go, and do not lock it.
+    static std::mutex mutex;
+    const std::lock_guard<std::mutex> lock(mutex);
+    TranslatedShader shader;
+    shader.text = LeadWithVersion(source);
+    const std::string plain = std::regex_replace(shader.text, std::regex(ExtensionLine), "");
+    if (plain != shader.text) {
+        shader.text = plain;
+        TranslateSampler(shader);
+        TranslateOutput(shader);
+    }
+    return shader;
 }
 
 }  // namespace desk

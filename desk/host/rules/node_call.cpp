@@ -5,8 +5,6 @@
 namespace desk {
 namespace {
 
-thread_local NodeCall currentCall;
-
 /// One per bit of Phase, in its order.
 constexpr const char* PhaseNames[] = {"outside of every callback",
                                       "in LumNodeEntry",
@@ -22,16 +20,9 @@ constexpr const char* PhaseNames[] = {"outside of every callback",
 
 }  // namespace
 
-const NodeCall& CurrentCall() {
-    return currentCall;
-}
-
-NodeCallScope::NodeCallScope(const NodeCall& call) : previous_(currentCall) {
-    currentCall = call;
-}
-
-NodeCallScope::~NodeCallScope() {
-    currentCall = previous_;
+NodeCall& CurrentCall() {
+    static thread_local NodeCall current;
+    return current;
 }
 
 std::string Describe(const NodeCall& call) {

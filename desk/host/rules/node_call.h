@@ -6,6 +6,7 @@
 #include <optional>
 #include <shared_mutex>
 #include <string>
+#include <utility>
 
 #include "desk/abi/node_types.h"
 
@@ -43,29 +44,27 @@ struct NodeState {
     std::shared_mutex occupancy;  ///< shared by the requests in the node; held alone by every other call
 };
 
-/// What the node did in the pass that runs on a thread.
-struct PassRecord {
+/// The callback that runs on a thread.
+struct NodeCall {
+    Phase phase = PhaseOutside;
+    NodeState* node = nullptr;  ///< null when the callback concerns no known node
+    uint64_t requestId = 0;     ///< in the two passes
+    // What the node has done in the callback so far.
     uint64_t answeredReference = 0;
     unsigned windowQueries = 0;
     unsigned doneNotices = 0;
 };
 
-/// The callback that runs on a thread.
-struct NodeCall {
-    Phase phase = PhaseOutside;
-    NodeState* node = nullptr;   ///< null when the callback concerns no known node
-    uint64_t requestId = 0;      ///< in the two passes
-    PassRecord* pass = nullptr;  ///< in the two passes
-};
-
 /// The callback running on this thread; PhaseOutside when there is none.
-const NodeCall& CurrentCall();
+NodeCall& CurrentCall();
 
 /// Marks the calling thread as running a callback, for its own lifetime.
 class NodeCallScope {
 public:
-    explicit NodeCallScope(const NodeCall& call);
-    ~NodeCallScope();
+    explicit NodeCallScope(const NodeCall& call) : previous_(std::exchange(CurrentCall(), call)) {}
+    ~NodeCallScope() {
+        CurrentCall() = previous_;
+    }
     NodeCallScope(const NodeCallScope&) = delete;
     NodeCallScope& operator=(const NodeCallScope&) = delete;
 

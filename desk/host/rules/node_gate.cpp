@@ -27,15 +27,6 @@ bool IsWhole(const Record* record) {
     return record != nullptr && record->size >= sizeof(Record);
 }
 
-std::optional<Variant> VariantOf(uint32_t caps) {
-    for (const Variant variant : {Variant::RealTime, Variant::LookAhead}) {
-        if (caps == CapsOf(variant)) {
-            return variant;
-        }
-    }
-    return std::nullopt;
-}
-
 }  // namespace
 
 NodeGate::NodeGate(Contract& contract, const TagRegistry& tags, std::function<bool()> contextIsCurrent,
@@ -53,7 +44,7 @@ NodeGate::NodeGate(Contract& contract, const TagRegistry& tags, std::function<bo
     expected.minorVersion = 0;
     std::apply([&](auto... slot) { ((expected.*slot = library_.*slot), ...); }, Slots);
     const NodeCallScope scope({PhaseEntry});
-    RequireRecord(contract_, "LumNodeCallbacks", {}, expected, library_);
+    RequireRecord(contract_, "LumNodeCallbacks", expected, library_);
     if (std::apply([&](auto... slot) { return ((library_.*slot == offered.*slot) || ...); }, Slots)) {
         throw std::runtime_error("LumNodeEntry left one of the eight callbacks of a dewarp node out");
     }
@@ -106,7 +97,11 @@ uint32_t NodeGate::Create(LumNodeCreateInfo* info) {
     }
     auto node = std::make_shared<NodeState>();
     node->session = info->hSession;
-    node->variant = VariantOf(info->nodeCaps);
+    for (const Variant variant : {Variant::RealTime, Variant::LookAhead}) {
+        if (info->nodeCaps == CapsOf(variant)) {
+            node->variant = variant;
+        }
+    }
     const LumNodeCreateInfo before = *info;
     const uint32_t result = Run<Alone>({PhaseCreate, node.get()}, [&] {
         const uint32_t created = library_.Create(info);
@@ -146,10 +141,10 @@ uint32_t NodeGate::QueryBufferInfo(LumNodeQueryBufferInfo* info) {
     if (node == nullptr) {
         return Run<Alone>({PhaseRefusal}, [&] { return library_.QueryBufferInfo(info); });
     }
-    QueryWatch watch(*info);
+    const auto check = WatchQuery(*info);
     return Run<Alone>({PhaseQuery, node.get()}, [&] {
         const uint32_t result = library_.QueryBufferInfo(info);
-        watch.Check(contract_);
+        check(contract_);
         return result;
     });
 }
@@ -168,16 +163,11 @@ uint32_t NodeGate::ProcRequest(LumNodeProcessRequestInfo* info) {
         return Run<Shared>({PhaseRefusal, node.get()}, [&] { return library_.ProcRequest(info); });
     }
     const bool isFirst = (info->pDependency->processSequenceId & 0xffffU) == 0;
-    RequestWatch watch(*info);
-    PassRecord pass;
+    const auto check = WatchRequest(*info);
     const Phase phase = isFirst ? PhaseFirstPass : PhaseSecondPass;
-    const uint32_t result = Run<Shared>({phase, node.get(), info->requestId, &pass}, [&] {
+    const uint32_t result = Run<Shared>({phase, node.get(), info->requestId}, [&] {
         const uint32_t processed = library_.ProcRequest(info);
-        if (isFirst) {
-            watch.CheckFirstPass(contract_, tags_, processed);
-        } else {
-            watch.CheckSecondPass(contract_);
-        }
+        check(contract_, tags_, processed);
         return processed;
     });
     if (!isFirst) {

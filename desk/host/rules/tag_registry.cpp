@@ -43,36 +43,16 @@ constexpr Tag Tags[] = {
     {StreamPresent, "preview", 1, 0, PhaseCreate, PhaseSecondPass, 0, Vendor, RT},
     {ImageConfigs, "ExtraFrameworkBuffers", sizeof(uint32_t), Extra, PhaseCreate, 0, PhaseCreate, Unset, {}},
 };
-constexpr size_t Grids = 0;
-constexpr size_t Margins = 2;
-constexpr size_t OutputDims = 4;
-constexpr size_t Preview = 8;
-constexpr size_t ExtraBuffers = 9;
-
 // Clear of both flag bits, and far from the small numbers that tests pin.
 constexpr uint32_t FirstId = 0x80010000;
 constexpr uint32_t FlagBits = LumTagFlagStabilizer | LumTagFlagExtraBuffers;
 
 }  // namespace
 
-const Tag& GridTag(Variant variant) {
-    return Tags[Grids + (variant == LA)];
-}
-
-const Tag& MarginTag(Variant variant) {
-    return Tags[Margins + (variant == LA)];
-}
-
-const Tag& OutputDimsTag(Variant variant) {
-    return Tags[OutputDims + (variant == LA)];
-}
-
-const Tag& PreviewTag() {
-    return Tags[Preview];
-}
-
-const Tag& ExtraBuffersTag() {
-    return Tags[ExtraBuffers];
+const Tag& TagOf(TagKind kind, Variant variant) {
+    constexpr size_t Rows[] = {0, 2, 4, 8, 9};  // the kinds' first
+    const bool isSecond = kind <= TagKind::OutputDims && variant == LA;
+    return Tags[Rows[static_cast<size_t>(kind)] + (isSecond ? 1 : 0)];
 }
 
 TagRegistry::TagRegistry() : ids_(std::size(Tags)) {

@@ -28,11 +28,9 @@ struct Tag {
 };
 
 /// The tags that the desk's tests and tools give payloads to or look for.
-const Tag& GridTag(Variant variant);
-const Tag& MarginTag(Variant variant);
-const Tag& OutputDimsTag(Variant variant);
-const Tag& PreviewTag();
-const Tag& ExtraBuffersTag();
+enum class TagKind { Grid, RequestedMargin, OutputDims, Preview, ExtraBuffers };
+/// The variant's own; of the last two kinds there is one for both.
+const Tag& TagOf(TagKind kind, Variant variant = Variant::RealTime);
 
 /// The ids under which the host registered its vendor tags. Not locked: ids are pinned while no node
 /// runs, and lookups only read.

@@ -1,14 +1,17 @@
-// What nodes ask of the device: its properties, its clock and its buffers.
+// What nodes ask of the device: its clock, its files, its buffers and its properties.
 
 #include <fmt/chrono.h>
 #include <sys/types.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <filesystem>
 #include <iterator>
 #include <string>
+#include <string_view>
 
 #include "desk/abi/gralloc_layout.h"
 #include "desk/host/services/host_state.h"
@@ -20,6 +23,8 @@ namespace {
 
 // The desk's alignments per plane of NV12: cache lines of the stride, and tiles of 32 lines.
 constexpr Alignment PlaneAlignments[] = {{128, 32}, {128, 16}};
+
+constexpr const char* DumpDir = "/data/vendor/camera";
 
 bool WriteAt(int fd, size_t offset, const void* data, size_t size) {
     return ::pwrite(fd, data, size, static_cast<off_t>(offset)) == static_cast<ssize_t>(size);
@@ -58,6 +63,56 @@ void LumNodeUtils::GetDateTime(LUMDateTime* dateTime) {
     dateTime->dayOfMonth = local.tm_mday;
     dateTime->month = local.tm_mon;
     dateTime->year = local.tm_year;
+}
+
+FILE* LumNodeUtils::FOpen(const char* path, const char* mode) {
+    const ServiceCall call(service::FOpen, TextOf(path));
+    if (!call.Needs({path, mode})) {
+        return nullptr;
+    }
+    call->contract.Require(std::string_view(mode) == "a", "opens {} with the mode \"{}\"; expected \"a\"",
+                           path, mode);
+    const std::filesystem::path file(path);
+    if (!call->contract.Require(file.parent_path() == DumpDir, "opens {}, which does not lie in {}", path,
+                                DumpDir) ||
+        call.fails) {
+        return nullptr;
+    }
+    FILE* opened = std::fopen((call->options.dumpDir / file.filename()).c_str(), mode);
+    if (opened != nullptr) {
+        call->openFiles.With([&](auto& files) { files.insert(opened); });
+    }
+    return opened;
+}
+
+int32_t LumNodeUtils::FClose(FILE* file) {
+    const ServiceCall call(service::FClose);
+    const auto forget = [&](auto& files) { return files.erase(file) != 0; };
+    if (!call.Needs({file}) ||
+        !call->contract.Require(call->openFiles.With(forget), "closes a file that is not open")) {
+        return EOF;
+    }
+    const int closed = std::fclose(file);
+    return call.fails ? static_cast<int32_t>(call.result) : closed;
+}
+
+size_t LumNodeUtils::FWrite(const void* buffer, size_t size, size_t count, FILE* file) {
+    const ServiceCall call(service::FWrite);
+    const auto isOpen = [&](const auto& files) { return files.count(file) != 0; };
+    if (!call.Needs({buffer, file}) ||
+        !call->contract.Require(call->openFiles.With(isOpen), "writes to a file that is not open")) {
+        return 0;
+    }
+    return call.fails ? call.result : std::fwrite(buffer, size, count, file);
+}
+
+int32_t LumNodeUtils::VSNPrintF(char* buffer, size_t size, const char* format, va_list arguments) {
+    const ServiceCall call(service::VSNPrintF);
+    // Who only measures has no buffer.
+    if (!call.Needs({size != 0 ? buffer : format, format})) {
+        return -1;
+    }
+    return std::vsnprintf(buffer, size, format, arguments);
 }
 
 int32_t Orba::Gralloc::SetGrallocMetaData(const native_handle* handle, uint32_t item, uint32_t size,

@@ -2,25 +2,21 @@
 
 #include <dlfcn.h>
 
-#include <utility>
-
 #include "desk/host/services/host_state.h"
 
 namespace desk {
 
-SystemLibraries::SystemLibraries(std::filesystem::path folder) : folder_(std::move(folder)) {}
-
-void* SystemLibraries::Map(const std::string& devicePath) {
+void* LibraryProvider::Map(const std::string& devicePath) {
     const std::filesystem::path path(devicePath);
     const bool isDevices = path.parent_path() == DeviceDir;
     return isDevices ? ::dlopen((folder_ / path.filename()).c_str(), RTLD_NOW | RTLD_LOCAL) : nullptr;
 }
 
-void* SystemLibraries::Symbol(void* library, const char* symbol) {
+void* LibraryProvider::Symbol(void* library, const char* symbol) {
     return ::dlsym(library, symbol);
 }
 
-bool SystemLibraries::Unmap(void* library) {
+bool LibraryProvider::Unmap(void* library) {
     return ::dlclose(library) == 0;
 }
 
@@ -51,48 +47,42 @@ void Libraries::SetProvider(LibraryProvider* provider) {
 void* Libraries::Map(const std::string& devicePath) {
     return mapped_.With([&](Mapped& mapped) {
         void* library = mapped.provider->Map(devicePath);
-        if (library != nullptr) {
-            mapped.mappings.insert(library);
-            if (mapped.glCounters == nullptr) {
-                ConnectGl(mapped, library);
-            }
+        if (library == nullptr) {
+            return library;
+        }
+        mapped.mappings.insert(library);
+        const auto find = [&](auto& function, const char* name) {
+            function =
+                reinterpret_cast<std::decay_t<decltype(function)>>(mapped.provider->Symbol(library, name));
+            return function != nullptr;
+        };
+        if (mapped.glCounters == nullptr && find(mapped.glCounters, "desk_gl_counters")) {
+            mapped.glCounters(&mapped.glBaseline);
+        }
+        if (mapped.setErrorSink == nullptr && find(mapped.setErrorSink, "desk_gl_set_error_sink")) {
+            const auto report = [](void* contract, const char* text) {
+                static_cast<Contract*>(contract)->Require(false, "makes the GL driver report an error: {}",
+                                                          text);
+            };
+            mapped.setErrorSink(report, &contract_);
         }
         return library;
     });
 }
 
-void Libraries::ConnectGl(Mapped& mapped, void* library) {
-    const auto find = [&](auto& function, const char* name) {
-        function = reinterpret_cast<std::decay_t<decltype(function)>>(mapped.provider->Symbol(library, name));
-        return function != nullptr;
-    };
-    if (find(mapped.glCounters, "desk_gl_counters")) {
-        mapped.glCounters(&mapped.glBaseline);
-    }
-    if (find(mapped.setErrorSink, "desk_gl_set_error_sink")) {
-        const auto report = [](void* contract, const char* text) {
-            static_cast<Contract*>(contract)->Require(false, "makes the GL driver report an error: {}", text);
-        };
-        mapped.setErrorSink(report, &contract_);
-    }
+void* Libraries::Symbol(void* library, const char* symbol) {
+    return mapped_.With([&](const Mapped& mapped) { return mapped.provider->Symbol(library, symbol); });
 }
 
-std::optional<void*> Libraries::Symbol(void* library, const char* symbol) {
-    return mapped_.With([&](const Mapped& mapped) {
-        return mapped.mappings.count(library) != 0 ? std::optional(mapped.provider->Symbol(library, symbol))
-                                                   : std::nullopt;
-    });
-}
-
-std::optional<bool> Libraries::Unmap(void* library) {
-    return mapped_.With([&](Mapped& mapped) -> std::optional<bool> {
-        const auto found = mapped.mappings.find(library);
-        if (found == mapped.mappings.end()) {
-            return std::nullopt;
-        }
-        mapped.mappings.erase(found);
+bool Libraries::Unmap(void* library) {
+    return mapped_.With([&](Mapped& mapped) {
+        mapped.mappings.extract(library);
         return mapped.provider->Unmap(library);
     });
+}
+
+bool Libraries::IsMapped(void* library) const {
+    return mapped_.With([=](const Mapped& mapped) { return mapped.mappings.count(library) != 0; });
 }
 
 size_t Libraries::Count() const {
@@ -126,24 +116,21 @@ void* LibMapFullName(const char* fullPath) {
 
 void* LibGetAddr(void* library, const char* symbol) {
     const ServiceCall call(service::LibGetAddr, TextOf(symbol));
-    if (!call.Needs({library, symbol})) {
-        return nullptr;
-    }
-    const std::optional<void*> found = call->libraries.Symbol(library, symbol);
-    call->contract.Require(found.has_value(), "looks {} up in a library that is not mapped", symbol);
-    return call.fails ? nullptr : found.value_or(nullptr);
+    const bool serves = call.Needs({library, symbol}) &&
+                        call->contract.Require(call->libraries.IsMapped(library),
+                                               "looks {} up in a library that is not mapped", symbol) &&
+                        !call.fails;
+    return serves ? call->libraries.Symbol(library, symbol) : nullptr;
 }
 
 uint32_t LibUnmap(void* library) {
     const ServiceCall call(service::LibUnmap);
-    if (!call.Needs({library})) {
+    if (!call.Needs({library}) ||
+        !call->contract.Require(call->libraries.IsMapped(library), "unmaps a library that is not mapped")) {
         return LumResultInvalidArgument;
     }
-    const std::optional<bool> unmapped = call->libraries.Unmap(library);
-    if (!call->contract.Require(unmapped.has_value(), "unmaps a library that is not mapped")) {
-        return LumResultInvalidArgument;
-    }
-    return call.fails ? call.result : (*unmapped ? LumResultSuccess : LumResultFailure);
+    const bool isUnmapped = call->libraries.Unmap(library);
+    return call.fails ? call.result : (isUnmapped ? LumResultSuccess : LumResultFailure);
 }
 
 }  // namespace LumNodeUtils

@@ -5,6 +5,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <utility>
 
 #include "desk/abi/gl_reports.h"
 #include "desk/base/guarded.h"
@@ -12,28 +13,20 @@
 
 namespace desk {
 
-/// Where the libraries come from that nodes map by their device path.
+/// Where the libraries come from that nodes map by their device path: a folder that stands for the device's,
+/// unless a class of its own has others.
 class LibraryProvider {
-public:
-    virtual ~LibraryProvider() = default;
-    /// Null when there is no such library. The same handle may be returned more than once.
-    virtual void* Map(const std::string& devicePath) = 0;
-    /// Null when the library has no such symbol.
-    virtual void* Symbol(void* library, const char* symbol) = 0;
-    /// False when the library could not be unmapped.
-    virtual bool Unmap(void* library) = 0;
-};
-
-/// The workstation's own: a folder stands for the device's.
-class SystemLibraries : public LibraryProvider {
 public:
     static constexpr const char* DeviceDir = "/system/lib64";
 
-    explicit SystemLibraries(std::filesystem::path folder);
-
-    void* Map(const std::string& devicePath) override;
-    void* Symbol(void* library, const char* symbol) override;
-    bool Unmap(void* library) override;
+    explicit LibraryProvider(std::filesystem::path folder = {}) : folder_(std::move(folder)) {}
+    virtual ~LibraryProvider() = default;
+    /// Null when there is no such library. The same handle may be returned more than once.
+    virtual void* Map(const std::string& devicePath);
+    /// Null when the library has no such symbol.
+    virtual void* Symbol(void* library, const char* symbol);
+    /// False when the library could not be unmapped.
+    virtual bool Unmap(void* library);
 
 private:
     const std::filesystem::path folder_;
@@ -51,10 +44,11 @@ public:
     /// Null for the workstation's own. Must outlive its use; set while nothing is mapped.
     void SetProvider(LibraryProvider* provider);
 
-    /// As the provider's. Symbol and Unmap return nothing for what is not mapped.
+    // As the provider's, the latter two of a library that is mapped.
     void* Map(const std::string& devicePath);
-    std::optional<void*> Symbol(void* library, const char* symbol);
-    std::optional<bool> Unmap(void* library);
+    void* Symbol(void* library, const char* symbol);
+    bool Unmap(void* library);
+    bool IsMapped(void* library) const;
     /// Mappings made and not undone.
     size_t Count() const;
 
@@ -75,10 +69,8 @@ private:
         DeskGlCounters glBaseline = {};
     };
 
-    void ConnectGl(Mapped& mapped, void* library);
-
     Contract& contract_;
-    SystemLibraries system_;
+    LibraryProvider system_;
     Guarded<Mapped> mapped_;
 };
 

@@ -20,13 +20,6 @@ bool IsZero(const Bytes& bytes) {
     return std::all_of(begin, begin + sizeof(bytes), [](unsigned char byte) { return byte == 0; });
 }
 
-/// The record of the pass that runs; elsewhere, where a call has no place, one that nobody reads.
-PassRecord& ThisPass() {
-    static thread_local PassRecord unplaced;
-    PassRecord* pass = CurrentCall().pass;
-    return pass != nullptr ? *pass : unplaced;
-}
-
 /// Reports a tag used in a phase or by a variant that it is not for; `does` is the verb.
 void RequireUse(const ServiceCall& call, const Tag& tag, unsigned tagPhases, const char* does) {
     const NodeCall& caller = CurrentCall();
@@ -125,7 +118,7 @@ uint32_t NotifyRequestDone(LumRequestDoneInfo* info) {
         "calls NotifyRequestDone with a record of size {} or reserved bytes that are not zero", info->size);
     call->contract.Require(info->requestId == CurrentCall().requestId, "says that request {} is done",
                            info->requestId);
-    ++ThisPass().doneNotices;
+    ++CurrentCall().doneNotices;
     return call.fails ? call.result : LumResultSuccess;
 }
 
@@ -135,17 +128,16 @@ uint32_t QueryRequestWindow(void* session, LumRequestWindowInfo* window) {
         return LumResultInvalidArgument;
     }
     call->contract.Require(IsZero(*window), "calls QueryRequestWindow with a record that is not zeroed");
-    PassRecord& pass = ThisPass();
-    ++pass.windowQueries;
+    NodeCall& caller = CurrentCall();
+    ++caller.windowQueries;
     if (call.fails) {
         return call.result;
     }
     // The node has use for one field only; the rest is none of its business.
     *window = Patterned<LumRequestWindowInfo>();
-    const NodeCall& caller = CurrentCall();
     const NodeState& node = *caller.node;
     window->referenceRequestId = node.reference ? node.reference(caller.requestId) : node.lastRequest.load();
-    pass.answeredReference = window->referenceRequestId;
+    caller.answeredReference = window->referenceRequestId;
     return LumResultSuccess;
 }
 
@@ -153,27 +145,22 @@ uint32_t QueryRequestWindow(void* session, LumRequestWindowInfo* window) {
 
 void Metadata::Set(const void* session, uint64_t requestId, const Tag& tag, const void* data, size_t size) {
     const auto* bytes = static_cast<const std::byte*>(data);
-    payloads_.With([&](auto& payloads) { payloads[{session, requestId, &tag}].assign(bytes, bytes + size); });
+    sessions_.With([&](auto& sessions) { sessions[session][{requestId, &tag}].assign(bytes, bytes + size); });
 }
 
 void* Metadata::Find(const void* session, uint64_t requestId, const Tag& tag) {
-    return payloads_.With([&](auto& payloads) -> void* {
-        const auto found = payloads.find({session, requestId, &tag});
-        return found == payloads.end() ? nullptr : found->second.data();
+    return sessions_.With([&](auto& sessions) -> void* {
+        const auto found = sessions[session].find({requestId, &tag});
+        return found == sessions[session].end() ? nullptr : found->second.data();
     });
 }
 
 void Metadata::Remove(const void* session, uint64_t requestId, const Tag& tag) {
-    payloads_.With([&](auto& payloads) { payloads.erase({session, requestId, &tag}); });
+    sessions_.With([&](auto& sessions) { sessions[session].erase({requestId, &tag}); });
 }
 
 void Metadata::RemoveSession(const void* session) {
-    payloads_.With([&](auto& payloads) {
-        const auto begin = payloads.lower_bound({session, 0, nullptr});
-        payloads.erase(begin, std::find_if(begin, payloads.end(), [&](const auto& payload) {
-                           return std::get<0>(payload.first) != session;
-                       }));
-    });
+    sessions_.With([&](auto& sessions) { sessions.erase(session); });
 }
 
 LumNodeInterface ServicesTable() {

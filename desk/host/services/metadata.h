@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
-#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "desk/base/guarded.h"
@@ -37,9 +37,9 @@ public:
     void RemoveSession(const void* session);
 
 private:
-    using Key = std::tuple<const void*, uint64_t, const Tag*>;
+    using Key = std::pair<uint64_t, const Tag*>;  ///< request, tag
 
-    Guarded<std::map<Key, std::vector<std::byte>>> payloads_;
+    Guarded<std::map<const void*, std::map<Key, std::vector<std::byte>>>> sessions_;
 };
 
 /// The services table that the library is handed. What no node knows of leads to a finding.

@@ -7,8 +7,8 @@ namespace {
 using namespace desk;
 
 const TagRegistry tags;  // with the ids of every host
-const Tag& grid = GridTag(RT);
-const Tag& extra = ExtraBuffersTag();
+const Tag& grid = TagOf(TagKind::Grid, RT);
+const Tag& extra = TagOf(TagKind::ExtraBuffers);
 
 // Each makes a call as it should be, but for what is spoilt.
 template <typename Record>
@@ -67,13 +67,14 @@ TEST(Metadata, TheTableIsTheHosts) {
 
 TEST(Metadata, TagsAreLookedUpAndRead) {
     Expect({PhaseQuery}, {{"a tag looked up too late", DO(LookUp(c, grid))}});
-    Expect({PhaseCreate}, {{"the other's tag looked up", DO(LookUp(c, GridTag(LA)))},
+    Expect({PhaseCreate}, {{"the other's tag looked up", DO(LookUp(c, TagOf(TagKind::Grid, LA)))},
                            {"no section", DO(LookUp(c, grid, WITH(pComponentName = nullptr)))},
                            {"no tag name", DO(LookUp(c, grid, WITH(pTagName = nullptr)))},
                            {"a short lookup", DO(LookUp(c, grid, WITH(size = 20)))},
                            {"a lookup with an id", DO(LookUp(c, grid, WITH(vendorTagBase = 1)))},
                            {"an unknown tag", DO(LookUp(c, grid, WITH(pComponentName = "no")))}});
-    Expect({PhaseQuery}, {{"a tag read without its flag", DO(Read(c, tags.Id(MarginTag(RT)), 0))}});
+    Expect({PhaseQuery},
+           {{"a tag read without its flag", DO(Read(c, tags.Id(TagOf(TagKind::RequestedMargin, RT)), 0))}});
     Expect({PhaseSecondPass},
            {{"an unknown tag read", DO(Read(c, 5))},
             {"another request's tag read", DO(Read(c, tags.Id(grid), 8))},

@@ -72,22 +72,22 @@ inline std::string LogOf(const Life& life, const Misdeed& done) {
     {
         const TemporaryFolder dumps;
         desk::DeskHost host({library, library.parent_path(), dumps.path, &log});
-        const desk::Contract& contract = host.State().contract;
-        host.State().fault = life.fault;
+        const desk::Contract& contract = host.contract;
+        host.fault = life.fault;
         if (const auto node = host.CreateNode(life.variant); node->Handle() != nullptr) {
             node->Negotiate({64, 48}, {});
             const auto input = node->AllocateInput();
             const auto output = node->AllocateOutput();
             for (const uint64_t id : life.requests) {
                 const size_t before = contract.List().size();
-                desk::NodeRequest request(host, *node, {id, nullptr, input.get(), output.get()});
+                desk::NodeRequest request(*node, {id, nullptr, input.get(), output.get()});
                 request.FirstPass();
                 if (contract.List().size() == before) {
                     request.SecondPass();
                 }
             }
         }
-        host.Callbacks().DumpCoreNodeConfig(0, 0, nullptr);
+        host.gate->DumpCoreNodeConfig(0, 0, nullptr);
         rogue.step = desk::PhaseOutside;
         misdeed(rogue);
         EXPECT_EQ(FindingsIn(log.str()), contract.List());
@@ -106,7 +106,7 @@ inline std::string Caller(desk::Phase step, desk::Variant variant = RT) {
     desk::NodeState node;
     node.variant = variant;
     const bool isOfNode = step > desk::PhaseCaps && step != desk::PhaseRefusal;
-    return desk::Describe({step, isOfNode ? &node : nullptr, 7, nullptr});
+    return desk::Describe({step, isOfNode ? &node : nullptr, 7});
 }
 
 /// Each misdeed alone: the host says what sentences.txt has under its name.

@@ -14,7 +14,8 @@ TEST_F(Create, SaysWhatItDidPerVariant) {
         auto node = host_.CreateNode(variant);
         NoteLog(desk::NameOf(variant));
         Note("extra buffers: {}",
-             host_.State().metadata.Get<uint32_t>(node->Session(), 0, desk::ExtraBuffersTag()).value_or(0));
+             host_.metadata.Get<uint32_t>(node->Session(), 0, desk::TagOf(desk::TagKind::ExtraBuffers))
+                 .value_or(0));
     }
 }
 

@@ -3,7 +3,7 @@
 class Dumps : public EstablishedFixture {
 protected:
     Dumps() {
-        host_.State().clock = LUMDateTime{9, 5, 14, 3, 2, 124, {}};  // 2024-03-03 14:05:09
+        host_.clock = LUMDateTime{9, 5, 14, 3, 2, 124, {}};  // 2024-03-03 14:05:09
         host_.SetDumps(true);
     }
     std::set<std::string> Names() const {
@@ -28,8 +28,7 @@ TEST_F(Dumps, SwitchOnTheIntegerOne) {
     for (const char* value :
          {"1", "01", " 1", "+1", "1x", "1abc", "", "0", "2", "11", "-1", "+", "x1", "0x1", "true",
           "4294967297", "-4294967295", "9223372036854775808", "18446744073709551617"}) {
-        host_.State().properties.With(
-            [&](auto& all) { all["persist.vendor.camera.enabledewarpdump"] = value; });
+        host_.properties.With([&](auto& all) { all["persist.vendor.camera.enabledewarpdump"] = value; });
         host_.CreateNode(desk::Variant::RealTime);
         Note("\"{}\": {} files", value, Names().size());
         for (const std::string& name : Names()) {

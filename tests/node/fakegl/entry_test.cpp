@@ -9,8 +9,8 @@ protected:
     void Refuse(uint32_t (desk::NodeGate::*callback)(Record*)) {
         auto record = desk::PatternedRecord<Record>();
         --record.size;
-        const uint32_t ofNull = (host_.Callbacks().*callback)(nullptr);
-        NoteLog(fmt::format("{}, {}", ofNull, (host_.Callbacks().*callback)(&record)));
+        const uint32_t ofNull = ((*host_.gate).*callback)(nullptr);
+        NoteLog(fmt::format("{}, {}", ofNull, ((*host_.gate).*callback)(&record)));
     }
 };
 
@@ -21,11 +21,11 @@ TEST_F(Entry, LeavesARefusedTableAsItWas) {
         table.majorVersion = version;
         table.minorVersion = 7;
         const LumNodeCallbacks before = table;
-        host_.Callbacks().Enter(&table);
+        host_.gate->Enter(&table);
         EXPECT_EQ(std::memcmp(&table, &before, sizeof(table)), 0);
         NoteLog(fmt::format("{} bytes, version {}", size, version));
     }
-    host_.Callbacks().Enter(nullptr);
+    host_.gate->Enter(nullptr);
     NoteLog("no table");
 }
 
@@ -44,17 +44,17 @@ TEST_F(Entry, EveryCallbackRefusesNullAndShortRecords) {
 
 TEST_F(Entry, RefusesCapabilitiesThatNameNoVariant) {
     LumNodeCapsInfo caps = {8, 0};
-    EXPECT_EQ(host_.Callbacks().GetCaps(&caps), 0U);
+    EXPECT_EQ(host_.gate->GetCaps(&caps), 0U);
     EXPECT_EQ(caps.nodeCapsMask, 384U);
     for (const uint32_t refused : {0U, 64U, caps.nodeCapsMask}) {
         auto info = desk::PatternedRecord<LumNodeCreateInfo>();
         info.nodeCaps = refused;
         info.nodeFlags = 0;
         info.phNodeSession = &info;
-        EXPECT_EQ(host_.Callbacks().Create(&info), 2U);
+        EXPECT_EQ(host_.gate->Create(&info), 2U);
         EXPECT_EQ(info.phNodeSession, &info);
         EXPECT_EQ(info.nodeFlags, 0x60U);
     }
-    EXPECT_EQ(host_.Callbacks().DumpCoreNodeConfig(-1, 4, nullptr), 0U);
+    EXPECT_EQ(host_.gate->DumpCoreNodeConfig(-1, 4, nullptr), 0U);
     EXPECT_THAT(TakeLog(), ::testing::IsEmpty());
 }

@@ -38,7 +38,8 @@ TEST_F(FrameCalls, AreLoggedInTheEstablishedWords) {
 TEST_F(FrameCalls, ConvertFormatsOnceAndForAll) {
     for (const uint32_t format : {3U, 4U, 13U, 5U}) {
         MakeNode();
-        host_.State().metadata.Set(node_->Session(), 1, desk::GridTag(desk::Variant::RealTime), grid_);
+        host_.metadata.Set(node_->Session(), 1, desk::TagOf(desk::TagKind::Grid, desk::Variant::RealTime),
+                           grid_);
         LumImageList input = input_->ImageList();
         LumImageList output = output_->ImageList();
         LumImageList* lists[] = {&input, &output};
@@ -52,7 +53,7 @@ TEST_F(FrameCalls, ConvertFormatsOnceAndForAll) {
             info.pDependency = &dependency;
             info.inputImageLists = &lists[0];
             info.outputImageLists = &lists[1];
-            EXPECT_EQ(host_.Callbacks().ProcRequest(&info), 0U);
+            EXPECT_EQ(host_.gate->ProcRequest(&info), 0U);
             NoteLog(std::to_string(one), "ConvertLumFormat");
         }
     }

@@ -29,7 +29,7 @@ class Logs : public EstablishedFixture {
 protected:
     void Watch(uint32_t levels, bool isSystemOn) {
         host_.SetLogLevels(levels, isSystemOn);
-        host_.State().log.SetObserver([](const desk::LogRecord& record) {
+        host_.log.SetObserver([](const desk::LogRecord& record) {
             g_lines.push_back(fmt::format("{} {} {} {} ({})", record.levelWord, record.levelLetter,
                                           record.file, record.format, record.text));
         });
@@ -51,7 +51,7 @@ protected:
 
 TEST_F(Logs, GoToTheSystemFirstAndThenToTheHost) {
     Watch(1, true);
-    host_.Callbacks().GetCaps(nullptr);
+    host_.gate->GetCaps(nullptr);
     NoteSinks("a refusal");
 }
 

@@ -21,17 +21,17 @@ protected:
         query.pOutputPortQueryInfo = &output;
         query.pInputOptions = &input;
         TakeLog();
-        EXPECT_EQ(host_.Callbacks().QueryBufferInfo(&query), 0U);
-        const auto dims = host_.State().metadata.Get<LumStabilizedOutputDims>(
-            node_->Session(), 0, desk::OutputDimsTag(node_->Kind()));
+        EXPECT_EQ(host_.gate->QueryBufferInfo(&query), 0U);
+        const auto dims = host_.metadata.Get<LumStabilizedOutputDims>(
+            node_->Session(), 0, desk::TagOf(desk::TagKind::OutputDims, node_->Kind()));
         ASSERT_TRUE(dims.has_value());
         NoteLog(fmt::format("output {}x{} ({}x{} to {}x{}), published {}x{}", out.optimalWidth,
                             out.optimalHeight, out.minWidth, out.minHeight, out.maxWidth, out.maxHeight,
                             dims->width, dims->height));
     }
     void SetMargin(float horizontal, float vertical) {
-        host_.State().metadata.Set(node_->Session(), 0, desk::MarginTag(node_->Kind()),
-                                   LumStabilizationMargin{horizontal, vertical});
+        host_.metadata.Set(node_->Session(), 0, desk::TagOf(desk::TagKind::RequestedMargin, node_->Kind()),
+                           LumStabilizationMargin{horizontal, vertical});
     }
 };
 
@@ -50,7 +50,7 @@ TEST_F(Negotiate, WidensTheInputByTheMargin) {
 
 TEST_F(Negotiate, GoesOnWithTheMarginItHolds) {
     for (const auto variant : Variants) {
-        host_.State().fault = nullptr;
+        host_.fault = nullptr;
         node_ = host_.CreateNode(variant);
         SetMargin(0.25F, 0.5F);
         Query();
@@ -67,7 +67,7 @@ TEST_F(Negotiate, AlignmentsGoOnFromPlaneToPlane) {
     SetMargin(0.0F, 0.0F);
     // The host has alignments for none of the planes, then for the very first only.
     for (const int served : {0, 1}) {
-        host_.State().fault = [seen = 0, served](const desk::HostCall& call, uint32_t&) mutable {
+        host_.fault = [seen = 0, served](const desk::HostCall& call, uint32_t&) mutable {
             return call.service == "GetAlignment" && seen++ >= served;
         };
         Query();

@@ -17,11 +17,12 @@ TEST_F(Request, ThePreviewFlagCountsForTheTagIdOneOnly) {
     MakeNode();
     EXPECT_EQ(Frame(1), 0U);
     NoteLog("another id", "Preview");
-    host_.State().tags.Pin(desk::PreviewTag(), 1);
+    host_.tags.Pin(desk::TagOf(desk::TagKind::Preview), 1);
     for (const int flag : {1, 0, 2, -1}) {  // -1: no payload
         MakeNode();
         if (flag >= 0) {
-            host_.State().metadata.Set(node_->Session(), 1, desk::PreviewTag(), static_cast<uint8_t>(flag));
+            host_.metadata.Set(node_->Session(), 1, desk::TagOf(desk::TagKind::Preview),
+                               static_cast<uint8_t>(flag));
         }
         EXPECT_EQ(Frame(1), 0U);
         NoteLog(fmt::format("{}, {}", flag, gl_->Take().empty() ? "returned" : "rendered"), "Preview");

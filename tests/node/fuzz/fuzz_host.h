@@ -17,7 +17,7 @@ struct FuzzHost {
     /// Nothing that a node broke or left.
     void RequireClean() {
         host.CheckTornDown();
-        for (const std::string& finding : host.State().contract.List()) {
+        for (const std::string& finding : host.contract.List()) {
             Require(false, finding.c_str());
         }
         Require(gl.liveImages + gl.liveNames + gl.liveObjects == 0, "GL objects stay behind");
@@ -26,7 +26,7 @@ struct FuzzHost {
 
 private:
     FuzzHost() {
-        host.State().libraries.SetProvider(&gl);
+        host.libraries.SetProvider(&gl);
         host.SetLogLevels(1 | 2 | 8 | 32, false);
     }
 };

@@ -51,7 +51,7 @@ void SendSmall(FuzzInput& input, FuzzHost& fuzz, uint32_t (desk::NodeGate::*call
     }
     const std::vector<unsigned char> before = memory;
     const uint32_t expected = (readAnyway == 16 && session == nullptr) ? 5 : 1;
-    Require((fuzz.host.Callbacks().*callback)(reinterpret_cast<Record*>(memory.data())) == expected,
+    Require(((*fuzz.host.gate).*callback)(reinterpret_cast<Record*>(memory.data())) == expected,
             "a small record has another result");
     Require(memory == before, "a refused record is written to");
 }
@@ -68,7 +68,8 @@ bool IsFitting(uint32_t size, float margin) {
 void SendQuery(FuzzInput& input, FuzzHost& fuzz, desk::DeskNode& node) {
     const uint32_t ports = input.Below(4);
     const LumStabilizationMargin margin = {input.Take<float>(), input.Take<float>()};
-    fuzz.host.State().metadata.Set(node.Session(), 0, desk::MarginTag(node.Kind()), margin);
+    fuzz.host.metadata.Set(node.Session(), 0, desk::TagOf(desk::TagKind::RequestedMargin, node.Kind()),
+                           margin);
     std::vector<LumNodeBufferRequirement> downstream(ports);
     std::vector<LumOutputPortQueryInfo> outputs(ports);
     std::vector<LumInputPortQueryInfo> inputs(ports);
@@ -88,8 +89,7 @@ void SendQuery(FuzzInput& input, FuzzHost& fuzz, desk::DeskNode& node) {
     query.numOutputPorts = ports;
     query.pOutputPortQueryInfo = outputs.data();
     query.pInputOptions = inputs.data();
-    RunPredicted(isAborting,
-                 [&] { Require(fuzz.host.Callbacks().QueryBufferInfo(&query) == 0, "a query fails"); });
+    RunPredicted(isAborting, [&] { Require(fuzz.host.gate->QueryBufferInfo(&query) == 0, "a query fails"); });
 }
 
 void SendRequest(FuzzInput& input, FuzzHost& fuzz, desk::DeskNode& node) {
@@ -118,7 +118,7 @@ void SendRequest(FuzzInput& input, FuzzHost& fuzz, desk::DeskNode& node) {
     const LumDependencyInfo before = *dependency;
     RunPredicted(sequence == 0 && fences > 8, [&] {
         // The second pass finds no grid and fails before it looks at the lists.
-        Require(fuzz.host.Callbacks().ProcRequest(&request) == (sequence == 1 ? 1U : 0U),
+        Require(fuzz.host.gate->ProcRequest(&request) == (sequence == 1 ? 1U : 0U),
                 "a request's result differs");
         Require(sequence <= 1 || (std::memcmp(dependency.get(), &before, sizeof(before)) == 0 &&
                                   request.lookAheadComplete == 0),

@@ -172,11 +172,11 @@ TEST_F(Render, FourNodesRunOnFourThreads) {
 }
 
 TEST_F(Render, WhatTheDriverCallsAnErrorIsAFindingInItsWords) {
-    desk::SystemLibraries libraries(OptionsFor({}).systemLibraryDir);
+    desk::LibraryProvider libraries(OptionsFor({}).systemLibraryDir);
     void* const gles = libraries.Map("/system/lib64/libGLESv2.so");
     const auto enable = reinterpret_cast<void (*)(unsigned)>(libraries.Symbol(gles, "glEnable"));
     const auto takeError = reinterpret_cast<unsigned (*)()>(libraries.Symbol(gles, "glGetError"));
-    host_.State().fault = [&](const desk::HostCall& call, uint32_t&) {
+    host_.fault = [&](const desk::HostCall& call, uint32_t&) {
         if (call.service == "SetGrallocMetaData") {  // while the engine's context is current
             enable(0xBAD);
             takeError();  // or the import fails
@@ -184,7 +184,7 @@ TEST_F(Render, WhatTheDriverCallsAnErrorIsAFindingInItsWords) {
         return false;
     };
     const Stage stage(host_, desk::Variant::RealTime, 1, {160, 120}, 0.2F);
-    EXPECT_THAT(host_.State().contract.List(), ElementsAre());
+    EXPECT_THAT(host_.contract.List(), ElementsAre());
     ExpectCopied(stage, 7);
     ExpectCopied(stage, *stage.node->AllocateOutput(), 8);
     const auto says = [](unsigned request) {
@@ -193,8 +193,8 @@ TEST_F(Render, WhatTheDriverCallsAnErrorIsAFindingInItsWords) {
                         "report an error: .*glEnable",
                         request));
     };
-    EXPECT_THAT(host_.State().contract.List(), ElementsAre(says(7), says(8)));
+    EXPECT_THAT(host_.contract.List(), ElementsAre(says(7), says(8)));
     expectFindings_ = true;
-    host_.State().fault = nullptr;
+    host_.fault = nullptr;
     libraries.Unmap(gles);
 }

@@ -65,7 +65,7 @@ protected:
         stage_->node->SetReferenceRequest(reference);
         std::vector<std::future<uint32_t>> results(InFlight);
         {
-            desk::PipelinedDriver driver(host_, *stage_->node, InFlight, threads);
+            desk::PipelinedDriver driver(*stage_->node, InFlight, threads);
             for (uint64_t request = 1; request <= requests + InFlight; ++request) {
                 std::future<uint32_t>& result = results[request % InFlight];
                 if (result.valid()) {

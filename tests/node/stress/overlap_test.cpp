@@ -25,7 +25,7 @@ protected:
 
     void TearDown() override {
         gl_->hold = nullptr;
-        host_.State().fault = nullptr;
+        host_.fault = nullptr;
         FakeGlFixture::TearDown();
     }
 
@@ -103,10 +103,10 @@ TEST_F(Overlap, WhileOneRendersFirstPassesReturnAndSecondPassesWait) {
                                                      {"glFinish", 1},       {"eglMakeCurrent", 2}};
     for (const auto& [call, nth] : rows) {
         SCOPED_TRACE(fmt::format("held in {} {}", call, nth));
-        desk::NodeRequest rendering(host_, *node_, FrameOf(2));
-        desk::NodeRequest other(host_, *node_, FrameOf(3));
+        desk::NodeRequest rendering(*node_, FrameOf(2));
+        desk::NodeRequest other(*node_, FrameOf(3));
         std::promise<void> hasGrid;
-        host_.State().fault = [&](const desk::HostCall& made, uint32_t&) {
+        host_.fault = [&](const desk::HostCall& made, uint32_t&) {
             if (made.caller.requestId == 3 && made.service == "GetMetaData") {
                 hasGrid.set_value();
             }
@@ -122,14 +122,14 @@ TEST_F(Overlap, WhileOneRendersFirstPassesReturnAndSecondPassesWait) {
         held.Release();
         EXPECT_EQ(waiting.get(), 0U);
         EXPECT_GT(held.callsOfOthers, 0U);
-        host_.State().fault = nullptr;
+        host_.fault = nullptr;
     }
 }
 
 TEST_F(Overlap, EveryOtherCallStandsAlone) {
     MakeNode();
     expectFindings_ = true;
-    desk::NodeRequest rendering(host_, *node_, FrameOf(2));
+    desk::NodeRequest rendering(*node_, FrameOf(2));
     HeldRequest held(*gl_, rendering, "glFlush", 1);
     EXPECT_THROW(node_->Destroy(), desk::NodeError);
     EXPECT_THROW(node_->Negotiate({64, 48}, {0.25F, 0.25F}), desk::NodeError);
@@ -138,7 +138,7 @@ TEST_F(Overlap, EveryOtherCallStandsAlone) {
     properties.size = sizeof(properties);
     properties.hNodeSession = node_->Handle();
     properties.pFormat = &format;
-    EXPECT_EQ(host_.Callbacks().SetBufferInfo(&properties), 1U);
+    EXPECT_EQ(host_.gate->SetBufferInfo(&properties), 1U);
     EXPECT_EQ(held.callsOfOthers, 0U);
     held.Release();
     const auto says = [](const char* call) {
@@ -148,7 +148,7 @@ TEST_F(Overlap, EveryOtherCallStandsAlone) {
             call);
     };
     EXPECT_THAT(
-        host_.State().contract.List(),
+        host_.contract.List(),
         ::testing::ElementsAre(says("its destruction"), says("QueryBufferInfo"), says("SetBufferInfo")));
     EXPECT_EQ(Frame(3), 0U) << "the node still lives";
 }
@@ -160,13 +160,13 @@ TEST_F(Overlap, TheDriverLetsRequestsOvertakeWhereTheNodeAllowsIt) {
     Gate gate;
     HoldFirst(gate);
     std::atomic<size_t> rendering = 0;
-    host_.State().fault = [&](const desk::HostCall& call, uint32_t&) {
+    host_.fault = [&](const desk::HostCall& call, uint32_t&) {
         if (call.service == "GetMetaData" && ++rendering == Threads) {
             gate.released.set_value();
         }
         return false;
     };
-    desk::PipelinedDriver driver(host_, *node_, Threads, Threads);
+    desk::PipelinedDriver driver(*node_, Threads, Threads);
     for (uint64_t request = 1; request <= Threads; ++request) {
         driver.Submit(FrameOf(request));
     }
@@ -176,7 +176,7 @@ TEST_F(Overlap, TheDriverHandsOverNoMoreThanItMayAndEveryResult) {
     MakeNode();
     Gate gate;
     HoldFirst(gate);
-    desk::PipelinedDriver driver(host_, *node_, 2, Threads);
+    desk::PipelinedDriver driver(*node_, 2, Threads);
     auto drawn = driver.Submit(FrameOf(1));
     desk::NodeFrame gridless = FrameOf(2);
     gridless.grid = nullptr;
@@ -188,8 +188,9 @@ TEST_F(Overlap, TheDriverHandsOverNoMoreThanItMayAndEveryResult) {
     EXPECT_EQ(failed.get(), 1U);
     EXPECT_EQ(third.get().get(), 0U);
     for (uint64_t request = 1; request <= 3; ++request) {
-        EXPECT_EQ(host_.State().metadata.Find(node_->Session(), request, desk::GridTag(node_->Kind())),
-                  nullptr)
+        EXPECT_EQ(
+            host_.metadata.Find(node_->Session(), request, desk::TagOf(desk::TagKind::Grid, node_->Kind())),
+            nullptr)
             << request;
     }
 }
@@ -199,7 +200,7 @@ TEST_F(Overlap, ARequestThatMeetsANegotiationFailsWithoutItsSecondPass) {
     expectFindings_ = true;
     Gate gate;
     std::atomic<unsigned> secondPasses = 0;
-    host_.State().fault = [&](const desk::HostCall& call, uint32_t&) {
+    host_.fault = [&](const desk::HostCall& call, uint32_t&) {
         secondPasses += call.caller.phase == desk::PhaseSecondPass ? 1 : 0;
         if (call.service == "GetAlignment") {
             gate.Pass();
@@ -208,9 +209,9 @@ TEST_F(Overlap, ARequestThatMeetsANegotiationFailsWithoutItsSecondPass) {
     };
     auto negotiation = std::async(std::launch::async, [&] { node_->Negotiate({64, 48}, {0.25F, 0.25F}); });
     gate.reached.get_future().wait();
-    EXPECT_EQ(desk::PipelinedDriver(host_, *node_, 1, 1).Submit(FrameOf(1)).get(), 1U);
+    EXPECT_EQ(desk::PipelinedDriver(*node_, 1, 1).Submit(FrameOf(1)).get(), 1U);
     EXPECT_EQ(secondPasses, 0U);
     gate.released.set_value();
     negotiation.get();
-    EXPECT_EQ(host_.State().contract.List().size(), 1U);
+    EXPECT_EQ(host_.contract.List().size(), 1U);
 }

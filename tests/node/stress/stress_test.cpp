@@ -91,9 +91,9 @@ TEST(Loading, TheLibraryLeavesTheProcessEachTime) {
     for (unsigned round = 0; round < 200; ++round) {
         {
             desk::DeskHost host(options);
-            host.State().libraries.SetProvider(&gl);
+            host.libraries.SetProvider(&gl);
             host.CreateNode(Variants[round % 2]);
-            EXPECT_TRUE(host.State().contract.List().empty());
+            EXPECT_TRUE(host.contract.List().empty());
         }
         ASSERT_EQ(::dlopen(options.nodeLibrary.c_str(), RTLD_NOW | RTLD_NOLOAD), nullptr) << round;
     }

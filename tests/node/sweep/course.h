@@ -52,14 +52,14 @@ inline std::vector<std::string> ClassesOf(const GlCall& call) {
 class Course : public FakeGlFixture {
 protected:
     explicit Course(desk::Variant variant) : variant_(variant) {
-        host_.State().clock = LUMDateTime{};
+        host_.clock = LUMDateTime{};
         grid_ = Grid([](int column, int row) {
             return GridPoint{static_cast<float>(column) - 17.0F,
                              static_cast<float>(35 * row + column) / 70.0F};
         });
         gl_->watch = [this](const GlCall& call, const GlFault&, uint64_t) { Watch(call); };
         gl_->fault = [this](const GlCall& call) { return FaultOf(call); };
-        host_.State().fault = [this](const desk::HostCall& call, uint32_t& result) {
+        host_.fault = [this](const desk::HostCall& call, uint32_t& result) {
             return ServiceFault(call, result);
         };
     }
@@ -88,7 +88,7 @@ protected:
             }
         }
         node_.reset();
-        for (const std::string& finding : host_.State().contract.List()) {
+        for (const std::string& finding : host_.contract.List()) {
             Tell("the host finds: " + finding);
         }
         for (const auto& [what, count] : point.failing.empty() ? counts_ : Counts()) {
@@ -182,7 +182,7 @@ private:
         try {
             action(result);
         } catch (const desk::NodeError& error) {
-            result = error.Result();
+            result = error.result;
         }
         const std::vector<std::string> errors = TakeLog('E');
         if (result != 0 || !errors.empty()) {

@@ -1,10 +1,8 @@
-#include "desk/gl/driver/errors.h"
+#include "desk/gl/driver/reports.h"
 
 #include <cstdio>
 #include <cstring>
 #include <utility>
-
-#include "desk/base/guarded.h"
 
 namespace desk {
 namespace {
