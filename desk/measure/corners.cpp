@@ -6,26 +6,6 @@
 #include <opencv2/video/tracking.hpp>
 
 namespace desk {
-namespace {
-
-/// What black bars leave of the picture, less so much of its borders that no corner there sees a bar. What
-/// moves along the edge of a bar seems to stand in the other direction.
-cv::Rect WithoutBars(const cv::Mat& picture, int apart) {
-    constexpr double Black = 24;  // levels, in 8-bit limited range with a codec's noise
-    cv::Rect inside = cv::boundingRect(picture > Black);
-    const auto trim = [apart](int& start, int& length, int whole) {
-        const int before = start > 0 ? apart : 0;
-        const int after = start + length < whole ? apart : 0;
-        start += before;
-        length = std::max(0, length - before - after);
-    };
-    trim(inside.x, inside.width, picture.cols);
-    trim(inside.y, inside.height, picture.rows);
-    return inside;
-}
-
-}  // namespace
-
 size_t CellOf(cv::Point2f at, cv::Size picture) {
     const auto along = [](float x, int pixels, size_t cells) {
         const auto cell =
@@ -36,10 +16,14 @@ size_t CellOf(cv::Point2f at, cv::Size picture) {
 }
 
 std::vector<cv::Point2f> SpreadCorners(const cv::Mat& picture, size_t perCell, double quality) {
-    constexpr double Apart = 1 / 40.0;  // of the height
-    const double apart = Apart * picture.rows;
+    constexpr double Black = 24;  // levels, in 8-bit limited range with a codec's noise
+    const int apart = picture.rows / 40;
+    // What black bars leave of the picture, less so much of its borders that no corner there sees a bar: what
+    // moves along the edge of a bar seems to stand in the other direction.
     cv::Mat mask = cv::Mat::zeros(picture.size(), CV_8U);
-    mask(WithoutBars(picture, static_cast<int>(apart))).setTo(255);
+    mask(cv::boundingRect(picture > Black)).setTo(255);
+    cv::erode(mask, mask, cv::Mat::ones(2 * apart + 1, 2 * apart + 1, CV_8U), {-1, -1}, 1,
+              cv::BORDER_CONSTANT, 255);
     std::vector<cv::Point2f> corners;
     cv::goodFeaturesToTrack(picture, corners, 0, quality, apart, mask);
     std::array<size_t, CellCount> taken{};
@@ -53,6 +37,9 @@ std::vector<cv::Point2f> SpreadCorners(const cv::Mat& picture, size_t perCell, d
 std::vector<bool> FollowCorners(const cv::Mat& from, const cv::Mat& to,
                                 const std::vector<cv::Point2f>& corners, std::vector<cv::Point2f>& moved,
                                 double maxReturnError) {
+    if (corners.empty()) {
+        return {};
+    }
     const auto follow = [](const cv::Mat& here, const cv::Mat& there, const auto& start, auto& end) {
         std::vector<uchar> found;
         cv::calcOpticalFlowPyrLK(here, there, start, end, found, cv::noArray(), {21, 21}, 3,

@@ -6,10 +6,9 @@
 
 namespace desk {
 
-/// Measures how far the background moves from one picture to the next, on the pictures themselves: corners
-/// from all over the picture are followed there and back. A cell of the picture moves as far as the median of
-/// its corners, the background as the median of the cells, so that nothing counts that covers less than half
-/// of what can be seen.
+/// Measures how far the background moves from one picture to the next, on the pictures themselves: corners,
+/// as many from each cell of the picture, are followed there and back. The background moves as far as their
+/// median, so that nothing counts that covers less than half of what can be seen.
 class MotionMeter {
 public:
     /// Takes the next picture of the clip: 8-bit luma, of one size. It is copied.

@@ -59,11 +59,14 @@ FramePose FitPose(const std::vector<Position>& frame, const std::vector<Position
             Position(found[4], found[5]), Position(found[6], found[7]) / height, found[8] / height};
 }
 
+FramePose Plus(const FramePose& pose, double times, const FramePose& other) {
+    return {pose.turn + times * other.turn, pose.shift + times * other.shift,
+            pose.shiftPerRow + times * other.shiftPerRow, pose.shiftBend + times * other.shiftBend,
+            pose.rollPerRow + times * other.rollPerRow};
+}
+
 FramePose Between(const FramePose& from, const FramePose& to, double share) {
-    const auto between = [share](auto a, auto b) { return a + share * (b - a); };
-    return {between(from.turn, to.turn), between(from.shift, to.shift),
-            between(from.shiftPerRow, to.shiftPerRow), between(from.shiftBend, to.shiftBend),
-            between(from.rollPerRow, to.rollPerRow)};
+    return Plus(from, share, Plus(to, -1, from));
 }
 
 }  // namespace desk

@@ -32,6 +32,9 @@ Position FrameOf(const FramePose& pose, Position scene);
 FramePose FitPose(const std::vector<Position>& frame, const std::vector<Position>& scene,
                   const std::vector<double>& weights, double height);
 
+/// The pose and a multiple of another, number by number.
+FramePose Plus(const FramePose& pose, double times, const FramePose& other);
+
 /// The pose a share of the way from one to another.
 FramePose Between(const FramePose& from, const FramePose& to, double share);
 

@@ -16,8 +16,7 @@ constexpr size_t MinAgreeing = 12;  // 24 numbers for the pose's 9: fewer hardly
 constexpr int MinColumns = 5;    // or rows of cells that what agrees reaches over: less may be one thing in
 constexpr int MinRows = 4;       // front of a bare wall
 constexpr double MinLeft = 0.6;  // of a key frame's corners: fewer leave a large part of the frame bare
-constexpr double EnoughStand = 0.35;  // of what all cells count: titles cover less
-constexpr double Tolerance = 3;       // shrunken pixels; a rolling shutter bends what no affine map does
+constexpr double Tolerance = 3;  // shrunken pixels; a rolling shutter bends what no affine map does
 using PerCell = std::array<double, CellCount>;
 
 /// Positions about the middle of the unshrunken picture.
@@ -57,37 +56,6 @@ double WeightedMedian(const std::vector<double>& values, const std::vector<doubl
     return 0;
 }
 
-/// Pairs of positions, and how far each is to be trusted, 0 to 1.
-struct Pairs {
-    std::vector<Position> frame;
-    std::vector<Position> scene;
-    std::vector<double> trust;
-};
-
-/// The pose that the pairs agree on of which `errors`, in pixels, tells a first guess: least squares,
-/// reweighted. Leaves the errors against that pose there and returns their scale, beyond four times which a
-/// pair disagrees.
-double FitRobustly(const Pairs& pairs, double height, std::vector<double>& errors, FramePose& pose) {
-    constexpr int Rounds = 5;               // after which the pose changes by less than corners are off
-    constexpr double SmallestMedian = 0.1;  // pixels: corners are not followed more closely
-    std::vector<double> weights = pairs.trust;
-    for (size_t i = 0; i < errors.size(); i++) {
-        weights[i] = std::isinf(errors[i]) ? 0 : weights[i];
-    }
-    double median = 0;
-    for (int round = 0; round < Rounds; round++) {
-        median = std::max(WeightedMedian(errors, weights), SmallestMedian);
-        for (size_t i = 0; i < errors.size(); i++) {
-            weights[i] = pairs.trust[i] * TukeyBiweight(errors[i], median);
-        }
-        pose = FitPose(pairs.frame, pairs.scene, weights, height);
-        for (size_t i = 0; i < errors.size(); i++) {
-            errors[i] = std::abs(SceneOf(pose, pairs.frame[i]) - pairs.scene[i]);
-        }
-    }
-    return median;
-}
-
 /// How far apart two poses see the same positions, pixels RMS over a picture.
 double Distance(const FramePose& one, const FramePose& other, cv::Size picture) {
     double squares = 0;
@@ -100,111 +68,16 @@ double Distance(const FramePose& one, const FramePose& other, cv::Size picture) 
     return std::sqrt(squares / 9);
 }
 
-/// A corner that was found, as the first guess sees it.
-struct Track {
-    cv::Point2f stood;  ///< where it would be, had the camera stood since the last frame
-    cv::Point2f moved;  ///< where it is
-    double counts;      ///< how much
-    size_t cell;        ///< of the key frame
-};
-
-double Error(const Track& track, const cv::Matx23d& motion) {
-    const cv::Point2f& at = track.stood;
-    const double x = motion(0, 0) * at.x + motion(0, 1) * at.y + motion(0, 2) - track.moved.x;
-    const double y = motion(1, 0) * at.x + motion(1, 1) * at.y + motion(1, 2) - track.moved.y;
-    return std::sqrt(x * x + y * y);
-}
-
-/// What the tracks count that agree with an affine motion, near ones more.
-double Agreement(const std::vector<Track>& tracks, const cv::Matx23d& motion, double tolerance) {
-    double sum = 0;
-    for (const Track& track : tracks) {
-        const double share = Error(track, motion) / tolerance;
-        sum += share >= 1 ? 0 : track.counts * (1 - share * share);
-    }
-    return sum;
-}
-
-/// RANSAC (Fischler and Bolles 1981) for the affine motion that the cells of the picture agree on most; of
-/// two that explain as much the smaller one, since it does less harm if it is the wrong one.
-cv::Matx23d DominantMotion(const std::vector<Track>& tracks, cv::Size picture) {
-    constexpr double MaxTurn = 0.1;  // of roll, scale and shear within a frame: a camera does less
-    constexpr double Usual = 0.02;   // of the height: a step of as much counts half
-    constexpr int Samples = 400;     // of which 10 are of the background alone where it covers 0.3
-    std::array<std::vector<const Track*>, CellCount> cells;
-    for (const Track& track : tracks) {
-        cells[track.cell].push_back(&track);
-    }
-    const auto end =
-        std::remove_if(cells.begin(), cells.end(), [](const auto& cell) { return cell.empty(); });
-    cv::RNG random(1);  // the same in every run
-    const auto any = [&random](auto begin, auto size) {
-        return *(begin + random.uniform(0, static_cast<int>(size)));
-    };
-    const cv::Vec3d middle(picture.width / 2.0, picture.height / 2.0, 1);
-    cv::Matx23d best = cv::Matx23d::eye();
-    double most = 0;
-    for (int sample = 0; sample < Samples; sample++) {
-        cv::Matx33d from = cv::Matx33d::ones();
-        cv::Matx32d to;
-        for (int i = 0; i < 3; i++) {
-            const auto& cell = any(cells.begin(), end - cells.begin());
-            const Track& track = *any(cell.begin(), cell.size());
-            from(i, 0) = track.stood.x;
-            from(i, 1) = track.stood.y;
-            to(i, 0) = track.moved.x;
-            to(i, 1) = track.moved.y;
-        }
-        const cv::Matx23d motion = from.solve(to).t();
-        if (cv::norm(motion.get_minor<2, 2>(0, 0) - cv::Matx22d::eye()) > MaxTurn) {
-            continue;
-        }
-        const double step =
-            cv::norm(motion * middle - cv::Vec2d(middle[0], middle[1])) / (Usual * picture.height);
-        if (const double agreement = Agreement(tracks, motion, Tolerance) / (1 + step * step);
-            agreement > most) {
-            most = agreement;
-            best = motion;
-        }
-    }
-    return best;
-}
-
-/// Each track's error in shrunken pixels against the background's motion since the last frame; infinite where
-/// a track disagrees. That motion is none when enough of the picture stands.
-std::vector<double> FirstErrors(const std::vector<Track>& tracks, cv::Size picture) {
-    constexpr double Standing = 0.5;  // pixels that a corner may seem to move while the camera stands
-    double all = 0;
-    for (const Track& track : tracks) {
-        all += track.counts;
-    }
-    cv::Matx23d motion = cv::Matx23d::eye();
-    double tolerance = Standing;
-    if (Agreement(tracks, motion, Standing) < EnoughStand * all) {
-        motion = DominantMotion(tracks, picture);
-        tolerance = Tolerance;
-    }
-    std::vector<double> errors;
-    for (const Track& track : tracks) {
-        const double error = Error(track, motion);
-        errors.push_back(error < tolerance ? error : std::numeric_limits<double>::infinity());
-    }
-    return errors;
-}
-
 }  // namespace
 
 FramePose MotionEstimator::Add(const cv::Mat& luma) {
     // Whole, so that every pixel of the shrunken picture is the mean of as many.
     factor_ = std::max(1, (luma.rows + EnoughRows / 2) / EnoughRows);
     cv::resize(luma, picture_, luma.size() / factor_, 0, 0, cv::INTER_AREA);
-    if (!corners_.empty()) {
-        Follow();
-    }
-    const auto found = static_cast<double>(
-        std::count_if(corners_.begin(), corners_.end(), [](const Corner& corner) { return corner.isFound; }));
     constexpr double MinFound = 0.2;  // of the corners: fewer are found behind a cut only
-    const bool isCut = found <= MinFound * static_cast<double>(corners_.size());
+    const auto known = static_cast<double>(corners_.size());
+    Follow();
+    const bool isCut = static_cast<double>(corners_.size()) <= MinFound * known;
     if (isCut || !FindMotion()) {
         MakeKey(isCut);
     }
@@ -220,11 +93,9 @@ void MotionEstimator::MakeKey(bool isCut) {
     PerCell trust{};
     PerCell tracks{};
     for (const Corner& corner : corners_) {
-        if (corner.isFound && !isCut) {
-            const size_t cell = CellOf(corner.moved, picture_.size());
-            trust[cell] += corner.trust;
-            tracks[cell]++;
-        }
+        const size_t cell = CellOf(corner.moved, picture_.size());
+        trust[cell] += corner.trust;
+        tracks[cell]++;
     }
     picture_.copyTo(key_);
     corners_.clear();
@@ -235,7 +106,7 @@ void MotionEstimator::MakeKey(bool isCut) {
         taken[cell]++;
         const double known = isCut ? 1 : tracks[cell] > 0 ? trust[cell] / tracks[cell] : Unknown;
         corners_.push_back(
-            {at, at, at, false, cell, SceneOf(pose_, ToPosition(at, key_.size(), factor_)), known, 0});
+            {at, at, at, cell, SceneOf(pose_, ToPosition(at, key_.size(), factor_)), known, 0});
         trusted_ += known;
     }
     for (Corner& corner : corners_) {
@@ -245,7 +116,7 @@ void MotionEstimator::MakeKey(bool isCut) {
     }
 }
 
-/// Finds the key frame's corners in the picture.
+/// Finds the key frame's corners in the picture, and forgets those that are lost.
 void MotionEstimator::Follow() {
     constexpr double MaxReturnError = 0.5;  // pixels: six times what a corner of a dull wall is off
     std::vector<cv::Point2f> key;
@@ -256,51 +127,92 @@ void MotionEstimator::Follow() {
         moved.push_back(corner.stood);
     }
     const auto found = FollowCorners(key_, picture_, key, moved, MaxReturnError);
+    std::vector<Corner> followed;
     for (size_t i = 0; i < corners_.size(); i++) {
-        corners_[i].moved = moved[i];
-        corners_[i].isFound = found[i];
-    }
-}
-
-/// What stays at its place of the picture while most of it moves was laid over it.
-void MotionEstimator::DropTitles() {
-    constexpr double Still = 0.2;  // pixels
-    const auto stays = [](const Corner& corner) { return cv::norm(corner.moved - corner.key) < Still; };
-    double all = 0;
-    double still = 0;
-    for (const Corner& corner : corners_) {
-        const double counts = corner.isFound ? corner.trust * corner.share : 0;
-        all += counts;
-        still += stays(corner) ? counts : 0;
-    }
-    for (Corner& corner : corners_) {
-        corner.isFound = corner.isFound && !(still < EnoughStand * all && stays(corner));
-    }
-}
-
-/// Fits the pose to the corners that were found, and trusts them by it. Returns whether the key frame serves
-/// on.
-bool MotionEstimator::FindMotion() {
-    DropTitles();
-    std::vector<Track> tracks;
-    Pairs pairs;
-    for (const Corner& corner : corners_) {
-        if (corner.isFound) {
-            tracks.push_back({corner.stood, corner.moved, corner.trust * corner.share, corner.cell});
-            pairs.frame.push_back(ToPosition(corner.moved, key_.size(), factor_));
-            pairs.scene.push_back(corner.scene);
-            pairs.trust.push_back(corner.trust);
+        if (found[i]) {
+            followed.push_back(corners_[i]);
+            followed.back().moved = moved[i];
         }
     }
-    if (tracks.size() < MinAgreeing) {
-        return false;
+    corners_ = followed;
+}
+
+/// How far each corner is off, in pixels, when all have moved by as much since the last frame; infinite where
+/// one disagrees. They have not moved at all when enough of the picture stands. Otherwise they moved as that
+/// corner which most others agree with; of two that explain as much the one that moved less, since it does
+/// less harm if it is the wrong one.
+std::vector<double> MotionEstimator::FirstErrors() const {
+    constexpr double Standing =
+        0.5;                         // shrunken pixels that a corner may seem to move while the camera stands
+    constexpr double Enough = 0.35;  // of what all cells count: titles cover less
+    constexpr double Usual = 0.02;   // of the height: a step of as much counts half
+    const auto error = [](const Corner& corner, cv::Point2f step) {
+        return cv::norm(corner.moved - corner.stood - step);
+    };
+    const auto agreement = [&](cv::Point2f step, double tolerance) {
+        double sum = 0;
+        for (const Corner& corner : corners_) {
+            const double share = error(corner, step) / tolerance;
+            sum += share >= 1 ? 0 : corner.trust * corner.share * (1 - share * share);
+        }
+        return sum;
+    };
+    cv::Point2f step;
+    double tolerance = Standing;
+    if (agreement(step, Standing) < Enough * agreement(step, std::numeric_limits<double>::infinity())) {
+        tolerance = Tolerance;
+        double most = 0;
+        for (const Corner& corner : corners_) {
+            const cv::Point2f tried = corner.moved - corner.stood;
+            const double harm = cv::norm(tried) / (Usual * key_.rows);
+            const double agree = agreement(tried, Tolerance) / (1 + harm * harm);
+            if (agree > most) {
+                most = agree;
+                step = tried;
+            }
+        }
     }
-    std::vector<double> errors = FirstErrors(tracks, key_.size());
-    for (double& error : errors) {
-        error *= factor_;
+    std::vector<double> errors;
+    for (const Corner& corner : corners_) {
+        const double off = error(corner, step);
+        errors.push_back(off < tolerance ? factor_ * off : std::numeric_limits<double>::infinity());
     }
+    return errors;
+}
+
+/// The pose that the corners agree on of which `errors`, in pixels, tells a first guess: least squares,
+/// reweighted. Leaves the errors against that pose there and returns their scale, beyond four times which a
+/// corner disagrees.
+double MotionEstimator::FitRobustly(std::vector<double>& errors, FramePose& pose) const {
+    constexpr int Rounds = 5;               // after which the pose changes by less than corners are off
+    constexpr double SmallestMedian = 0.1;  // pixels: corners are not followed more closely
+    std::vector<Position> frame;
+    std::vector<Position> scene;
+    std::vector<double> weights;
+    for (size_t i = 0; i < corners_.size(); i++) {
+        frame.push_back(ToPosition(corners_[i].moved, key_.size(), factor_));
+        scene.push_back(corners_[i].scene);
+        weights.push_back(std::isinf(errors[i]) ? 0 : corners_[i].trust);
+    }
+    double median = 0;
+    for (int round = 0; round < Rounds; round++) {
+        median = std::max(WeightedMedian(errors, weights), SmallestMedian);
+        for (size_t i = 0; i < errors.size(); i++) {
+            weights[i] = corners_[i].trust * TukeyBiweight(errors[i], median);
+        }
+        pose = FitPose(frame, scene, weights, factor_ * key_.rows);
+        for (size_t i = 0; i < errors.size(); i++) {
+            errors[i] = std::abs(SceneOf(pose, frame[i]) - scene[i]);
+        }
+    }
+    return median;
+}
+
+/// Fits the pose to the corners, and trusts them by it. Returns whether the key frame serves on.
+bool MotionEstimator::FindMotion() {
+    std::vector<double> errors = FirstErrors();
     FramePose pose;
-    const double scale = FitRobustly(pairs, factor_ * key_.rows, errors, pose);
+    const double scale = FitRobustly(errors, pose);
     const size_t agree = Trust(errors, std::min(4 * scale, 2 * Tolerance * factor_));
     if (agree >= MinAgreeing) {
         MoveTo(pose, scale / std::sqrt(static_cast<double>(agree)));
@@ -308,17 +220,16 @@ bool MotionEstimator::FindMotion() {
     return static_cast<double>(agree) >= std::max(MinLeft * trusted_, static_cast<double>(MinAgreeing));
 }
 
-/// Trusts each found corner more whose error in pixels is within the limit, and all others less. Returns how
+/// Trusts each corner more whose error in pixels is within the limit, and all others less. Returns how
 /// many they are, none when they lie in too few cells.
 size_t MotionEstimator::Trust(const std::vector<double>& errors, double limit) {
     constexpr double Haste = 0.2;        // of the trust that is still to win or to lose, per frame
     constexpr double LeastTrust = 0.05;  // so that a scene of nothing else is followed in the end
     PerCell agreeing{};
     size_t agree = 0;
-    auto error = errors.begin();
-    for (Corner& corner : corners_) {
-        const bool agrees = corner.isFound && *error < limit;
-        error += corner.isFound ? 1 : 0;
+    for (size_t i = 0; i < corners_.size(); i++) {
+        Corner& corner = corners_[i];
+        const bool agrees = errors[i] < limit;
         agree += agrees ? 1 : 0;
         agreeing[corner.cell] += agrees ? 1 : 0;
         corner.trust += Haste * ((agrees ? 1 : LeastTrust) - corner.trust);

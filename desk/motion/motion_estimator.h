@@ -26,16 +26,16 @@ private:
         cv::Point2f
             stood;  ///< where it would be in the frame added last, had the camera stood since the one before
         cv::Point2f moved;  ///< where it is
-        bool isFound;
-        size_t cell;     ///< of the key frame
-        Position scene;  ///< what it shows
-        double trust;    ///< that it belongs to the background, 0 to 1
-        double share;    ///< of what its cell of the grid counts
+        size_t cell;        ///< of the key frame
+        Position scene;     ///< what it shows
+        double trust;       ///< that it belongs to the background, 0 to 1
+        double share;       ///< of what its cell of the grid counts
     };
 
     void MakeKey(bool isCut);
     void Follow();
-    void DropTitles();
+    std::vector<double> FirstErrors() const;
+    double FitRobustly(std::vector<double>& errors, FramePose& pose) const;
     bool FindMotion();
     size_t Trust(const std::vector<double>& errors, double limit);
     void MoveTo(const FramePose& pose, double chance);

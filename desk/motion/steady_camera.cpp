@@ -6,6 +6,15 @@
 #include "desk/warp/warp_map.h"
 
 namespace desk {
+namespace {
+
+/// What a frame counts for another one: Gaussian, 1 for itself. The deviation is in frames.
+double Bell(size_t frame, size_t other, double deviation) {
+    const double distance = (static_cast<double>(frame) - static_cast<double>(other)) / deviation;
+    return std::exp(-distance * distance / 2);
+}
+
+}  // namespace
 
 SteadyCamera::View SteadyCamera::Next() {
     const FramePose shaky = poses_[static_cast<size_t>(frame_ - oldest_)];
@@ -22,19 +31,45 @@ SteadyCamera::View SteadyCamera::Next() {
 
 /// Gaussian smoothing: the window holds two standard deviations on either side.
 FramePose SteadyCamera::SmoothAround() const {
+    constexpr int Rounds = 5;  // after which few frames are still to be put back, and those by little
     // Where the clip begins or ends, fewer frames have to even out the same shake: the far ones weigh more.
     const double missing = static_cast<double>(2 * window_ + 1) / static_cast<double>(poses_.size());
     const double deviation = std::max(static_cast<double>(window_) / 2, 0.5) * missing;
-    FramePose mean;
-    double weights = 0;
-    double distance = static_cast<double>(oldest_ - frame_);
-    for (const FramePose& pose : poses_) {
-        const double weight = std::exp(-distance * distance / (2 * deviation * deviation));
-        weights += weight;
-        mean = Between(mean, pose, weight / weights);
-        distance++;
+    std::vector<FramePose> path(poses_.size());
+    for (size_t middle = 0; middle < path.size(); middle++) {
+        double weights = 0;
+        for (size_t i = 0; i < poses_.size(); i++) {
+            const double weight = Bell(i, middle, deviation);
+            weights += weight;
+            path[middle] = Between(path[middle], poses_[i], weight / weights);
+        }
     }
-    return mean;
+    for (int round = 0; round < Rounds && GiveWay(path); round++) {
+    }
+    return path[static_cast<size_t>(frame_ - oldest_)];
+}
+
+/// Moves what of the path over the window would see beyond the input back into it, and its surroundings
+/// likewise: to a large motion the steady camera gives way before it has to, and without a jerk. Returns
+/// whether anything was to be moved.
+bool SteadyCamera::GiveWay(std::vector<FramePose>& path) const {
+    constexpr double Deviation = 3;  // frames: more gives way where it need not, fewer jerk
+    std::vector<FramePose> moves(path.size());
+    std::vector<double> weights(path.size());
+    for (size_t outside = 0; outside < path.size(); outside++) {
+        if (MarginShare(poses_[outside], path[outside]) > 1) {
+            const FramePose move = Plus(Inside(poses_[outside], path[outside]), -1, path[outside]);
+            for (size_t i = 0; i < path.size(); i++) {
+                const double weight = Bell(i, outside, Deviation);
+                moves[i] = Plus(moves[i], weight, move);
+                weights[i] += weight;
+            }
+        }
+    }
+    for (size_t i = 0; i < path.size(); i++) {
+        path[i] = Plus(path[i], 1 / std::max(weights[i], 1.0), moves[i]);
+    }
+    return *std::max_element(weights.begin(), weights.end()) > 0;
 }
 
 /// Exponential smoothing, twice: of the poses, and of the steps that their mean makes. The mean begins as
@@ -67,18 +102,15 @@ double SteadyCamera::MarginShare(const FramePose& shaky, const FramePose& steady
 }
 
 /// The steady pose, moved towards the shaky camera's just so far that all it sees is in the input.
-FramePose SteadyCamera::Inside(const FramePose& shaky, const FramePose& steady) const {
-    if (MarginShare(shaky, steady) <= 1) {
-        return steady;
+FramePose SteadyCamera::Inside(const FramePose& shaky, FramePose steady) const {
+    constexpr int Rounds = 12;         // what is used of the margin is nearly in proportion: 2 are usual
+    constexpr double Within = 0.9999;  // so that the rounds end
+    double share = MarginShare(shaky, steady);
+    for (int round = 0; round < Rounds && share > 1; round++) {
+        steady = Between(shaky, steady, Within / share);
+        share = MarginShare(shaky, steady);
     }
-    constexpr int Halvings = 12;  // to 1/4096 of the way
-    double inside = 0;
-    double outside = 1;
-    for (int i = 0; i < Halvings; i++) {
-        const double middle = (inside + outside) / 2;
-        (MarginShare(shaky, Between(shaky, steady, middle)) <= 1 ? inside : outside) = middle;
-    }
-    return Between(shaky, steady, inside);
+    return steady;
 }
 
 }  // namespace desk

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <deque>
 #include <opencv2/core.hpp>
+#include <vector>
 
 #include "desk/abi/node_types.h"
 #include "desk/motion/frame_pose.h"
@@ -11,7 +12,8 @@
 namespace desk {
 
 /// A steady camera in place of a shaky one, frame by frame. Look-ahead: Gaussian smoothing of the poses
-/// around. Real time: it knows no frame that is still to come, and smooths those that were exponentially.
+/// around, bent in good time where the margin does not hold it. Real time: it knows no frame that is still to
+/// come, and smooths those that were exponentially.
 class SteadyCamera {
 public:
     /// `window` is the number of frames ahead, 0 in real time. Sizes of the node's input and output in
@@ -36,9 +38,10 @@ public:
 
 private:
     FramePose SmoothAround() const;
+    bool GiveWay(std::vector<FramePose>& path) const;
     FramePose SmoothSoFar(const FramePose& shaky);
     double MarginShare(const FramePose& shaky, const FramePose& steady) const;
-    FramePose Inside(const FramePose& shaky, const FramePose& steady) const;
+    FramePose Inside(const FramePose& shaky, FramePose steady) const;
 
     Variant variant_;
     int64_t window_;

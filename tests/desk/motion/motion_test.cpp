@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cmath>
+#include <functional>
 
 #include "desk/motion/motion_estimator.h"
 #include "desk/motion/steady_camera.h"
@@ -160,6 +161,38 @@ TEST(SteadyCamera, FollowsACameraThatIsTurnedWithoutAJerk) {
             }
         }
         EXPECT_LT(std::abs(Steadied(Variant::LookAhead, poses)[35].steady.shift - 35.0 * step), 1e-9);
+    }
+}
+
+TEST(SteadyCamera, GivesWayToALargeMotionInGoodTime) {
+    const struct {
+        const char* name;
+        double jerk;  ///< bound of what the steady camera's steps change by, looking ahead, pixels
+        std::function<double(double n)> path;
+    } cases[] = {
+        {"a hand that sways", 9.5, [](double n) { return 80 * std::sin(0.12 * n) + 4 * std::sin(1.7 * n); }},
+        {"a turn", 10, [](double n) { return 12 * std::clamp(n - 40, 0.0, 15.0) + 4 * std::sin(1.7 * n); }},
+        {"a jump that was none", 90, [](double n) { return n == 40 ? 100 : 0; }},
+    };
+    for (const auto& known : cases) {
+        std::vector<FramePose> poses(100);
+        double before = 0;
+        for (size_t n = 0; n < poses.size(); n++) {
+            poses[n].shift = known.path(static_cast<double>(n));
+            before += n == 0 ? 0 : std::norm(poses[n].shift - poses[n - 1].shift);
+        }
+        for (const Variant variant : {Variant::LookAhead, Variant::RealTime}) {
+            const auto views = Steadied(variant, poses);
+            double after = 0;
+            double jerk = 0;
+            for (size_t n = 2; n < views.size(); n++) {
+                const Position step = views[n].steady.shift - views[n - 1].steady.shift;
+                after += std::norm(step);
+                jerk = std::max(jerk, std::abs(step - views[n - 1].steady.shift + views[n - 2].steady.shift));
+            }
+            EXPECT_LT(after, 0.9 * before) << known.name << ", " << NameOf(variant);
+            EXPECT_LT(variant == Variant::LookAhead ? jerk : 0, known.jerk) << known.name;
+        }
     }
 }
 
