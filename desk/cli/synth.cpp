@@ -46,10 +46,9 @@ public:
                           options.framesPerSecond.value_or(ClipReader::UsualRate));
             format_ = clip_->Format();
             picture_ = Nv12(format_.size / 2 * 2);
+            clip_->TellLosses(picture_.luma.size());
         } else {
-            format_.rateNumerator =
-                static_cast<int>(options.framesPerSecond.value_or(ClipReader::UsualRate) * 1000);
-            format_.rateDenominator = 1000;
+            format_.rate = av_d2q(options.framesPerSecond.value_or(ClipReader::UsualRate), 1000);
         }
         const FrameRange all;
         if (clip_ && !isFolder && options.framesPerSecond) {
@@ -92,7 +91,7 @@ int RunSynth(const SynthOptions& options) {
     const cv::Size output = options.size.value_or(cv::Size(1920, 1080));
     const cv::Size input = InputFor(output, options.margin.value_or(Margin{0.2F, 0.2F}));
     World world(options);
-    const ShakyCamera camera(options.shake, input, output.height, world.Format().FramesPerSecond());
+    const ShakyCamera camera(options.shake, input, output.height, av_q2d(world.Format().rate));
     camera.RequireRoom(output);
     Output grids(options.grids, Output::Kind::File, options.overwrite);
     ClipWriter shaky(options.out, world.Format(input), options.overwrite, options.encoding, world.Clip());
@@ -129,8 +128,7 @@ int RunSynth(const SynthOptions& options) {
                       MakeGrid(input, [&](cv::Point2d q) { return camera.FrameOf(done, q); }));
         progress.Step(done + 1);
     }
-    progress.Step(done, true);
-    if (InterruptedAtOnce(done)) {
+    if (!progress.End(done)) {
         return WasInterrupted;
     }
     lines.close();

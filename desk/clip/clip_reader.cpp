@@ -3,10 +3,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cmath>
 #include <utility>
 
 #include "desk/base/usage_error.h"
+#include "desk/output/say.h"
 
 extern "C" {
 #include <libavutil/pixdesc.h>
@@ -16,18 +16,6 @@ namespace desk {
 namespace {
 
 constexpr const char* Unfit = "its data does not fit together";
-
-/// The format of frames that are turned by quarters.
-ClipFormat Turned(ClipFormat format, const Turn& turn) {
-    if (turn.isTransposed) {
-        std::swap(format.size.width, format.size.height);
-        format.pixelAspect = format.pixelAspect.num > 0 ? av_inv_q(format.pixelAspect) : AVRational{0, 1};
-    }
-    if (!turn.filters.empty() && format.chromaPlace != AVCHROMA_LOC_CENTER) {
-        format.chromaPlace = AVCHROMA_LOC_UNSPECIFIED;
-    }
-    return format;
-}
 
 bool IsOddBy(cv::Size frame, cv::Size shape) {
     return frame != shape && frame / 2 * 2 == shape;
@@ -41,38 +29,42 @@ ClipReader::ClipReader(const std::filesystem::path& clip, const FrameRange& fram
       frames_(frames),
       onDamage_(onDamage),
       packets_(clip, folderRate),
-      turn_(packets_.Stream()),
       orientation_(orientation),
+      turn_(orientation == Orientation::Upright ? TurnOf(packets_.Stream()) : Turn()),
       format_(packets_.Format()),
       codec_(packets_.OpenDecoder()) {
-    if (orientation == Orientation::Upright) {
-        format_ = Turned(format_, turn_);
+    if (turn_.isTransposed) {
+        std::swap(format_.size.width, format_.size.height);
+        format_.pixelAspect = format_.pixelAspect.num > 0 ? av_inv_q(format_.pixelAspect) : AVRational{0, 1};
+    }
+    if (!turn_.filters.empty() && format_.chromaPlace != AVCHROMA_LOC_CENTER) {
+        format_.chromaPlace = AVCHROMA_LOC_UNSPECIFIED;
     }
 }
 
-std::string ClipReader::Losses(cv::Size size) const {
+void ClipReader::TellLosses(cv::Size size) const {
     const AVCodecParameters& video = *packets_.Stream().codecpar;
     const AVPixFmtDescriptor& pixels = *av_pix_fmt_desc_get(static_cast<AVPixelFormat>(video.format));
     const bool isRgb = (pixels.flags & AV_PIX_FMT_FLAG_RGB) != 0;
     const bool isHalved = pixels.log2_chroma_w == 1 && pixels.log2_chroma_h == 1;
     const bool isOdd = IsOddBy(format_.size, size);
-    const std::pair<bool, std::string> losses[] = {
-        {pixels.comp[0].depth > 8, fmt::format("{}-bit samples become 8-bit", pixels.comp[0].depth)},
-        {isRgb, "RGB becomes YCbCr 4:2:0"},
-        {!isRgb && pixels.nb_components >= 3 && !isHalved,
-         fmt::format("chroma of {} becomes 4:2:0", pixels.name)},
-        {(pixels.flags & AV_PIX_FMT_FLAG_ALPHA) != 0, "alpha is left out"},
-        {video.field_order > AV_FIELD_PROGRESSIVE, "interlaced fields are taken for whole frames"},
-        {isOdd && size.width < format_.size.width, "the odd last column is left out"},
-        {isOdd && size.height < format_.size.height, "the odd last row is left out"},
-        {orientation_ == Orientation::Upright && turn_.odd > 1,
-         fmt::format("its turn by {:.0f} degrees more than quarters is not undone", turn_.odd)},
+    std::vector<std::string> losses;
+    const auto lose = [&losses](bool isLost, const std::string& what) {
+        losses.insert(losses.end(), isLost ? 1 : 0, what);
     };
-    std::string text;
-    for (const auto& [isLost, what] : losses) {
-        text += isLost ? (text.empty() ? "" : "; ") + what : "";
+    lose(pixels.comp[0].depth > 8, fmt::format("{}-bit samples become 8-bit", pixels.comp[0].depth));
+    lose(isRgb, "RGB becomes YCbCr 4:2:0");
+    lose(!isRgb && pixels.nb_components >= 3 && !isHalved,
+         fmt::format("chroma of {} becomes 4:2:0", pixels.name));
+    lose((pixels.flags & AV_PIX_FMT_FLAG_ALPHA) != 0, "alpha is left out");
+    lose(video.field_order > AV_FIELD_PROGRESSIVE, "interlaced fields are taken for whole frames");
+    lose(isOdd && size.width < format_.size.width, "the odd last column is left out");
+    lose(isOdd && size.height < format_.size.height, "the odd last row is left out");
+    lose(turn_.odd > 1,
+         fmt::format("its turn by {:.0f} degrees more than quarters is not undone", turn_.odd));
+    if (!losses.empty()) {
+        Say(stderr, "dewarp-desk: {}: {}", file_.string(), fmt::join(losses, "; "));
     }
-    return text;
 }
 
 int64_t ClipReader::ExpectedFrames() const {
@@ -128,22 +120,22 @@ bool ClipReader::NextFrame() {
 
 /// Frames of unknown times, and those whose clock is set back, follow the one before them.
 void ClipReader::NoteTime() {
-    const int64_t origin = av_rescale_q(packets_.Origin(), AV_TIME_BASE_Q, format_.tick);
-    const int64_t stamp = frame_->best_effort_timestamp;
-    const bool isKnown = stamp != AV_NOPTS_VALUE && (time_.duration == 0 || stamp - origin > time_.start);
-    time_.start = isKnown ? stamp - origin : time_.start + time_.duration;
-    time_.duration = frame_->pkt_duration > 0
-                         ? frame_->pkt_duration
-                         : std::max<int64_t>(av_rescale_q(1, format_.FrameSeconds(), format_.tick), 1);
+    const auto microseconds = [this](int64_t ticks) {
+        return av_rescale_q(ticks, format_.tick, AV_TIME_BASE_Q);
+    };
+    const int64_t start = microseconds(frame_->best_effort_timestamp);
+    const bool isKnown =
+        frame_->best_effort_timestamp != AV_NOPTS_VALUE && (time_.duration == 0 || start > time_.start);
+    time_.start = isKnown ? start : time_.start + time_.duration;
+    time_.duration = frame_->pkt_duration > 0 ? microseconds(frame_->pkt_duration)
+                                              : av_rescale_q(1, av_inv_q(format_.rate), AV_TIME_BASE_Q);
+    time_.duration = std::max<int64_t>(time_.duration, 1);
 }
 
 std::vector<AvOwned<AVPacket>> ClipReader::TakeOthers() {
-    // Streams lie beside one another, but not exactly.
-    constexpr double Aside = 1;  // second
+    constexpr int64_t Aside = AV_TIME_BASE;  // streams lie beside one another, but not exactly
     const bool isCutOff = next_ >= frames_.end;
-    const double end = static_cast<double>(time_.start + time_.duration) * av_q2d(format_.tick);
-    return packets_.TakeOthers(isCutOff ? end + Aside + static_cast<double>(packets_.Origin()) / AV_TIME_BASE
-                                        : 0);
+    return packets_.TakeOthers(isCutOff ? time_.start + time_.duration + Aside : 0);
 }
 
 /// Hands the decoder one more packet, or tells it that there are no more.
@@ -192,47 +184,29 @@ void ClipReader::Damaged(const std::string& how) {
 
 /// The next frames, so many of them, are lost.
 void ClipReader::Lose(int64_t count) {
-    if (count > 0 && !damaged_.empty() && damaged_.back().end == next_) {
-        damaged_.back().end += count;
-    } else if (count > 0) {
-        damaged_.push_back({next_, next_ + count});
+    if (count > 0) {
+        Extend(damaged_, next_, count);
+        next_ += count;
     }
-    next_ += count;
 }
 
 /// Converts the frame to the picture's format and size.
 void ClipReader::Give(Nv12& picture) {
+    const AVCodecParameters& video = *packets_.Stream().codecpar;
+    if (!isResized_ && (frame_->width != video.width || frame_->height != video.height)) {
+        isResized_ = true;
+        Say(stderr, "dewarp-desk: {}: frame {} is {} x {}, others are {} x {}; all are scaled to one size",
+            file_.string(), Frame(), frame_->width, frame_->height, video.width, video.height);
+    }
     hasGiven_ = true;
-    frame_->colorspace = static_cast<AVColorSpace>(Format().matrix);
-    const bool isTurned = orientation_ == Orientation::Upright;
-    const bool isTransposed = isTurned && turn_.isTransposed;
-    const cv::Size size(isTransposed ? frame_->height : frame_->width,
-                        isTransposed ? frame_->width : frame_->height);
-    const cv::Size shape = picture.luma.size();
-    const AVFrame& made = graph_.Filter(*frame_, (isTurned ? turn_.filters : "") + Shaping(size, shape));
-    const auto copy = [&made](int plane, cv::Mat& to) {
-        cv::Mat(to.size(), to.type(), made.data[plane], static_cast<size_t>(made.linesize[plane])).copyTo(to);
-    };
-    copy(0, picture.luma);
-    copy(1, picture.chroma);
-}
-
-/// The filters that cut off what a picture of the given shape does not show of the frame, evenly on both
-/// sides and by whole chroma samples, and scale it.
-std::string ClipReader::Shaping(cv::Size frame, cv::Size shape) const {
-    const double scale = IsOddBy(frame, shape) ? 1
-                                               : std::max(static_cast<double>(shape.width) / frame.width,
-                                                          static_cast<double>(shape.height) / frame.height);
-    const auto shown = [scale](int have, int wanted) {
-        return std::min(static_cast<int>(std::lround(wanted / scale)), have);
-    };
-    const cv::Size part(shown(frame.width, shape.width), shown(frame.height, shape.height));
-    const cv::Size spare = frame - part;
-    const std::string crop = spare == cv::Size()
-                                 ? ""
-                                 : fmt::format("crop={}:{}:{}:{}:exact=1,", part.width, part.height,
-                                               spare.width / 4 * 2, spare.height / 4 * 2);
-    return crop + Scaling(shape, AV_PIX_FMT_NV12, Format().fullRange);
+    frame_->colorspace = format_.matrix;
+    const cv::Size size = picture.luma.size();
+    const char* const crop =
+        IsOddBy(format_.size, size) ? "crop=iw-mod(iw\\,2):ih-mod(ih\\,2):0:0:exact=1," : "";
+    const Nv12 made = PlanesOf(
+        graph_.Filter(*frame_, turn_.filters + crop + Scaling(size, AV_PIX_FMT_NV12, format_.range)));
+    made.luma.copyTo(picture.luma);
+    made.chroma.copyTo(picture.chroma);
 }
 
 }  // namespace desk

@@ -7,7 +7,6 @@
 
 #include "desk/clip/clip_format.h"
 #include "desk/clip/ffmpeg.h"
-#include "desk/clip/frame_graph.h"
 #include "desk/clip/nv12.h"
 #include "desk/clip/packet_reader.h"
 
@@ -38,8 +37,8 @@ public:
     const ClipFormat& Format() const {
         return format_;
     }
-    /// What pictures of this size do not keep of the clip's, in words; empty when they keep everything.
-    std::string Losses(cv::Size size) const;
+    /// Says on stderr what pictures of this size do not keep of the clip's.
+    void TellLosses(cv::Size size) const;
     /// Frames in the range, as the file's header tells; 0 when it does not.
     int64_t ExpectedFrames() const;
     /// The number in the clip, from 0, of the frame that Read returned last.
@@ -83,14 +82,13 @@ private:
     void Damaged(const std::string& how);
     void Lose(int64_t count);
     void Give(Nv12& picture);
-    std::string Shaping(cv::Size frame, cv::Size shape) const;
 
     std::filesystem::path file_;
     FrameRange frames_;
     OnDamage onDamage_;
     PacketReader packets_;
-    Turn turn_;
     Orientation orientation_;
+    Turn turn_;
     ClipFormat format_;
     AvOwned<AVCodecContext> codec_;
     AvOwned<AVFrame> frame_{av_frame_alloc()};
@@ -102,6 +100,7 @@ private:
     bool seeksKey_ = false;  ///< after damage, until a frame that needs no other one
     int64_t keyTime_ = AV_NOPTS_VALUE;
     bool hasGiven_ = false;
+    bool isResized_ = false;  ///< whether frames of another size were told of
     std::vector<FrameRange> damaged_;
 };
 

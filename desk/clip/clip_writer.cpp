@@ -4,12 +4,12 @@
 
 #include <algorithm>
 #include <cctype>
-#include <fstream>
 #include <limits>
+#include <regex>
 #include <string_view>
 
 #include "desk/base/usage_error.h"
-#include "desk/clip/container.h"
+#include "desk/output/say.h"
 
 extern "C" {
 #include <libavutil/pixdesc.h>
@@ -17,7 +17,7 @@ extern "C" {
 
 namespace desk {
 
-struct ClipWriter::Kind {
+struct ClipKind {
     const char* extension;
     const char* container;
     AVCodecID codec;
@@ -49,20 +49,15 @@ AVPixelFormat PixelsFor(const AVCodec& encoder) {
     if (encoder.pix_fmts == nullptr) {
         return AV_PIX_FMT_YUV420P;
     }
-    for (const AVPixelFormat wanted : {AV_PIX_FMT_NV12, AV_PIX_FMT_YUV420P}) {
-        for (const AVPixelFormat* pixels = encoder.pix_fmts; *pixels != AV_PIX_FMT_NONE; pixels++) {
-            if (*pixels == wanted) {
-                return wanted;
-            }
-        }
-    }
-    return avcodec_find_best_pix_fmt_of_list(encoder.pix_fmts, AV_PIX_FMT_NV12, 0, nullptr);
+    const auto best = [&encoder](AVPixelFormat pixels) {
+        return avcodec_find_best_pix_fmt_of_list(encoder.pix_fmts, pixels, 0, nullptr);
+    };
+    // Formats of full range alone are as good for NV12 as those of either.
+    return best(AV_PIX_FMT_NV12) == AV_PIX_FMT_NV12 ? AV_PIX_FMT_NV12 : best(AV_PIX_FMT_YUV420P);
 }
 
-}  // namespace
-
-const ClipWriter::Kind& ClipWriter::KindOf(const std::filesystem::path& clip) {
-    static constexpr Kind Kinds[] = {
+const ClipKind& KindOf(const std::filesystem::path& clip) {
+    static constexpr ClipKind Kinds[] = {
         {".mp4", "mp4", AV_CODEC_ID_H264, true, true, false},
         {".mov", "mov", AV_CODEC_ID_H264, true, true, false},
         {".mkv", "matroska", AV_CODEC_ID_FFV1, true, false, false},
@@ -73,7 +68,7 @@ const ClipWriter::Kind& ClipWriter::KindOf(const std::filesystem::path& clip) {
     std::string extension = clip == StdStream ? ".y4m" : clip.extension().string();
     std::transform(extension.begin(), extension.end(), extension.begin(),
                    [](unsigned char letter) { return std::tolower(letter); });
-    for (const Kind& kind : Kinds) {
+    for (const ClipKind& kind : Kinds) {
         if (extension == kind.extension) {
             return kind;
         }
@@ -84,17 +79,16 @@ const ClipWriter::Kind& ClipWriter::KindOf(const std::filesystem::path& clip) {
                     clip.string()));
 }
 
+}  // namespace
+
 ClipWriter::ClipWriter(const std::filesystem::path& clip, const ClipFormat& format, bool overwrite,
                        const Encoding& encoding, const ClipReader* source)
     : kind_(KindOf(clip)), clip_(clip == StdStream ? "stdout" : clip), format_(format) {
     av_log_set_level(AV_LOG_FATAL);  // encoders tell their settings at every start
-    if (format_.tick.num == 0) {
-        format_.tick = format_.FrameSeconds();
-    }
-    range_ = source == nullptr ? FrameRange() : source->Frames();
     AVFormatContext* container = nullptr;
     Require(avformat_alloc_output_context2(&container, nullptr, kind_.container, nullptr), "the container");
     container_.reset(container);
+    container_->flags |= AVFMT_FLAG_FLUSH_PACKETS;  // a full disk is noticed at the frame that fills it
     container_->strict_std_compliance = FF_COMPLIANCE_EXPERIMENTAL;
     if (!kind_.isTurned) {
         container_->avoid_negative_ts = 0;  // times stay, and what audio warms up on comes before zero
@@ -105,14 +99,17 @@ ClipWriter::ClipWriter(const std::filesystem::path& clip, const ClipFormat& form
     }
     OpenEncoder(*encoder, encoding);
     if (source != nullptr) {
-        copier_ = std::make_unique<StreamCopier>(*source, *container_);
+        range_ = source->Frames();
+        copier_.emplace(*source, *container_, kind_.isTimed, kind_.isTurned);
     }
-    if (!kind_.isFolder) {
-        OpenContainer();
+    OpenContainer();
+    if (copier_ && !copier_->Losses().empty()) {
+        Say(stderr, "dewarp-desk: {} does not hold {}", clip.string(), fmt::join(copier_->Losses(), ", "));
     }
-    frame_->format = codec_->pix_fmt;
+    frame_->format = AV_PIX_FMT_NV12;
     frame_->width = codec_->width;
     frame_->height = codec_->height;
+    frame_->colorspace = format_.matrix;
     Require(av_frame_get_buffer(frame_.get(), 0), "a picture's memory");
 }
 
@@ -144,18 +141,17 @@ void ClipWriter::OpenEncoder(const AVCodec& encoder, const Encoding& encoding) {
     codec_->height = format_.size.height;
     codec_->pix_fmt = PixelsFor(encoder);
     const bool isCoarse = encoder.id == AV_CODEC_ID_MPEG4 && format_.tick.den > 65535;  // it has 16 bits
-    codec_->time_base = !kind_.isTimed ? format_.FrameSeconds()
-                        : isCoarse     ? AVRational{1, 60000}
-                                       : format_.tick;
-    codec_->framerate = av_inv_q(format_.FrameSeconds());
+    codec_->framerate = format_.rate;
+    codec_->time_base = !kind_.isTimed || format_.tick.num == 0 ? av_inv_q(format_.rate)
+                        : isCoarse                              ? AVRational{1, 60000}
+                                                                : format_.tick;
     codec_->thread_count = 0;
     const bool isRgb = (av_pix_fmt_desc_get(codec_->pix_fmt)->flags & AV_PIX_FMT_FLAG_RGB) != 0;
-    codec_->color_range = isRgb ? AVCOL_RANGE_JPEG : RangeOf(format_);
-    codec_->colorspace = isRgb ? AVCOL_SPC_RGB : static_cast<AVColorSpace>(format_.matrix);
-    codec_->color_primaries = static_cast<AVColorPrimaries>(format_.primaries);
-    codec_->color_trc = static_cast<AVColorTransferCharacteristic>(format_.transfer);
-    codec_->chroma_sample_location =
-        isRgb ? AVCHROMA_LOC_UNSPECIFIED : static_cast<AVChromaLocation>(format_.chromaPlace);
+    codec_->color_range = isRgb ? AVCOL_RANGE_JPEG : format_.range;
+    codec_->colorspace = isRgb ? AVCOL_SPC_RGB : format_.matrix;
+    codec_->color_primaries = format_.primaries;
+    codec_->color_trc = format_.transfer;
+    codec_->chroma_sample_location = isRgb ? AVCHROMA_LOC_UNSPECIFIED : format_.chromaPlace;
     codec_->sample_aspect_ratio = format_.pixelAspect;
     codec_->strict_std_compliance = FF_COMPLIANCE_UNOFFICIAL;  // limited range in JPEG
     if ((container_->oformat->flags & AVFMT_GLOBALHEADER) != 0) {
@@ -184,7 +180,7 @@ void ClipWriter::OpenEncoder(const AVCodec& encoder, const Encoding& encoding) {
 }
 
 void ClipWriter::OpenContainer() {
-    stream_ = copier_ ? &copier_->Pictures() : avformat_new_stream(container_.get(), nullptr);
+    stream_ = copier_ ? copier_->Pictures() : avformat_new_stream(container_.get(), nullptr);
     Require(stream_ == nullptr ? AVERROR(ENOMEM) : 0, "the stream");
     Require(avcodec_parameters_from_context(stream_->codecpar, codec_.get()), "the stream");
     stream_->time_base = codec_->time_base;
@@ -195,57 +191,53 @@ void ClipWriter::OpenContainer() {
         av_dict_set_int(&options, "movie_timescale", std::max(codec_->time_base.den, 1000), 0);
         av_dict_set(&options, "movflags", "use_metadata_tags", 0);  // others have no place for a phone's
     }
-    const std::string url = output_ ? "file:" + output_->Work().string() : "pipe:1";
-    int result = avio_open(&container_->pb, url.c_str(), AVIO_FLAG_WRITE);
+    std::string url = output_ ? "file:" + output_->Work().string() : "pipe:1";
+    int result = 0;
+    if (kind_.isFolder) {  // whose muxer opens its files itself
+        url = std::regex_replace(url, std::regex("%"), "%%") + "/%06d.png";
+        container_->url = av_strdup(url.c_str());
+    } else {
+        result = avio_open(&container_->pb, url.c_str(), AVIO_FLAG_WRITE);
+    }
     result = result < 0 ? result : avformat_write_header(container_.get(), &options);
     av_dict_free(&options);
     Require(result, "the header");
 }
 
-std::string ClipWriter::Losses() {
-    return copier_ ? copier_->Losses(kind_.isTimed, kind_.isTurned) : "";
+void ClipWriter::CopyOthers(int64_t end) {
+    Require(copier_ ? copier_->Write(begin_, end) : 0, "another stream is not stored");
 }
 
 void ClipWriter::Add(const Nv12& picture, std::optional<FrameTime> time) {
-    const AVRational frame = format_.FrameSeconds();
-    last_ = time.value_or(FrameTime{av_rescale_q(pictures_, frame, format_.tick),
-                                    std::max<int64_t>(av_rescale_q(1, frame, format_.tick), 1)});
+    const auto microseconds = [this](int64_t frames) {
+        return av_rescale_q(frames, av_inv_q(format_.rate), AV_TIME_BASE_Q);
+    };
+    last_ = time.value_or(FrameTime{microseconds(pictures_), microseconds(1)});
     begin_ = pictures_ == 0 && range_.first > 0 ? last_.start : begin_;
-    if (copier_ && kind_.isTimed) {
-        Require(copier_->Write(Microseconds(begin_), Microseconds(last_.start)),
-                "another stream is not stored");
-    }
-    const AvOwned<AVFrame> view = ViewOf(picture, format_);
-    const bool isTaken = codec_->pix_fmt == AV_PIX_FMT_NV12;
+    CopyOthers(last_.start);
     Require(av_frame_make_writable(frame_.get()), "a picture's memory");
-    Require(av_frame_copy(frame_.get(), isTaken ? view.get()
-                                                : &graph_.Filter(*view, Scaling(format_.size, codec_->pix_fmt,
-                                                                                format_.fullRange))),
-            "a picture's memory");
-    const auto ticks = [this](int64_t span) { return av_rescale_q(span, format_.tick, codec_->time_base); };
+    Nv12 planes = PlanesOf(*frame_);
+    picture.luma.copyTo(planes.luma);
+    picture.chroma.copyTo(planes.chroma);
+    const auto ticks = [this](int64_t span) { return av_rescale_q(span, AV_TIME_BASE_Q, codec_->time_base); };
     frame_->pts = kind_.isTimed ? ticks(last_.start - begin_) : pictures_;
     durations_[frame_->pts] = kind_.isTimed ? ticks(last_.duration) : 1;
     pictures_++;
-    Send(frame_.get());
-}
-
-int64_t ClipWriter::Microseconds(int64_t ticks) const {
-    return av_rescale_q(ticks, format_.tick, AV_TIME_BASE_Q);
+    const bool isTaken = codec_->pix_fmt == AV_PIX_FMT_NV12;
+    Send(isTaken ? frame_.get()
+                 : &graph_.Filter(*frame_, Scaling(format_.size, codec_->pix_fmt, format_.range)));
 }
 
 void ClipWriter::Complete(bool isCutOff) {
     Send(nullptr);
-    if (copier_ && kind_.isTimed) {
-        const bool isWhole = !isCutOff && range_.end == FrameRange().end;
-        const int64_t end =
-            isWhole ? std::numeric_limits<int64_t>::max() : Microseconds(last_.start + last_.duration);
-        Require(copier_->Write(Microseconds(begin_), end), "another stream is not stored");
-        copier_->AddChapters(Microseconds(begin_), end);
+    const bool isWhole = !isCutOff && range_.end == FrameRange().end;
+    const int64_t end = isWhole ? std::numeric_limits<int64_t>::max() : last_.start + last_.duration;
+    CopyOthers(end);
+    if (copier_) {
+        copier_->AddChapters(begin_, end);
     }
-    if (stream_ != nullptr) {
-        Require(av_write_trailer(container_.get()), "its end is not stored");
-        Require(avio_closep(&container_->pb), "its end is not stored");
-    }
+    Require(av_write_trailer(container_.get()), "its end is not stored");
+    Require(avio_closep(&container_->pb), "its end is not stored");
 }
 
 void ClipWriter::Publish() {
@@ -259,34 +251,13 @@ void ClipWriter::Send(const AVFrame* picture) {
     Require(avcodec_send_frame(codec_.get(), picture), "a frame is not encoded");
     int result = 0;
     while ((result = avcodec_receive_packet(codec_.get(), packet_.get())) >= 0) {
-        Write();
+        packet_->duration = durations_[packet_->pts];
+        durations_.erase(packet_->pts);
+        packet_->stream_index = stream_->index;
+        av_packet_rescale_ts(packet_.get(), codec_->time_base, stream_->time_base);
+        Require(av_interleaved_write_frame(container_.get(), packet_.get()), "a frame is not stored");
     }
     Require(result == AVERROR(EAGAIN) || result == AVERROR_EOF ? 0 : result, "a frame is not encoded");
-}
-
-void ClipWriter::Write() {
-    if (kind_.isFolder) {
-        WritePicture();
-        av_packet_unref(packet_.get());
-        return;
-    }
-    if (const auto found = durations_.find(packet_->pts); found != durations_.end()) {
-        packet_->duration = found->second;
-        durations_.erase(found);
-    }
-    packet_->stream_index = stream_->index;
-    av_packet_rescale_ts(packet_.get(), codec_->time_base, stream_->time_base);
-    Require(av_interleaved_write_frame(container_.get(), packet_.get()), "a frame is not stored");
-    avio_flush(container_->pb);  // a full disk is noticed at the frame that fills it
-    Require(container_->pb->error, "a frame is not stored");
-}
-
-void ClipWriter::WritePicture() {
-    const std::filesystem::path file = output_->Work() / fmt::format("{:06}.png", packet_->pts + 1);
-    std::ofstream out(file, std::ios::binary);
-    out.write(reinterpret_cast<const char*>(packet_->data), packet_->size);
-    out.close();
-    Require(out ? 0 : AVERROR(errno), "a picture is not stored");
 }
 
 void ClipWriter::Require(int result, const std::string& action) const {

@@ -6,8 +6,7 @@
 #include <climits>
 #include <cmath>
 #include <cstdarg>
-#include <fstream>
-#include <new>
+#include <cstring>
 
 #include "desk/base/usage_error.h"
 
@@ -18,19 +17,79 @@ extern "C" {
 namespace desk {
 namespace {
 
+using Path = std::filesystem::path;
+
+AVCodecID PictureKind(const Path& file) {
+    const AVOutputFormat* pictures = av_guess_format("image2", nullptr, nullptr);
+    const std::string extensions = std::string(pictures->extensions) + ",webp";
+    return av_match_ext(file.c_str(), extensions.c_str()) != 0
+               ? av_guess_codec(pictures, nullptr, file.c_str(), nullptr, AVMEDIA_TYPE_VIDEO)
+               : AV_CODEC_ID_NONE;
+}
+
+/// In natural order, 9.png before 10.png: all files whose extension, in any case, is one of pictures, but for
+/// hidden ones.
+std::vector<Path> PicturesIn(const Path& folder) {
+    std::vector<Path> pictures;
+    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+        if (entry.path().filename().string()[0] != '.' && PictureKind(entry.path()) != AV_CODEC_ID_NONE) {
+            pictures.push_back(entry.path());
+        }
+    }
+    if (pictures.empty()) {
+        throw UsageError(
+            fmt::format("{} is a folder without pictures; expected such as 1.png, 2.png or "
+                        "IMG_0001.JPG",
+                        folder.string()));
+    }
+    std::sort(pictures.begin(), pictures.end(),
+              [](const Path& a, const Path& b) { return strverscmp(a.c_str(), b.c_str()) < 0; });
+    for (const Path& file : pictures) {
+        if (PictureKind(file) != PictureKind(pictures[0])) {
+            throw UsageError(fmt::format("{} and {} are of different kinds; expected one kind in a folder",
+                                         pictures[0].string(), file.string()));
+        }
+    }
+    return pictures;
+}
+
+/// "-" is the clip on stdin.
+AvOwned<AVFormatContext> OpenContainer(const Path& clip) {
+    AVFormatContext* container = nullptr;
+    const std::string url = clip == StdStream ? "pipe:0" : "file:" + clip.string();
+    int error = avformat_open_input(&container, url.c_str(), nullptr, nullptr);
+    AvOwned<AVFormatContext> owned(container);
+    if (error == 0) {
+        error = avformat_find_stream_info(container, nullptr);
+    }
+    // FFmpeg shows any text as pictures of a terminal.
+    if (error >= 0 && std::string(container->iformat->name) == "tty") {
+        error = AVERROR_INVALIDDATA;
+    }
+    if (error == AVERROR(EACCES)) {
+        throw std::runtime_error(
+            fmt::format("{} cannot be read: {}; expected a clip", clip.string(), AvText(error)));
+    }
+    if (error < 0) {
+        throw UsageError(
+            clip.string() +
+            (error == AVERROR(ENOENT)
+                 ? " does not exist; expected a clip"
+                 : fmt::format(
+                       " is not a clip ({}); expected a video that FFmpeg reads, or a folder of pictures",
+                       AvText(error))));
+    }
+    return owned;
+}
+
 /// Both kinds of context carry the flag of the reader they belong to, on whichever thread they complain;
 /// other contexts carry none.
 void WatchLog(void* source, int level, const char* /*format*/, va_list /*arguments*/) {
-    if (source == nullptr) {
-        return;
-    }
-    const AVClass* kind = *static_cast<AVClass**>(source);
-    void* flag = nullptr;
-    if (kind == avcodec_get_class()) {
-        flag = static_cast<AVCodecContext*>(source)->opaque;
-    } else if (kind == avformat_get_class()) {
-        flag = static_cast<AVFormatContext*>(source)->opaque;
-    }
+    const AVClass* kind = source == nullptr ? nullptr : *static_cast<AVClass**>(source);
+    void* flag = kind == nullptr                ? nullptr
+                 : kind == avcodec_get_class()  ? static_cast<AVCodecContext*>(source)->opaque
+                 : kind == avformat_get_class() ? static_cast<AVFormatContext*>(source)->opaque
+                                                : nullptr;
     if (flag != nullptr && level <= AV_LOG_ERROR) {
         *static_cast<std::atomic<bool>*>(flag) = true;
     }
@@ -38,26 +97,20 @@ void WatchLog(void* source, int level, const char* /*format*/, va_list /*argumen
 
 ClipFormat FormatOf(AVFormatContext* container, AVStream* stream) {
     const AVCodecParameters& video = *stream->codecpar;
-    const AVPixFmtDescriptor* description = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(video.format));
-    const bool isRgb = (description->flags & AV_PIX_FMT_FLAG_RGB) != 0;
-    const bool isNamedFull = std::string(description->name).rfind("yuvj", 0) == 0;
-    const bool isHalved = description->log2_chroma_w == 1 && description->log2_chroma_h == 1;
-    ClipFormat format;
-    format.size = {video.width, video.height};
+    const AVPixFmtDescriptor* pixels = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(video.format));
+    const bool isRgb = (pixels->flags & AV_PIX_FMT_FLAG_RGB) != 0;
+    const bool isNamedFull = std::string(pixels->name).rfind("yuvj", 0) == 0;
+    const bool isHalved = pixels->log2_chroma_w == 1 && pixels->log2_chroma_h == 1;
     const AVRational rate = av_guess_frame_rate(container, stream, nullptr);
-    if (rate.num > 0 && rate.den > 0) {
-        format.rateNumerator = rate.num;
-        format.rateDenominator = rate.den;
-    }
-    format.fullRange = isRgb || isNamedFull || video.color_range == AVCOL_RANGE_JPEG;
-    format.isRangeTold = format.fullRange || video.color_range != AVCOL_RANGE_UNSPECIFIED;
-    format.matrix = isRgb ? int{AVCOL_SPC_BT470BG} : int{video.color_space};
-    format.primaries = video.color_primaries;
-    format.transfer = video.color_trc;
-    format.chromaPlace = isHalved ? int{video.chroma_location} : int{AVCHROMA_LOC_LEFT};
-    format.pixelAspect = av_guess_sample_aspect_ratio(container, stream, nullptr);
-    format.tick = stream->time_base;
-    return format;
+    return {{video.width, video.height},
+            rate.num > 0 && rate.den > 0 ? rate : ClipFormat().rate,
+            isRgb || isNamedFull ? AVCOL_RANGE_JPEG : video.color_range,
+            isRgb ? AVCOL_SPC_BT470BG : video.color_space,
+            video.color_primaries,
+            video.color_trc,
+            isHalved ? video.chroma_location : AVCHROMA_LOC_LEFT,
+            av_guess_sample_aspect_ratio(container, stream, nullptr),
+            stream->time_base};
 }
 
 /// Packets that the file's index lists for the stream; 0 when the header counts something else, as AVI counts
@@ -88,7 +141,7 @@ double PromisedSeconds(const AVFormatContext& container, const AVStream& stream)
 
 }  // namespace
 
-PacketReader::PacketReader(const std::filesystem::path& clip, double folderRate) : file_(clip) {
+PacketReader::PacketReader(const Path& clip, double folderRate) : file_(clip) {
     // What goes wrong is said in the sentence of the error.
     static const bool isWatched = (av_log_set_callback(&WatchLog), true);
     static_cast<void>(isWatched);
@@ -98,27 +151,22 @@ PacketReader::PacketReader(const std::filesystem::path& clip, double folderRate)
     }
     container_ = OpenContainer(pictures_.empty() ? clip : pictures_[0]);
     const int index = av_find_best_stream(container_.get(), AVMEDIA_TYPE_VIDEO, -1, -1, &codec_, 0);
-    if (index < 0 || codec_ == nullptr) {
-        throw UsageError(
-            fmt::format("{} has no video stream that can be decoded; expected a clip", clip.string()));
-    }
-    stream_ = container_->streams[index];
-    const AVCodecParameters& video = *stream_->codecpar;
-    if (video.width <= 0 || video.height <= 0 || video.format == AV_PIX_FMT_NONE) {
-        throw UsageError(
-            fmt::format("{} has no picture in its video stream; expected a clip", clip.string()));
+    stream_ = index < 0 || codec_ == nullptr ? nullptr : container_->streams[index];
+    if (stream_ == nullptr || stream_->codecpar->width <= 0 || stream_->codecpar->height <= 0 ||
+        stream_->codecpar->format == AV_PIX_FMT_NONE) {
+        throw UsageError(fmt::format(
+            "{} has no {}; expected a clip", clip.string(),
+            stream_ == nullptr ? "video stream that can be decoded" : "picture in its video stream"));
     }
     format_ = FormatOf(container_.get(), stream_);
-    if (!pictures_.empty()) {
-        const AVRational rate = av_d2q(folderRate, 1000000);
-        format_.rateNumerator = rate.num;
-        format_.rateDenominator = rate.den;
-        format_.fullRange = format_.isRangeTold = video.color_range != AVCOL_RANGE_MPEG;
-        format_.tick = format_.FrameSeconds();
-        indexed_ = static_cast<int64_t>(pictures_.size());
-    } else {
+    if (pictures_.empty()) {
         indexed_ = IndexedPackets(stream_);
         promised_ = PromisedSeconds(*container_, *stream_);
+    } else {
+        indexed_ = static_cast<int64_t>(pictures_.size());
+        format_.rate = av_d2q(folderRate, 1000000);
+        format_.tick = av_inv_q(format_.rate);
+        format_.range = format_.range == AVCOL_RANGE_MPEG ? AVCOL_RANGE_UNSPECIFIED : AVCOL_RANGE_JPEG;
     }
 }
 
@@ -145,7 +193,7 @@ int64_t PacketReader::ExpectedFrames() const {
         container_->duration_estimation_method == AVFMT_DURATION_FROM_BITRATE) {
         return indexed_;
     }
-    return std::llround(static_cast<double>(container_->duration) / AV_TIME_BASE * format_.FramesPerSecond());
+    return std::llround(static_cast<double>(container_->duration) / AV_TIME_BASE * av_q2d(format_.rate));
 }
 
 /// The next of a folder, a whole file.
@@ -154,17 +202,17 @@ bool PacketReader::NextPicture(AVPacket& packet) {
     if (number == pictures_.size()) {
         return false;
     }
-    std::error_code unread;
-    const auto size = std::filesystem::file_size(pictures_[number], unread);
+    const std::string url = "file:" + pictures_[number].string();
+    AVIOContext* in = nullptr;
     av_packet_unref(&packet);
-    if (!unread && (size > INT_MAX || av_new_packet(&packet, static_cast<int>(size)) < 0)) {
-        throw std::bad_alloc();
+    if (avio_open(&in, url.c_str(), AVIO_FLAG_READ) >= 0) {
+        av_get_packet(in, &packet, static_cast<int>(std::min<int64_t>(avio_size(in), INT_MAX)));
+        avio_closep(&in);
     }
-    std::ifstream in(pictures_[number], std::ios::binary);
-    if (unread || size == 0 || !in.read(reinterpret_cast<char*>(packet.data), packet.size)) {
+    if (packet.size == 0) {
         throw UsageError(fmt::format("{} cannot be read; expected a picture", pictures_[number].string()));
     }
-    packet.flags = AV_PKT_FLAG_KEY;
+    packet.flags |= AV_PKT_FLAG_KEY;
     packet.pts = packets_++;
     packet.duration = 1;
     return true;
@@ -180,34 +228,26 @@ bool PacketReader::Next(AVPacket& packet) {
         if (error < 0) {
             hasEnded_ = true;
             missing_ = FindMissing(error);
-        } else if (packet.stream_index == stream_->index && packet.size > 0) {
-            Count(packet);
-            return true;
         } else if (packet.stream_index != stream_->index) {
+            Rebase(packet);
             others_.emplace_back(av_packet_clone(&packet));
+        } else if (packet.size > 0) {
+            Count(packet);
+            Rebase(packet);
+            return true;
         }
     }
     return false;
 }
 
-std::vector<AvOwned<AVPacket>> PacketReader::TakeOthers(double until) {
+std::vector<AvOwned<AVPacket>> PacketReader::TakeOthers(int64_t until) {
     const AvOwned<AVPacket> packet(av_packet_alloc());
-    for (double reached = 0; reached < until && !hasEnded_; av_packet_unref(packet.get())) {
-        hasEnded_ = av_read_frame(container_.get(), packet.get()) < 0;
-        const AVStream* stream = hasEnded_ ? stream_ : container_->streams[packet->stream_index];
-        if (packet->dts != AV_NOPTS_VALUE) {
-            reached = static_cast<double>(packet->dts) * av_q2d(stream->time_base);
-        }
-        if (stream != stream_) {
-            others_.emplace_back(av_packet_clone(packet.get()));
-        }
+    for (int64_t reached = 0; container_->nb_streams > 1 && reached < until && Next(*packet);) {
+        reached = packet->dts == AV_NOPTS_VALUE
+                      ? reached
+                      : av_rescale_q(packet->dts, stream_->time_base, AV_TIME_BASE_Q);
     }
     return std::exchange(others_, {});
-}
-
-int64_t PacketReader::Origin() const {
-    const bool isBroadcast = (container_->iformat->flags & AVFMT_TS_DISCONT) != 0;
-    return isBroadcast && container_->start_time != AV_NOPTS_VALUE ? container_->start_time : 0;
 }
 
 void PacketReader::Count(const AVPacket& packet) {
@@ -218,8 +258,19 @@ void PacketReader::Count(const AVPacket& packet) {
         const double tick = av_q2d(stream_->time_base);
         const int64_t start = stream_->start_time != AV_NOPTS_VALUE ? stream_->start_time : 0;
         const double length =
-            packet.duration > 0 ? static_cast<double>(packet.duration) * tick : 1 / format_.FramesPerSecond();
+            packet.duration > 0 ? static_cast<double>(packet.duration) * tick : 1 / av_q2d(format_.rate);
         reached_ = std::max(reached_, static_cast<double>(time - start) * tick + length);
+    }
+}
+
+/// Clocks of broadcasts run all day; others begin with the clip.
+void PacketReader::Rebase(AVPacket& packet) const {
+    const bool isBroadcast = (container_->iformat->flags & AVFMT_TS_DISCONT) != 0;
+    if (isBroadcast && container_->start_time != AV_NOPTS_VALUE) {
+        const int64_t origin = av_rescale_q(container_->start_time, AV_TIME_BASE_Q,
+                                            container_->streams[packet.stream_index]->time_base);
+        packet.pts -= packet.pts != AV_NOPTS_VALUE ? origin : 0;
+        packet.dts -= packet.dts != AV_NOPTS_VALUE ? origin : 0;
     }
 }
 
@@ -243,7 +294,7 @@ PacketReader::Missing PacketReader::FindMissing(int error) {
     }
     // Headers round, or count what was cut off at the start; but a file cut within its last frame makes
     // FFmpeg complain too. Without a promise what stands behind the last whole packet is not the clip's.
-    const double frameRate = format_.FramesPerSecond();
+    const double frameRate = av_q2d(format_.rate);
     const double tolerance = isNoisy ? 0.75 / frameRate : 0.5;  // seconds
     if (reached_ + tolerance >= promised_) {
         return {};

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "desk/clip/clip_format.h"
-#include "desk/clip/container.h"
+#include "desk/clip/ffmpeg.h"
 
 namespace desk {
 
@@ -33,17 +33,15 @@ public:
     AVStream& Stream() const {
         return *stream_;
     }
-    /// Microseconds on the container's clock at which the clip begins: clocks of broadcasts run all day,
-    /// others begin with it.
-    int64_t Origin() const;
     /// Frames of the clip, as its header tells; 0 when it does not.
     int64_t ExpectedFrames() const;
 
-    /// The next packet of the stream. False at the end of the file.
+    /// The next packet of the stream. False at the end of the file. Times begin with the clip, also where the
+    /// container's clock does not.
     bool Next(AVPacket& packet);
-    /// The packets of all other streams that were read since the last time. Until a time on the container's
-    /// clock, in seconds, is reached more of the file is read for them.
-    std::vector<AvOwned<AVPacket>> TakeOthers(double until);
+    /// The packets of all other streams that were read since the last time. Until the stream reaches a time,
+    /// in microseconds, more of the file is read for them, and its own packets are passed over.
+    std::vector<AvOwned<AVPacket>> TakeOthers(int64_t until);
     /// Whether there was a complaint since the last time, whoever made it.
     bool TakeComplaint() {
         return hasComplained_.exchange(false);
@@ -61,6 +59,7 @@ public:
 private:
     bool NextPicture(AVPacket& packet);
     void Count(const AVPacket& packet);
+    void Rebase(AVPacket& packet) const;
     Missing FindMissing(int error);
 
     std::filesystem::path file_;

@@ -3,54 +3,60 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
 #include <cmath>
-#include <limits>
-#include <string_view>
 
 namespace desk {
 namespace {
 
 /// Leaves out tags that describe the file they stand in, as it was encoded.
 void CopyTags(const AVDictionary* from, AVDictionary** to) {
-    constexpr std::array<std::string_view, 9> OfTheFile = {
-        "major_brand", "minor_version", "compatible_brands", "encoder", "DURATION",
-        "BPS",         "NUMBER_OF_",    "_STATISTICS",       "rotate"};
-    const AVDictionaryEntry* tag = nullptr;
-    while ((tag = av_dict_get(from, "", tag, AV_DICT_IGNORE_SUFFIX)) != nullptr) {
-        const std::string_view key = tag->key;
-        if (std::none_of(OfTheFile.begin(), OfTheFile.end(),
-                         [key](auto name) { return key.rfind(name, 0) == 0; })) {
-            av_dict_set(to, tag->key, tag->value, 0);
+    av_dict_copy(to, from, 0);
+    for (const char* const key : {"major_brand", "minor_version", "compatible_brands", "encoder", "DURATION",
+                                  "BPS", "NUMBER_OF_", "_STATISTICS", "rotate"}) {
+        constexpr int Begins = AV_DICT_MATCH_CASE | AV_DICT_IGNORE_SUFFIX;
+        while (const AVDictionaryEntry* tag = av_dict_get(*to, key, nullptr, Begins)) {
+            av_dict_set(to, tag->key, nullptr, AV_DICT_MATCH_CASE);
         }
     }
 }
 
 }  // namespace
 
-StreamCopier::StreamCopier(const ClipReader& source, AVFormatContext& container)
-    : source_(source), to_(container) {
+StreamCopier::StreamCopier(const ClipReader& source, AVFormatContext& container, bool isTimed, bool isTurned)
+    : source_(source), to_(container), copies_(source.Packets().Container().nb_streams) {
     const AVFormatContext& from = source.Packets().Container();
-    copies_.resize(from.nb_streams);
-    lastTimes_.resize(from.nb_streams, std::numeric_limits<int64_t>::min());
+    const AVStream& pictures = source.Packets().Stream();
+    const auto lose = [this](bool isLost, const std::string& what) {
+        losses_.insert(losses_.end(), isLost ? 1 : 0, what);
+    };
     CopyTags(from.metadata, &to_.metadata);
-    hasTags_ = av_dict_count(to_.metadata) > 0;
-    for (unsigned int i = 0; i < from.nb_streams; i++) {
-        AddStream(*from.streams[i]);
+    for (size_t i = 0; i < copies_.size(); i++) {
+        const AVStream& stream = *from.streams[i];
+        const AVCodecParameters& what = *stream.codecpar;
+        const char* kind = av_get_media_type_string(what.codec_type);
+        if (&stream == &pictures) {
+            pictures_ = AddStream(stream);
+        } else if (isTimed &&
+                   avformat_query_codec(to_.oformat, what.codec_id, FF_COMPLIANCE_EXPERIMENTAL) > 0) {
+            copies_[i].stream = AddStream(stream);
+            avcodec_parameters_copy(copies_[i].stream->codecpar, &what);
+            copies_[i].stream->codecpar->codec_tag = 0;  // other containers have other ones
+        } else {
+            lose(true, fmt::format("{} stream {} ({})", kind == nullptr ? "unknown" : kind, i,
+                                   avcodec_get_name(what.codec_id)));
+        }
     }
+    const double rates = av_q2d(pictures.r_frame_rate) / av_q2d(pictures.avg_frame_rate);
+    lose(!isTurned && source.Taken() == Orientation::Stored &&
+             av_stream_get_side_data(&pictures, AV_PKT_DATA_DISPLAYMATRIX, nullptr) != nullptr,
+         "the display matrix");
+    lose(!isTimed && std::isfinite(rates) && std::abs(rates - 1) > 0.005, "uneven times of frames");
+    lose(!isTimed && from.nb_chapters > 0, "chapters");
+    lose(!isTimed && av_dict_count(to_.metadata) > 0, "tags");
+    lose(!isTimed && source.Format().transfer != AVCOL_TRC_UNSPECIFIED, "primaries and transfer of colours");
 }
 
-void StreamCopier::AddStream(AVStream& from) {
-    const AVStream& pictures = source_.Packets().Stream();
-    const AVCodecParameters& what = *from.codecpar;
-    const bool isPictures = &from == &pictures;
-    if (!isPictures && avformat_query_codec(to_.oformat, what.codec_id, FF_COMPLIANCE_EXPERIMENTAL) <= 0) {
-        const char* kind = av_get_media_type_string(what.codec_type);
-        leftOut_.push_back(fmt::format("{} stream {} ({})", kind == nullptr ? "unknown" : kind, from.index,
-                                       avcodec_get_name(what.codec_id)));
-        missing_ += from.index < pictures.index ? 1 : 0;
-        return;
-    }
+AVStream* StreamCopier::AddStream(const AVStream& from) {
     AVStream* to = avformat_new_stream(&to_, nullptr);
     to->time_base = from.time_base;
     to->disposition = from.disposition;
@@ -62,58 +68,38 @@ void StreamCopier::AddStream(AVStream& from) {
         uint8_t* copy = isUndone ? nullptr : av_stream_new_side_data(to, data.type, data.size);
         std::copy_n(data.data, copy == nullptr ? 0 : data.size, copy);
     }
-    if (isPictures) {
-        return;
-    }
-    copies_[static_cast<size_t>(from.index)] = to;
-    avcodec_parameters_copy(to->codecpar, &what);
-    to->codecpar->codec_tag = 0;  // other containers have other ones
+    return to;
 }
 
-std::string StreamCopier::Losses(bool isTimed, bool isTurned) const {
-    const AVStream& pictures = source_.Packets().Stream();
-    const bool isRotated = av_stream_get_side_data(&pictures, AV_PKT_DATA_DISPLAYMATRIX, nullptr) != nullptr;
-    const double rates = av_q2d(pictures.r_frame_rate) / av_q2d(pictures.avg_frame_rate);
-    const std::pair<bool, const char*> losses[] = {
-        {!isTurned && isRotated && source_.Taken() == Orientation::Stored, "the display matrix"},
-        {!isTimed && std::isfinite(rates) && std::abs(rates - 1) > 0.005, "uneven times of frames"},
-        {!isTimed && source_.Packets().Container().nb_chapters > 0, "chapters"},
-        {!isTimed && hasTags_, "tags"},
-        {!isTimed && source_.Format().transfer != AVCOL_TRC_UNSPECIFIED, "primaries and transfer of colours"},
-    };
-    std::vector<std::string> all = leftOut_;
-    for (const auto& [isLost, what] : losses) {
-        all.insert(all.end(), isLost ? 1 : 0, what);
+void StreamCopier::Take(const AVPacket& packet) {
+    const auto index = static_cast<size_t>(packet.stream_index);
+    if (index < copies_.size() && copies_[index].stream != nullptr) {  // broadcasts add streams on their way
+        waiting_.emplace_back(av_packet_clone(&packet));
     }
-    return fmt::format("{}", fmt::join(all, ", "));
 }
 
 int StreamCopier::Write(int64_t begin, int64_t end) {
     for (; !waiting_.empty(); waiting_.pop_front()) {
         AVPacket& packet = *waiting_.front();
-        const auto index = static_cast<size_t>(packet.stream_index);
-        const AVStream* to = index < copies_.size() ? copies_[index] : nullptr;
+        Copy& copy = copies_[static_cast<size_t>(packet.stream_index)];
+        AVStream* to = copy.stream;
+        const AVRational tick = source_.Packets().Container().streams[packet.stream_index]->time_base;
         packet.dts = packet.dts == AV_NOPTS_VALUE ? packet.pts : packet.dts;
-        if (to == nullptr || packet.dts == AV_NOPTS_VALUE) {
+        const int64_t time = av_rescale_q(packet.dts, tick, AV_TIME_BASE_Q);
+        if (packet.dts == AV_NOPTS_VALUE || (time < begin && begin != 0)) {
             continue;
         }
-        const AVRational tick = source_.Packets().Container().streams[index]->time_base;
-        const int64_t origin = source_.Packets().Origin();
-        const int64_t time = av_rescale_q(packet.dts, tick, AV_TIME_BASE_Q) - origin;
         if (time >= end) {
             break;
-        }
-        if (time < begin && begin != 0) {
-            continue;
         }
         av_packet_rescale_ts(&packet, tick, to->time_base);
         // Matroska has what Opus warms up on after zero, and tells how much it is.
         const bool isLate = to->codecpar->codec_id == AV_CODEC_ID_OPUS && to_.avoid_negative_ts == 0;
         const int64_t late =
             isLate ? av_rescale_q(to->codecpar->initial_padding, {1, 48000}, to->time_base) : 0;
-        const int64_t shift = av_rescale_q(origin + begin, AV_TIME_BASE_Q, to->time_base) - late;
+        const int64_t shift = av_rescale_q(begin, AV_TIME_BASE_Q, to->time_base) - late;
         // A container takes no packet that is decoded before another one.
-        packet.dts = lastTimes_[index] = std::max(packet.dts - shift, lastTimes_[index] + 1);
+        packet.dts = copy.lastTime = std::max(packet.dts - shift, copy.lastTime + 1);
         packet.pts = packet.pts == AV_NOPTS_VALUE ? packet.pts : std::max(packet.pts - shift, packet.dts);
         packet.stream_index = to->index;
         packet.pos = -1;
@@ -130,9 +116,7 @@ void StreamCopier::AddChapters(int64_t begin, int64_t end) {
     for (unsigned int i = 0; i < source.nb_chapters && to_.chapters != nullptr; i++) {
         const AVChapter& from = *source.chapters[i];
         const auto place = [&](int64_t time) {
-            const int64_t at =
-                av_rescale_q(time, from.time_base, AV_TIME_BASE_Q) - source_.Packets().Origin();
-            return std::clamp(at, begin, end) - begin;
+            return std::clamp(av_rescale_q(time, from.time_base, AV_TIME_BASE_Q), begin, end) - begin;
         };
         if (place(from.end) > place(from.start)) {
             auto* chapter = static_cast<AVChapter*>(av_mallocz(sizeof(AVChapter)));

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -14,36 +15,39 @@ namespace desk {
 /// other streams, chapters and tags, and what is said of the pictures. Times are microseconds of the source.
 class StreamCopier {
 public:
-    /// Adds streams to a container without any. The source has to outlive this.
-    StreamCopier(const ClipReader& source, AVFormatContext& container);
+    /// Adds streams to a container without any, which has times of frames or not, and can tell how pictures
+    /// are to be turned or not. The source has to outlive this.
+    StreamCopier(const ClipReader& source, AVFormatContext& container, bool isTimed, bool isTurned);
 
     /// The stream for the pictures that are made, without its format.
-    AVStream& Pictures() const {
-        return *to_.streams[source_.Packets().Stream().index - missing_];
+    AVStream* Pictures() const {
+        return pictures_;
     }
-    /// What does not come with the pictures, in words, of a kind of clip that has times of frames or not, and
-    /// can tell how pictures are to be turned or not.
-    std::string Losses(bool isTimed, bool isTurned) const;
+    /// What does not come with the pictures, in words.
+    const std::vector<std::string>& Losses() const {
+        return losses_;
+    }
 
     /// Takes a packet of another stream.
-    void Take(const AVPacket& packet) {
-        waiting_.emplace_back(av_packet_clone(&packet));
-    }
+    void Take(const AVPacket& packet);
     /// Writes those packets that belong into the time from `begin`, which becomes zero, to `end`. Returns
     /// FFmpeg's code.
     int Write(int64_t begin, int64_t end);
     void AddChapters(int64_t begin, int64_t end);
 
 private:
-    void AddStream(AVStream& from);
+    /// Of a stream of the source.
+    struct Copy {
+        AVStream* stream = nullptr;                              ///< null for what is not copied
+        int64_t lastTime = std::numeric_limits<int64_t>::min();  ///< of decoding
+    };
+    AVStream* AddStream(const AVStream& from);
 
     const ClipReader& source_;
     AVFormatContext& to_;
-    std::vector<AVStream*> copies_;   ///< by the stream's index in the source; null for what is not copied
-    std::vector<int64_t> lastTimes_;  ///< of decoding, by the same index
-    bool hasTags_ = false;
-    int missing_ = 0;  ///< streams before the pictures that are not copied
-    std::vector<std::string> leftOut_;
+    AVStream* pictures_ = nullptr;
+    std::vector<Copy> copies_;  ///< by the stream's index in the source
+    std::vector<std::string> losses_;
     std::deque<AvOwned<AVPacket>> waiting_;
 };
 

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <fstream>
 #include <stdexcept>
+#include <string_view>
 #include <utility>
 
 #include "desk/base/usage_error.h"
@@ -65,19 +66,17 @@ std::string BuildId(const std::filesystem::path& library) {
     std::pair<std::string, std::string> found = {library.string(), ""};
     const auto look = [](dl_phdr_info* loaded, size_t /*size*/, void* data) {
         auto& [file, digits] = *static_cast<decltype(found)*>(data);
-        const auto padded = [](size_t size) { return (size + 3) / 4 * 4; };
         for (size_t i = 0; file == loaded->dlpi_name && i < loaded->dlpi_phnum; i++) {
             const ElfW(Phdr)& segment = loaded->dlpi_phdr[i];
-            const auto* at = reinterpret_cast<const unsigned char*>(loaded->dlpi_addr + segment.p_vaddr);
-            const auto* const end = at + (segment.p_type == PT_NOTE ? segment.p_memsz : 0);
-            while (at < end) {
-                ElfW(Nhdr) note = {};
-                std::memcpy(&note, at, sizeof(note));
-                const auto* const text = at + sizeof(note) + padded(note.n_namesz);
-                if (note.n_type == NT_GNU_BUILD_ID) {
-                    digits = fmt::format("{:02x}", fmt::join(text, text + note.n_descsz, ""));
+            const std::string_view notes(reinterpret_cast<const char*>(loaded->dlpi_addr + segment.p_vaddr),
+                                         segment.p_type == PT_NOTE ? segment.p_memsz : 0);
+            // A note is the sizes of its maker's name and of its text, its kind, the name and the text.
+            const std::string_view kindAndName("\3\0\0\0GNU", 8);
+            if (const size_t at = notes.find(kindAndName); at != std::string_view::npos) {
+                const auto size = static_cast<unsigned char>(notes[at - sizeof(ElfW(Word))]);
+                for (const char byte : notes.substr(at + kindAndName.size(), size)) {
+                    digits += fmt::format("{:02x}", static_cast<unsigned char>(byte));
                 }
-                at = text + padded(note.n_descsz);
             }
         }
         return 0;

@@ -81,16 +81,10 @@ Pipeline::Pipeline(const std::string& command, const RunOptions& options, ClipRe
                       library_.string(),
                       input,
                       sizing.output,
-                      reader.Format().FramesPerSecond()};
+                      av_q2d(reader.Format().rate)};
     host_->SetDumps(dumps_ != nullptr);
     CreateNode(sizing.margin);
-    ClipFormat format = reader.Format();
-    format.size = sizing.output;
-    recording_.emplace(options, format, results_, reader);
-    if (const std::string losses = reader.Losses(input); !losses.empty()) {
-        Say(stderr, "dewarp-desk: {}: {}", options.clip.string(), losses);
-    }
-    recording_->TellLosses();
+    recording_.emplace(options, results_, reader);
     const Negotiated sizes = node_->Negotiate(
         {static_cast<uint32_t>(sizing.output.width), static_cast<uint32_t>(sizing.output.height)},
         sizing.margin);
@@ -143,79 +137,71 @@ bool Pipeline::Read() {
     if (Interrupted()) {
         return false;
     }
-    Nv12 picture = View(InputBuffer(numbers_.size()));
+    Nv12 picture = View(NextInput());
     const StageTimer timer(results_, Stage::Read);
     const bool isRead = reader_.Read(picture);
     if (isRead) {
-        numbers_.push_back(reader_.Frame());
-        times_.push_back(reader_.Time());
+        frames_.push_back({reader_.Frame(), reader_.Time(), NextInput()});
     }
     return isRead;
 }
 
 void Pipeline::LeaveOut() {
-    std::vector<FrameRange>& ranges = results_.gridlessFrames;
-    const int64_t frame = numbers_.back();
-    if (ranges.empty() || ranges.back().end != frame) {
-        ranges.push_back({frame, frame});
-    }
-    ranges.back().end = frame + 1;
-    numbers_.pop_back();
+    Extend(results_.gridlessFrames, frames_.back().number);
+    frames_.pop_back();
 }
 
 Nv12 Pipeline::Newest() {
-    return View(InputBuffer(numbers_.size() - 1));
+    return View(frames_.back().input);
 }
 
 void Pipeline::Show(uint64_t requestId, const IPEICAGridTransform& grid,
                     const std::optional<Change<CameraResult>>& camera) {
-    inFlight_.push_back({requestId, grid, camera, {}});
-    InFlight& request = inFlight_.back();
-    const NodeFrame frame{requestId, &request.grid, &InputBuffer(shown_), &OutputBuffer(shown_)};
-    ++shown_;
-    if (driver_) {
-        request.result = driver_->Submit(frame);
-    } else {
-        request.result = std::async(std::launch::deferred, [this, frame] {
-            return node_->Process(frame.requestId, frame.grid, *frame.input, *frame.output);
-        });
-    }
-    if (inFlight_.size() == options_.inFlight) {
+    Frame& frame = frames_[inFlight_];
+    frame.id = requestId;
+    frame.grid = grid;
+    frame.camera = camera;
+    const NodeFrame request{requestId, &frame.grid, &frame.input, &OutputOf(inFlight_)};
+    inFlight_++;
+    frame.result = driver_ ? driver_->Submit(request) : std::async(std::launch::deferred, [this, request] {
+        return node_->Process(request.requestId, request.grid, *request.input, *request.output);
+    });
+    if (inFlight_ == options_.inFlight) {
         Collect();
     }
 }
 
 void Pipeline::Collect() {
-    InFlight& request = inFlight_.front();
-    const size_t frame = results_.frames.size();
-    const int64_t number = numbers_[frame];
+    Frame& frame = frames_.front();
     uint32_t result = LumResultSuccess;
     {
         const StageTimer timer(results_, Stage::Node);
-        result = request.result.get();
+        result = frame.result.get();
     }
     if (result != LumResultSuccess) {
         throw std::runtime_error(fmt::format("the {} node failed request {} (frame {} of the clip): {}",
-                                             NameOf(node_->Kind()), request.id, number, ResultText(result)));
+                                             NameOf(node_->Kind()), frame.id, frame.number,
+                                             ResultText(result)));
     }
-    const RenderedFrame shown{number, request.grid, View(InputBuffer(frame)), View(OutputBuffer(frame))};
+    const RenderedFrame shown{frame.number, frame.grid, View(frame.input), View(OutputOf(0))};
     const WarpMap map(shown.grid, results_.facts.inputSize, results_.facts.outputSize);
-    results_.frames.push_back({number, request.id, map.MarginUse(), request.camera});
-    recording_->Add(shown.input, shown.output, times_[frame]);
+    results_.frames.push_back({frame.number, frame.id, map.MarginUse(), frame.camera});
+    recording_->Add(shown.input, shown.output, frame.time);
     if (observer_ != nullptr) {
         observer_->Add(shown, results_);
     }
-    progress_.Step(static_cast<int64_t>(frame) + 1);
-    inFlight_.pop_front();
+    progress_.Step(static_cast<int64_t>(results_.frames.size()));
+    frames_.pop_front();
+    inFlight_--;
 }
 
 ExitCode Pipeline::Finish() {
-    while (!inFlight_.empty()) {
+    while (inFlight_ > 0) {
         Collect();
     }
     driver_.reset();
-    progress_.Step(static_cast<int64_t>(shown_), true);
-    if (InterruptedAtOnce(static_cast<int64_t>(shown_))) {
+    const size_t shown = results_.frames.size();
+    if (!progress_.End(static_cast<int64_t>(shown))) {
         return WasInterrupted;
     }
     if (observer_ != nullptr) {
@@ -226,17 +212,17 @@ ExitCode Pipeline::Finish() {
     node_.reset();
     host_->CheckTornDown();
     if (dumps_) {
-        RequireWholeDumps(*dumps_, shown_);
+        RequireWholeDumps(*dumps_, shown);
     }
     const DeskGlCounters gl = host_->Counters().gl.value_or(DeskGlCounters{});
-    results_.counters = {gl.imports, 2 * shown_ - gl.imports, gl.liveImages, OpenFds()};
+    results_.counters = {gl.imports, 2 * shown - gl.imports, gl.liveImages, OpenFds()};
     results_.findings = host_->contract.List();
     recording_->Finish();
     if (dumps_) {
         dumps_->Publish();  // last: dumps of the same second may stand in the way
     }
     if (Interrupted()) {
-        Say(stderr, "dewarp-desk: interrupted after {} frames{}", shown_,
+        Say(stderr, "dewarp-desk: interrupted after {} frames{}", shown,
             options_.out.empty() ? "" : "; " + options_.out.string() + " holds them");
         return WasInterrupted;
     }

@@ -58,11 +58,11 @@ public:
 
     /// How many frames were taken and not yet shown.
     size_t Held() const {
-        return numbers_.size() - shown_;
+        return frames_.size() - inFlight_;
     }
     /// The number in the clip, from 0, of the frame that is shown next.
     int64_t Next() const {
-        return numbers_[shown_];
+        return frames_[inFlight_].number;
     }
     /// The input of the frame that was taken last.
     Nv12 Newest();
@@ -85,23 +85,28 @@ public:
     }
 
 private:
-    GrallocBuffer& InputBuffer(size_t frame) {
-        return *inputs_[frame % inputs_.size()];
+    /// A frame between Read and its way out of the node.
+    struct Frame {
+        int64_t number;  ///< in the clip
+        FrameTime time;
+        GrallocBuffer& input;
+        uint64_t id = 0;  ///< of its request; this and what follows as soon as it is shown
+        IPEICAGridTransform grid{};
+        std::optional<Change<CameraResult>> camera{};
+        std::future<uint32_t> result{};
+    };
+
+    GrallocBuffer& NextInput() {
+        return *inputs_[(results_.frames.size() + frames_.size()) % inputs_.size()];
     }
-    GrallocBuffer& OutputBuffer(size_t frame) {
-        return *outputs_[frame % outputs_.size()];
+    /// Of one of `frames_`.
+    GrallocBuffer& OutputOf(size_t index) {
+        return *outputs_[(results_.frames.size() + index) % outputs_.size()];
     }
     /// Says on stderr what is at work when it is known, and only then what was logged meanwhile.
     void CreateNode(Margin margin);
     /// Waits for the frame that was shown first of those in flight, and records it.
     void Collect();
-
-    struct InFlight {
-        uint64_t id;
-        IPEICAGridTransform grid;
-        std::optional<Change<CameraResult>> camera;
-        std::future<uint32_t> result;
-    };
 
     const RunOptions& options_;
     ClipReader& reader_;
@@ -117,10 +122,8 @@ private:
     std::vector<std::shared_ptr<GrallocBuffer>> outputs_;
     Progress progress_;
     Observer* observer_;
-    std::vector<int64_t> numbers_;  ///< in the clip, of the frames taken
-    std::vector<FrameTime> times_;  ///< of the same
-    size_t shown_ = 0;              ///< how many of them went to the node
-    std::deque<InFlight> inFlight_;
+    std::deque<Frame> frames_;
+    size_t inFlight_ = 0;                      ///< how many of them are in the node, the first ones
     std::unique_ptr<PipelinedDriver> driver_;  ///< null for one request at a time, on the caller's thread
 };
 

@@ -38,14 +38,6 @@ bool Interrupted() {
     return isInterrupted;
 }
 
-bool InterruptedAtOnce(int64_t done) {
-    const bool isAtOnce = isInterrupted && done == 0;
-    if (isAtOnce) {
-        Say(stderr, "dewarp-desk: interrupted before the first frame; nothing was made");
-    }
-    return isAtOnce;
-}
-
 Progress::Progress(ProgressKind kind, int64_t expected)
     : kind_(kind), expected_(expected), start_(std::chrono::steady_clock::now()) {
     if (kind_ == ProgressKind::Auto) {
@@ -53,13 +45,23 @@ Progress::Progress(ProgressKind kind, int64_t expected)
     }
 }
 
-void Progress::Step(int64_t done, bool last) {
+void Progress::Step(int64_t done) {
     constexpr std::chrono::milliseconds Pause(500);
-    const auto now = std::chrono::steady_clock::now();
-    if (!last && now - shown_ < Pause) {
-        return;
+    if (std::chrono::steady_clock::now() - shown_ >= Pause) {
+        Show(done, false);
     }
-    shown_ = now;
+}
+
+bool Progress::End(int64_t done) {
+    Show(done, true);
+    if (isInterrupted && done == 0) {
+        Say(stderr, "dewarp-desk: interrupted before the first frame; nothing was made");
+    }
+    return !isInterrupted || done > 0;
+}
+
+void Progress::Show(int64_t done, bool last) {
+    shown_ = std::chrono::steady_clock::now();
     const double seconds = std::chrono::duration<double>(shown_ - start_).count();
     const double rate = seconds > 0 ? static_cast<double>(done) / seconds : 0;
     if (kind_ == ProgressKind::Pipe) {

@@ -11,8 +11,6 @@ enum class ProgressKind { Auto, Bar, Pipe, None };
 /// under way.
 void CatchInterrupts();
 bool Interrupted();
-/// Whether that came while `done` was still 0, so that there is nothing to keep; says so on stderr.
-bool InterruptedAtOnce(int64_t done);
 
 /// Tells on stderr how far a run is: a bar that is drawn over, or blocks of key=value lines.
 class Progress {
@@ -21,11 +19,14 @@ public:
     /// elsewhere.
     Progress(ProgressKind kind, int64_t expected);
 
-    /// After every frame, and once more after the last; shows the first state, at most two a second, and the
-    /// last.
-    void Step(int64_t done, bool last = false);
+    /// After every frame; shows the first state, and at most two a second.
+    void Step(int64_t done);
+    /// After the last; shows it. False when the run was interrupted before the first, so that there is
+    /// nothing to keep, which it says.
+    bool End(int64_t done);
 
 private:
+    void Show(int64_t done, bool last);
     void DrawBar(int64_t done, double rate, bool last) const;
 
     ProgressKind kind_;

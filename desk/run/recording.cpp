@@ -46,44 +46,35 @@ cv::Mat Recording::Shown::Mean() const {
     return ReadNv12(mean);
 }
 
-Recording::Recording(const RunOptions& options, const ClipFormat& format, RunResults& results,
-                     ClipReader& reader)
+Recording::Recording(const RunOptions& options, RunResults& results, ClipReader& reader)
     : options_(options),
       results_(results),
       reader_(reader),
-      sideBySide_(SideBySide(format.size)),
-      ideal_(format.size) {
+      sideBySide_(SideBySide(results.facts.outputSize)),
+      ideal_(results.facts.outputSize) {
+    const cv::Size output = results.facts.outputSize;
     if (!options.report.empty()) {
         report_.emplace(options.report);
     }
     if (!options.truth.empty()) {
         results.truth.emplace();
-        truth_ =
-            std::make_unique<ClipReader>(options.truth, options.frames, OnDamage::Stop, options.orientation);
-        if (const cv::Size size = truth_->Format().size; size != format.size) {
+        truth_.emplace(options.truth, options.frames, OnDamage::Stop, options.orientation);
+        if (const cv::Size size = truth_->Format().size; size != output) {
             throw UsageError(fmt::format("{} has frames of {} x {}; expected those of the output, {} x {}",
-                                         options.truth.string(), size.width, size.height, format.size.width,
-                                         format.size.height));
+                                         options.truth.string(), size.width, size.height, output.width,
+                                         output.height));
         }
     }
     sideBySide_.luma.setTo(0);
     sideBySide_.chroma.setTo(cv::Scalar::all(128));
-    const std::filesystem::path* const clips[] = {&options.before, &options.out, &options.compare};
-    for (const size_t shows : {Before, After, Both}) {
-        if (const std::filesystem::path& clip = *clips[shows]; !clip.empty()) {
-            ClipFormat own = format;
-            own.size = shows == Both ? SideBySide(format.size) : format.size;
-            clips_.push_back(
-                {shows, clip,
-                 std::make_unique<ClipWriter>(clip, own, options.overwrite, options.encoding, &reader)});
-        }
-    }
-}
-
-void Recording::TellLosses() {
-    for (const Clip& clip : clips_) {
-        if (const std::string losses = clip.writer->Losses(); !losses.empty()) {
-            Say(stderr, "dewarp-desk: {} does not hold {}", clip.place.string(), losses);
+    reader.TellLosses(results.facts.inputSize);
+    const std::pair<Content, const std::filesystem::path&> clips[] = {
+        {Before, options.before}, {After, options.out}, {Both, options.compare}};
+    for (const auto& [shows, clip] : clips) {
+        ClipFormat format = reader.Format();
+        format.size = shows == Both ? SideBySide(output) : output;
+        if (!clip.empty()) {
+            clips_.try_emplace(shows, clip, format, options.overwrite, options.encoding, &reader);
         }
     }
 }
@@ -97,9 +88,8 @@ void Recording::Add(const Nv12& input, const Nv12& output, const FrameTime& time
     CopyOthers();
     if (!clips_.empty()) {
         const StageTimer timer(results_, Stage::Write);
-        const Nv12* const pictures[] = {&before, &output, &sideBySide_};
-        for (const Clip& clip : clips_) {
-            clip.writer->Add(*pictures[clip.shows], time);
+        for (auto& [shows, clip] : clips_) {
+            clip.Add(shows == Before ? before : shows == After ? output : sideBySide_, time);
         }
     }
     {
@@ -111,47 +101,37 @@ void Recording::Add(const Nv12& input, const Nv12& output, const FrameTime& time
             }
         }
     }
+    if (truth_ && !truth_->Read(ideal_)) {
+        throw UsageError(fmt::format("{} ends before the clip; expected a frame for each of the clip's",
+                                     options_.truth.string()));
+    }
     if (truth_) {
-        CompareWithTruth(output);
+        results_.truth->luma.Add(output.luma, ideal_.luma);
+        results_.truth->chroma.Add(output.chroma, ideal_.chroma);
     }
 }
 
 void Recording::CopyOthers() {
     for (const auto& packet : reader_.TakeOthers()) {
-        for (const Clip& clip : clips_) {
-            clip.writer->Take(*packet);
+        for (auto& [shows, clip] : clips_) {
+            clip.Take(*packet);
         }
     }
-}
-
-void Recording::CompareWithTruth(const Nv12& output) {
-    if (!truth_->Read(ideal_)) {
-        throw UsageError(fmt::format("{} ends before the clip; expected a frame for each of the clip's",
-                                     options_.truth.string()));
-    }
-    results_.truth->luma.Add(output.luma, ideal_.luma);
-    results_.truth->chroma.Add(output.chroma, ideal_.chroma);
 }
 
 /// Frames within about a second of which the output moves more than the input by more than the measure is
 /// off. The frames that a run left out are nobody's.
-std::vector<FrameRange> Recording::WorseFrames() const {
+void Recording::FindWorseFrames() {
     constexpr size_t Around = 15;   // frames on either side
     constexpr double Factor = 1.1;  // a picture that is shown anew is followed a little worse
     constexpr double Pixels = 0.1;  // and sharpness comes and goes
-    std::vector<FrameRange> worse;
     for (size_t i = 0; i < results_.frames.size(); i++) {
         const size_t first = i - std::min(i, Around);
-        const int64_t frame = results_.frames[i].frame;
-        const bool isWorse = after_.motion.Rms(first, i + Around + 1) >
-                             Factor * before_.motion.Rms(first, i + Around + 1) + Pixels;
-        if (isWorse && !worse.empty() && worse.back().end == frame) {
-            worse.back().end++;
-        } else if (isWorse) {
-            worse.push_back({frame, frame + 1});
+        if (after_.motion.Rms(first, i + Around + 1) >
+            Factor * before_.motion.Rms(first, i + Around + 1) + Pixels) {
+            Extend(results_.worseFrames, results_.frames[i].frame);
         }
     }
-    return worse;
 }
 
 void Recording::AddMotion() {
@@ -163,7 +143,7 @@ void Recording::AddMotion() {
             fmt::format("the output moves by {:.3f} pixels RMS between frames, the limit is {}", after,
                         *options_.maxMotion));
     }
-    results_.worseFrames = WorseFrames();
+    FindWorseFrames();
     if (!report_) {
         return;
     }
@@ -177,11 +157,11 @@ void Recording::AddMotion() {
 void Recording::Finish() {
     // What is there is replaced when all that takes its place is complete.
     CopyOthers();
-    for (const Clip& clip : clips_) {
-        clip.writer->Complete(Interrupted());
+    for (auto& [shows, clip] : clips_) {
+        clip.Complete(Interrupted());
     }
-    for (const Clip& clip : clips_) {
-        clip.writer->Publish();
+    for (auto& [shows, clip] : clips_) {
+        clip.Publish();
     }
     AddMotion();
     if (options_.minPsnr && !(results_.truth->luma.Psnr() >= *options_.minPsnr)) {
@@ -194,19 +174,6 @@ void Recording::Finish() {
         WriteReport(results_, options_.report, options_.overwrite);
     }
     Tell();
-}
-
-void Recording::TellWorseFrames() const {
-    constexpr size_t Most = 5;
-    const std::vector<FrameRange>& worse = results_.worseFrames;
-    std::string named;
-    for (size_t i = 0; i < std::min(worse.size(), Most); i++) {
-        named += fmt::format("{}{} to {}", i == 0 ? "" : ", ", worse[i].first, worse[i].end - 1);
-    }
-    if (!worse.empty()) {
-        Say(stderr, "dewarp-desk: the output moves more than the input in frames {}{}", named,
-            worse.size() > Most ? fmt::format(" and {} more such ranges", worse.size() - Most) : "");
-    }
 }
 
 void Recording::Tell() const {
@@ -230,16 +197,26 @@ void Recording::Tell() const {
     }
     // Where stdout is for data, nothing else comes between.
     Say(options_.TakesStdout() ? stderr : stdout, "{}", text);
-    const auto tell = [](const std::filesystem::path& file, const char* what,
-                         const std::vector<FrameRange>& ranges) {
-        for (const FrameRange& range : ranges) {
-            Say(stderr, "dewarp-desk: {} {} frames {} to {}", file.string(), what, range.first,
-                range.end - 1);
-        }
-    };
-    tell(options_.clip, "is damaged: skipped", results_.damagedFrames);
-    tell(options_.clip, "has no line in the grid dump for", results_.gridlessFrames);
-    TellWorseFrames();
+    for (const FrameRange& range : results_.damagedFrames) {
+        Say(stderr, "dewarp-desk: {} is damaged: skipped frames {} to {}", options_.clip.string(),
+            range.first, range.end - 1);
+    }
+    for (const FrameRange& range : results_.gridlessFrames) {
+        Say(stderr, "dewarp-desk: {} has no line in the grid dump for frames {} to {}",
+            options_.clip.string(), range.first, range.end - 1);
+    }
+    constexpr size_t Most = 5;
+    std::vector<std::string> worse;
+    for (const FrameRange& range : results_.worseFrames) {
+        worse.push_back(fmt::format("{} to {}", range.first, range.end - 1));
+    }
+    if (worse.size() > Most) {
+        worse[Most - 1] += fmt::format(" and {} more such ranges", worse.size() - Most);
+        worse.resize(Most);
+    }
+    if (!worse.empty()) {
+        Say(stderr, "dewarp-desk: the output moves more than the input in frames {}", fmt::join(worse, ", "));
+    }
     for (const std::string& finding : results_.findings) {
         Say(stderr, "dewarp-desk: the node broke a rule: {}", finding);
     }

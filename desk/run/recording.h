@@ -1,9 +1,8 @@
 #pragma once
 
 #include <chrono>
-#include <memory>
+#include <map>
 #include <optional>
-#include <vector>
 
 #include "desk/clip/clip_reader.h"
 #include "desk/clip/clip_writer.h"
@@ -17,14 +16,10 @@ namespace desk {
 /// What a run makes of its frames: clips, measurements on the pictures, JSON and report.
 class Recording {
 public:
-    /// `format` is that of the node's output, the reader that of its input. Options, results and reader must
-    /// outlive this. Throws as ClipReader and
-    /// ClipWriter do; UsageError when the truth has another size, or the place of the JSON or the report may
-    /// not be overwritten.
-    Recording(const RunOptions& options, const ClipFormat& format, RunResults& results, ClipReader& reader);
-
-    /// Says on stderr, before the work, what a clip does not hold of its source's.
-    void TellLosses();
+    /// The reader is that of the node's input; the results' facts know the sizes. Says on stderr what is not
+    /// kept of the clip. Options, results and reader must outlive this. Throws as ClipReader and ClipWriter
+    /// do; UsageError when the truth has another size.
+    Recording(const RunOptions& options, RunResults& results, ClipReader& reader);
 
     /// The next frame: the node's input and output, and its time. Throws UsageError when the truth has ended.
     void Add(const Nv12& input, const Nv12& output, const FrameTime& time);
@@ -34,13 +29,8 @@ public:
     void Finish();
 
 private:
-    /// What a clip shows, and what of it is measured.
-    enum : size_t { Before, After, Both };
-    struct Clip {
-        size_t shows;
-        std::filesystem::path place;
-        std::unique_ptr<ClipWriter> writer;
-    };
+    /// Of a clip.
+    enum Content : size_t { Before, After, Both };
     struct Shown {
         void AddToMean(const Nv12& picture);
         /// The mean of the last pictures, 8-bit BGR: what stands still is sharp, what moves is blurred.
@@ -53,10 +43,8 @@ private:
     };
 
     void CopyOthers();
-    void CompareWithTruth(const Nv12& output);
     void AddMotion();
-    std::vector<FrameRange> WorseFrames() const;
-    void TellWorseFrames() const;
+    void FindWorseFrames();
     /// The summary, and what else there is to be said.
     void Tell() const;
 
@@ -64,11 +52,11 @@ private:
     RunResults& results_;
     ClipReader& reader_;
     std::optional<Folder> report_;
-    std::vector<Clip> clips_;
+    std::map<Content, ClipWriter> clips_;
     Nv12 sideBySide_;
     Shown before_;
     Shown after_;
-    std::unique_ptr<ClipReader> truth_;
+    std::optional<ClipReader> truth_;
     Nv12 ideal_;
     const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };

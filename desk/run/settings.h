@@ -8,7 +8,6 @@
 #include "desk/abi/node_types.h"
 #include "desk/clip/clip_reader.h"
 #include "desk/clip/clip_writer.h"
-#include "desk/clip/container.h"
 #include "desk/run/progress.h"
 
 namespace desk {

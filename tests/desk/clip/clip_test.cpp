@@ -23,7 +23,9 @@ TEST(Clips, AreReadAsTheyWereWritten) {
     const std::pair<const char*, double> kinds[] = {{"a.mp4", 3}, {"a.mkv", 0}, {"a.y4m", 0}, {"a", 3}};
     for (const auto& [name, tolerance] : kinds) {
         for (const bool fullRange : {true, false}) {
-            const ClipFormat format = {Size, 30000, 1001, fullRange, fullRange ? 5 : 1};
+            ClipFormat format = {Size, {30000, 1001}};
+            format.range = fullRange ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
+            format.matrix = fullRange ? AVCOL_SPC_BT470BG : AVCOL_SPC_BT709;
             desk::ClipWriter writer(folder.path / name, format, true);
             for (int number = 0; number < 5; number++) {
                 desk::Nv12 picture(Size);
@@ -37,9 +39,10 @@ TEST(Clips, AreReadAsTheyWereWritten) {
             const ClipFormat read = reader.Format();
             const bool isFolder = folder.path / name == folder.path / "a";
             EXPECT_EQ(read.size, Size);
-            EXPECT_TRUE(isFolder || std::abs(read.FramesPerSecond() - 30000 / 1001.0) < 1e-3) << name;
-            EXPECT_EQ(read.fullRange, fullRange || isFolder) << name;
-            EXPECT_TRUE(read.matrix == (isFolder ? 5 : format.matrix) || name[2] == 'y') << name;
+            EXPECT_TRUE(isFolder || std::abs(av_q2d(read.rate) - 30000 / 1001.0) < 1e-3) << name;
+            EXPECT_EQ(read.range == AVCOL_RANGE_JPEG, fullRange || isFolder) << name;
+            EXPECT_TRUE(read.matrix == (isFolder ? AVCOL_SPC_BT470BG : format.matrix) || name[2] == 'y')
+                << name;
             desk::Nv12 picture(Size);
             for (int number = 0; number < 5; number++) {
                 ASSERT_TRUE(reader.Read(picture));
