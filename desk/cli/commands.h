@@ -39,21 +39,4 @@ std::pair<CLI::App&, Options&> AddCommand(CLI::App& app, const std::string& name
     return {command, *options};
 }
 
-/// A clip and the grid dump that drives the node.
-struct ReplayOptions : RunOptions {
-    std::filesystem::path grids;
-    std::optional<cv::Size> size;          ///< of the output, pixels; the clip's without
-    std::optional<uint64_t> firstRequest;  ///< request id of the clip's first frame; empty: line n, frame n
-    OnDamage onGap = OnDamage::Stop;       ///< of the dump
-};
-
-/// Adds CLIP, --grids, --first-request and what every run through the node takes. `options` outlives the
-/// parsing.
-void AddReplayOptions(CLI::App& command, ReplayOptions& options);
-
-/// Takes the clip's frames, as they stand, through the node with the grids of the dump. Returns the program's
-/// exit code. Throws DumpError for a dump that cannot drive a node with this clip; UsageError naming a frame
-/// that has no grid; as Pipeline does.
-int RunReplay(const std::string& command, const ReplayOptions& options, Observer* observer = nullptr);
-
 }  // namespace desk

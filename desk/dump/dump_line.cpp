@@ -2,8 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
-#include <cmath>
 #include <ostream>
 
 namespace desk {
@@ -45,19 +43,6 @@ std::vector<cv::Point2d> MeshPoints(const DumpLine& line, DumpKind kind) {
         }
     }
     return points;
-}
-
-std::optional<BadValue> FindBadValue(const DumpLine& line) {
-    constexpr double MaxCoordinate = 65536;
-    const auto isBad = [](double value) { return !(std::abs(value) <= MaxCoordinate); };  // NaN is
-    const auto bad = std::find_if(line.values.begin(), line.values.end(), isBad);
-    if (bad == line.values.end()) {
-        return std::nullopt;
-    }
-    const auto more = std::count_if(bad + 1, line.values.end(), isBad);
-    return BadValue{line.columns[static_cast<size_t>(bad - line.values.begin())], std::isfinite(*bad),
-                    fmt::format("expected a coordinate within {} pixels, got {:.4f}{}", MaxCoordinate, *bad,
-                                more == 0 ? "" : fmt::format(" and {} more such in the line", more))};
 }
 
 }  // namespace desk

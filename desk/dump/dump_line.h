@@ -5,8 +5,6 @@
 #include <cstdint>
 #include <iosfwd>
 #include <opencv2/core.hpp>
-#include <optional>
-#include <string>
 #include <vector>
 
 #include "desk/warp/grid_size.h"
@@ -43,14 +41,5 @@ IPEICAGridTransform ToGrid(const DumpLine& line);
 
 /// The points that are drawn, row by row, MeshColumns in each; a mesh dump ends within a row.
 std::vector<cv::Point2d> MeshPoints(const DumpLine& line, DumpKind kind);
-
-/// A value that is not finite, or so far away that it belongs to no picture.
-struct BadValue {
-    size_t column = 0;  ///< in its line, from 1
-    bool isFinite = false;
-    std::string text;  ///< what was expected, and what is there
-};
-/// The first bad value of a line that was read from a file; empty when all can be computed with.
-std::optional<BadValue> FindBadValue(const DumpLine& line);
 
 }  // namespace desk

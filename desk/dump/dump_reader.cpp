@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <charconv>
 #include <cmath>
-#include <string_view>
 #include <system_error>
 #include <utility>
 
@@ -15,69 +14,6 @@
 
 namespace desk {
 namespace {
-
-/// Takes a line apart from the left. Errors name the column at which they arise.
-class LineScanner {
-public:
-    LineScanner(const std::filesystem::path& file, size_t line, const std::string& text)
-        : file_(file), line_(line), text_(text) {}
-
-    size_t Column() const {
-        return at_ + 1;
-    }
-    bool Skip(std::string_view expected) {
-        if (text_.compare(at_, expected.size(), expected) != 0) {
-            return false;
-        }
-        at_ += expected.size();
-        return true;
-    }
-    template <typename Number>
-    bool Read(Number& number) {
-        const char* end = text_.data() + text_.size();
-        const auto [rest, error] = std::from_chars(text_.data() + at_, end, number);
-        if (error != std::errc()) {
-            return false;
-        }
-        at_ = static_cast<size_t>(rest - text_.data());
-        return true;
-    }
-    [[noreturn]] void Fail(const std::string& expected) const {
-        constexpr size_t Shown = 16;
-        const std::string got =
-            at_ >= text_.size() ? "the end of the line" : fmt::format("\"{}\"", text_.substr(at_, Shown));
-        throw DumpError(file_, line_, Column(), fmt::format("expected {}, got {}", expected, got));
-    }
-
-private:
-    const std::filesystem::path& file_;
-    size_t line_;
-    const std::string& text_;
-    size_t at_ = 0;
-};
-
-/// The values that follow, each after a comma and a blank. A mesh line has every value but the first and the
-/// last twice; the copies must agree.
-void ReadValues(LineScanner& scanner, DumpKind kind, DumpLine& line) {
-    const bool isGrid = kind == DumpKind::Grid;
-    const size_t count = isGrid ? GridValueCount : 2 * (MeshValueCount - 1);
-    for (size_t i = 0; i < count; i++) {
-        double value = 0;
-        const bool isAfterComma = scanner.Skip(", ");
-        const size_t column = scanner.Column();
-        if (!isAfterComma || !scanner.Read(value)) {
-            scanner.Fail(
-                fmt::format("{}value {} of {}", isAfterComma ? "" : "a comma, a blank and ", i + 1, count));
-        }
-        if (isGrid || i == 0 || i % 2 == 1) {
-            line.values.push_back(value);
-            line.columns.push_back(column);
-        } else if (std::isfinite(line.values.back()) && value != line.values.back()) {
-            scanner.Fail(fmt::format("value {} and its copy to agree, but they are {:.4f} and {:.4f}",
-                                     line.values.size(), line.values.back(), value));
-        }
-    }
-}
 
 /// Only a grid has whole numbers, without a decimal point, after its request id.
 bool HasGridHeader(const std::string& text) {
@@ -88,13 +24,10 @@ bool HasGridHeader(const std::string& text) {
 
 }  // namespace
 
-DumpError::DumpError(const std::filesystem::path& file, size_t atLine, size_t atColumn,
-                     const std::string& why)
-    : UsageError(file.string() + (atLine == 0 ? "" : fmt::format(":{}", atLine)) +
-                 (atColumn == 0 ? "" : fmt::format(":{}", atColumn)) + ": " + why),
-      line(atLine),
-      column(atColumn),
-      reason(why) {}
+DumpError::DumpError(const std::filesystem::path& file, DumpFinding what)
+    : UsageError(file.string() + (what.line == 0 ? "" : fmt::format(":{}", what.line)) +
+                 (what.column == 0 ? "" : fmt::format(":{}", what.column)) + ": " + what.text),
+      finding(std::move(what)) {}
 
 DumpReader::DumpReader(std::filesystem::path file)
     : file_(std::move(file)), stream_(gzopen(file_.c_str(), "rb"), &gzclose) {
@@ -103,16 +36,16 @@ DumpReader::DumpReader(std::filesystem::path file)
             "{} cannot be read: Permission denied; expected a dump file of the node", file_.string()));
     }
     if (!stream_ || std::filesystem::is_directory(file_)) {
-        throw DumpError(file_, 0, 0, "cannot be opened, expected a dump file of the node");
+        Refuse(0, 0, "cannot be opened, expected a dump file of the node");
     }
     if (!ReadText()) {
-        throw DumpError(file_, 0, 0, "expected a dump file of the node, got an empty file");
+        Refuse(0, 0, "expected a dump file of the node, got an empty file");
     }
     if (text_.compare(0, 6, "Frame ") != 0) {
         const bool isMarked = text_.rfind("\xEF\xBB\xBF", 0) == 0 || text_.rfind("\xFF\xFE", 0) == 0;
-        throw DumpError(file_, 1, 1,
-                        fmt::format("expected a dump file of the node, whose lines begin with \"Frame \"{}",
-                                    isMarked ? ", got a byte order mark (BOM), as editors write it" : ""));
+        Refuse(1, 1,
+               fmt::format("expected a dump file of the node, whose lines begin with \"Frame \"{}",
+                           isMarked ? ", got a byte order mark (BOM), as editors write it" : ""));
     }
     kind_ = HasGridHeader(text_) ? DumpKind::Grid : DumpKind::TexCoordinates;
     if (kind_ != DumpKind::Grid) {
@@ -141,10 +74,10 @@ bool DumpReader::ReadText() {
     static_cast<void>(stream_ ? gzerror(stream_.get(), &error) : nullptr);
     if (error < 0 || text_.size() == MostBytes) {
         stream_.reset();
-        throw DumpError(file_, std::max<size_t>(line_, 1), 0,
-                        error == Z_ERRNO ? "cannot be read any further: " + ReasonText(errno)
-                        : error < 0      ? "what gzip has compressed is damaged or cut off"
-                                         : "expected a dump's line, got one of more than a million bytes");
+        Refuse(std::max<size_t>(line_, 1), 0,
+               error == Z_ERRNO ? "cannot be read any further: " + ReasonText(errno)
+               : error < 0      ? "what gzip has compressed is damaged or cut off"
+                                : "expected a dump's line, got one of more than a million bytes");
     }
     return isComplete_ || !text_.empty();
 }
@@ -157,35 +90,96 @@ std::optional<DumpLine> DumpReader::Next() {
     return Parse();
 }
 
+void DumpReader::RequireCoordinates(const DumpLine& line) const {
+    constexpr double MaxCoordinate = 65536;
+    const auto isBad = [](double value) { return !(std::abs(value) <= MaxCoordinate); };  // NaN is
+    const auto bad = std::find_if(line.values.begin(), line.values.end(), isBad);
+    if (bad == line.values.end()) {
+        return;
+    }
+    const auto more = std::count_if(bad + 1, line.values.end(), isBad);
+    const size_t column = line.columns[static_cast<size_t>(bad - line.values.begin())];
+    throw DumpError(file_,
+                    {line.number, column, std::isfinite(*bad) ? "out-of-range" : "not-finite",
+                     fmt::format("expected a coordinate within {} pixels, got {:.4f}{}", MaxCoordinate, *bad,
+                                 more == 0 ? "" : fmt::format(" and {} more such in the line", more)),
+                     line.requestId});
+}
+
+bool DumpReader::Skip(std::string_view expected) {
+    const bool isNext = text_.compare(at_, expected.size(), expected) == 0;
+    at_ += isNext ? expected.size() : 0;
+    return isNext;
+}
+
+template <typename Number>
+bool DumpReader::Read(Number& number) {
+    const auto [rest, error] = std::from_chars(text_.data() + at_, text_.data() + text_.size(), number);
+    at_ = error == std::errc() ? static_cast<size_t>(rest - text_.data()) : at_;
+    return error == std::errc();
+}
+
+void DumpReader::Refuse(size_t line, size_t column, const std::string& why) const {
+    throw DumpError(file_, {line, column, "malformed", why, request_});
+}
+
+void DumpReader::Miss(const std::string& expected) const {
+    constexpr size_t Shown = 16;
+    const std::string got =
+        at_ >= text_.size() ? "the end of the line" : fmt::format("\"{}\"", text_.substr(at_, Shown));
+    Refuse(line_, at_ + 1, fmt::format("expected {}, got {}", expected, got));
+}
+
 DumpLine DumpReader::Parse() {
     DumpLine line;
     line.number = line_;
-    LineScanner scanner(file_, line.number, text_);
-    if (!scanner.Skip("Frame ") || !scanner.Read(line.requestId)) {
-        scanner.Fail("\"Frame \" and a request id");
+    at_ = 0;
+    if (!Skip("Frame ") || !Read(line.requestId)) {
+        Miss("\"Frame \" and a request id");
     }
     request_ = line.requestId;
     if (!text_.empty() && text_.back() == '\r') {
-        throw DumpError(
-            file_, line_, text_.size(),
-            "expected a line feed alone at the line's end, got a carriage return before it (CRLF), "
-            "with which Windows ends lines");
+        Refuse(line_, text_.size(),
+               "expected a line feed alone at the line's end, got a carriage return before it (CRLF), "
+               "with which Windows ends lines");
     }
     if (kind_ == DumpKind::Grid) {
         for (uint32_t& number : line.header) {
-            if (!scanner.Skip(", ") || !scanner.Read(number)) {
-                scanner.Fail("a whole number of the header");
+            if (!Skip(", ") || !Read(number)) {
+                Miss("a whole number of the header");
             }
         }
     }
-    ReadValues(scanner, kind_, line);
-    if (!scanner.Skip(" ") || scanner.Column() <= text_.size()) {
-        scanner.Fail(fmt::format("a blank and the end of the line after {} values", line.columns.size()));
+    ParseValues(line);
+    if (!Skip(" ") || at_ < text_.size()) {
+        Miss(fmt::format("a blank and the end of the line after {} values", line.columns.size()));
     }
     if (!isComplete_) {
-        scanner.Fail("a line feed: the file is cut off");
+        Miss("a line feed: the file is cut off");
     }
     return line;
+}
+
+/// The values that follow, each after a comma and a blank. A mesh line has every value but the first and the
+/// last twice; the copies must agree.
+void DumpReader::ParseValues(DumpLine& line) {
+    const bool isGrid = kind_ == DumpKind::Grid;
+    const size_t count = isGrid ? GridValueCount : 2 * (MeshValueCount - 1);
+    for (size_t i = 0; i < count; i++) {
+        double value = 0;
+        const bool isAfterComma = Skip(", ");
+        const size_t column = at_ + 1;
+        if (!isAfterComma || !Read(value)) {
+            Miss(fmt::format("{}value {} of {}", isAfterComma ? "" : "a comma, a blank and ", i + 1, count));
+        }
+        if (isGrid || i == 0 || i % 2 == 1) {
+            line.values.push_back(value);
+            line.columns.push_back(column);
+        } else if (std::isfinite(line.values.back()) && value != line.values.back()) {
+            Miss(fmt::format("value {} and its copy to agree, but they are {:.4f} and {:.4f}",
+                             line.values.size(), line.values.back(), value));
+        }
+    }
 }
 
 }  // namespace desk

@@ -6,22 +6,34 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "desk/base/usage_error.h"
 #include "desk/dump/dump_line.h"
+#include "desk/warp/warp_map.h"
 
 struct gzFile_s;
 
 namespace desk {
 
-/// Something in a dump that cannot be read or used. The text is the reason after file, line and column.
-struct DumpError : UsageError {
-    /// Line and column count from 1; 0 leaves them out.
-    DumpError(const std::filesystem::path& file, size_t atLine, size_t atColumn, const std::string& why);
+/// Something in a dump that a node should not be given.
+struct DumpFinding {
+    size_t line = 0;    ///< from 1; 0 when it concerns the file as a whole
+    size_t column = 0;  ///< from 1; 0 when it concerns the line as a whole
+    std::string kind;   ///< as docs/DUMPS.md has them
+    std::string text;
+    std::optional<uint64_t> request = std::nullopt;   ///< empty when the line's cannot be read
+    std::optional<uint64_t> previous = std::nullopt;  ///< the other request, of a finding about two
+    std::optional<Side> side = std::nullopt;          ///< of the input
+    double pixels = 0;                                ///< beyond that side
+};
 
-    size_t line;
-    size_t column;
-    std::string reason;
+/// A finding with which a line or the dump cannot be read or used. Its text stands after file, line and
+/// column.
+struct DumpError : UsageError {
+    DumpError(const std::filesystem::path& file, DumpFinding what);
+
+    DumpFinding finding;
 };
 
 /// Reads a dump line by line, as the node wrote it or compressed by gzip.
@@ -42,20 +54,28 @@ public:
     /// call then goes on with the line after it. What cannot be read any further ends there.
     std::optional<DumpLine> Next();
 
-    /// The request id of the line that was read last; empty when it has none that can be read.
-    std::optional<uint64_t> Request() const {
-        return request_;
-    }
+    /// Throws DumpError for a value of the line that is not finite, or so far away that it belongs to no
+    /// picture.
+    void RequireCoordinates(const DumpLine& line) const;
 
 private:
     bool ReadText();
     DumpLine Parse();
+    void ParseValues(DumpLine& line);
+    /// These two take the line apart from the left; false when something else comes next.
+    bool Skip(std::string_view expected);
+    template <typename Number>
+    bool Read(Number& number);
+    [[noreturn]] void Refuse(size_t line, size_t column, const std::string& why) const;
+    /// Names what comes next in the line, too.
+    [[noreturn]] void Miss(const std::string& expected) const;
 
     std::filesystem::path file_;
     std::unique_ptr<gzFile_s, int (*)(gzFile_s*)> stream_;
-    size_t line_ = 0;   ///< that was read last
-    std::string text_;  ///< of it
-    std::optional<uint64_t> request_;
+    size_t line_ = 0;                  ///< that was read last
+    std::string text_;                 ///< of it
+    size_t at_ = 0;                    ///< what comes next in it
+    std::optional<uint64_t> request_;  ///< of the line; empty when none can be read
     bool isComplete_ = false;
     bool isAhead_ = true;  ///< the line has yet to be given out
     DumpKind kind_ = DumpKind::Grid;

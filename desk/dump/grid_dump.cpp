@@ -2,12 +2,10 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <array>
 #include <optional>
 
 #include "desk/dump/dump_checks.h"
-#include "desk/dump/dump_reader.h"
 
 namespace desk {
 namespace {
@@ -41,50 +39,39 @@ bool Fits(const DumpLine& line, cv::Size input) {
 
 }  // namespace
 
-GridDump::GridDump(const std::filesystem::path& file, cv::Size input, bool byRequest) {
+std::map<uint64_t, IPEICAGridTransform> ReadGrids(const std::filesystem::path& file, cv::Size input,
+                                                  bool byRequest) {
     DumpReader reader(file);
     if (reader.Kind() != DumpKind::Grid) {
-        throw DumpError(file, 0, 0,
-                        fmt::format("expected a grid dump, got a {} dump", NameOf(reader.Kind())));
+        throw UsageError(
+            fmt::format("{}: expected a grid dump, got a {} dump", file.string(), NameOf(reader.Kind())));
     }
-    RequestOrder order;
+    std::map<uint64_t, IPEICAGridTransform> grids;
+    std::vector<LineRequest> requests;
     while (const std::optional<DumpLine> line = reader.Next()) {
-        const auto fail = [&](size_t column, const std::string& reason) {
-            throw DumpError(file, line->number, column, reason);
-        };
-        if (const std::optional<BadValue> bad = FindBadValue(*line)) {
-            fail(bad->column, bad->text);
-        }
+        reader.RequireCoordinates(*line);
         if (!Fits(*line, input)) {
-            fail(0, fmt::format(
-                        "expected a grid for an input of {} x {}, got one that spans {:.0f} x {:.0f} pixels",
-                        input.width, input.height, Span(*line).x, Span(*line).y));
+            const cv::Point2d span = Span(*line);
+            throw DumpError(file, {line->number, 0, "",
+                                   fmt::format("expected a grid for an input of {} x {}, got one that spans "
+                                               "{:.0f} x {:.0f} pixels",
+                                               input.width, input.height, span.x, span.y)});
         }
-        order.Add(line->number, line->requestId);
-        lines_.push_back({line->requestId, ToGrid(*line)});
+        requests.push_back({line->number, line->requestId});
+        grids.emplace(line->requestId, ToGrid(*line));
     }
     DumpFindings findings;
-    order.Check(findings);
-    for (const DumpFinding& finding : findings.first) {
-        if (finding.kind == "repeated-request") {
-            throw DumpError(file, finding.line, finding.column,
-                            finding.text + "; expected every request id once");
-        }
-        if (!byRequest) {
-            throw DumpError(file, finding.line, finding.column,
-                            finding.text +
-                                "; expected the request id of the clip's first frame with "
-                                "--first-request, or --gaps skip to leave out frames without a line");
+    CheckOrder(requests, findings);
+    for (DumpFinding& finding : findings.first) {
+        const bool isTwice = finding.kind == "repeated-request";
+        if (isTwice || !byRequest) {
+            finding.text += isTwice ? "; expected every request id once"
+                                    : "; expected the request id of the clip's first frame with "
+                                      "--first-request, or --gaps skip to leave out frames without a line";
+            throw DumpError(file, finding);
         }
     }
-    std::sort(lines_.begin(), lines_.end(),
-              [](const Line& a, const Line& b) { return a.requestId < b.requestId; });
-}
-
-const GridDump::Line* GridDump::Find(uint64_t requestId) const {
-    const auto found = std::lower_bound(lines_.begin(), lines_.end(), requestId,
-                                        [](const Line& line, uint64_t id) { return line.requestId < id; });
-    return found != lines_.end() && found->requestId == requestId ? &*found : nullptr;
+    return grids;
 }
 
 }  // namespace desk

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <filesystem>
 #include <string>
 
@@ -19,6 +20,8 @@ constexpr const char* Inputs = "Inputs";
 
 /// What a command makes, as its help says. A folder that it puts files into may hold others.
 constexpr const char *MakesFile = "FILE", *MakesClip = "CLIP", *MakesFolder = "FOLDER";
+/// What follows a dump's name in those of its pictures.
+constexpr std::array<const char*, 2> PictureEndings = {"_mesh.svg", "_margin.svg"};
 /// The name of something that the command makes.
 CLI::Option* AddOutput(CLI::App& command, const std::string& name, const char* kind,
                        std::filesystem::path& place, const std::string& description);
