@@ -22,9 +22,9 @@ void AddVerify(CLI::App& app, int& status);
 void AddDiff(CLI::App& app, int& status);
 void AddSynth(CLI::App& app, int& status);
 
-/// Adds a subcommand with its example, which is shown below the help, and has it call `run` with its options
-/// when everything on the command line is in order. Returns the subcommand and the options, which it owns and
-/// which are still to be added to it.
+/// Adds a subcommand with -y and its example, which is shown below the help, and has it call `run` with its
+/// options when everything on the command line is in order. Returns the subcommand and the options, which it
+/// owns and which are still to be added to it.
 template <typename Options, typename Run>
 std::pair<CLI::App&, Options&> AddCommand(CLI::App& app, const std::string& name,
                                           const std::string& description, const std::string& example,
@@ -32,6 +32,7 @@ std::pair<CLI::App&, Options&> AddCommand(CLI::App& app, const std::string& name
     CLI::App& command = *app.add_subcommand(name, description);
     command.footer("Example:\n  " + example);
     const auto options = std::make_shared<Options>();
+    command.add_flag("-y,--overwrite", options->overwrite, "replace what exists");
     command.callback([&command, &status, options, run] {
         RequireOutputs(command);
         status = run(*options);

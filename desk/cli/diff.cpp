@@ -222,7 +222,6 @@ void AddDiff(CLI::App& app, int& status) {
                     "by which values may differ: pixels of a grid [0.001], the unit of a mesh [0.0001]")
         ->check(CLI::NonNegativeNumber);
     AddJson(command, options.json);
-    AddOverwrite(command, options.overwrite);
 }
 
 }  // namespace desk

@@ -121,7 +121,6 @@ void AddInspect(CLI::App& app, int& status) {
     AddOutput(command, "--pictures", MakesFolder, options.pictures,
               "for pictures of the mesh and of margin use");
     AddJson(command, options.json);
-    AddOverwrite(command, options.overwrite);
 }
 
 }  // namespace desk

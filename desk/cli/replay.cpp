@@ -5,7 +5,7 @@
 
 #include "desk/base/usage_error.h"
 #include "desk/cli/commands.h"
-#include "desk/dump/grid_dump.h"
+#include "desk/dump/dump_checks.h"
 #include "desk/output/output.h"
 #include "desk/output/say.h"
 #include "desk/report/page.h"
@@ -88,7 +88,73 @@ private:
     double worstError_ = 0;
 };
 
+/// Enabled, by their request ids.
 using Grids = std::map<uint64_t, IPEICAGridTransform>;
+
+/// Mean distance between the mesh's first and last column or row, in input pixels: the input's size, when the
+/// grid neither zooms nor folds.
+cv::Point2d Span(const DumpLine& line) {
+    const std::vector<cv::Point2d> points = MeshPoints(line, DumpKind::Grid);
+    cv::Point2d span;
+    for (auto row = points.begin(); row != points.end(); row += MeshColumns) {
+        span.x += (row[MeshColumns - 1].x - row[0].x) / MeshRows;
+    }
+    for (auto column = points.begin(); column != points.begin() + MeshColumns; ++column) {
+        span.y += (column[MeshVertices - MeshColumns].y - column[0].y) / MeshColumns;
+    }
+    return span;
+}
+
+/// Whether a line's grid may be for an input of this size: it says so, or it spans it more or less.
+bool Fits(const DumpLine& line, cv::Size input) {
+    // Warps zoom by a few per cent; more comes from a picture of another size.
+    constexpr double MostZoom = 1.25;
+    const cv::Point2d span = Span(line);
+    const auto spans = [](double part, int whole) {
+        return part * MostZoom >= whole && part <= whole * MostZoom;
+    };
+    const std::array<uint32_t, 2> size = {static_cast<uint32_t>(input.width),
+                                          static_cast<uint32_t>(input.height)};
+    return line.header == size || (spans(span.x, input.width) && spans(span.y, input.height));
+}
+
+/// The grids of a whole grid dump that is fit to drive a node; there is at least one. Throws UsageError when
+/// the file is no grid dump, a line is malformed or has a bad value, a request id comes twice, or a grid
+/// cannot have been made for an input of this size; and unless lines are found by their request ids, when
+/// these do not rise by one from line to line.
+Grids ReadGrids(const std::filesystem::path& file, cv::Size input, bool byRequest) {
+    DumpReader reader(file);
+    if (reader.Kind() != DumpKind::Grid) {
+        throw UsageError(
+            fmt::format("{}: expected a grid dump, got a {} dump", file.string(), NameOf(reader.Kind())));
+    }
+    Grids grids;
+    std::vector<std::optional<uint64_t>> requests;
+    while (const std::optional<DumpLine> line = reader.Next()) {
+        reader.RequireCoordinates(*line);
+        if (!Fits(*line, input)) {
+            const cv::Point2d span = Span(*line);
+            throw DumpError(file, {line->number, 0, "",
+                                   fmt::format("expected a grid for an input of {} x {}, got one that spans "
+                                               "{:.0f} x {:.0f} pixels",
+                                               input.width, input.height, span.x, span.y)});
+        }
+        requests.emplace_back(line->requestId);
+        grids.emplace(line->requestId, ToGrid(*line));
+    }
+    DumpFindings findings;
+    CheckOrder(requests, findings);
+    for (DumpFinding& finding : findings.first) {
+        const bool isTwice = finding.kind == "repeated-request";
+        if (isTwice || !byRequest) {
+            finding.text += isTwice ? "; expected every request id once"
+                                    : "; expected the request id of the clip's first frame with "
+                                      "--first-request, or --gaps skip to leave out frames without a line";
+            throw DumpError(file, finding);
+        }
+    }
+    return grids;
+}
 
 /// The grid of a frame, counted from 0 in the clip; the end where gaps are skipped and it has none. Throws
 /// UsageError naming the frame otherwise.

@@ -41,18 +41,18 @@ public:
     }
 
     DumpCheck Run() {
-        std::vector<LineRequest> requests;
+        std::vector<std::optional<uint64_t>> requests;
         for (bool isMore = true; isMore;) {
             try {
                 const std::optional<DumpLine> line = reader_.Next();
                 isMore = line.has_value();
                 if (isMore) {
                     reader_.RequireCoordinates(*line);
-                    requests.push_back({line->number, line->requestId});
+                    requests.emplace_back(line->requestId);
                     CheckLine(*line);
                 }
             } catch (const DumpError& error) {
-                requests.push_back({error.finding.line, error.finding.request});
+                requests.push_back(error.finding.request);
                 check_.findings.Add(error.finding);
             }
         }
@@ -181,16 +181,16 @@ size_t DumpFindings::Count() const {
                            [](size_t sum, const auto& kind) { return sum + kind.second; });
 }
 
-void CheckOrder(const std::vector<LineRequest>& lines, DumpFindings& findings) {
+void CheckOrder(const std::vector<std::optional<uint64_t>>& requests, DumpFindings& findings) {
     struct Line {
         uint64_t request, previous;
         size_t line, unreadable;  ///< how many before it could not be read
     };
     std::vector<Line> readable;
-    for (const auto& [line, request] : lines) {
-        if (request) {
+    for (size_t i = 0; i < requests.size(); i++) {
+        if (const std::optional<uint64_t>& request = requests[i]) {
             const uint64_t previous = readable.empty() ? *request : readable.back().request;
-            readable.push_back({*request, previous, line, line - 1 - readable.size()});
+            readable.push_back({*request, previous, i + 1, i - readable.size()});
         }
     }
     std::sort(readable.begin(), readable.end(), [](const Line& a, const Line& b) {

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "desk/dump/dump_reader.h"
+#include "desk/dump/dump_file.h"
 #include "desk/warp/sizing.h"
 #include "desk/warp/warp_map.h"
 
@@ -26,15 +26,9 @@ struct DumpFindings {
     std::map<std::string, size_t> counts;  ///< by kind
 };
 
-/// A line and the request id in it, which is empty when it cannot be read.
-struct LineRequest {
-    size_t line = 0;
-    std::optional<uint64_t> request;
-};
-
-/// Finds repeated-request, reversed-request and gap among all lines of a dump. A line that cannot be read
-/// fills a gap.
-void CheckOrder(const std::vector<LineRequest>& lines, DumpFindings& findings);
+/// Finds repeated-request, reversed-request and gap among the request ids of all lines of a dump. One that
+/// cannot be read, which is empty, fills a gap.
+void CheckOrder(const std::vector<std::optional<uint64_t>>& requests, DumpFindings& findings);
 
 /// What is kept of one good line.
 struct DumpFrame {

@@ -121,10 +121,6 @@ void AddJson(CLI::App& command, std::filesystem::path& json) {
     AddOutput(command, "--json", MakesFile, json, "the results; - for stdout");
 }
 
-void AddOverwrite(CLI::App& command, bool& overwrite) {
-    command.add_flag("-y,--overwrite", overwrite, "replace what exists");
-}
-
 CLI::Option* AddLibrary(CLI::App& command, std::filesystem::path& library) {
     return command.add_option("--library", library, "another node library than the one beside the program")
         ->group(Inputs);
@@ -166,7 +162,6 @@ void AddNodeOptions(CLI::App& command, RunOptions& options) {
     AddJson(command, options.json);
     AddOutput(command, "--report", MakesFolder, options.report, "for a report as HTML and JSON");
     AddProgress(command, options.progress);
-    AddOverwrite(command, options.overwrite);
 }
 
 void AddRecordingOptions(CLI::App& command, RunOptions& options) {
@@ -202,8 +197,8 @@ void RequireOutputs(const CLI::App& command) {
             onStdout++;
         } else if (option->get_group() == Outputs && !names.empty()) {
             const std::filesystem::path place = names.back();
-            RequireNoDevice(place);
             const bool isFolder = kind == MakesFolder;
+            RequireFree(place, true);  // what it is; whether it may go is of no account if it is read, too
             const std::vector<std::filesystem::path> made =
                 isFolder ? FilesIn(*option, command) : std::vector{place};
             outputs.insert(outputs.end(), made.begin(), made.end());
@@ -225,7 +220,6 @@ void RequireOutputs(const CLI::App& command) {
     }
     RequireApart(inputs, outputs);
     for (const std::filesystem::path& output : outputs) {
-        RequireNoDevice(output);
         RequireFree(output, overwrite);
     }
     for (const std::filesystem::path& file : tried) {

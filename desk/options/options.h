@@ -34,7 +34,6 @@ void AddJson(CLI::App& command, std::filesystem::path& json);
 void AddStopOrSkip(CLI::App& command, const std::string& name, const std::string& description,
                    OnDamage& choice);
 CLI::Option* AddLibrary(CLI::App& command, std::filesystem::path& library);
-void AddOverwrite(CLI::App& command, bool& overwrite);
 /// --codec and --crf.
 void AddEncoding(CLI::App& command, Encoding& encoding);
 /// How a clip goes through the node, and where it is told what came of it.
