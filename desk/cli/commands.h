@@ -22,9 +22,9 @@ void AddVerify(CLI::App& app, int& status);
 void AddDiff(CLI::App& app, int& status);
 void AddSynth(CLI::App& app, int& status);
 
-/// Adds a subcommand with its example, which is shown below the help, and has it call `run` with its options
-/// when everything on the command line is in order. Returns the subcommand and the options, which it owns and
-/// which are still to be added to it.
+/// Adds a subcommand with -y and its example, which is shown below the help, and has it call `run` with its
+/// options when everything on the command line is in order. Returns the subcommand and the options, which it
+/// owns and which are still to be added to it.
 template <typename Options, typename Run>
 std::pair<CLI::App&, Options&> AddCommand(CLI::App& app, const std::string& name,
                                           const std::string& description, const std::string& example,
@@ -32,28 +32,12 @@ std::pair<CLI::App&, Options&> AddCommand(CLI::App& app, const std::string& name
     CLI::App& command = *app.add_subcommand(name, description);
     command.footer("Example:\n  " + example);
     const auto options = std::make_shared<Options>();
+    command.add_flag("-y,--overwrite", options->overwrite, "replace what exists");
     command.callback([&command, &status, options, run] {
         RequireOutputs(command);
         status = run(*options);
     });
     return {command, *options};
 }
-
-/// A clip and the grid dump that drives the node.
-struct ReplayOptions : RunOptions {
-    std::filesystem::path grids;
-    std::optional<cv::Size> size;          ///< of the output, pixels; the clip's without
-    std::optional<uint64_t> firstRequest;  ///< request id of the clip's first frame; empty: line n, frame n
-    OnDamage onGap = OnDamage::Stop;       ///< of the dump
-};
-
-/// Adds CLIP, --grids, --first-request and what every run through the node takes. `options` outlives the
-/// parsing.
-void AddReplayOptions(CLI::App& command, ReplayOptions& options);
-
-/// Takes the clip's frames, as they stand, through the node with the grids of the dump. Returns the program's
-/// exit code. Throws DumpError for a dump that cannot drive a node with this clip; UsageError naming a frame
-/// that has no grid; as Pipeline does.
-int RunReplay(const std::string& command, const ReplayOptions& options, Observer* observer = nullptr);
 
 }  // namespace desk

@@ -10,7 +10,6 @@
 #include "desk/base/usage_error.h"
 #include "desk/cli/commands.h"
 #include "desk/dump/dump_checks.h"
-#include "desk/dump/dump_reader.h"
 #include "desk/output/say.h"
 #include "desk/report/results.h"
 
@@ -40,7 +39,8 @@ struct DiffResult {
     double most = -1;     ///< the largest difference; -1 for none
     std::string first;    ///< what differs first in a request's two lines, in words; empty when nothing does
     std::string largest;  ///< what differs most
-    std::vector<OnlyIn> onlyIn;
+    std::vector<OnlyIn> onlyIn;  ///< as many as are shown
+    size_t onlyInCount = 0;      ///< all of them
 
     void Add(const std::string& text, double size) {
         first = first.empty() ? text : first;
@@ -141,19 +141,19 @@ DiffResult Compare(std::array<DumpReader, 2>& dumps, double tolerance) {
             miss(dump);
         }
     }
+    result.onlyInCount = result.onlyIn.size();
+    result.onlyIn.resize(std::min(result.onlyInCount, DumpFindings::MostOfAKind));
     return result;
 }
 
 void Print(const DiffOptions& options, const DiffResult& result) {
-    const std::vector<OnlyIn>& missing = result.onlyIn;
-    for (size_t i = 0; i < std::min(missing.size(), DumpFindings::MostOfAKind); i++) {
-        const auto& [dump, first, last] = missing[i];
+    for (const auto& [dump, first, last] : result.onlyIn) {
         Say(stdout, "only in {}: request{}", options.dumps[dump].string(),
             first == last ? fmt::format(" {}", first) : fmt::format("s {} to {}", first, last));
     }
-    if (missing.size() > DumpFindings::MostOfAKind) {
-        Say(stdout, "{} such ranges in all, of which the first {} are shown", missing.size(),
-            DumpFindings::MostOfAKind);
+    if (result.onlyInCount > result.onlyIn.size()) {
+        Say(stdout, "{} such ranges in all, of which the first {} are shown", result.onlyInCount,
+            result.onlyIn.size());
     }
     if (!result.first.empty()) {
         Say(stdout, "first: {}", result.first);
@@ -170,9 +170,9 @@ int RunDiff(const DiffOptions& options) {
     std::array<DumpReader, 2> dumps = {DumpReader(options.dumps[0]), DumpReader(options.dumps[1])};
     const DumpKind kind = dumps[0].Kind();
     if (dumps[1].Kind() != kind) {
-        throw DumpError(options.dumps[1], 0, 0,
-                        fmt::format("expected a {} dump, as {} is, got a {} dump", NameOf(kind),
-                                    options.dumps[0].string(), NameOf(dumps[1].Kind())));
+        throw UsageError(fmt::format("{}: expected a {} dump, as {} is, got a {} dump",
+                                     options.dumps[1].string(), NameOf(kind), options.dumps[0].string(),
+                                     NameOf(dumps[1].Kind())));
     }
     constexpr double OfGrid = 0.001;   // of a pixel, which no picture shows
     constexpr double OfMesh = 0.0001;  // the last decimal
@@ -180,8 +180,7 @@ int RunDiff(const DiffOptions& options) {
         Compare(dumps, options.tolerance.value_or(kind == DumpKind::Grid ? OfGrid : OfMesh));
     const bool isEqual = result.differingLines == 0;
     Json onlyIn = Json::array();
-    for (size_t i = 0; i < std::min(result.onlyIn.size(), DumpFindings::MostOfAKind); i++) {
-        const auto& [dump, first, last] = result.onlyIn[i];
+    for (const auto& [dump, first, last] : result.onlyIn) {
         onlyIn.push_back(
             {{"dump", options.dumps[dump].string()}, {"first_request", first}, {"last_request", last}});
     }
@@ -194,7 +193,7 @@ int RunDiff(const DiffOptions& options) {
                {"lines", result.lines},
                {"differing_lines", result.differingLines},
                {"only_in", onlyIn},
-               {"only_in_count", result.onlyIn.size()},
+               {"only_in_count", result.onlyInCount},
                {"values", result.values},
                {"differing_values", result.differingValues},
                {"mean_difference", result.Mean()},
@@ -223,7 +222,6 @@ void AddDiff(CLI::App& app, int& status) {
                     "by which values may differ: pixels of a grid [0.001], the unit of a mesh [0.0001]")
         ->check(CLI::NonNegativeNumber);
     AddJson(command, options.json);
-    AddOverwrite(command, options.overwrite);
 }
 
 }  // namespace desk

@@ -22,16 +22,6 @@ struct InspectOptions {
     bool overwrite = false;
 };
 
-/// As far as the options tell them. A margin makes the input larger as the node asks for it.
-WarpSizes SizesOf(const InspectOptions& options) {
-    WarpSizes sizes;
-    sizes.output = options.size.value_or(cv::Size());
-    if (options.margin) {
-        sizes.input = InputFor(sizes.output, *options.margin);
-    }
-    return sizes;
-}
-
 std::string MarginPicture(const DumpCheck& check) {
     std::vector<SideUse> used;
     for (const DumpFrame& frame : check.frames) {
@@ -42,40 +32,18 @@ std::string MarginPicture(const DumpCheck& check) {
                       {{"horizontal margin", margin.width / 2.0}, {"vertical margin", margin.height / 2.0}});
 }
 
-/// Of a dump's mesh, and of its margin.
-std::array<std::filesystem::path, 2> PicturesOf(const InspectOptions& options,
-                                                const std::filesystem::path& dump) {
-    const std::string stem = (options.pictures / dump.stem()).string();
-    return {stem + "_mesh.svg", stem + "_margin.svg"};
-}
-
-/// Before the first dump is read, as RequireOutputs does for files that are named.
-void RequirePictures(const InspectOptions& options) {
-    std::vector<std::filesystem::path> files;
-    for (const std::filesystem::path& dump : options.dumps) {
-        for (const std::filesystem::path& picture : PicturesOf(options, dump)) {
-            RequireNoDevice(picture);
-            RequireFree(picture, options.overwrite);
-            files.push_back(picture);
-        }
-    }
-    if (!options.json.empty() && options.json != "-") {
-        files.push_back(options.json);
-    }
-    RequireApart(options.dumps, files);
-}
-
 void WritePictures(const InspectOptions& options, const std::filesystem::path& dump, const DumpCheck& check) {
     if (options.pictures.empty() || check.frames.empty()) {
         return;
     }
     const Folder folder(options.pictures);
-    const auto [mesh, margin] = PicturesOf(options, dump);
+    const std::string stem = (options.pictures / dump.stem()).string();
     const std::string title = fmt::format("{}, line {}", dump.filename().string(), check.pointsLine);
     const cv::Size2d frame = check.kind == DumpKind::Grid ? cv::Size2d(check.sizes.input) : cv::Size2d();
-    WriteWhole(mesh, DrawMesh(title, check.points, MeshColumns, frame), options.overwrite);
+    WriteWhole(stem + PictureEndings[0], DrawMesh(title, check.points, MeshColumns, frame),
+               options.overwrite);
     if (check.sizes.IsKnown()) {
-        WriteWhole(margin, MarginPicture(check), options.overwrite);
+        WriteWhole(stem + PictureEndings[1], MarginPicture(check), options.overwrite);
     }
 }
 
@@ -121,12 +89,12 @@ void Print(const std::filesystem::path& dump, const DumpCheck& check) {
 }
 
 int RunInspect(const InspectOptions& options) {
-    const WarpSizes sizes = SizesOf(options);
+    WarpSizes sizes = {{}, options.size.value_or(cv::Size())};
+    if (options.margin) {
+        sizes.input = InputFor(sizes.output, *options.margin);
+    }
     Json dumps = Json::array();
     bool isClean = true;
-    if (!options.pictures.empty()) {
-        RequirePictures(options);
-    }
     for (const std::filesystem::path& dump : options.dumps) {
         const DumpCheck check = CheckDump(dump, sizes);
         isClean = isClean && check.findings.first.empty();
@@ -153,7 +121,6 @@ void AddInspect(CLI::App& app, int& status) {
     AddOutput(command, "--pictures", MakesFolder, options.pictures,
               "for pictures of the mesh and of margin use");
     AddJson(command, options.json);
-    AddOverwrite(command, options.overwrite);
 }
 
 }  // namespace desk

@@ -40,18 +40,17 @@ size_t Distance(const std::string& word, const std::string& other) {
     return row.back();
 }
 
-/// What was probably meant by the first word that nobody knows: one of which at most a third is different.
-std::string Hint(const CLI::App& app) {
-    const std::vector<std::string> unknown = app.remaining(true);
+/// What was probably meant by a word that nobody knows: one of which at most a third is different.
+std::string Hint(const CLI::App& app, const std::string& unknown) {
     const std::vector<CLI::App*> named = app.get_subcommands();
     std::vector<std::string> known;
     for (const CLI::Option* option : (named.empty() ? app : *named.front()).get_options()) {
-        known.push_back("--" + (option->get_lnames().empty() ? "" : option->get_lnames().front()));
+        known.push_back(option->get_name());
     }
     for (const CLI::App* command : app.get_subcommands([&](const CLI::App*) { return named.empty(); })) {
         known.push_back(command->get_name());
     }
-    const std::string word = unknown.empty() ? "" : unknown.front().substr(0, unknown.front().find('='));
+    const std::string word = unknown.substr(0, unknown.find('='));
     const auto nearest = std::min_element(known.begin(), known.end(), [&](const auto& a, const auto& b) {
         return Distance(word, a) < Distance(word, b);
     });
@@ -63,13 +62,13 @@ std::string Text(const CLI::App& app, const CLI::ParseError& error) {
     const std::vector<std::string> unknown = app.remaining(true);
     const std::string name = unknown.empty() ? "" : unknown.front();
     if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr) {
-        return error.what() + Hint(app);
+        return error.what() + Hint(app, name);
     }
     if (app.get_subcommands().empty() && dynamic_cast<const CLI::RequiredError*>(&error) != nullptr) {
-        return (name.empty() ? "" : fmt::format("{} is no command{}; ", name, Hint(app))) +
+        return (name.empty() ? "" : fmt::format("{} is no command{}; ", name, Hint(app, name))) +
                "expected a command: stabilise, replay, inspect, verify, diff or synth";
     }
-    return error.what() + (name.empty() ? "" : fmt::format("; {} is not expected{}", name, Hint(app)));
+    return error.what() + (name.empty() ? "" : fmt::format("; {} is not expected{}", name, Hint(app, name)));
 }
 
 /// What somebody has to know who reports a fault of the program or of a node. Throws as NodeLibrary and

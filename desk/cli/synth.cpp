@@ -8,7 +8,7 @@
 #include "desk/cli/commands.h"
 #include "desk/clip/clip_reader.h"
 #include "desk/clip/clip_writer.h"
-#include "desk/dump/dump_line.h"
+#include "desk/dump/dump_file.h"
 #include "desk/output/output.h"
 #include "desk/synth/scene.h"
 #include "desk/synth/shaky_camera.h"
@@ -40,23 +40,20 @@ public:
     explicit World(const SynthOptions& options)
         : photo_(options.photo == StdStream ? cv::Mat()
                                             : cv::imread(options.photo.string(), cv::IMREAD_COLOR)) {
-        const bool isFolder = std::filesystem::is_directory(options.photo);
+        const double rate = options.framesPerSecond.value_or(ClipReader::UsualRate);
         if (photo_.empty()) {
-            clip_.emplace(options.photo, options.frames, OnDamage::Stop, Orientation::Upright,
-                          options.framesPerSecond.value_or(ClipReader::UsualRate));
+            clip_.emplace(options.photo, options.frames, OnDamage::Stop, Orientation::Upright, rate);
             format_ = clip_->Format();
             picture_ = Nv12(format_.size / 2 * 2);
             clip_->TellLosses(picture_.luma.size());
-        } else {
-            format_.rate = av_d2q(options.framesPerSecond.value_or(ClipReader::UsualRate), 1000);
-        }
-        const FrameRange all;
-        if (clip_ && !isFolder && options.framesPerSecond) {
-            throw UsageError(options.photo.string() +
-                             " is a clip and has a rate of its own; expected no --fps with it");
-        }
-        if (!clip_ && (options.frames.first != all.first || options.frames.end != all.end)) {
+            if (options.framesPerSecond && !std::filesystem::is_directory(options.photo)) {
+                throw UsageError(options.photo.string() +
+                                 " is a clip and has a rate of its own; expected no --fps with it");
+            }
+        } else if (options.frames.first > 0 || options.frames.end != FrameRange().end) {
             throw UsageError(options.photo.string() + " is a photograph; expected no --frames with it");
+        } else {
+            format_.rate = av_d2q(rate, 1000);
         }
     }
 
@@ -188,7 +185,6 @@ void AddSynth(CLI::App& app, int& status) {
         ->required();
     AddEncoding(command, options.encoding);
     AddProgress(command, options.progress);
-    AddOverwrite(command, options.overwrite);
 }
 
 }  // namespace desk

@@ -8,7 +8,6 @@
 #include <tuple>
 #include <utility>
 
-#include "desk/dump/dump_reader.h"
 #include "desk/warp/grid_size.h"
 #include "desk/warp/warp_map.h"
 
@@ -42,20 +41,22 @@ public:
     }
 
     DumpCheck Run() {
+        std::vector<std::optional<uint64_t>> requests;
         for (bool isMore = true; isMore;) {
             try {
                 const std::optional<DumpLine> line = reader_.Next();
                 isMore = line.has_value();
                 if (isMore) {
-                    order_.Add(line->number, line->requestId);
+                    reader_.RequireCoordinates(*line);
+                    requests.emplace_back(line->requestId);
                     CheckLine(*line);
                 }
             } catch (const DumpError& error) {
-                order_.Add(error.line, reader_.Request());
-                check_.findings.Add({error.line, error.column, "malformed", error.reason, reader_.Request()});
+                requests.push_back(error.finding.request);
+                check_.findings.Add(error.finding);
             }
         }
-        order_.Check(check_.findings);
+        CheckOrder(requests, check_.findings);
         CheckJumps();
         CheckReach();
         std::stable_sort(check_.findings.first.begin(), check_.findings.first.end(),
@@ -65,11 +66,6 @@ public:
 
 private:
     void CheckLine(const DumpLine& line) {
-        if (const std::optional<BadValue> bad = FindBadValue(line)) {
-            const char* const kind = bad->isFinite ? "out-of-range" : "not-finite";
-            check_.findings.Add({line.number, bad->column, kind, bad->text, line.requestId});
-            return;
-        }
         std::vector<cv::Point2d> points = MeshPoints(line, check_.kind);
         CheckFolds(line, points);
         AddFrame(line, points);
@@ -169,7 +165,6 @@ private:
     DumpReader& reader_;
     DumpCheck check_;
     std::vector<cv::Point2d> previous_;
-    RequestOrder order_;
     bool pictureIsOfFinding_ = false;
 };
 
@@ -186,21 +181,23 @@ size_t DumpFindings::Count() const {
                            [](size_t sum, const auto& kind) { return sum + kind.second; });
 }
 
-void RequestOrder::Add(size_t line, std::optional<uint64_t> request) {
-    if (!request) {
-        unreadable_++;
-        return;
+void CheckOrder(const std::vector<std::optional<uint64_t>>& requests, DumpFindings& findings) {
+    struct Line {
+        uint64_t request, previous;
+        size_t line, unreadable;  ///< how many before it could not be read
+    };
+    std::vector<Line> readable;
+    for (size_t i = 0; i < requests.size(); i++) {
+        if (const std::optional<uint64_t>& request = requests[i]) {
+            const uint64_t previous = readable.empty() ? *request : readable.back().request;
+            readable.push_back({*request, previous, i + 1, i - readable.size()});
+        }
     }
-    lines_.push_back({*request, lines_.empty() ? *request : previous_, line, unreadable_});
-    previous_ = *request;
-}
-
-void RequestOrder::Check(DumpFindings& findings) {
-    std::sort(lines_.begin(), lines_.end(), [](const Line& a, const Line& b) {
+    std::sort(readable.begin(), readable.end(), [](const Line& a, const Line& b) {
         return std::tie(a.request, a.line) < std::tie(b.request, b.line);
     });
     const Line* last = nullptr;
-    for (const Line& line : lines_) {
+    for (const Line& line : readable) {
         const auto report = [&](const char* kind, uint64_t previous, const std::string& why) {
             findings.Add({line.line, 1, kind,
                           fmt::format("request {} follows request {}: {}", line.request, previous, why),

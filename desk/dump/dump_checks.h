@@ -9,23 +9,11 @@
 #include <string>
 #include <vector>
 
-#include "desk/dump/dump_line.h"
+#include "desk/dump/dump_file.h"
 #include "desk/warp/sizing.h"
 #include "desk/warp/warp_map.h"
 
 namespace desk {
-
-/// Something in a dump that a node should not be given.
-struct DumpFinding {
-    size_t line = 0;
-    size_t column = 0;  ///< 0 when it concerns the line as a whole
-    std::string kind;   ///< as docs/DUMPS.md has them
-    std::string text;
-    std::optional<uint64_t> request = std::nullopt;   ///< empty when the line's cannot be read
-    std::optional<uint64_t> previous = std::nullopt;  ///< the other request, of a finding about two
-    std::optional<Side> side = std::nullopt;          ///< of the input
-    double pixels = 0;                                ///< beyond that side
-};
 
 /// Findings, of which only the first of each kind are kept, and all are counted.
 struct DumpFindings {
@@ -38,25 +26,9 @@ struct DumpFindings {
     std::map<std::string, size_t> counts;  ///< by kind
 };
 
-/// The request ids of a dump's lines, and what is wrong with their order.
-class RequestOrder {
-public:
-    /// The next line's; empty when it cannot be read.
-    void Add(size_t line, std::optional<uint64_t> request);
-
-    /// Finds repeated-request, reversed-request and gap. A line that cannot be read fills a gap.
-    void Check(DumpFindings& findings);
-
-private:
-    struct Line {
-        uint64_t request, previous;
-        size_t line, unreadable;  ///< how many before it could not be read
-    };
-
-    std::vector<Line> lines_;
-    uint64_t previous_ = 0;
-    size_t unreadable_ = 0;
-};
+/// Finds repeated-request, reversed-request and gap among the request ids of all lines of a dump. One that
+/// cannot be read, which is empty, fills a gap.
+void CheckOrder(const std::vector<std::optional<uint64_t>>& requests, DumpFindings& findings);
 
 /// What is kept of one good line.
 struct DumpFrame {

@@ -4,7 +4,6 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <iterator>
 #include <sstream>
 #include <utility>
 #include <vector>
@@ -44,6 +43,26 @@ void AddChoice(CLI::App& command, const std::string& name, const std::string& de
 // What the help calls outputs tells RequireOutputs what they are.
 constexpr const char* Outputs = "Outputs";
 const std::vector<std::string> Stdout = {"-"};
+
+/// What a command makes in the folder that the option names.
+std::vector<std::filesystem::path> FilesIn(const CLI::Option& option, const CLI::App& command) {
+    std::vector<std::string> names(ReportFiles.begin(), ReportFiles.end());
+    if (option.check_lname("dump-dir")) {
+        names = {"Warp*.txt"};  // the node's own, of which the whole names are not known before
+    } else if (option.check_lname("pictures")) {
+        names.clear();
+        for (const std::filesystem::path dump : command.get_option("DUMP")->results()) {
+            for (const char* ending : PictureEndings) {
+                names.push_back(dump.stem().string() + ending);
+            }
+        }
+    }
+    std::vector<std::filesystem::path> files;
+    for (const std::string& name : names) {
+        files.push_back(std::filesystem::path(option.results().back()) / name);
+    }
+    return files;
+}
 
 }  // namespace
 
@@ -102,10 +121,6 @@ void AddJson(CLI::App& command, std::filesystem::path& json) {
     AddOutput(command, "--json", MakesFile, json, "the results; - for stdout");
 }
 
-void AddOverwrite(CLI::App& command, bool& overwrite) {
-    command.add_flag("-y,--overwrite", overwrite, "replace what exists");
-}
-
 CLI::Option* AddLibrary(CLI::App& command, std::filesystem::path& library) {
     return command.add_option("--library", library, "another node library than the one beside the program")
         ->group(Inputs);
@@ -147,7 +162,6 @@ void AddNodeOptions(CLI::App& command, RunOptions& options) {
     AddJson(command, options.json);
     AddOutput(command, "--report", MakesFolder, options.report, "for a report as HTML and JSON");
     AddProgress(command, options.progress);
-    AddOverwrite(command, options.overwrite);
 }
 
 void AddRecordingOptions(CLI::App& command, RunOptions& options) {
@@ -172,8 +186,7 @@ void RequireOutputs(const CLI::App& command) {
     const bool overwrite = command.count("--overwrite") > 0;
     std::vector<std::filesystem::path> inputs;
     std::vector<std::filesystem::path> outputs;
-    std::vector<std::filesystem::path> files;  // of them
-    std::vector<std::filesystem::path> folders;
+    std::vector<std::filesystem::path> tried;  // of them
     size_t onStdout = 0;
     for (const CLI::Option* option : command.get_options()) {
         const std::vector<std::string> names = option->results();
@@ -182,14 +195,16 @@ void RequireOutputs(const CLI::App& command) {
             inputs.insert(inputs.end(), names.begin(), names.end());
         } else if (option->get_group() == Outputs && names == Stdout) {
             onStdout++;
-        } else if (option->get_group() == Outputs) {
-            auto& made = kind == MakesFile ? files : kind == MakesClip ? outputs : folders;
-            made.insert(made.end(), names.begin(), names.end());
-        }
-        if (option->check_lname("report") && !names.empty()) {
-            auto& made = std::filesystem::is_directory(names.back()) ? files : outputs;
-            std::transform(ReportFiles.begin(), ReportFiles.end(), std::back_inserter(made),
-                           [&](const char* name) { return std::filesystem::path(names.back()) / name; });
+        } else if (option->get_group() == Outputs && !names.empty()) {
+            const std::filesystem::path place = names.back();
+            const bool isFolder = kind == MakesFolder;
+            RequireFree(place, true);  // what it is; whether it may go is of no account if it is read, too
+            const std::vector<std::filesystem::path> made =
+                isFolder ? FilesIn(*option, command) : std::vector{place};
+            outputs.insert(outputs.end(), made.begin(), made.end());
+            if (isFolder ? std::filesystem::is_directory(place) : kind == MakesFile) {
+                tried.insert(tried.end(), made.begin(), made.end());
+            }
         }
     }
     const CLI::Option* clip = command.get_option_no_throw("CLIP");
@@ -197,22 +212,17 @@ void RequireOutputs(const CLI::App& command) {
         !std::filesystem::is_directory(clip->as<std::string>())) {
         throw UsageError(clip->as<std::string>() + " is no folder of pictures; expected no --fps with it");
     }
-    if (overwrite && onStdout == 0 && outputs.empty() && files.empty() && folders.empty()) {
+    if (overwrite && onStdout == 0 && outputs.empty()) {
         throw UsageError("-y replaces outputs; expected one with it");
     }
     if (onStdout > 1) {
         throw UsageError("stdout is named for two outputs; expected - for one of them");
     }
-    outputs.insert(outputs.end(), files.begin(), files.end());
     RequireApart(inputs, outputs);
     for (const std::filesystem::path& output : outputs) {
-        RequireNoDevice(output);
         RequireFree(output, overwrite);
     }
-    for (const std::filesystem::path& folder : folders) {
-        RequireNoDevice(folder);
-    }
-    for (const std::filesystem::path& file : files) {
+    for (const std::filesystem::path& file : tried) {
         const Output trial(file, Output::Kind::File, overwrite);
     }
 }

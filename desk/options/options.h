@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <filesystem>
 #include <string>
 
@@ -19,6 +20,8 @@ constexpr const char* Inputs = "Inputs";
 
 /// What a command makes, as its help says. A folder that it puts files into may hold others.
 constexpr const char *MakesFile = "FILE", *MakesClip = "CLIP", *MakesFolder = "FOLDER";
+/// What follows a dump's name in those of its pictures.
+constexpr std::array<const char*, 2> PictureEndings = {"_mesh.svg", "_margin.svg"};
 /// The name of something that the command makes.
 CLI::Option* AddOutput(CLI::App& command, const std::string& name, const char* kind,
                        std::filesystem::path& place, const std::string& description);
@@ -31,7 +34,6 @@ void AddJson(CLI::App& command, std::filesystem::path& json);
 void AddStopOrSkip(CLI::App& command, const std::string& name, const std::string& description,
                    OnDamage& choice);
 CLI::Option* AddLibrary(CLI::App& command, std::filesystem::path& library);
-void AddOverwrite(CLI::App& command, bool& overwrite);
 /// --codec and --crf.
 void AddEncoding(CLI::App& command, Encoding& encoding);
 /// How a clip goes through the node, and where it is told what came of it.

@@ -168,18 +168,15 @@ int Exchange(const Path& one, const Path& other) {
 
 }  // namespace
 
-void RequireFree(const std::filesystem::path& place, bool overwrite) {
-    if (!overwrite && IsThere(place)) {
-        throw UsageError(fmt::format("{} exists; -y replaces it", place.string()));
-    }
-}
-
-void RequireNoDevice(const Path& place) {
+void RequireFree(const Path& place, bool overwrite) {
     const std::string folder = Whole(std::filesystem::absolute(place).parent_path()).string() + "/";
     std::error_code unknown;
     if (folder == "/dev/" || folder.rfind("/proc/", 0) == 0 || std::filesystem::is_other(place, unknown)) {
         throw UsageError(place.string() +
                          " is a device or a pipe, which is not replaced; expected the name of a file");
+    }
+    if (!overwrite && IsThere(place)) {
+        throw UsageError(fmt::format("{} exists; -y replaces it", place.string()));
     }
 }
 
@@ -222,12 +219,11 @@ Output::Output(std::filesystem::path place, Kind kind, bool overwrite)
         work_ = MakeBeside(place_ / "dumps", true);
         return;
     }
-    RequireNoDevice(place_);
+    RequireFree(place_, overwrite);
     if (IsThere(place_)) {
         if (const std::string reason = ReasonToStay(place_, kind); !reason.empty()) {
             throw UsageError(reason);
         }
-        RequireFree(place_, overwrite);
         // What a link leads to is replaced, not the link.
         place_ = std::filesystem::is_symlink(place_) ? std::filesystem::canonical(place_) : place_;
     }

@@ -7,12 +7,9 @@
 
 namespace desk {
 
-/// Throws UsageError when the file or folder exists and may not be overwritten.
-void RequireFree(const std::filesystem::path& place, bool overwrite);
-
 /// Throws UsageError for a device, a pipe or a socket, and for what the system shows as files in /dev and
-/// /proc.
-void RequireNoDevice(const std::filesystem::path& place);
+/// /proc; and when the file or folder exists and may not be overwritten.
+void RequireFree(const std::filesystem::path& place, bool overwrite);
 
 /// Throws UsageError when an output has the name of something that is read, a picture of a folder included,
 /// or of another output, or when one of these lies in it. Names are the same whichever links lead to a file,

@@ -15,14 +15,6 @@ const char* NameOf(Stage stage) {
     return Names[static_cast<size_t>(stage)];
 }
 
-Json ToJson(const std::vector<FrameRange>& ranges) {
-    Json json = Json::array();
-    for (const FrameRange& range : ranges) {
-        json.push_back({{"first", range.first}, {"last", range.end - 1}});
-    }
-    return json;
-}
-
 Json ToJson(cv::Size size) {
     return {{"width", size.width}, {"height", size.height}};
 }
@@ -33,18 +25,6 @@ Json ToJson(const CameraResult& camera) {
             {"roll", camera.roll},
             {"log_scale", camera.logScale},
             {"step", camera.step}};
-}
-
-Json ToJson(const FrameResult& frame) {
-    Json json = {{"frame", frame.frame}, {"request", frame.request}};
-    for (const Side side : {Left, Top, Right, Bottom}) {
-        json["margin_used"][SideNames[side]] = frame.marginUsed[side];
-    }
-    if (frame.camera) {
-        json["camera_before"] = ToJson(frame.camera->before);
-        json["camera_after"] = ToJson(frame.camera->after);
-    }
-    return json;
 }
 
 Json MarginIn(const RunResults& results, Side first, Side last, double input, double output) {
@@ -83,6 +63,22 @@ Json MarginUse(const RunResults& results) {
 
 }  // namespace
 
+// Found by the library for the elements of a list.
+static void to_json(Json& json, const FrameRange& range) {
+    json = {{"first", range.first}, {"last", range.end - 1}};
+}
+
+static void to_json(Json& json, const FrameResult& frame) {
+    json = {{"frame", frame.frame}, {"request", frame.request}};
+    for (const Side side : {Left, Top, Right, Bottom}) {
+        json["margin_used"][SideNames[side]] = frame.marginUsed[side];
+    }
+    if (frame.camera) {
+        json["camera_before"] = ToJson(frame.camera->before);
+        json["camera_after"] = ToJson(frame.camera->after);
+    }
+}
+
 double Percentile(std::vector<double> values, double percent) {
     const double rank = std::ceil(percent / 100 * static_cast<double>(values.size()));
     const auto found = values.begin() + static_cast<std::ptrdiff_t>(rank) - 1;
@@ -106,9 +102,9 @@ Json ToJson(const RunResults& results) {
                  {"crop", static_cast<double>(facts.outputSize.area()) / facts.inputSize.area()},
                  {"frames_per_second", facts.framesPerSecond},
                  {"frame_count", results.frames.size()},
-                 {"damaged_frames", ToJson(results.damagedFrames)},
-                 {"worse_frames", ToJson(results.worseFrames)},
-                 {"frames_without_grid", ToJson(results.gridlessFrames)},
+                 {"damaged_frames", results.damagedFrames},
+                 {"worse_frames", results.worseFrames},
+                 {"frames_without_grid", results.gridlessFrames},
                  {"counters",
                   {{"imports", counters.imports},
                    {"cache_hits", counters.cacheHits},
@@ -133,10 +129,7 @@ Json ToJson(const RunResults& results) {
     }
     json["findings"] = results.findings;
     json["missed_limits"] = results.missedLimits;
-    json["frames"] = Json::array();
-    for (const FrameResult& frame : results.frames) {
-        json["frames"].push_back(ToJson(frame));
-    }
+    json["frames"] = results.frames;
     return json;
 }
 

@@ -49,17 +49,26 @@ std::filesystem::path Built(const char* file) {
     return place;
 }
 
+constexpr const char* UsualLibrary = "lib/com.oxa.node.dewarp.so";
+
+/// A library that was named is wrong use; the one that is built beside the program is the environment's
+/// fault.
+[[noreturn]] void Refuse(const std::filesystem::path& library, const std::string& why) {
+    if (library == Built(UsualLibrary)) {
+        throw std::runtime_error(why);
+    }
+    throw UsageError(why);
+}
+
 }  // namespace
 
 std::filesystem::path NodeLibrary(const std::filesystem::path& named) {
-    if (named.empty()) {
-        return Built("lib/com.oxa.node.dewarp.so");
+    const std::filesystem::path library = named.empty() ? Built(UsualLibrary) : named;
+    if (const std::string reason = ReasonAgainst(library); !reason.empty()) {
+        Refuse(library,
+               fmt::format("{} cannot be loaded: {}; expected a node library", library.string(), reason));
     }
-    if (const std::string reason = ReasonAgainst(named); !reason.empty()) {
-        throw UsageError(
-            fmt::format("{} cannot be loaded: {}; expected a node library", named.string(), reason));
-    }
-    return std::filesystem::canonical(named);
+    return std::filesystem::canonical(library);
 }
 
 std::string BuildId(const std::filesystem::path& library) {
@@ -91,7 +100,7 @@ std::unique_ptr<DeskHost> OpenHost(const std::filesystem::path& library, const s
     try {
         return std::make_unique<DeskHost>(options);
     } catch (const std::runtime_error& error) {
-        throw UsageError(error.what());
+        Refuse(library, error.what());
     }
 }
 

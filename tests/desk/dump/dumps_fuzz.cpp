@@ -6,7 +6,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "desk/dump/dump_reader.h"
+#include "desk/dump/dump_file.h"
 #include "tests/support/fuzz.h"
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -24,11 +24,12 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                 isAtEnd = !line.has_value();
                 Require(isAtEnd || line->values.size() == count, "a line has another number of values");
             } catch (const desk::DumpError& error) {
-                Require(error.line != 0 && !error.reason.empty(), "an error does not say where or why");
+                Require(error.finding.line != 0 && !error.finding.text.empty(),
+                        "an error does not say where or why");
             }
         }
     } catch (const desk::DumpError& error) {
-        Require(!error.reason.empty(), "an error does not say why");
+        Require(!error.finding.text.empty(), "an error does not say why");
     }
     std::filesystem::remove(file);
     return 0;
