@@ -38,7 +38,7 @@ struct PlaneMap {
 
     void Fill(const IPEICAGridTransform& grid) {
         const float scale = 1.0F / static_cast<float>(step);
-        const cv::Point2f centre = cv::Point2f(step * map.size() - cv::Size(1, 1)) / 2;
+        const cv::Point2f centre = cv::Point2f(map.size() * step - cv::Size(1, 1)) / 2;
         const auto inputOf = [](const GridPoint& point) { return cv::Point2f(point.x, point.y); };
         for (int row = 0; row < map.rows; ++row) {
             const GridPoint* upper = grid.gridTransformArray + (down.cell[size_t(row)] + 1) * GridColumns + 1;
@@ -109,7 +109,7 @@ Peer VidStab(cv::Size size, const desk::CameraPose& pose) {
     vsFrameAllocate(&state->target, &info);
     // It turns about the pixel at half the size, one further than the mesh's centre, and counts the shift the
     // other way round.
-    const cv::Point2d turned = SceneOf({0, 0, pose.roll, pose.scale}, {1, 1});
+    const cv::Point2d turned = desk::SceneOf({0, 0, pose.roll, pose.scale}, {1, 1});
     VSTransform transform = {};
     transform.x = -(pose.x + turned.x - 1.0);
     transform.y = -(pose.y + turned.y - 1.0);
