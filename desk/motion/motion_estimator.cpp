@@ -56,18 +56,6 @@ double WeightedMedian(const std::vector<double>& values, const std::vector<doubl
     return 0;
 }
 
-/// How far apart two poses see the same positions, pixels RMS over a picture.
-double Distance(const FramePose& one, const FramePose& other, cv::Size picture) {
-    double squares = 0;
-    for (const double x : {-0.4, 0.0, 0.4}) {
-        for (const double y : {-0.4, 0.0, 0.4}) {
-            const Position at(x * picture.width, y * picture.height);
-            squares += std::norm(SceneOf(one, at) - SceneOf(other, at));
-        }
-    }
-    return std::sqrt(squares / 9);
-}
-
 }  // namespace
 
 FramePose MotionEstimator::Add(const cv::Mat& luma) {
@@ -118,7 +106,6 @@ void MotionEstimator::MakeKey(bool isCut) {
 
 /// Finds the key frame's corners in the picture, and forgets those that are lost.
 void MotionEstimator::Follow() {
-    constexpr double MaxReturnError = 0.5;  // pixels: six times what a corner of a dull wall is off
     std::vector<cv::Point2f> key;
     std::vector<cv::Point2f> moved;
     for (Corner& corner : corners_) {
@@ -126,7 +113,7 @@ void MotionEstimator::Follow() {
         key.push_back(corner.key);
         moved.push_back(corner.stood);
     }
-    const auto found = FollowCorners(key_, picture_, key, moved, MaxReturnError);
+    const auto found = FollowCorners(key_, picture_, key, moved);
     std::vector<Corner> followed;
     for (size_t i = 0; i < corners_.size(); i++) {
         if (found[i]) {
@@ -139,13 +126,11 @@ void MotionEstimator::Follow() {
 
 /// How far each corner is off, in pixels, when all have moved by as much since the last frame; infinite where
 /// one disagrees. They have not moved at all when enough of the picture stands. Otherwise they moved as that
-/// corner which most others agree with; of two that explain as much the one that moved less, since it does
-/// less harm if it is the wrong one.
+/// corner which most others agree with.
 std::vector<double> MotionEstimator::FirstErrors() const {
     constexpr double Standing =
         0.5;                         // shrunken pixels that a corner may seem to move while the camera stands
     constexpr double Enough = 0.35;  // of what all cells count: titles cover less
-    constexpr double Usual = 0.02;   // of the height: a step of as much counts half
     const auto error = [](const Corner& corner, cv::Point2f step) {
         return cv::norm(corner.moved - corner.stood - step);
     };
@@ -164,8 +149,7 @@ std::vector<double> MotionEstimator::FirstErrors() const {
         double most = 0;
         for (const Corner& corner : corners_) {
             const cv::Point2f tried = corner.moved - corner.stood;
-            const double harm = cv::norm(tried) / (Usual * key_.rows);
-            const double agree = agreement(tried, Tolerance) / (1 + harm * harm);
+            const double agree = agreement(tried, Tolerance);
             if (agree > most) {
                 most = agree;
                 step = tried;
@@ -225,22 +209,18 @@ bool MotionEstimator::FindMotion() {
 size_t MotionEstimator::Trust(const std::vector<double>& errors, double limit) {
     constexpr double Haste = 0.2;        // of the trust that is still to win or to lose, per frame
     constexpr double LeastTrust = 0.05;  // so that a scene of nothing else is followed in the end
-    PerCell agreeing{};
+    cv::Rect reach;                      // in cells
     size_t agree = 0;
     for (size_t i = 0; i < corners_.size(); i++) {
         Corner& corner = corners_[i];
         const bool agrees = errors[i] < limit;
-        agree += agrees ? 1 : 0;
-        agreeing[corner.cell] += agrees ? 1 : 0;
         corner.trust += Haste * ((agrees ? 1 : LeastTrust) - corner.trust);
-    }
-    std::vector<cv::Point> cells;
-    for (size_t cell = 0; cell < CellCount; cell++) {
-        if (agreeing[cell] > 0) {
-            cells.emplace_back(static_cast<int>(cell % CellColumns), static_cast<int>(cell / CellColumns));
+        if (agrees) {
+            agree++;
+            reach |= cv::Rect(static_cast<int>(corner.cell % CellColumns),
+                              static_cast<int>(corner.cell / CellColumns), 1, 1);
         }
     }
-    const cv::Rect reach = cv::boundingRect(cells);
     return reach.width < MinColumns && reach.height < MinRows ? 0 : agree;
 }
 
@@ -250,7 +230,13 @@ void MotionEstimator::MoveTo(const FramePose& pose, double chance) {
     constexpr double Alike = 4;    // corners in one block of a codec err alike
     constexpr int Long = 5;        // frames; a hand does not rest as long
     constexpr double Much = 0.15;  // shrunken pixels
-    if (Distance(pose, pose_, key_.size() * factor_) > (stood_ >= Long ? Much * factor_ : Alike * chance)) {
+    double squares = 0;
+    for (const Corner& corner : corners_) {
+        const Position at = ToPosition(corner.moved, key_.size(), factor_);
+        squares += std::norm(SceneOf(pose, at) - SceneOf(pose_, at));
+    }
+    const double step = std::sqrt(squares / static_cast<double>(corners_.size()));
+    if (step > (stood_ >= Long ? Much * factor_ : Alike * chance)) {
         pose_ = pose;
         stood_ = 0;
     } else {
