@@ -20,16 +20,15 @@ public:
     FramePose Add(const cv::Mat& luma);
 
 private:
-    /// A corner of the key frame.
+    /// A corner of the key frame. All that follows is in pixels of the shrunken pictures.
     struct Corner {
-        cv::Point2f key;  ///< where it is in the key frame, shrunken pixels, as all but the scene
-        cv::Point2f
-            stood;  ///< where it would be in the frame added last, had the camera stood since the one before
-        cv::Point2f moved;  ///< where it is
-        size_t cell;        ///< of the key frame
-        Position scene;     ///< what it shows
-        double trust;       ///< that it belongs to the background, 0 to 1
-        double share;       ///< of what its cell of the grid counts
+        cv::Point2f key;  ///< where it is in the key frame
+        Position stood;   ///< where it would be in the newest frame, had the camera stood since the last one
+        Position moved;   ///< where it is
+        size_t cell;      ///< of the key frame
+        Position scene;   ///< what it shows
+        double trust;     ///< that it belongs to the background, 0 to 1
+        double share;     ///< of what its cell of the grid counts
     };
 
     void MakeKey(bool isCut);
@@ -42,7 +41,6 @@ private:
 
     cv::Mat key_;      ///< shrunken, as all that is followed in
     cv::Mat picture_;  ///< of the frame added last
-    int factor_ = 1;   ///< by which they are shrunken
     FramePose pose_;
     int stood_ = 0;  ///< for how many frames the camera has stood
     std::vector<Corner> corners_;
