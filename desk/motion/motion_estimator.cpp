@@ -4,6 +4,8 @@
 #include <array>
 #include <cmath>
 #include <limits>
+#include <map>
+#include <numeric>
 #include <opencv2/imgproc.hpp>
 
 #include "desk/measure/corners.h"
@@ -36,17 +38,20 @@ double TukeyBiweight(double error, double median) {
     return share >= 1 ? 0 : (1 - share * share) * (1 - share * share);
 }
 
-/// The median of the errors that have a weight.
-double Median(const std::vector<double>& errors, const std::vector<double>& weights) {
-    std::vector<double> counted;
+/// The error that half of the weight lies below.
+double WeightedMedian(const std::vector<double>& errors, const std::vector<double>& weights) {
+    std::multimap<double, double> sorted;
     for (size_t i = 0; i < errors.size(); i++) {
-        if (weights[i] > 0) {
-            counted.push_back(errors[i]);
+        sorted.emplace(errors[i], weights[i]);
+    }
+    double left = std::accumulate(weights.begin(), weights.end(), 0.0) / 2;
+    for (const auto& [error, weight] : sorted) {
+        left -= weight;
+        if (left <= 0) {
+            return error;
         }
     }
-    const auto middle = counted.begin() + static_cast<std::ptrdiff_t>(counted.size() / 2);
-    std::nth_element(counted.begin(), middle, counted.end());
-    return counted.empty() ? 0 : *middle;
+    return 0;
 }
 
 }  // namespace
@@ -172,7 +177,7 @@ double MotionEstimator::FitRobustly(std::vector<double>& errors, FramePose& pose
     }
     double median = 0;
     for (int round = 0; round < Rounds; round++) {
-        median = std::max(Median(errors, weights), SmallestMedian);
+        median = std::max(WeightedMedian(errors, weights), SmallestMedian);
         for (size_t i = 0; i < errors.size(); i++) {
             weights[i] = corners_[i].trust * TukeyBiweight(errors[i], median);
         }

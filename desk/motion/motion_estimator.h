@@ -9,10 +9,11 @@ namespace desk {
 
 /// Estimates where the camera points in every frame, from the background: what moves alike all over the
 /// picture. Corners of a key frame (Shi and Tomasi 1994), as many from each cell of a grid, are followed
-/// there and back by the pyramidal Lucas-Kanade method. RANSAC looks for the motion that most cells agree on,
-/// and the pose is fitted to the corners that make it. What moves by itself is remembered: its corners lose
-/// their trust, and those found later in its place start without. A frame becomes the next key frame when too
-/// few of the old one's corners are left, so that errors add up from key frame to key frame only.
+/// there and back by the pyramidal Lucas-Kanade method. The motion of the one that most others agree with is
+/// a first guess, and the pose is fitted to those that make it. What moves by itself is remembered: its
+/// corners lose their trust, and those found later in its place start without. A frame becomes the next key
+/// frame when too few of the old one's corners are left, so that errors add up from key frame to key frame
+/// only.
 class MotionEstimator {
 public:
     /// The next frame's luma, 8-bit, of one size. A camera that stands keeps its pose to the last bit. Where
