@@ -6,11 +6,11 @@
 #include <opencv2/video/tracking.hpp>
 
 namespace desk {
+
 size_t CellOf(cv::Point2f at, cv::Size picture) {
     const auto along = [](float x, int pixels, size_t cells) {
-        const auto cell =
-            static_cast<size_t>(std::max(x, 0.0F) / static_cast<float>(pixels) * static_cast<float>(cells));
-        return std::min(cell, cells - 1);
+        return std::min(static_cast<size_t>(std::max(x, 0.0F)) * cells / static_cast<size_t>(pixels),
+                        cells - 1);
     };
     return along(at.y, picture.height, CellRows) * CellColumns + along(at.x, picture.width, CellColumns);
 }
@@ -35,8 +35,8 @@ std::vector<cv::Point2f> SpreadCorners(const cv::Mat& picture, size_t perCell, d
 }
 
 std::vector<bool> FollowCorners(const cv::Mat& from, const cv::Mat& to,
-                                const std::vector<cv::Point2f>& corners, std::vector<cv::Point2f>& moved,
-                                double maxReturnError) {
+                                const std::vector<cv::Point2f>& corners, std::vector<cv::Point2f>& moved) {
+    constexpr double MaxReturnError = 0.5;  // pixels: six times what a corner of a dull wall is off
     if (corners.empty()) {
         return {};
     }
@@ -53,7 +53,7 @@ std::vector<bool> FollowCorners(const cv::Mat& from, const cv::Mat& to,
     std::vector<bool> followed;
     for (size_t i = 0; i < corners.size(); i++) {
         followed.push_back(there[i] != 0 && back[i] != 0 &&
-                           cv::norm(returned[i] - corners[i]) <= maxReturnError);
+                           cv::norm(returned[i] - corners[i]) <= MaxReturnError);
     }
     return followed;
 }

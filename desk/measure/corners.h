@@ -20,10 +20,9 @@ size_t CellOf(cv::Point2f at, cv::Size picture);
 std::vector<cv::Point2f> SpreadCorners(const cv::Mat& picture, size_t perCell, double quality);
 
 /// Follows corners by the pyramidal Lucas-Kanade method, there and back. `moved` holds guesses, and the
-/// places afterwards. Returns which came back to within `maxReturnError` pixels (the forward-backward error
-/// of Kalal, Mikolajczyk and Matas 2010): noise does not.
+/// places afterwards. Returns which came back to where they started (the forward-backward error of Kalal,
+/// Mikolajczyk and Matas 2010): noise does not.
 std::vector<bool> FollowCorners(const cv::Mat& from, const cv::Mat& to,
-                                const std::vector<cv::Point2f>& corners, std::vector<cv::Point2f>& moved,
-                                double maxReturnError);
+                                const std::vector<cv::Point2f>& corners, std::vector<cv::Point2f>& moved);
 
 }  // namespace desk

@@ -11,10 +11,9 @@
 namespace desk {
 void MotionMeter::Add(const cv::Mat& luma) {
     constexpr size_t PerCell = 4;
-    constexpr double Quality = 0.002;        // of the best corner's: low, so that dull cells count too
-    constexpr double MaxReturnError = 0.25;  // pixels: many times what a corner that is followed well is off
-    constexpr size_t MinBack = 4;            // one of so many corners comes back, or nothing was followed
-    constexpr int EnoughRows = 360;          // to choose corners in; they are followed in the whole picture
+    constexpr double Quality = 0.002;  // of the best corner's: low, so that dull cells count too
+    constexpr size_t MinBack = 4;      // one of so many corners comes back, or nothing was followed
+    constexpr int EnoughRows = 360;    // to choose corners in; they are followed in the whole picture
     const cv::Mat previous = std::exchange(previous_, luma.clone());
     std::vector<double> steps;
     if (!previous.empty()) {
@@ -26,7 +25,7 @@ void MotionMeter::Add(const cv::Mat& luma) {
             corner *= factor;
         }
         auto end = start;
-        const auto followed = FollowCorners(previous, previous_, start, end, MaxReturnError);
+        const auto followed = FollowCorners(previous, previous_, start, end);
         for (size_t i = 0; i < start.size(); i++) {
             if (followed[i]) {
                 steps.push_back(cv::norm(end[i] - start[i]));

@@ -4,6 +4,8 @@
 #include <array>
 #include <cmath>
 #include <limits>
+#include <map>
+#include <numeric>
 #include <opencv2/imgproc.hpp>
 
 #include "desk/measure/corners.h"
@@ -16,18 +18,16 @@ constexpr size_t MinAgreeing = 12;  // 24 numbers for the pose's 9: fewer hardly
 constexpr int MinColumns = 5;    // or rows of cells that what agrees reaches over: less may be one thing in
 constexpr int MinRows = 4;       // front of a bare wall
 constexpr double MinLeft = 0.6;  // of a key frame's corners: fewer leave a large part of the frame bare
-constexpr double Tolerance = 3;  // shrunken pixels; a rolling shutter bends what no affine map does
+constexpr double Tolerance = 3;  // pixels; a rolling shutter bends what no affine map does
 using PerCell = std::array<double, CellCount>;
 
-/// Positions about the middle of the unshrunken picture.
-Position ToPosition(cv::Point2f point, cv::Size shrunken, int factor) {
-    return static_cast<double>(factor) *
-           Position(point.x - (shrunken.width - 1) / 2.0, point.y - (shrunken.height - 1) / 2.0);
+Position ToPosition(cv::Point2f point, cv::Size picture) {
+    return {point.x - (picture.width - 1) / 2.0, point.y - (picture.height - 1) / 2.0};
 }
 
-cv::Point2f ToPoint(Position position, cv::Size shrunken, int factor) {
-    const Position at = position / static_cast<double>(factor);
-    return cv::Point2d(at.real() + (shrunken.width - 1) / 2.0, at.imag() + (shrunken.height - 1) / 2.0);
+cv::Point2f ToPoint(Position position, cv::Size picture) {
+    return cv::Point2d(position.real() + (picture.width - 1) / 2.0,
+                       position.imag() + (picture.height - 1) / 2.0);
 }
 
 /// Tukey's biweight (Beaton and Tukey 1974): 0 where a pair is far off the pose, which then belongs to
@@ -38,42 +38,28 @@ double TukeyBiweight(double error, double median) {
     return share >= 1 ? 0 : (1 - share * share) * (1 - share * share);
 }
 
-double WeightedMedian(const std::vector<double>& values, const std::vector<double>& weights) {
-    std::vector<std::pair<double, double>> sorted;
-    double total = 0;
-    for (size_t i = 0; i < values.size(); i++) {
-        sorted.emplace_back(values[i], weights[i]);
-        total += weights[i];
+/// The error that half of the weight lies below.
+double WeightedMedian(const std::vector<double>& errors, const std::vector<double>& weights) {
+    std::multimap<double, double> sorted;
+    for (size_t i = 0; i < errors.size(); i++) {
+        sorted.emplace(errors[i], weights[i]);
     }
-    std::sort(sorted.begin(), sorted.end());
-    double below = 0;
-    for (const auto& [value, weight] : sorted) {
-        below += weight;
-        if (2 * below >= total) {
-            return value;
+    double left = std::accumulate(weights.begin(), weights.end(), 0.0) / 2;
+    for (const auto& [error, weight] : sorted) {
+        left -= weight;
+        if (left <= 0) {
+            return error;
         }
     }
     return 0;
-}
-
-/// How far apart two poses see the same positions, pixels RMS over a picture.
-double Distance(const FramePose& one, const FramePose& other, cv::Size picture) {
-    double squares = 0;
-    for (const double x : {-0.4, 0.0, 0.4}) {
-        for (const double y : {-0.4, 0.0, 0.4}) {
-            const Position at(x * picture.width, y * picture.height);
-            squares += std::norm(SceneOf(one, at) - SceneOf(other, at));
-        }
-    }
-    return std::sqrt(squares / 9);
 }
 
 }  // namespace
 
 FramePose MotionEstimator::Add(const cv::Mat& luma) {
     // Whole, so that every pixel of the shrunken picture is the mean of as many.
-    factor_ = std::max(1, (luma.rows + EnoughRows / 2) / EnoughRows);
-    cv::resize(luma, picture_, luma.size() / factor_, 0, 0, cv::INTER_AREA);
+    const int factor = std::max(1, (luma.rows + EnoughRows / 2) / EnoughRows);
+    cv::resize(luma, picture_, luma.size() / factor, 0, 0, cv::INTER_AREA);
     constexpr double MinFound = 0.2;  // of the corners: fewer are found behind a cut only
     const auto known = static_cast<double>(corners_.size());
     Follow();
@@ -81,7 +67,8 @@ FramePose MotionEstimator::Add(const cv::Mat& luma) {
     if (isCut || !FindMotion()) {
         MakeKey(isCut);
     }
-    return pose_;
+    return {pose_.turn, pose_.shift * static_cast<double>(factor), pose_.shiftPerRow,
+            pose_.shiftBend / static_cast<double>(factor), pose_.rollPerRow / factor};
 }
 
 void MotionEstimator::MakeKey(bool isCut) {
@@ -93,7 +80,7 @@ void MotionEstimator::MakeKey(bool isCut) {
     PerCell trust{};
     PerCell tracks{};
     for (const Corner& corner : corners_) {
-        const size_t cell = CellOf(corner.moved, picture_.size());
+        const size_t cell = CellOf(ToPoint(corner.moved, key_.size()), key_.size());
         trust[cell] += corner.trust;
         tracks[cell]++;
     }
@@ -105,8 +92,7 @@ void MotionEstimator::MakeKey(bool isCut) {
         const size_t cell = CellOf(at, key_.size());
         taken[cell]++;
         const double known = isCut ? 1 : tracks[cell] > 0 ? trust[cell] / tracks[cell] : Unknown;
-        corners_.push_back(
-            {at, at, at, cell, SceneOf(pose_, ToPosition(at, key_.size(), factor_)), known, 0});
+        corners_.push_back({at, {}, {}, cell, SceneOf(pose_, ToPosition(at, key_.size())), known, 0});
         trusted_ += known;
     }
     for (Corner& corner : corners_) {
@@ -118,20 +104,19 @@ void MotionEstimator::MakeKey(bool isCut) {
 
 /// Finds the key frame's corners in the picture, and forgets those that are lost.
 void MotionEstimator::Follow() {
-    constexpr double MaxReturnError = 0.5;  // pixels: six times what a corner of a dull wall is off
     std::vector<cv::Point2f> key;
     std::vector<cv::Point2f> moved;
     for (Corner& corner : corners_) {
-        corner.stood = ToPoint(FrameOf(pose_, corner.scene), key_.size(), factor_);
+        corner.stood = FrameOf(pose_, corner.scene);
         key.push_back(corner.key);
-        moved.push_back(corner.stood);
+        moved.push_back(ToPoint(corner.stood, key_.size()));
     }
-    const auto found = FollowCorners(key_, picture_, key, moved, MaxReturnError);
+    const auto found = FollowCorners(key_, picture_, key, moved);
     std::vector<Corner> followed;
     for (size_t i = 0; i < corners_.size(); i++) {
         if (found[i]) {
             followed.push_back(corners_[i]);
-            followed.back().moved = moved[i];
+            followed.back().moved = ToPosition(moved[i], key_.size());
         }
     }
     corners_ = followed;
@@ -139,17 +124,14 @@ void MotionEstimator::Follow() {
 
 /// How far each corner is off, in pixels, when all have moved by as much since the last frame; infinite where
 /// one disagrees. They have not moved at all when enough of the picture stands. Otherwise they moved as that
-/// corner which most others agree with; of two that explain as much the one that moved less, since it does
-/// less harm if it is the wrong one.
+/// corner which most others agree with.
 std::vector<double> MotionEstimator::FirstErrors() const {
-    constexpr double Standing =
-        0.5;                         // shrunken pixels that a corner may seem to move while the camera stands
-    constexpr double Enough = 0.35;  // of what all cells count: titles cover less
-    constexpr double Usual = 0.02;   // of the height: a step of as much counts half
-    const auto error = [](const Corner& corner, cv::Point2f step) {
-        return cv::norm(corner.moved - corner.stood - step);
+    constexpr double Standing = 0.5;  // pixels that a corner may seem to move while the camera stands
+    constexpr double Enough = 0.35;   // of what all cells count: titles cover less
+    const auto error = [](const Corner& corner, Position step) {
+        return std::abs(corner.moved - corner.stood - step);
     };
-    const auto agreement = [&](cv::Point2f step, double tolerance) {
+    const auto agreement = [&](Position step, double tolerance) {
         double sum = 0;
         for (const Corner& corner : corners_) {
             const double share = error(corner, step) / tolerance;
@@ -157,15 +139,14 @@ std::vector<double> MotionEstimator::FirstErrors() const {
         }
         return sum;
     };
-    cv::Point2f step;
+    Position step;
     double tolerance = Standing;
     if (agreement(step, Standing) < Enough * agreement(step, std::numeric_limits<double>::infinity())) {
         tolerance = Tolerance;
         double most = 0;
         for (const Corner& corner : corners_) {
-            const cv::Point2f tried = corner.moved - corner.stood;
-            const double harm = cv::norm(tried) / (Usual * key_.rows);
-            const double agree = agreement(tried, Tolerance) / (1 + harm * harm);
+            const Position tried = corner.moved - corner.stood;
+            const double agree = agreement(tried, Tolerance);
             if (agree > most) {
                 most = agree;
                 step = tried;
@@ -175,7 +156,7 @@ std::vector<double> MotionEstimator::FirstErrors() const {
     std::vector<double> errors;
     for (const Corner& corner : corners_) {
         const double off = error(corner, step);
-        errors.push_back(off < tolerance ? factor_ * off : std::numeric_limits<double>::infinity());
+        errors.push_back(off < tolerance ? off : std::numeric_limits<double>::infinity());
     }
     return errors;
 }
@@ -190,7 +171,7 @@ double MotionEstimator::FitRobustly(std::vector<double>& errors, FramePose& pose
     std::vector<Position> scene;
     std::vector<double> weights;
     for (size_t i = 0; i < corners_.size(); i++) {
-        frame.push_back(ToPosition(corners_[i].moved, key_.size(), factor_));
+        frame.push_back(corners_[i].moved);
         scene.push_back(corners_[i].scene);
         weights.push_back(std::isinf(errors[i]) ? 0 : corners_[i].trust);
     }
@@ -200,7 +181,7 @@ double MotionEstimator::FitRobustly(std::vector<double>& errors, FramePose& pose
         for (size_t i = 0; i < errors.size(); i++) {
             weights[i] = corners_[i].trust * TukeyBiweight(errors[i], median);
         }
-        pose = FitPose(frame, scene, weights, factor_ * key_.rows);
+        pose = FitPose(frame, scene, weights, key_.rows);
         for (size_t i = 0; i < errors.size(); i++) {
             errors[i] = std::abs(SceneOf(pose, frame[i]) - scene[i]);
         }
@@ -213,7 +194,7 @@ bool MotionEstimator::FindMotion() {
     std::vector<double> errors = FirstErrors();
     FramePose pose;
     const double scale = FitRobustly(errors, pose);
-    const size_t agree = Trust(errors, std::min(4 * scale, 2 * Tolerance * factor_));
+    const size_t agree = Trust(errors, std::min(4 * scale, 2 * Tolerance));
     if (agree >= MinAgreeing) {
         MoveTo(pose, scale / std::sqrt(static_cast<double>(agree)));
     }
@@ -225,22 +206,18 @@ bool MotionEstimator::FindMotion() {
 size_t MotionEstimator::Trust(const std::vector<double>& errors, double limit) {
     constexpr double Haste = 0.2;        // of the trust that is still to win or to lose, per frame
     constexpr double LeastTrust = 0.05;  // so that a scene of nothing else is followed in the end
-    PerCell agreeing{};
+    cv::Rect reach;                      // in cells
     size_t agree = 0;
     for (size_t i = 0; i < corners_.size(); i++) {
         Corner& corner = corners_[i];
         const bool agrees = errors[i] < limit;
-        agree += agrees ? 1 : 0;
-        agreeing[corner.cell] += agrees ? 1 : 0;
         corner.trust += Haste * ((agrees ? 1 : LeastTrust) - corner.trust);
-    }
-    std::vector<cv::Point> cells;
-    for (size_t cell = 0; cell < CellCount; cell++) {
-        if (agreeing[cell] > 0) {
-            cells.emplace_back(static_cast<int>(cell % CellColumns), static_cast<int>(cell / CellColumns));
+        if (agrees) {
+            agree++;
+            reach |= cv::Rect(static_cast<int>(corner.cell % CellColumns),
+                              static_cast<int>(corner.cell / CellColumns), 1, 1);
         }
     }
-    const cv::Rect reach = cv::boundingRect(cells);
     return reach.width < MinColumns && reach.height < MinRows ? 0 : agree;
 }
 
@@ -249,8 +226,13 @@ size_t MotionEstimator::Trust(const std::vector<double>& errors, double limit) {
 void MotionEstimator::MoveTo(const FramePose& pose, double chance) {
     constexpr double Alike = 4;    // corners in one block of a codec err alike
     constexpr int Long = 5;        // frames; a hand does not rest as long
-    constexpr double Much = 0.15;  // shrunken pixels
-    if (Distance(pose, pose_, key_.size() * factor_) > (stood_ >= Long ? Much * factor_ : Alike * chance)) {
+    constexpr double Much = 0.15;  // pixels
+    double squares = 0;
+    for (const Corner& corner : corners_) {
+        squares += std::norm(SceneOf(pose, corner.moved) - SceneOf(pose_, corner.moved));
+    }
+    const double step = std::sqrt(squares / static_cast<double>(corners_.size()));
+    if (step > (stood_ >= Long ? Much : Alike * chance)) {
         pose_ = pose;
         stood_ = 0;
     } else {

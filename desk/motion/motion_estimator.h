@@ -9,10 +9,11 @@ namespace desk {
 
 /// Estimates where the camera points in every frame, from the background: what moves alike all over the
 /// picture. Corners of a key frame (Shi and Tomasi 1994), as many from each cell of a grid, are followed
-/// there and back by the pyramidal Lucas-Kanade method. RANSAC looks for the motion that most cells agree on,
-/// and the pose is fitted to the corners that make it. What moves by itself is remembered: its corners lose
-/// their trust, and those found later in its place start without. A frame becomes the next key frame when too
-/// few of the old one's corners are left, so that errors add up from key frame to key frame only.
+/// there and back by the pyramidal Lucas-Kanade method. The motion of the one that most others agree with is
+/// a first guess, and the pose is fitted to those that make it. What moves by itself is remembered: its
+/// corners lose their trust, and those found later in its place start without. A frame becomes the next key
+/// frame when too few of the old one's corners are left, so that errors add up from key frame to key frame
+/// only.
 class MotionEstimator {
 public:
     /// The next frame's luma, 8-bit, of one size. A camera that stands keeps its pose to the last bit. Where
@@ -20,16 +21,15 @@ public:
     FramePose Add(const cv::Mat& luma);
 
 private:
-    /// A corner of the key frame.
+    /// A corner of the key frame. All that follows is in pixels of the shrunken pictures.
     struct Corner {
-        cv::Point2f key;  ///< where it is in the key frame, shrunken pixels, as all but the scene
-        cv::Point2f
-            stood;  ///< where it would be in the frame added last, had the camera stood since the one before
-        cv::Point2f moved;  ///< where it is
-        size_t cell;        ///< of the key frame
-        Position scene;     ///< what it shows
-        double trust;       ///< that it belongs to the background, 0 to 1
-        double share;       ///< of what its cell of the grid counts
+        cv::Point2f key;  ///< where it is in the key frame
+        Position stood;   ///< where it would be in the newest frame, had the camera stood since the last one
+        Position moved;   ///< where it is
+        size_t cell;      ///< of the key frame
+        Position scene;   ///< what it shows
+        double trust;     ///< that it belongs to the background, 0 to 1
+        double share;     ///< of what its cell of the grid counts
     };
 
     void MakeKey(bool isCut);
@@ -42,7 +42,6 @@ private:
 
     cv::Mat key_;      ///< shrunken, as all that is followed in
     cv::Mat picture_;  ///< of the frame added last
-    int factor_ = 1;   ///< by which they are shrunken
     FramePose pose_;
     int stood_ = 0;  ///< for how many frames the camera has stood
     std::vector<Corner> corners_;
