@@ -189,7 +189,11 @@ void ClipWriter::OpenContainer() {
     AVDictionary* options = nullptr;
     if (kind_.isTurned) {
         av_dict_set_int(&options, "movie_timescale", std::max(codec_->time_base.den, 1000), 0);
-        av_dict_set(&options, "movflags", "use_metadata_tags", 0);  // others have no place for a phone's
+        // Other tags than these have no place for a phone's, and these none for a cover.
+        const bool hasCover = std::any_of(
+            container_->streams, container_->streams + container_->nb_streams,
+            [](const AVStream* stream) { return (stream->disposition & AV_DISPOSITION_ATTACHED_PIC) != 0; });
+        av_dict_set(&options, "movflags", hasCover ? "0" : "use_metadata_tags", 0);
     }
     std::string url = output_ ? "file:" + output_->Work().string() : "pipe:1";
     int result = 0;

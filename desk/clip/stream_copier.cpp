@@ -30,18 +30,20 @@ StreamCopier::StreamCopier(const ClipReader& source, AVFormatContext& container,
         losses_.insert(losses_.end(), isLost ? 1 : 0, what);
     };
     CopyTags(from.metadata, &to_.metadata);
+    const bool isQuickTime = std::string(to_.oformat->name) == "mov";  // which FFmpeg gives no cover
     for (size_t i = 0; i < copies_.size(); i++) {
         const AVStream& stream = *from.streams[i];
         const AVCodecParameters& what = *stream.codecpar;
         const char* kind = av_get_media_type_string(what.codec_type);
+        const bool isCover = (stream.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
         if (&stream == &pictures) {
             pictures_ = AddStream(stream);
-        } else if (isTimed &&
+        } else if (isTimed && !(isCover && isQuickTime) &&
                    avformat_query_codec(to_.oformat, what.codec_id, FF_COMPLIANCE_EXPERIMENTAL) > 0) {
             copies_[i].stream = AddStream(stream);
             avcodec_parameters_copy(copies_[i].stream->codecpar, &what);
             copies_[i].stream->codecpar->codec_tag = 0;  // other containers have other ones
-        } else {
+        } else if (!isTurned || what.codec_tag != MKTAG('t', 'm', 'c', 'd')) {  // made anew from its tag
             lose(true, fmt::format("{} stream {} ({})", kind == nullptr ? "unknown" : kind, i,
                                    avcodec_get_name(what.codec_id)));
         }
@@ -83,7 +85,11 @@ int StreamCopier::Write(int64_t begin, int64_t end) {
         AVPacket& packet = *waiting_.front();
         Copy& copy = copies_[static_cast<size_t>(packet.stream_index)];
         AVStream* to = copy.stream;
-        const AVRational tick = source_.Packets().Container().streams[packet.stream_index]->time_base;
+        const AVStream& from = *source_.Packets().Container().streams[packet.stream_index];
+        const AVRational tick = from.time_base;
+        if ((from.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0) {  // a cover, which has no time of its own
+            packet.pts = av_rescale_q(begin, AV_TIME_BASE_Q, tick);
+        }
         packet.dts = packet.dts == AV_NOPTS_VALUE ? packet.pts : packet.dts;
         const int64_t time = av_rescale_q(packet.dts, tick, AV_TIME_BASE_Q);
         if (packet.dts == AV_NOPTS_VALUE || (time < begin && begin != 0)) {

@@ -76,7 +76,7 @@ def seen(clip, looked):
         "lengths": [float(p.get("duration_time", 0)) for p in mine],
         "duration": float(told["format"].get("duration", 0)),
         "rate": video["r_frame_rate"],
-        "streams": [(s["codec_type"], s["codec_name"], s["disposition"]["default"], s.get("tags", {}).get("language", "und"))
+        "streams": [(s["codec_type"], s.get("codec_name"), s["disposition"]["default"], s.get("tags", {}).get("language", "und"))
                     for s in others],
         "packets": [packets(s) for s in others],
         "chapters": [(float(c["start_time"]), float(c["end_time"]), c.get("tags")) for c in told["chapters"]],
