@@ -126,11 +126,13 @@ const IPEICAGridTransform& Grid() {
     static const IPEICAGridTransform grid = [] {
         IPEICAGridTransform made = {};
         made.gridTransformEnable = 1;
+        constexpr int MiddleColumn = desk::GridColumns / 2;
+        constexpr int MiddleRow = desk::GridRows / 2;
         GridPoint* point = made.gridTransformArray;
         for (int row = 0; row < desk::GridRows; ++row) {
             for (int column = 0; column < desk::GridColumns; ++column) {
-                const auto x = static_cast<float>(column - desk::GridColumns / 2);
-                const auto y = static_cast<float>(row - desk::GridRows / 2);
+                const auto x = static_cast<float>(column - MiddleColumn);
+                const auto y = static_cast<float>(row - MiddleRow);
                 *point++ = {x * 60.0F + 3.0F * std::sin(y), y * 45.0F + 2.0F};
             }
         }
