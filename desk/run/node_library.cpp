@@ -80,7 +80,8 @@ std::string BuildId(const std::filesystem::path& library) {
             const std::string_view notes(reinterpret_cast<const char*>(loaded->dlpi_addr + segment.p_vaddr),
                                          segment.p_type == PT_NOTE ? segment.p_memsz : 0);
             // A note is the sizes of its maker's name and of its text, its kind, the name and the text.
-            const std::string_view kindAndName("\3\0\0\0GNU", 8);
+            static constexpr char Literal[] = "\3\0\0\0GNU";
+            const std::string_view kindAndName(Literal, sizeof(Literal));
             if (const size_t at = notes.find(kindAndName); at != std::string_view::npos) {
                 const auto size = static_cast<unsigned char>(notes[at - sizeof(ElfW(Word))]);
                 for (const char byte : notes.substr(at + kindAndName.size(), size)) {
