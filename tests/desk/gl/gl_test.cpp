@@ -262,9 +262,11 @@ TEST_F(Gl, KeepsDisplaysApart) {
     const EGLDisplay other = GL(eglGetPlatformDisplay)(EGL_PLATFORM_DEVICE_EXT, device, nullptr);
     ASSERT_EQ(GL(eglInitialize)(other, nullptr, nullptr), EGLBoolean{EGL_TRUE});
     Buffer buffer(64, 48);
-    EXPECT_EQ(GL(eglDestroyImageKHR)(other, buffer.Import()), EGLBoolean{EGL_FALSE});
+    const EGLImageKHR image = buffer.Import();
+    EXPECT_EQ(GL(eglDestroyImageKHR)(other, image), EGLBoolean{EGL_FALSE});
     GL(eglTerminate)(other);
     EXPECT_EQ(references, 1);
+    EXPECT_EQ(GL(eglDestroyImageKHR)(display_, image), EGLBoolean{EGL_TRUE});
     EXPECT_EQ(Counters().initialisedDisplays + Counters().liveContexts, 2U);
 }
 
