@@ -124,6 +124,7 @@ TEST(MotionEstimator, FollowsTheBackgroundAndNothingElse) {
     } cases[] = {
         {"in front of a camera that stands, from the start", 0, {-40, 0, 230, 240}, {5, 0}, world, other},
         {"more and more of it, in front of a hand", 4, {-180, 0, 190, 240}, {12, 0}, world, other},
+        {"as much of it as of what is round it", 4, {20, 40, 220, 160}, {-1, 0}, world, other},
         {"a title that stands", 4, {0, 200, 320, 40}, {0, 0}, world, other},
         {"something in front of a bare wall", 0, {60, 60, 70, 60}, {4, 1}, bare, other},
         {"a bar of black", 4, {0, 0, 320, 50}, {0, 0}, world, black},
